@@ -1,0 +1,236 @@
+#pragma once
+// Parameter keys of the library: Id::<Group>::<Key> is the text "<Group>.<Key>".
+//
+// Value types (the elements read them with exactly these types; setDefaultParameters writes them):
+//   Temperature = quantity::Temperature<MarkedFloat>, Relation = quantity::Relation<MarkedFloat>.
+// Constants marked "value" are not keys but values a key takes (shutter states, scaling modes, ...).
+
+#include <string>
+
+namespace norda::exp {
+
+namespace Id {
+
+namespace Shutter {
+inline const std::string State = "Shutter.State";                 // string: one of the State* values
+inline const std::string Closed = "Shutter.Closed";               // bool (frame metadata)
+inline const std::string OffsetFrame = "Shutter.OffsetFrame";     // cv::Mat CV_16U
+inline const std::string StateIdle = "Idle";                      // value: shutter open
+inline const std::string StateClosing = "Closing";                // value
+inline const std::string StateCaptureOffsetFrame = "CaptureOffsetFrame"; // value: shutter closed, offset frames
+inline const std::string StateOpening = "Opening";                // value: written after a completed capture
+} // namespace Shutter
+
+namespace Streaming {
+inline const std::string DisableOffset = "Streaming.DisableOffset"; // bool
+inline const std::string UpdateValues = "Streaming.UpdateValues";   // bool: reload calibration data
+inline const std::string WarmUp = "Streaming.WarmUp";               // bool
+} // namespace Streaming
+
+namespace IrSensor {
+inline const std::string BadPixelList = "IrSensor.BadPixelList"; // std::vector<vision::BadPixel>
+} // namespace IrSensor
+
+namespace IrImage {
+inline const std::string Cols = "IrImage.Cols"; // unsigned short
+inline const std::string Rows = "IrImage.Rows"; // unsigned short
+inline const std::string Min = "IrImage.Min";   // Temperature
+inline const std::string Max = "IrImage.Max";   // Temperature
+inline const std::string Med = "IrImage.Med";   // Temperature
+} // namespace IrImage
+
+namespace ActiveMeasRange {
+inline const std::string Name = "ActiveMeasRange.Name";                       // unsigned char: range number, 0 none
+inline const std::string TnrGain = "ActiveMeasRange.TnrGain";                 // unsigned char
+inline const std::string TnrAlpha = "ActiveMeasRange.TnrAlpha";               // unsigned short (Q11)
+inline const std::string ToleranceTop = "ActiveMeasRange.ToleranceTop";       // Temperature
+inline const std::string ToleranceBottom = "ActiveMeasRange.ToleranceBottom"; // Temperature
+inline const std::string DisplayTop = "ActiveMeasRange.DisplayTop";           // Temperature
+inline const std::string DisplayBottom = "ActiveMeasRange.DisplayBottom";     // Temperature
+inline const std::string Top = "ActiveMeasRange.Top";                         // Temperature
+inline const std::string Bottom = "ActiveMeasRange.Bottom";                   // Temperature
+} // namespace ActiveMeasRange
+
+// DataStorage<std::string>: one entry per range, keyed by the range number as decimal text ("1",
+// "2"); each entry is a DataStorage holding the ActiveMeasRange keys' item names ("Name",
+// "ToleranceTop", ...) with the range's values.
+inline const std::string MeasRangePool = "MeasRangePool";
+
+namespace MeasRangeSettings {
+inline const std::string EnableAutoRange = "MeasRangeSettings.EnableAutoRange"; // bool
+} // namespace MeasRangeSettings
+
+namespace SprElement {
+inline const std::string Active = "SprElement.Active";         // bool
+inline const std::string Threshold = "SprElement.Threshold";   // short
+inline const std::string LineLimit = "SprElement.LineLimit";   // short
+inline const std::string FrameLimit = "SprElement.FrameLimit"; // short (also the spatial filter's gain)
+} // namespace SprElement
+namespace SnrElement {
+inline const std::string Active = "SnrElement.Active"; // bool
+} // namespace SnrElement
+inline const std::string SprElementGroup = "SprElement";
+inline const std::string SnrElementGroup = "SnrElement";
+
+namespace DeviceFeatures {
+inline const std::string FastFrameAvailable = "DeviceFeatures.FastFrameAvailable"; // bool
+} // namespace DeviceFeatures
+
+namespace DeviceInfo {
+inline const std::string Uptime = "DeviceInfo.Uptime"; // unsigned long long, milliseconds
+} // namespace DeviceInfo
+
+namespace Environment {
+inline const std::string EmissivityValue = "Environment.EmissivityValue";           // float
+inline const std::string ReflectedTemperature = "Environment.ReflectedTemperature"; // Temperature
+inline const std::string Humidity = "Environment.Humidity";                         // Relation
+inline const std::string HumidityModeActive = "Environment.HumidityModeActive";     // bool
+inline const std::string Temperature = "Environment.Temperature";                   // Temperature (air)
+} // namespace Environment
+
+namespace Temperatures {
+namespace Current {
+inline const std::string TBoardSens50 = "Temperatures.Current.TBoardSens50"; // Temperature
+inline const std::string TBoardSlope = "Temperatures.Current.TBoardSlope";   // float, kelvin per minute
+inline const std::string TLens = "Temperatures.Current.TLens";               // Temperature
+} // namespace Current
+namespace Shuttering {
+inline const std::string TBoardSens50 = "Temperatures.Shuttering.TBoardSens50"; // Temperature
+inline const std::string TShutter = "Temperatures.Shuttering.TShutter";         // Temperature
+} // namespace Shuttering
+inline const std::string Validity = "Temperatures.Validity"; // bool (frame metadata)
+} // namespace Temperatures
+
+namespace ActiveLens {
+inline const std::string Attached = "ActiveLens.Attached"; // bool
+inline const std::string Index = "ActiveLens.Index";       // unsigned char, 0 = no valid lens
+inline const std::string Serial = "ActiveLens.Serial";     // std::string
+} // namespace ActiveLens
+
+namespace ProtectiveGlass {
+inline const std::string Attached = "ProtectiveGlass.Attached";         // bool
+inline const std::string Transmission = "ProtectiveGlass.Transmission"; // float 0..1
+inline const std::string Emissivity = "ProtectiveGlass.Emissivity";     // float 0..1
+} // namespace ProtectiveGlass
+
+namespace Gallery {
+inline const std::string ForceUpdate = "Gallery.ForceUpdate";       // bool
+inline const std::string ActiveFilename = "Gallery.ActiveFilename"; // std::string
+} // namespace Gallery
+
+// Measurement points: <Point>::MeasPoint (MeasPoint), ::Position (cv::Point_<int>), ::Visible (bool).
+namespace MeasPoints {
+#define NORDA_MEASPOINT_KEYS(P)                                                                                       \
+    namespace P {                                                                                                      \
+    inline const std::string MeasPoint = "MeasPoints." #P ".MeasPoint";                                               \
+    inline const std::string Position = "MeasPoints." #P ".Position";                                                 \
+    inline const std::string Visible = "MeasPoints." #P ".Visible";                                                   \
+    }
+NORDA_MEASPOINT_KEYS(HotSpot)
+NORDA_MEASPOINT_KEYS(ColdSpot)
+NORDA_MEASPOINT_KEYS(CenterSpot)
+NORDA_MEASPOINT_KEYS(LaserSpot)
+NORDA_MEASPOINT_KEYS(MeasPoint1)
+NORDA_MEASPOINT_KEYS(MeasPoint2)
+NORDA_MEASPOINT_KEYS(MeasPoint3)
+NORDA_MEASPOINT_KEYS(MeasPoint4)
+NORDA_MEASPOINT_KEYS(MeasPoint5)
+NORDA_MEASPOINT_KEYS(DeltaT1)
+NORDA_MEASPOINT_KEYS(DeltaT2)
+#undef NORDA_MEASPOINT_KEYS
+} // namespace MeasPoints
+
+namespace DeltaT {
+inline const std::string Active = "DeltaT.Active";       // bool
+inline const std::string Mode = "DeltaT.Mode";           // std::string: PointPoint or PointReference
+inline const std::string PointPoint = "PointPoint";      // value
+inline const std::string PointReference = "PointReference"; // value
+} // namespace DeltaT
+
+namespace MeasAreas {
+namespace CenterArea {
+inline const std::string Visible = "MeasAreas.CenterArea.Visible";   // bool
+inline const std::string MeasArea = "MeasAreas.CenterArea.MeasArea"; // MeasArea
+inline const std::string Rect = "MeasAreas.CenterArea.Rect";         // cv::Rect_<int>
+} // namespace CenterArea
+} // namespace MeasAreas
+
+namespace Scaling {
+inline const std::string Mode = "Scaling.Mode";       // std::string: Auto, Manual or AutoSpanHint
+inline const std::string Auto = "Auto";               // value
+inline const std::string Manual = "Manual";           // value
+inline const std::string AutoSpanHint = "AutoSpanHint"; // value
+inline const std::string TempMin = "Scaling.TempMin"; // Temperature
+inline const std::string TempMax = "Scaling.TempMax"; // Temperature
+inline const std::string Min = "Scaling.Min";         // unsigned short (pixel value)
+inline const std::string Max = "Scaling.Max";         // unsigned short (pixel value)
+inline const std::string TempIn = "Scaling.TempIn";   // Temperature (inside)
+inline const std::string TempOut = "Scaling.TempOut"; // Temperature (outside)
+} // namespace Scaling
+
+namespace Palette {
+inline const std::string ActivePalette = "Palette.ActivePalette"; // std::string
+inline const std::string Colors = "Palette.Colors";               // std::vector<unsigned char>: 256 RGB triples
+} // namespace Palette
+
+namespace Alarm {
+inline const std::string AlarmBottomActive = "Alarm.AlarmBottomActive"; // bool
+inline const std::string AlarmTopActive = "Alarm.AlarmTopActive";       // bool
+inline const std::string AlarmTopColor = "Alarm.AlarmTopColor";         // unsigned int 0x00RRGGBB
+inline const std::string AlarmBottomColor = "Alarm.AlarmBottomColor";   // unsigned int 0x00RRGGBB
+inline const std::string AlarmBottomValue = "Alarm.AlarmBottomValue";   // Temperature
+inline const std::string AlarmTopValue = "Alarm.AlarmTopValue";         // Temperature
+} // namespace Alarm
+
+namespace Isotherme {
+inline const std::string IsothermeActive = "Isotherme.IsothermeActive";           // bool
+inline const std::string IsothermeColor = "Isotherme.IsothermeColor";             // unsigned int 0x00RRGGBB
+inline const std::string IsothermeTopValue = "Isotherme.IsothermeTopValue";       // Temperature
+inline const std::string IsothermeBottomValue = "Isotherme.IsothermeBottomValue"; // Temperature
+} // namespace Isotherme
+
+namespace Miscellaneous {
+inline const std::string ImageCounter = "Miscellaneous.ImageCounter";           // unsigned int
+inline const std::string LastImageFileName = "Miscellaneous.LastImageFileName"; // std::string
+inline const std::string SaveImageMode = "Miscellaneous.SaveImageMode";         // bool: preview mode
+inline const std::string SpinnerVisible = "Miscellaneous.SpinnerVisible";       // bool
+inline const std::string SuperResolution = "Miscellaneous.SuperResolution";     // bool
+inline const std::string SuperResolutionCount = "Miscellaneous.SuperResolutionCount"; // int
+inline const std::string SuperResolutionDeleteRequest = "Miscellaneous.SuperResolutionDeleteRequest"; // vector<string>
+inline const std::string WarnSrMovementDetected = "Miscellaneous.WarnSrMovementDetected"; // bool
+inline const std::string ErrorImageSaving = "Miscellaneous.ErrorImageSaving";   // bool
+inline const std::string ImageRealSave = "Miscellaneous.ImageRealSave";         // bool
+inline const std::string SaveJpeg = "Miscellaneous.SaveJpeg";                   // bool
+} // namespace Miscellaneous
+
+namespace PlaceTag {
+inline const std::string SiteInUse = "PlaceTag.SiteInUse";           // bool
+inline const std::string MeasSiteFolder = "PlaceTag.MeasSiteFolder"; // std::string
+} // namespace PlaceTag
+
+namespace Images {
+inline const std::string GuiJpeg = "Images.GuiJpeg"; // cv::Mat CV_8UC4, 240 x 320 ARGB overlay
+} // namespace Images
+
+namespace Viscam {
+namespace Resolution {
+inline const std::string Qvga = "QVGA";   // value: 320 x 240
+inline const std::string Xga = "XGA";     // value: 1024 x 768
+inline const std::string Qsxga = "QSXGA"; // value: 2592 x 1944
+} // namespace Resolution
+inline const std::string CurrentImageResolution = "Viscam.CurrentImageResolution"; // std::string
+inline const std::string MaximumImageLatency = "Viscam.MaximumImageLatency";       // float, milliseconds
+inline const std::string CaptureTime = "Viscam.CaptureTime";                       // float, milliseconds (metadata)
+} // namespace Viscam
+
+} // namespace Id
+
+namespace Cmd {
+inline const std::string ApplicationControlGroup = "ApplicationControl"; // callable name of the host
+inline const std::string SaveUserSettings = "SaveUserSettings";         // command of that callable
+} // namespace Cmd
+
+// Activity key of an element: its type name followed by ".Active" ("TnrElement.Active").
+inline std::string activityKey(const std::string& typeName) { return typeName + ".Active"; }
+
+} // namespace norda::exp

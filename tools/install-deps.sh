@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build, the tests and the demo need; skips what is present.
+set -euo pipefail
+
+# Packages whose recommends pull in far too much (OpenCV would bring a desktop) go without them.
+lean=(libopencv-dev)
+packages=(
+    cmake g++ make pkg-config ccache
+    libfmt-dev libspdlog-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    netpbm imagemagick
+)
+packages+=(${NORDA_EXTRA_PACKAGES:-})
+
+missing=()
+for p in "${lean[@]}" "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$p")
+    fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "install-deps: installing ${missing[*]}"
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then
+    if command -v sudo >/dev/null; then SUDO=sudo; else
+        echo "install-deps: missing packages (${missing[*]}) and not root; install them and retry" >&2
+        exit 1
+    fi
+fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+lean_missing=(); other_missing=()
+for p in "${missing[@]}"; do
+    if [[ " ${lean[*]} " == *" $p "* ]]; then lean_missing+=("$p"); else other_missing+=("$p"); fi
+done
+if [ ${#lean_missing[@]} -gt 0 ]; then
+    $SUDO apt-get install -y -qq --no-install-recommends "${lean_missing[@]}"
+fi
+if [ ${#other_missing[@]} -gt 0 ]; then
+    $SUDO apt-get install -y -qq --no-install-recommends "${other_missing[@]}"
+fi
