@@ -32,6 +32,7 @@
 #include "nordalib/core/memory/MemoryAcsii.h"
 #include "nordalib/core/memory/MemoryBinary.h"
 #include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
