@@ -34,5 +34,6 @@
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "nordalib/vision/streaming/Pipeline.h"
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
