@@ -1,5 +1,6 @@
 #include "apps/nordacam/Camera.h"
 
+#include "apps/nordacam/PlaybackMetadataElement.h"
 #include "apps/nordacam/StoreStampElement.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
@@ -237,7 +238,14 @@ void Camera::buildChain() {
 #endif
     } else {
 #ifdef NORDACAM_HAVE_FILE_READER
+        if (!norda::utils::existsFile(m_options.inputFile))
+            throw SettingsError("input file " + m_options.inputFile + " does not exist");
+        auto recorded = PlaybackMetadataElement::readRecording(m_options.inputFile);
+        if (recorded.empty())
+            throw SettingsError("input file " + m_options.inputFile + " holds no frame");
         addStage(std::make_unique<FileReaderElement>(m_options.inputFile), "frame source: recording");
+        addStage(std::make_unique<PlaybackMetadataElement>(m_store, std::move(recorded)),
+                 "recorded metadata of the played frames");
 #else
         missingStage("FileReaderElement", "frame source: recording");
 #endif
