@@ -38,6 +38,7 @@
 #include "nordalib/vision/imageio/PxmEncoder.h"
 #include "nordalib/vision/imageio/PxmFormat.h"
 #include "nordalib/vision/imageio/PxmImage.h"
+#include "nordalib/vision/imgproc/ColorConvert.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
