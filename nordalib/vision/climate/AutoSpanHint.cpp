@@ -14,6 +14,11 @@ double usable(float factor, double fallback, double lo, double hi) {
         return fallback;
     return std::clamp(static_cast<double>(factor), lo, hi);
 }
+// A temperature a radiometric pixel can hold. MarkedFloat stores infinity as the largest float, so
+// finiteness alone does not catch a failed sensor reading.
+bool plausible(double celsius) {
+    return celsius >= RadiometricTools::getFloat(0) && celsius <= RadiometricTools::getFloat(65535);
+}
 } // namespace
 
 AutoSpanHint::Span AutoSpanHint::calculateSpan(const Temperature& tempIn, const Temperature& tempOut,
@@ -30,12 +35,12 @@ AutoSpanHint::Span AutoSpanHint::calculateSpan(const Temperature& tempIn, const 
     Span span{nan, nan, nan};
     double centre = nan;
     double half = kMinSpan / 2.0;
-    if (std::isfinite(tin) && std::isfinite(tout)) {
+    if (plausible(tin) && plausible(tout)) {
         const double dT = tin - tout;
         span.critical = tout + f * dT;
         half = std::max(s * std::fabs(dT), half);
-        centre = std::isfinite(timg) ? w * timg + (1.0 - w) * span.critical : span.critical;
-    } else if (std::isfinite(timg)) {
+        centre = plausible(timg) ? w * timg + (1.0 - w) * span.critical : span.critical;
+    } else if (plausible(timg)) {
         centre = timg;
     } else {
         return span;

@@ -46,9 +46,10 @@ public:
     //                   critical surfaces up to room temperature.
     //   imageWeight     how strongly the span follows the image's mean temperature instead of
     //                   T_crit (usually 0.7; 0 centres on T_crit, 1 on the image).
-    // When the inside or outside temperature is not finite the span is kMinSpan around the image
-    // temperature; when that is not finite either, the result is not finite (check with
-    // std::isfinite) and the 16-bit overload leaves its limits unchanged.
+    // A temperature counts as usable when a radiometric pixel can hold it (-273.15 ... 382.2 °C;
+    // NaN, infinity and the largest float are not). Without usable inside and outside temperatures
+    // the span is kMinSpan around the image temperature; without that either, the result is NaN
+    // and the 16-bit overload leaves its limits unchanged.
     static Span calculateSpan(const Temperature& tempIn, const Temperature& tempOut,
                               const Temperature& imageTemperature, float criticalFactor, float spanFactor,
                               float imageWeight);
