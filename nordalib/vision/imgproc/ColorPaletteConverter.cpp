@@ -34,7 +34,7 @@ void ColorPaletteConverter::checkColours(const std::vector<uint8_t>& colours) {
                     "norda::vision::ColorPaletteConverter::palletize");
     const size_t n = colours.size() / 3;
     if (n < kMinColours || n > kMaxColours)
-        NORDA_THROW("colour table holds " + std::to_string(n) + " colours; 2 to 65536 are needed",
+        NORDA_THROW("colour table must hold 2 to 65536 colours, not " + std::to_string(n),
                     "norda::vision::ColorPaletteConverter::palletize");
 }
 
