@@ -38,6 +38,9 @@
 //
 // Output channel order: the constructor's flag. false gives R, G, B bytes per pixel (the library's
 // display-image slot); true gives B, G, R, OpenCV's own order, for imwrite or imshow.
+//
+// A converter keeps its tables between calls and is not safe to share between threads; give each
+// pipeline its own.
 
 #include "nordalib/core/datatypes/Quantity.h"
 

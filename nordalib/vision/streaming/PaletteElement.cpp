@@ -53,8 +53,7 @@ void PaletteElement::runCycle(FrameMap& inputs, FrameMap& outputs) {
                     "norda::exp::streaming::PaletteElement::process");
     const cv::Mat& data = input->getFrameData();
     if (data.type() != CV_16UC1)
-        NORDA_THROW("expects a CV_16UC1 frame, got type " + std::to_string(data.type()) + " with " +
-                        std::to_string(data.channels()) + " channel(s)",
+        NORDA_THROW("expects a CV_16UC1 frame, got " + cv::typeToString(data.type()),
                     "norda::exp::streaming::PaletteElement::process");
     const cv::Mat_<uint16_t> raw = data;
     cv::Mat_<cv::Vec3b> rgb;

@@ -296,5 +296,11 @@ TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
     ASSERT_EQ(records.size(), 3u);
     EXPECT_NE(records[2].second.find("type does not match: int != unsigned int"), std::string::npos)
         << records[2].second;
+    PaletteElement fresh(false); // its own episode
+    in[STREAMING_DATATYPE_RAD_CONST] =
+        std::make_unique<Frame>(cv::Mat(4, 4, CV_16UC3), DataStorage<std::string>(rig.meta));
+    EXPECT_FALSE(fresh.process(in, out));
+    ASSERT_EQ(records.size(), 4u);
+    EXPECT_EQ(records[3].second, "no display image: expects a CV_16UC1 frame, got CV_16UC3");
     norda::logging::Logger::setListener({});
 }
