@@ -85,7 +85,7 @@ void ImageReadElement::load(const std::string& name) {
     try {
         rix.load(path);
     } catch (const std::exception& e) {
-        m_logger->log(LogLevel::error, "Could not load image {}: {}", path, e.what());
+        m_logger->log(LogLevel::error, "Could not load stored image: {}", e.what());
         return;
     }
 
