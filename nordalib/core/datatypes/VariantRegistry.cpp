@@ -5,6 +5,7 @@
 #include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/datatypes/Version.h"
+#include "nordalib/vision/imgproc/BadPixel.h"
 
 namespace norda::exp {
 
@@ -41,6 +42,8 @@ VariantRegistry::VariantRegistry() {
     add<MeasArea>();
     add<Version>();
     add<DataStorage<std::string>>();
+    add<vision::BadPixel>();
+    add<std::vector<vision::BadPixel>>();
 }
 
 VariantRegistry& VariantRegistry::instance() {

@@ -25,10 +25,14 @@ bool clampInto(double& v, double lo, double hi) {
     return true;
 }
 
-uint8_t combine(uint8_t a, uint8_t b) { return a | b; }
+uint8_t combine(uint8_t a, uint8_t b) {
+    return a | b;
+}
 } // namespace
 
-double DewPoint::saturationPressure(double celsius) { return kA * std::exp(kB * celsius / (kC + celsius)); }
+double DewPoint::saturationPressure(double celsius) {
+    return kA * std::exp(kB * celsius / (kC + celsius));
+}
 
 DewPoint::Temperature DewPoint::calcDewPoint(const Temperature& airTemperature, const Relation& humidity) {
     double t = airTemperature.celsius();
@@ -44,12 +48,14 @@ DewPoint::Temperature DewPoint::calcDewPoint(const Temperature& airTemperature, 
 }
 
 DewPoint::Relation DewPoint::calcSurfaceMoisture(const Temperature& surfaceTemperature,
-                                                 const Temperature& airTemperature, const Relation& humidity) {
+                                                 const Temperature& airTemperature,
+                                                 const Relation& humidity) {
     double ts = surfaceTemperature.celsius();
     double ta = airTemperature.celsius();
     double rh = humidity.ratio();
-    uint8_t mark = combine(combine(surfaceTemperature.getValue().getMark(), airTemperature.getValue().getMark()),
-                           humidity.getValue().getMark());
+    uint8_t mark =
+        combine(combine(surfaceTemperature.getValue().getMark(), airTemperature.getValue().getMark()),
+                humidity.getValue().getMark());
     if (!clampInto(ts, kMinTemperature, kMaxTemperature))
         mark |= MarkedFloat::OutOfTolerance;
     if (!clampInto(ta, kMinTemperature, kMaxTemperature))

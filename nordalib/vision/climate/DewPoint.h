@@ -29,8 +29,8 @@ public:
     // Relative humidity right at a surface of `surfaceTemperature` in air of `airTemperature` and
     // `humidity`: the air's vapour pressure over the saturation pressure at the surface.
     // 100 % at the dew point; above 100 % water condenses. Capped at 1000 %.
-    static Relation calcSurfaceMoisture(const Temperature& surfaceTemperature, const Temperature& airTemperature,
-                                        const Relation& humidity);
+    static Relation calcSurfaceMoisture(const Temperature& surfaceTemperature,
+                                        const Temperature& airTemperature, const Relation& humidity);
 };
 
 } // namespace norda::vision
