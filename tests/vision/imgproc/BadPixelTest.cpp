@@ -77,8 +77,9 @@ TEST(BadPixel, CorrectorFillsPixelsAndClustersFromGoodNeighbours) {
     // Border and cluster-rim pixels see good neighbours on one side only: off by at most one
     // pixel's step of the plane (7 + 3).
     for (const auto& p : list) {
-        if (p.x < 30 && p.y < 20)
+        if (p.x < 30 && p.y < 20) {
             EXPECT_NEAR(damaged.at<int16_t>(p.y, p.x), plane.at<int16_t>(p.y, p.x), 10) << p.x << "," << p.y;
+        }
     }
     // Good pixels are never touched.
     cv::Mat changed = damaged != plane;
