@@ -6,8 +6,7 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
-
-#include <unistd.h>
+#include "tests/support/TempDir.h"
 
 #include <atomic>
 #include <filesystem>
@@ -17,25 +16,10 @@
 
 namespace norda::test {
 
-// A fresh folder below the system's temporary directory, removed again on destruction. path()
-// ends with a separator, as calibration paths do.
-class TempDir {
-public:
-    TempDir() {
-        static std::atomic<int> counter{0};
-        m_dir = std::filesystem::temp_directory_path() /
-                ("nordalib-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
-        std::filesystem::create_directories(m_dir);
-    }
-    ~TempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(m_dir, ec);
-    }
-    std::string path() const { return m_dir.string() + "/"; }
-
-private:
-    std::filesystem::path m_dir;
-};
+// The folder of a TempDir as a calibration path (with a trailing separator).
+inline std::string slashed(const TempDir& dir) {
+    return dir.path().string() + "/";
+}
 
 struct LogRecord {
     std::string logger;

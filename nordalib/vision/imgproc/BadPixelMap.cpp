@@ -2,10 +2,7 @@
 
 #include "nordalib/core/exception/Exception.h"
 
-#if __has_include("nordalib/vision/imageio/PxmImage.h")
 #include "nordalib/vision/imageio/PxmImage.h"
-#define NORDA_BADPIXEL_PXM 1
-#endif
 
 namespace norda::vision {
 
@@ -39,7 +36,6 @@ BadPixelList BadPixelMap::fromMask(const cv::Mat& mask) {
     return list;
 }
 
-#ifdef NORDA_BADPIXEL_PXM
 BadPixelList BadPixelMap::read(const std::string& file, cv::Size* size) {
     const cv::Mat mask = readPxmImage(file);
     if (mask.type() != CV_8UC1)
@@ -52,15 +48,5 @@ BadPixelList BadPixelMap::read(const std::string& file, cv::Size* size) {
 void BadPixelMap::write(const std::string& file, const BadPixelList& list, cv::Size size) {
     writePxmImage(file, toMask(list, size));
 }
-#else
-BadPixelList BadPixelMap::read(const std::string& file, cv::Size*) {
-    NORDA_THROW("bad pixel file " + file + " can not be read: no PXM support",
-                "norda::vision::BadPixelMap::read");
-}
-void BadPixelMap::write(const std::string& file, const BadPixelList&, cv::Size) {
-    NORDA_THROW("bad pixel file " + file + " can not be written: no PXM support",
-                "norda::vision::BadPixelMap::write");
-}
-#endif
 
 } // namespace norda::vision

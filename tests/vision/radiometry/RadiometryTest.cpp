@@ -84,11 +84,12 @@ TEST(RadiometricTools, PlanckCurveAndItsInverse) {
 
 TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
     test::TempDir dir;
-    const std::string file = dir.path() + "radiometry.json";
+    const std::string file = test::slashed(dir) + "radiometry.json";
     EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
               "radiometric calibration file " + file + " is missing");
-    EXPECT_NE(test::messageOf([&] { RadiometryTypeA(640, 480, 0.01f, dir.path()); }).find("is missing"),
-              std::string::npos);
+    EXPECT_NE(
+        test::messageOf([&] { RadiometryTypeA(640, 480, 0.01f, test::slashed(dir)); }).find("is missing"),
+        std::string::npos);
 
     writeFile(file, "{ \"ranges\": [ { \"range\": 1, ");
     EXPECT_NE(test::messageOf([&] { RadiometricCalibration::load(file); }).find("is not valid JSON"),
@@ -187,8 +188,8 @@ TEST(RadiometryModel, TypeBLensAndSlowFrame) {
     test::TempDir dir;
     auto cal = RadiometricCalibration::makeDefault();
     cal.ranges[1].slowFrameGain = 0.5;
-    cal.save(dir.path() + RadiometricCalibration::kFileName);
-    RadiometryTypeB model(2, 1, 0.01f, dir.path());
+    cal.save(test::slashed(dir) + RadiometricCalibration::kFileName);
+    RadiometryTypeB model(2, 1, 0.01f, test::slashed(dir));
     const auto meta = test::radiometricMeta(0.9f, 10.0f);
     const std::pair<const char*, unsigned> ids[] = {
         {"Environment.EmissivityValue", RadiometryId::Emis},

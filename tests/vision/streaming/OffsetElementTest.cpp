@@ -1,8 +1,12 @@
 #include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/vision/imageio/PxmImage.h"
+#include "nordalib/vision/imgproc/BadPixelMap.h"
 #include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
+
+#include <fstream>
 
 using namespace norda;
 using namespace norda::exp;
@@ -38,7 +42,7 @@ struct OffsetElementTest : ::testing::Test {
 
 TEST_F(OffsetElementTest, ConstructionFailuresAndBadPixelFileMissing) {
     try {
-        OffsetElement e(nullptr, dir.path(), nullptr);
+        OffsetElement e(nullptr, test::slashed(dir), nullptr);
         FAIL();
     } catch (const norda::Exception& ex) {
         EXPECT_STREQ(ex.what(), "Pointer to DataProxy is mandatory for this element!");
@@ -46,9 +50,9 @@ TEST_F(OffsetElementTest, ConstructionFailuresAndBadPixelFileMissing) {
                                  "norda::exp::streaming::OffsetElement::OffsetElement(..)");
     }
     proxy.setValue(Id::Streaming::DisableOffset, true, false);
-    OffsetElement e(&proxy, dir.path(), nullptr);
+    OffsetElement e(&proxy, test::slashed(dir), nullptr);
     EXPECT_FALSE(proxy.getValue<bool>(Id::Streaming::DisableOffset));
-    EXPECT_EQ(logs.count("BadPixel File: " + dir.path() + "badpixel.pxm is missing!"), 1);
+    EXPECT_EQ(logs.count("BadPixel File: " + test::slashed(dir) + "badpixel.pxm is missing!"), 1);
     for (const auto& r : logs.records()) {
         EXPECT_EQ(r.logger, "OFFSET");
         EXPECT_EQ(r.level, logging::LogLevel::warning);
@@ -57,7 +61,7 @@ TEST_F(OffsetElementTest, ConstructionFailuresAndBadPixelFileMissing) {
 
     // A buffer pool cannot be used: the first frame to correct throws at its fixed location.
     int poolStandIn = 0;
-    OffsetElement pooled(&proxy, dir.path(), reinterpret_cast<BufferPool*>(&poolStandIn));
+    OffsetElement pooled(&proxy, test::slashed(dir), reinterpret_cast<BufferPool*>(&poolStandIn));
     capture(pooled, {10, 10, 10, 10});
     try {
         run(pooled, 20, Id::Shutter::StateIdle);
@@ -72,7 +76,7 @@ TEST_F(OffsetElementTest, ConstructionFailuresAndBadPixelFileMissing) {
 TEST_F(OffsetElementTest, CaptureStateMachineAndRounding) {
     EXPECT_EQ(OffsetElement::m_u32OffsetCaptureCount, 4u);
     EXPECT_EQ(OffsetElement::m_u32OffsetCaptureShift, 2u);
-    OffsetElement e(&proxy, dir.path(), nullptr);
+    OffsetElement e(&proxy, test::slashed(dir), nullptr);
     // No offset yet: no output, output map untouched.
     EXPECT_FALSE(run(e, 500, Id::Shutter::StateIdle));
     EXPECT_TRUE(out.empty());
@@ -112,7 +116,7 @@ TEST_F(OffsetElementTest, CaptureStateMachineAndRounding) {
 }
 
 TEST_F(OffsetElementTest, WrapAroundSubtractionMetadataAndDisable) {
-    OffsetElement e(&proxy, dir.path(), nullptr);
+    OffsetElement e(&proxy, test::slashed(dir), nullptr);
     cv::Mat dark(6, 8, CV_16U, cv::Scalar(200));
     dark.at<uint16_t>(0, 1) = 0; // will be detected as a dead pixel
     for (int i = 0; i < 4; ++i)
@@ -151,4 +155,52 @@ TEST_F(OffsetElementTest, WrapAroundSubtractionMetadataAndDisable) {
     out.clear();
     EXPECT_FALSE(run(e, cv::Mat(3, 4, CV_16U, cv::Scalar(50)), Id::Shutter::StateIdle));
     EXPECT_TRUE(out.empty());
+}
+
+TEST_F(OffsetElementTest, BadPixelFileLoadReloadAndDamage) {
+    const std::string file = test::slashed(dir) + "badpixel.pxm";
+    vision::BadPixelMap::write(file, {{3, 2, vision::BadPixelOrigin::Factory}}, {8, 6});
+    EXPECT_NE(test::messageOf([&] {
+                  vision::BadPixelMap::write(file + ".x", {{9, 2}}, {8, 6});
+              }).find("outside"),
+              std::string::npos);
+    cv::Size size;
+    EXPECT_EQ(vision::BadPixelMap::read(file, &size).size(), 1u);
+    EXPECT_EQ(size, cv::Size(8, 6));
+
+    OffsetElement e(&proxy, test::slashed(dir), nullptr);
+    EXPECT_EQ(logs.count("Load BadPixel from file."), 1);
+    EXPECT_EQ(logs.records().at(0).level, logging::LogLevel::info);
+    auto list = proxy.getValue<vision::BadPixelList>(Id::IrSensor::BadPixelList);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0], (vision::BadPixel{3, 2, vision::BadPixelOrigin::Factory}));
+
+    // A detected pixel survives a reload of the file; the file's new content replaces the old.
+    cv::Mat dark(6, 8, CV_16U, cv::Scalar(300));
+    dark.at<uint16_t>(5, 7) = 65535;
+    for (int i = 0; i < 4; ++i)
+        run(e, dark, Id::Shutter::StateCaptureOffsetFrame);
+    cv::Mat mask(6, 8, CV_8U, cv::Scalar(0));
+    mask.at<uint8_t>(1, 1) = 255; // hand-edited mask
+    vision::writePxmImage(file, mask);
+    proxy.setValue(Id::Streaming::UpdateValues, false); // false: nothing to reload
+    proxy.flush();
+    EXPECT_EQ(e.badPixels().size(), 2u);
+    proxy.setValue(Id::Streaming::UpdateValues, true);
+    proxy.flush();
+    list = proxy.getValue<vision::BadPixelList>(Id::IrSensor::BadPixelList);
+    const vision::BadPixelList expected = {{1, 1, vision::BadPixelOrigin::Factory},
+                                           {7, 5, vision::BadPixelOrigin::Stuck}};
+    EXPECT_EQ(list, expected);
+
+    // A damaged file is reported and the camera keeps running with the detected pixels.
+    std::ofstream(file) << "P5\n8 6\n255\nshort";
+    proxy.setValue(Id::Streaming::UpdateValues, true);
+    proxy.flush();
+    EXPECT_EQ(e.badPixels(), (vision::BadPixelList{{7, 5, vision::BadPixelOrigin::Stuck}}));
+    int errors = 0;
+    for (const auto& r : logs.records())
+        errors +=
+            r.level == logging::LogLevel::error && r.message.find("could not be read") != std::string::npos;
+    EXPECT_EQ(errors, 1);
 }

@@ -155,7 +155,7 @@ TEST_F(RadiometryElementTest, ProtectiveGlassRuleAndMissingCalibration) {
 
     // No calibration file: reported once, every frame a dummy.
     test::TempDir empty;
-    RadiometryElement missing(&proxy, empty.path(), vision::RadiometricCamTypeA);
+    RadiometryElement missing(&proxy, test::slashed(empty), vision::RadiometricCamTypeA);
     logs.clear();
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(run(missing, test::radiometricMeta()));
