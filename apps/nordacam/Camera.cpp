@@ -2,6 +2,7 @@
 
 #include "apps/nordacam/PlaybackMetadataElement.h"
 #include "apps/nordacam/StoreStampElement.h"
+#include "apps/nordacam/TeeElement.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/exception/Exception.h"
@@ -12,73 +13,56 @@
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 // Each element of the chain is wired when this build of the library has it.
-#if __has_include("nordalib/vision/streaming/CaptureElement.h")
+#ifdef NORDACAM_HAVE_CAPTUREELEMENT
 #include "nordalib/vision/streaming/CaptureElement.h"
-#define NORDACAM_HAVE_CAPTURE 1
 #endif
-#if __has_include("nordalib/vision/streaming/FileReaderElement.h")
+#ifdef NORDACAM_HAVE_FILEREADERELEMENT
 #include "nordalib/vision/streaming/FileReaderElement.h"
-#define NORDACAM_HAVE_FILE_READER 1
 #endif
-#if __has_include("nordalib/vision/streaming/PxmRecorderElement.h")
+#ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
 #include "nordalib/vision/streaming/PxmRecorderElement.h"
-#define NORDACAM_HAVE_RECORDER 1
 #endif
-#if __has_include("nordalib/vision/streaming/CoordinateValueElement.h")
+#ifdef NORDACAM_HAVE_COORDINATEVALUEELEMENT
 #include "nordalib/vision/streaming/CoordinateValueElement.h"
-#define NORDACAM_HAVE_COORDINATE 1
 #endif
-#if __has_include("nordalib/vision/streaming/OffsetElement.h")
+#ifdef NORDACAM_HAVE_OFFSETELEMENT
 #include "nordalib/vision/streaming/OffsetElement.h"
-#define NORDACAM_HAVE_OFFSET 1
 #endif
-#if __has_include("nordalib/vision/streaming/BadPixelElement.h")
+#ifdef NORDACAM_HAVE_BADPIXELELEMENT
 #include "nordalib/vision/streaming/BadPixelElement.h"
-#define NORDACAM_HAVE_BAD_PIXEL 1
 #endif
-#if __has_include("nordalib/vision/streaming/TnrElement.h")
+#ifdef NORDACAM_HAVE_TNRELEMENT
 #include "nordalib/vision/streaming/TnrElement.h"
-#define NORDACAM_HAVE_TNR 1
 #endif
-#if __has_include("nordalib/vision/streaming/SprElement.h")
+#ifdef NORDACAM_HAVE_SPRELEMENT
 #include "nordalib/vision/streaming/SprElement.h"
-#define NORDACAM_HAVE_SPR 1
 #endif
-#if __has_include("nordalib/vision/streaming/SnrElement.h")
+#ifdef NORDACAM_HAVE_SNRELEMENT
 #include "nordalib/vision/streaming/SnrElement.h"
-#define NORDACAM_HAVE_SNR 1
 #endif
-#if __has_include("nordalib/vision/streaming/RadiometryElement.h")
+#ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
 #include "nordalib/vision/streaming/RadiometryElement.h"
-#define NORDACAM_HAVE_RADIOMETRY 1
 #endif
-#if __has_include("nordalib/vision/streaming/DistortionElement.h")
+#ifdef NORDACAM_HAVE_DISTORTIONELEMENT
 #include "nordalib/vision/streaming/DistortionElement.h"
-#define NORDACAM_HAVE_DISTORTION 1
 #endif
-#if __has_include("nordalib/vision/streaming/MinMaxExtractionElement.h")
+#ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
-#define NORDACAM_HAVE_MINMAX 1
 #endif
-#if __has_include("nordalib/vision/streaming/PaletteElement.h")
+#ifdef NORDACAM_HAVE_PALETTEELEMENT
 #include "nordalib/vision/streaming/PaletteElement.h"
-#define NORDACAM_HAVE_PALETTE 1
 #endif
-#if __has_include("nordalib/vision/imgproc/Palettes.h")
+#ifdef NORDACAM_HAVE_PALETTES
 #include "nordalib/vision/imgproc/Palettes.h"
-#define NORDACAM_HAVE_PALETTES 1
 #endif
-#if __has_include("nordalib/vision/streaming/SocketServerElement.h")
+#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
 #include "nordalib/vision/streaming/SocketServerElement.h"
-#define NORDACAM_HAVE_SOCKET_SERVER 1
 #endif
-#if __has_include("nordalib/vision/streaming/ImageWriteElement.h")
+#ifdef NORDACAM_HAVE_IMAGEWRITEELEMENT
 #include "nordalib/vision/streaming/ImageWriteElement.h"
-#define NORDACAM_HAVE_IMAGE_WRITE 1
 #endif
-#if __has_include("nordalib/vision/imageio/PxmEncoder.h")
+#ifdef NORDACAM_HAVE_PXMENCODER
 #include "nordalib/vision/imageio/PxmEncoder.h"
-#define NORDACAM_HAVE_PXM_ENCODER 1
 #endif
 
 #include <opencv2/imgcodecs.hpp>
@@ -97,29 +81,42 @@ namespace {
 
 // The values the display and image-saving elements take from the frame rather than the store.
 const std::vector<std::string>& displayKeys() {
-    static const std::vector<std::string> keys = {
-        Id::Palette::ActivePalette,        Id::Palette::Colors,
-        Id::Scaling::Mode,                 Id::Scaling::Min,
-        Id::Scaling::Max,                  Id::Scaling::TempMin,
-        Id::Scaling::TempMax,              Id::Environment::HumidityModeActive,
-        Id::Alarm::AlarmBottomActive,      Id::Alarm::AlarmTopActive,
-        Id::Alarm::AlarmTopColor,          Id::Alarm::AlarmBottomColor,
-        Id::Alarm::AlarmBottomValue,       Id::Alarm::AlarmTopValue,
-        Id::Isotherme::IsothermeActive,    Id::Isotherme::IsothermeColor,
-        Id::Isotherme::IsothermeTopValue,  Id::Isotherme::IsothermeBottomValue,
-        Id::ActiveMeasRange::Top,          Id::ActiveMeasRange::Bottom,
-        Id::MeasPoints::CenterSpot::MeasPoint};
+    static const std::vector<std::string> keys = {Id::Palette::ActivePalette,
+                                                  Id::Palette::Colors,
+                                                  Id::Scaling::Mode,
+                                                  Id::Scaling::Min,
+                                                  Id::Scaling::Max,
+                                                  Id::Scaling::TempMin,
+                                                  Id::Scaling::TempMax,
+                                                  Id::Environment::HumidityModeActive,
+                                                  Id::Alarm::AlarmBottomActive,
+                                                  Id::Alarm::AlarmTopActive,
+                                                  Id::Alarm::AlarmTopColor,
+                                                  Id::Alarm::AlarmBottomColor,
+                                                  Id::Alarm::AlarmBottomValue,
+                                                  Id::Alarm::AlarmTopValue,
+                                                  Id::Isotherme::IsothermeActive,
+                                                  Id::Isotherme::IsothermeColor,
+                                                  Id::Isotherme::IsothermeTopValue,
+                                                  Id::Isotherme::IsothermeBottomValue,
+                                                  Id::ActiveMeasRange::Top,
+                                                  Id::ActiveMeasRange::Bottom,
+                                                  Id::MeasPoints::CenterSpot::MeasPoint};
     return keys;
 }
 
 // Metadata saved into every image as generic entries.
 [[maybe_unused]] const std::vector<std::string>& savedKeys() {
-    static const std::vector<std::string> keys = {
-        Id::ActiveMeasRange::Name,          Id::Environment::Humidity,
-        Id::Environment::Temperature,       Id::Temperatures::Current::TBoardSens50,
-        Id::ActiveLens::Serial,             Id::DeviceInfo::Uptime,
-        Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
-        Id::MeasPoints::CenterSpot::MeasPoint, Id::Palette::ActivePalette};
+    static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
+                                                  Id::Environment::Humidity,
+                                                  Id::Environment::Temperature,
+                                                  Id::Temperatures::Current::TBoardSens50,
+                                                  Id::ActiveLens::Serial,
+                                                  Id::DeviceInfo::Uptime,
+                                                  Id::MeasPoints::HotSpot::MeasPoint,
+                                                  Id::MeasPoints::ColdSpot::MeasPoint,
+                                                  Id::MeasPoints::CenterSpot::MeasPoint,
+                                                  Id::Palette::ActivePalette};
     return keys;
 }
 
@@ -139,8 +136,8 @@ std::string defaultCalibrationDir() {
 }
 
 Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_settings(m_store) {
-    m_options.calibrationDir = withSlash(m_options.calibrationDir.empty() ? defaultCalibrationDir()
-                                                                           : m_options.calibrationDir);
+    m_options.calibrationDir =
+        withSlash(m_options.calibrationDir.empty() ? defaultCalibrationDir() : m_options.calibrationDir);
     if (!m_options.outputDir.empty()) {
         std::error_code ec;
         std::filesystem::create_directories(m_options.outputDir, ec);
@@ -174,7 +171,8 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
 #endif
 
     if (m_options.inputFile.empty())
-        m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim, sim::makeResponse(m_options.calibrationDir));
+        m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim,
+                                                      sim::makeResponse(m_options.calibrationDir));
     m_follower = std::make_unique<MeasRangeFollower>(m_store, [this](unsigned char range) {
         if (m_sim)
             m_sim->setRange(range);
@@ -223,21 +221,22 @@ std::vector<std::string> Camera::missing() const {
 
 void Camera::buildChain() {
     [[maybe_unused]] const std::string& calib = m_options.calibrationDir;
-#if defined(NORDACAM_HAVE_RADIOMETRY) || defined(NORDACAM_HAVE_DISTORTION)
+#if defined(NORDACAM_HAVE_RADIOMETRYELEMENT) || defined(NORDACAM_HAVE_DISTORTIONELEMENT)
     // Interchangeable lenses: per-lens transmission and distortion tables.
     const auto camType = norda::vision::RadiometricCamTypeB;
 #endif
 
     // Source.
     if (m_sim) {
-#ifdef NORDACAM_HAVE_CAPTURE
-        addStage(std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, [this] { return m_sim->nextFrame(); }),
-                 "frame source: simulated detector");
+#ifdef NORDACAM_HAVE_CAPTUREELEMENT
+        addStage(
+            std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, [this] { return m_sim->nextFrame(); }),
+            "frame source: simulated detector");
 #else
         missingStage("CaptureElement", "frame source: simulated detector");
 #endif
     } else {
-#ifdef NORDACAM_HAVE_FILE_READER
+#ifdef NORDACAM_HAVE_FILEREADERELEMENT
         if (!norda::utils::existsFile(m_options.inputFile))
             throw SettingsError("input file " + m_options.inputFile + " does not exist");
         auto recorded = PlaybackMetadataElement::readRecording(m_options.inputFile);
@@ -252,15 +251,18 @@ void Camera::buildChain() {
     }
 
     // Taps on the raw frames, before the offset element takes their metadata.
-#ifdef NORDACAM_HAVE_RECORDER
+#ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
+    // The recorder takes a copy in the otherwise unused slot 1 (see TeeElement).
+    const auto recordSlot = static_cast<STREAMING_DATATYPE>(1);
+    addStage(std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"), "raw frame copy");
     addStage(std::make_unique<PxmRecorderElement>(
-                 STREAMING_DATATYPE_RAW, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
+                 recordSlot, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
                  [this](unsigned long long remaining) { m_recordRemaining = remaining; }),
              "raw recording");
 #else
     missingStage("PxmRecorderElement", "raw recording");
 #endif
-#ifdef NORDACAM_HAVE_COORDINATE
+#ifdef NORDACAM_HAVE_COORDINATEVALUEELEMENT
     {
         auto element = std::make_unique<CoordinateValueElement>();
         auto* raw = element.get();
@@ -272,45 +274,45 @@ void Camera::buildChain() {
 #endif
 
     // Sensor correction.
-#ifdef NORDACAM_HAVE_OFFSET
+#ifdef NORDACAM_HAVE_OFFSETELEMENT
     addStage(std::make_unique<OffsetElement>(&m_store, calib, nullptr), "offset correction");
 #else
     missingStage("OffsetElement", "offset correction");
 #endif
-#ifdef NORDACAM_HAVE_BAD_PIXEL
+#ifdef NORDACAM_HAVE_BADPIXELELEMENT
     addStage(std::make_unique<BadPixelElement>(&m_store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED),
              "bad-pixel replacement");
 #else
     missingStage("BadPixelElement", "bad-pixel replacement");
 #endif
-#ifdef NORDACAM_HAVE_TNR
+#ifdef NORDACAM_HAVE_TNRELEMENT
     addStage(std::make_unique<TnrElement>(&m_store), "temporal noise reduction");
 #else
     missingStage("TnrElement", "temporal noise reduction");
 #endif
-#ifdef NORDACAM_HAVE_SPR
+#ifdef NORDACAM_HAVE_SPRELEMENT
     addStage(std::make_unique<SprElement>(&m_store), "static pattern removal");
 #else
     missingStage("SprElement", "static pattern removal");
 #endif
-#ifdef NORDACAM_HAVE_SNR
+#ifdef NORDACAM_HAVE_SNRELEMENT
     addStage(std::make_unique<SnrElement>(&m_store), "spatial noise removal");
 #else
     missingStage("SnrElement", "spatial noise removal");
 #endif
-#ifdef NORDACAM_HAVE_RADIOMETRY
+#ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
     addStage(std::make_unique<RadiometryElement>(&m_store, calib, camType), "radiometry");
 #else
     missingStage("RadiometryElement", "radiometry");
 #endif
-#ifdef NORDACAM_HAVE_DISTORTION
+#ifdef NORDACAM_HAVE_DISTORTIONELEMENT
     addStage(std::make_unique<DistortionElement>(&m_store, calib, camType), "lens distortion");
 #else
     missingStage("DistortionElement", "lens distortion");
 #endif
 
     // Measurement and display.
-#ifdef NORDACAM_HAVE_MINMAX
+#ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
     addStage(std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
              "measurement, range automatics, scaling");
 #else
@@ -319,14 +321,14 @@ void Camera::buildChain() {
     addStage(std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
                                                  "DisplaySettings"),
              "display settings into the frame");
-#ifdef NORDACAM_HAVE_PALETTE
+#ifdef NORDACAM_HAVE_PALETTEELEMENT
     addStage(std::make_unique<PaletteElement>(false), "palette");
 #else
     missingStage("PaletteElement", "palette");
 #endif
 
     // Sinks.
-#ifdef NORDACAM_HAVE_SOCKET_SERVER
+#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
     if (m_options.streams) {
         addStage(std::make_unique<SocketServerElement>(
                      STREAMING_DATATYPE_RGB, [this](Frame& f, unsigned long long, bool) { sendJpeg(f); },
@@ -357,7 +359,7 @@ void Camera::buildChain() {
     if (m_options.streams)
         missingStage("SocketServerElement", "display and radiometric streams");
 #endif
-#ifdef NORDACAM_HAVE_IMAGE_WRITE
+#ifdef NORDACAM_HAVE_IMAGEWRITEELEMENT
     {
         std::string folder = withSlash(m_options.outputDir.empty() ? std::string("./") : m_options.outputDir);
         folder.pop_back();
@@ -371,11 +373,17 @@ void Camera::buildChain() {
 #endif
 }
 
-void Camera::start(uint64_t cycles) { m_pipeline.startThread(cycles); }
+void Camera::start(uint64_t cycles) {
+    m_pipeline.startThread(cycles);
+}
 
-void Camera::stop() { m_pipeline.stop(); }
+void Camera::stop() {
+    m_pipeline.stop();
+}
 
-void Camera::runCycle() { m_pipeline.runCycle(); }
+void Camera::runCycle() {
+    m_pipeline.runCycle();
+}
 
 void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
     const auto now = std::chrono::steady_clock::now();
@@ -400,9 +408,10 @@ void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
     m_snapshot.fps = m_fps;
     if (rad && !rad->getFrameData().empty()) {
         m_snapshot.rad = rad->getFrameData().clone();
-        m_snapshot.meta = rad->getMetaData();
-        std::shared_ptr<Variant> counter;
-        if (rad->getMetaDate("FrameCnt", counter) && counter->holds<unsigned long long>())
+        // The palette moves the metadata on to the display image.
+        m_snapshot.meta = rgb && rad->getMetaData().size() == 0 ? rgb->getMetaData() : rad->getMetaData();
+        auto counter = m_snapshot.meta.getVariant("FrameCnt");
+        if (counter && counter->holds<unsigned long long>())
             m_snapshot.frame = counter->value<unsigned long long>();
         if (m_sim)
             m_snapshot.truth = m_sim->truth();
@@ -422,15 +431,17 @@ float Camera::temperatureAt(int x, int y) const {
     if (rad.empty())
         throw NotAvailable("a radiometric frame");
     if (x < 0 || y < 0 || x >= rad.cols || y >= rad.rows)
-        throw std::out_of_range("position " + std::to_string(x) + "," + std::to_string(y) + " is outside the " +
-                                std::to_string(rad.cols) + "x" + std::to_string(rad.rows) + " image");
+        throw std::out_of_range("position " + std::to_string(x) + "," + std::to_string(y) +
+                                " is outside the " + std::to_string(rad.cols) + "x" +
+                                std::to_string(rad.rows) + " image");
     return norda::vision::RadiometricTools::getFloat(rad.at<uint16_t>(y, x));
 }
 
 unsigned short Camera::rawAt(int x, int y) const {
     if (!m_rawLookup)
         throw NotAvailable("the raw value lookup (CoordinateValueElement)");
-    return m_rawLookup(static_cast<unsigned short>(std::max(0, x)), static_cast<unsigned short>(std::max(0, y)));
+    return m_rawLookup(static_cast<unsigned short>(std::max(0, x)),
+                       static_cast<unsigned short>(std::max(0, y)));
 }
 
 void Camera::sendJpeg(Frame& frame) {
@@ -445,7 +456,7 @@ void Camera::sendJpeg(Frame& frame) {
 }
 
 void Camera::sendPxm([[maybe_unused]] Frame& frame) {
-#ifdef NORDACAM_HAVE_PXM_ENCODER
+#ifdef NORDACAM_HAVE_PXMENCODER
     norda::vision::PxmEncoder encoder;
     auto encoded = encoder.encode(frame.getFrameData(), &frame.getMetaData());
     auto data = std::make_shared<std::string>(*encoded.header);
@@ -485,7 +496,8 @@ void Camera::startRecording(const std::string& fileName, unsigned long long fram
     if (!has("PxmRecorderElement"))
         throw NotAvailable("raw recording (PxmRecorderElement)");
     m_commands.call(kRecorderName, "Start",
-                    cmd::ParameterPack{makeVariant(fileName), makeVariant(static_cast<unsigned long long>(frames)),
+                    cmd::ParameterPack{makeVariant(fileName),
+                                       makeVariant(static_cast<unsigned long long>(frames)),
                                        makeVariant(static_cast<unsigned short>(0)), makeVariant(false)});
     m_recording = true;
     m_recordRemaining = frames;

@@ -39,14 +39,15 @@ namespace nordacam {
 // Raised for a request this build cannot serve (an element the library does not have yet).
 class NotAvailable : public std::runtime_error {
 public:
-    explicit NotAvailable(const std::string& what) : std::runtime_error(what + " is not available in this build") {}
+    explicit NotAvailable(const std::string& what)
+        : std::runtime_error(what + " is not available in this build") {}
 };
 
 struct CameraOptions {
-    std::string calibrationDir; // ends with '/'
-    std::string outputDir;      // saved images and recordings
-    std::string inputFile;      // a raw recording to play; empty: the simulator
-    std::string settingsFile;   // read at start (when it exists) and written by SaveUserSettings
+    std::string calibrationDir;           // ends with '/'
+    std::string outputDir;                // saved images and recordings
+    std::string inputFile;                // a raw recording to play; empty: the simulator
+    std::string settingsFile;             // read at start (when it exists) and written by SaveUserSettings
     std::vector<std::string> assignments; // --set KEY=VALUE
     sim::SimulatorConfig sim;
     bool realTime = true; // pace the simulator at its frame rate

@@ -3,11 +3,12 @@
 #include "apps/nordacam/Measure.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/utils/FileUtils.h"
 
-#if __has_include("nordalib/vision/imageio/ImageIO.h")
+#ifdef NORDACAM_HAVE_IMAGEIO
 #include "nordalib/vision/imageio/ImageIO.h"
-#define NORDACAM_HAVE_IMAGE_IO 1
 #endif
 
 #include <fmt/format.h>
@@ -37,7 +38,11 @@ std::string bar(double fraction, int width) {
 std::string temp(const SpotReading& s) {
     if (!s.valid)
         return "--";
-    return fmt::format("{:.1f}°C{}", s.celsius, s.mark == 0 ? "" : s.mark == 5 ? "↑" : s.mark == 3 ? "↓" : "~");
+    return fmt::format("{:.1f}°C{}", s.celsius,
+                       s.mark == 0   ? ""
+                       : s.mark == 5 ? "↑"
+                       : s.mark == 3 ? "↓"
+                                     : "~");
 }
 
 std::map<std::string, fs::file_time_type> listFiles(const std::string& dir) {
@@ -146,10 +151,11 @@ int runLive(const RunOptions& options, std::ostream& out) {
             const auto top = camera.store().getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius();
             const bool warmingUp = camera.store().getValue<bool>(Id::Streaming::WarmUp);
             std::string line = fmt::format(
-                "{} {:3.0f}% {:5}/{} {:4.1f} fps | hot {} cold {} centre {} | range {} ({:.0f}..{:.0f}°C) | {} | {}",
+                "{} {:3.0f}% {:5}/{} {:4.1f} fps | hot {} cold {} centre {} | range {} ({:.0f}..{:.0f}°C) | "
+                "{} | {}",
                 bar(static_cast<double>(cycle) / options.frames, 20), 100.0 * cycle / options.frames, cycle,
-                options.frames, snap.fps, temp(spots[0]), temp(spots[1]), temp(spots[2]), static_cast<int>(range),
-                bottom, top, warmingUp ? "warm-up" : "warm",
+                options.frames, snap.fps, temp(spots[0]), temp(spots[1]), temp(spots[2]),
+                static_cast<int>(range), bottom, top, warmingUp ? "warm-up" : "warm",
                 camera.store().getValue<std::string>(Id::Shutter::State));
             if (camera.recording())
                 line += fmt::format(" | REC {}", camera.recordingRemaining());
@@ -174,9 +180,10 @@ int runLive(const RunOptions& options, std::ostream& out) {
     out << "\nPipeline: " << stats.cycles << " cycles, " << fmt::format("{:.1f}", stats.meanCycleMs)
         << " ms a cycle on average, worst " << fmt::format("{:.1f}", stats.worstCycleMs) << " ms\n";
     for (const auto& e : stats.elements)
-        out << fmt::format("  {:<26} {:>6} runs {:>5} skipped {:>4} failed  mean {:6.2f} ms  worst {:6.2f} ms{}\n",
-                           e.name, e.calls, e.skipped, e.failures, e.meanMs, e.worstMs,
-                           e.lastError.empty() ? "" : "  last error: " + e.lastError);
+        out << fmt::format(
+            "  {:<26} {:>6} runs {:>5} skipped {:>4} failed  mean {:6.2f} ms  worst {:6.2f} ms{}\n", e.name,
+            e.calls, e.skipped, e.failures, e.meanMs, e.worstMs,
+            e.lastError.empty() ? "" : "  last error: " + e.lastError);
 
     int code = 0;
     if (simulated) {
@@ -188,15 +195,17 @@ int runLive(const RunOptions& options, std::ostream& out) {
             out << "\n";
         }
         for (const auto& [name, s] : accuracy.objects)
-            out << fmt::format("  {:<12} true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K "
-                               "({} frames)\n",
-                               name, s.lastTrue, s.lastMeasured, s.mean(), s.worst, s.n);
+            out << fmt::format(
+                "  {:<12} true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K "
+                "({} frames)\n",
+                name, s.lastTrue, s.lastMeasured, s.mean(), s.worst, s.n);
         if (accuracy.hotSpot.n > 0) {
             const auto& h = accuracy.hotSpot;
             const bool ok = std::abs(h.mean()) <= 0.5;
-            out << fmt::format("  hot spot     true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K"
-                               "  -> {} (tolerance 0.5 K)\n",
-                               h.lastTrue, h.lastMeasured, h.mean(), h.worst, ok ? "within" : "OUTSIDE");
+            out << fmt::format(
+                "  hot spot     true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K"
+                "  -> {} (tolerance 0.5 K)\n",
+                h.lastTrue, h.lastMeasured, h.mean(), h.worst, ok ? "within" : "OUTSIDE");
             if (!ok)
                 code = 4;
         }
@@ -223,7 +232,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
 
 int simulateRecording([[maybe_unused]] const CameraOptions& options, [[maybe_unused]] const std::string& file,
                       [[maybe_unused]] uint64_t frames, [[maybe_unused]] std::ostream& out) {
-#ifdef NORDACAM_HAVE_IMAGE_IO
+#ifdef NORDACAM_HAVE_IMAGEIO
     DataProxy<std::string> store;
     setDefaultParameters(store);
     Settings settings(store);
@@ -231,9 +240,10 @@ int simulateRecording([[maybe_unused]] const CameraOptions& options, [[maybe_unu
         settings.loadFile(options.settingsFile);
     for (const auto& a : options.assignments)
         settings.applyAssignment(a);
-    sim::SceneSimulator simulator(store, options.sim, sim::makeResponse(options.calibrationDir.empty()
-                                                                            ? defaultCalibrationDir()
-                                                                            : options.calibrationDir + "/"));
+    sim::SceneSimulator simulator(store, options.sim,
+                                  sim::makeResponse(options.calibrationDir.empty()
+                                                        ? defaultCalibrationDir()
+                                                        : options.calibrationDir + "/"));
     MeasRangeFollower follower(store, [&](unsigned char r) { simulator.setRange(r); });
     norda::vision::ImageIO writer(8);
     writer.open(file);

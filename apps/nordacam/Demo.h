@@ -11,9 +11,9 @@ namespace nordacam {
 struct RunOptions {
     CameraOptions camera;
     uint64_t frames = 450;
-    bool status = true;      // the live status line
-    bool record = true;      // record raw frames at the start
-    unsigned saves = 3;      // images saved on a schedule
+    bool status = true; // the live status line
+    bool record = true; // record raw frames at the start
+    unsigned saves = 3; // images saved on a schedule
     uint64_t recordFrames = 120;
 };
 
@@ -22,6 +22,7 @@ struct RunOptions {
 int runLive(const RunOptions& options, std::ostream& out);
 
 // Writes `frames` raw frames of the simulator with their metadata to a PXM recording.
-int simulateRecording(const CameraOptions& camera, const std::string& file, uint64_t frames, std::ostream& out);
+int simulateRecording(const CameraOptions& camera, const std::string& file, uint64_t frames,
+                      std::ostream& out);
 
 } // namespace nordacam

@@ -14,7 +14,9 @@ HostCommands::HostCommands(cmd::CommandProxy& commands, Settings& settings)
     m_unregister = commands.registerCallable(this, false);
 }
 
-HostCommands::~HostCommands() { m_unregister(); }
+HostCommands::~HostCommands() {
+    m_unregister();
+}
 
 void HostCommands::saveUserSettings() {
     try {

@@ -8,7 +8,8 @@ namespace nordacam {
 
 using namespace norda::exp;
 
-MeasRangeFollower::MeasRangeFollower(DataProxy<std::string>& store, std::function<void(unsigned char)> onSwitch)
+MeasRangeFollower::MeasRangeFollower(DataProxy<std::string>& store,
+                                     std::function<void(unsigned char)> onSwitch)
     : m_store(store), m_onSwitch(std::move(onSwitch)),
       m_active(store.getValue<unsigned char>(Id::ActiveMeasRange::Name)),
       m_log(norda::logging::Logger::createSharedLogger("MEASRANGE", true)) {
@@ -16,11 +17,13 @@ MeasRangeFollower::MeasRangeFollower(DataProxy<std::string>& store, std::functio
     activateMeasRange(m_store, m_active.load());
     if (m_onSwitch)
         m_onSwitch(m_active.load());
-    m_subscription =
-        m_store.subscribeValue<unsigned char>(Id::ActiveMeasRange::Name, [this](const unsigned char& r) { follow(r); });
+    m_subscription = m_store.subscribeValue<unsigned char>(Id::ActiveMeasRange::Name,
+                                                           [this](const unsigned char& r) { follow(r); });
 }
 
-MeasRangeFollower::~MeasRangeFollower() { m_subscription.reset(); }
+MeasRangeFollower::~MeasRangeFollower() {
+    m_subscription.reset();
+}
 
 void MeasRangeFollower::follow(unsigned char range) {
     // activateMeasRange writes the name again: that echo is the range already applied.
@@ -32,8 +35,8 @@ void MeasRangeFollower::follow(unsigned char range) {
         activateMeasRange(m_store, range);
     } catch (const std::exception& e) {
         m_active = previous;
-        m_log->log(norda::logging::LogLevel::error, "measurement range {} refused: {}", static_cast<unsigned>(range),
-                   e.what());
+        m_log->log(norda::logging::LogLevel::error, "measurement range {} refused: {}",
+                   static_cast<unsigned>(range), e.what());
         m_store.setValue<unsigned char>(Id::ActiveMeasRange::Name, previous, true);
         return;
     }

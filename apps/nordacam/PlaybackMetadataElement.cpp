@@ -3,9 +3,8 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
 
-#if __has_include("nordalib/vision/imageio/ImageDecoderPxM.h")
+#ifdef NORDACAM_HAVE_IMAGEDECODERPXM
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
-#define NORDACAM_HAVE_PXM_DECODER 1
 #endif
 
 namespace nordacam {
@@ -39,16 +38,23 @@ bool PlaybackMetadataElement::process(FrameMap& inputs, FrameMap&) {
         haveRecorded = frame->isMetaDateAvailable(Id::Shutter::State);
     }
     if (!haveRecorded) {
-        static const std::string* keys[] = {
-            &Id::Environment::EmissivityValue,     &Id::Environment::ReflectedTemperature,
-            &Id::Environment::Humidity,            &Id::Environment::Temperature,
-            &Id::Temperatures::Current::TBoardSens50, &Id::Temperatures::Current::TBoardSlope,
-            &Id::Temperatures::Current::TLens,     &Id::Temperatures::Shuttering::TBoardSens50,
-            &Id::Temperatures::Shuttering::TShutter, &Id::ActiveMeasRange::Name,
-            &Id::DeviceInfo::Uptime,               &Id::ActiveLens::Attached,
-            &Id::ActiveLens::Index,                &Id::ActiveLens::Serial,
-            &Id::ProtectiveGlass::Attached,        &Id::ProtectiveGlass::Transmission,
-            &Id::ProtectiveGlass::Emissivity};
+        static const std::string* keys[] = {&Id::Environment::EmissivityValue,
+                                            &Id::Environment::ReflectedTemperature,
+                                            &Id::Environment::Humidity,
+                                            &Id::Environment::Temperature,
+                                            &Id::Temperatures::Current::TBoardSens50,
+                                            &Id::Temperatures::Current::TBoardSlope,
+                                            &Id::Temperatures::Current::TLens,
+                                            &Id::Temperatures::Shuttering::TBoardSens50,
+                                            &Id::Temperatures::Shuttering::TShutter,
+                                            &Id::ActiveMeasRange::Name,
+                                            &Id::DeviceInfo::Uptime,
+                                            &Id::ActiveLens::Attached,
+                                            &Id::ActiveLens::Index,
+                                            &Id::ActiveLens::Serial,
+                                            &Id::ProtectiveGlass::Attached,
+                                            &Id::ProtectiveGlass::Transmission,
+                                            &Id::ProtectiveGlass::Emissivity};
         for (const auto* key : keys)
             if (!frame->isMetaDateAvailable(*key))
                 frame->addMetaDate(*key, m_store.get(*key));
@@ -60,9 +66,10 @@ bool PlaybackMetadataElement::process(FrameMap& inputs, FrameMap&) {
     return true;
 }
 
-std::vector<DataStorage<std::string>> PlaybackMetadataElement::readRecording([[maybe_unused]] const std::string& file) {
+std::vector<DataStorage<std::string>>
+PlaybackMetadataElement::readRecording([[maybe_unused]] const std::string& file) {
     std::vector<DataStorage<std::string>> out;
-#ifdef NORDACAM_HAVE_PXM_DECODER
+#ifdef NORDACAM_HAVE_IMAGEDECODERPXM
     norda::vision::ImageDecoderPxM decoder;
     if (!decoder.open(file))
         NORDA_THROW("can not open " + file, "nordacam::PlaybackMetadataElement::readRecording");

@@ -7,9 +7,8 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-#if __has_include("nordalib/vision/imgproc/Palettes.h")
+#ifdef NORDACAM_HAVE_PALETTES
 #include "nordalib/vision/imgproc/Palettes.h"
-#define NORDACAM_SERVER_HAVE_PALETTES 1
 #endif
 
 #include <httplib.h>
@@ -48,8 +47,7 @@ void reply(httplib::Response& res, const json& body, int status = 200) {
 }
 
 // Runs a handler, turning exceptions into JSON errors.
-template <typename F>
-httplib::Server::Handler guarded(F f) {
+template <typename F> httplib::Server::Handler guarded(F f) {
     return [f](const httplib::Request& req, httplib::Response& res) {
         try {
             f(req, res);
@@ -86,12 +84,12 @@ int intParam(const httplib::Request& req, const char* name) {
     char* end = nullptr;
     const long n = std::strtol(v.c_str(), &end, 10);
     if (v.empty() || *end != '\0' || n < 0 || n > 65535)
-        throw HttpError(400, std::string("parameter ") + name + " must be a pixel position, got \"" + v + "\"");
+        throw HttpError(400,
+                        std::string("parameter ") + name + " must be a pixel position, got \"" + v + "\"");
     return static_cast<int>(n);
 }
 
-template <typename T>
-std::shared_ptr<Variant> typedArgument(const json& a) {
+template <typename T> std::shared_ptr<Variant> typedArgument(const json& a) {
     const Variant_<T> prototype{T{}};
     return parseJsonFor(prototype, a, "argument");
 }
@@ -111,8 +109,8 @@ std::shared_ptr<Variant> argument(const json& a, const std::type_index& type) {
             throw HttpError(400, "argument of type " + tag + ": " + e.what());
         }
     }
-#define NORDA_ARG(T)                                                                                                   \
-    if (type == std::type_index(typeid(T)))                                                                            \
+#define NORDA_ARG(T)                                                                                         \
+    if (type == std::type_index(typeid(T)))                                                                  \
         return typedArgument<T>(a);
     NORDA_ARG(bool)
     NORDA_ARG(unsigned char)
@@ -152,7 +150,9 @@ WebServer::WebServer(Camera& camera) : m_camera(camera), m_server(std::make_uniq
     routes();
 }
 
-WebServer::~WebServer() { stop(); }
+WebServer::~WebServer() {
+    stop();
+}
 
 int WebServer::bind(const std::string& host, int port) {
     if (port < 0 || port > 65535)
@@ -170,7 +170,9 @@ int WebServer::bind(const std::string& host, int port) {
     return m_port;
 }
 
-void WebServer::run() { m_server->listen_after_bind(); }
+void WebServer::run() {
+    m_server->listen_after_bind();
+}
 
 void WebServer::stop() {
     m_stopping = true;
@@ -211,8 +213,8 @@ void WebServer::routes() {
                         std::string head = "--nordacamframe\r\nContent-Type: ";
                         head.append(partType).append("\r\nContent-Length: ");
                         head.append(std::to_string(data->size())).append("\r\n\r\n");
-                        if (!sink.write(head.data(), head.size()) || !sink.write(data->data(), data->size()) ||
-                            !sink.write("\r\n", 2))
+                        if (!sink.write(head.data(), head.size()) ||
+                            !sink.write(data->data(), data->size()) || !sink.write("\r\n", 2))
                             return false;
                         return true;
                     }
@@ -301,7 +303,7 @@ void WebServer::routes() {
             }));
 
     srv.Get("/api/palettes", guarded([](const httplib::Request&, [[maybe_unused]] httplib::Response& res) {
-#ifdef NORDACAM_SERVER_HAVE_PALETTES
+#ifdef NORDACAM_HAVE_PALETTES
                 reply(res, {{"palettes", norda::vision::Palettes::names()}});
 #else
                 throw NotAvailable("the palette list (Palettes)");
@@ -316,7 +318,8 @@ void WebServer::routes() {
                  cam.settings().apply(body, "request");
                  reply(res, {{"applied", body.size()}});
              }));
-    srv.Get(R"(/api/settings/([A-Za-z0-9_.]+))", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+    srv.Get(R"(/api/settings/([A-Za-z0-9_.]+))",
+            guarded([&cam](const httplib::Request& req, httplib::Response& res) {
                 const std::string key = req.matches[1];
                 try {
                     reply(res, {{"key", key}, {"value", cam.settings().get(key)}});
@@ -324,7 +327,8 @@ void WebServer::routes() {
                     throw HttpError(404, e.what());
                 }
             }));
-    srv.Put(R"(/api/settings/([A-Za-z0-9_.]+))", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+    srv.Put(R"(/api/settings/([A-Za-z0-9_.]+))",
+            guarded([&cam](const httplib::Request& req, httplib::Response& res) {
                 const std::string key = req.matches[1];
                 const json body = parseBody(req);
                 cam.settings().set(key, body.is_object() && body.contains("value") ? body["value"] : body);
@@ -395,9 +399,10 @@ void WebServer::routes() {
                  const json body = parseBody(req);
                  std::string name = body.value("file", "");
                  if (name.empty())
-                     name = "rec-" + std::to_string(std::chrono::duration_cast<std::chrono::seconds>(
-                                                        std::chrono::system_clock::now().time_since_epoch())
-                                                        .count()) +
+                     name = "rec-" +
+                            std::to_string(std::chrono::duration_cast<std::chrono::seconds>(
+                                               std::chrono::system_clock::now().time_since_epoch())
+                                               .count()) +
                             ".pxm";
                  if (name.size() < 5 || name.substr(name.size() - 4) != ".pxm")
                      throw HttpError(400, "a recording's name ends in .pxm");
@@ -439,7 +444,9 @@ void WebServer::routes() {
 
 namespace {
 std::atomic<bool> g_interrupted{false};
-void onSignal(int) { g_interrupted = true; }
+void onSignal(int) {
+    g_interrupted = true;
+}
 } // namespace
 
 int serve(const ServeOptions& options, std::ostream& out) {
@@ -464,7 +471,8 @@ int serve(const ServeOptions& options, std::ostream& out) {
     const auto start = std::chrono::steady_clock::now();
     while (!g_interrupted.load()) {
         if (options.seconds > 0 &&
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >= options.seconds)
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >=
+                options.seconds)
             break;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }

@@ -45,8 +45,7 @@ bool parseNumber(const std::string& text, double& out) {
     return end && *end == '\0' && std::isfinite(out);
 }
 
-template <typename T>
-std::shared_ptr<Variant> arithmetic(double v, const std::string& key) {
+template <typename T> std::shared_ptr<Variant> arithmetic(double v, const std::string& key) {
     if constexpr (std::is_same_v<T, bool>) {
         if (v != 0.0 && v != 1.0)
             fail(key, "expected a boolean, got " + json(v).dump());
@@ -67,8 +66,8 @@ std::shared_ptr<Variant> arithmetic(double v, const std::string& key) {
 
 // Dispatches on the arithmetic type held by `current`; nullptr when it is not arithmetic.
 std::shared_ptr<Variant> arithmeticFor(const Variant& current, double v, const std::string& key) {
-#define NORDA_ARITH(T)                                                                                                 \
-    if (current.holds<T>())                                                                                            \
+#define NORDA_ARITH(T)                                                                                       \
+    if (current.holds<T>())                                                                                  \
         return arithmetic<T>(v, key);
     NORDA_ARITH(bool)
     NORDA_ARITH(char)
@@ -91,8 +90,8 @@ std::shared_ptr<Variant> arithmeticFor(const Variant& current, double v, const s
 bool isArithmetic(const Variant& v) {
     return v.holds<bool>() || v.holds<char>() || v.holds<signed char>() || v.holds<unsigned char>() ||
            v.holds<short>() || v.holds<unsigned short>() || v.holds<int>() || v.holds<unsigned int>() ||
-           v.holds<long>() || v.holds<unsigned long>() || v.holds<long long>() || v.holds<unsigned long long>() ||
-           v.holds<float>() || v.holds<double>();
+           v.holds<long>() || v.holds<unsigned long>() || v.holds<long long>() ||
+           v.holds<unsigned long long>() || v.holds<float>() || v.holds<double>();
 }
 
 // "25", "25C", "25 °C", "298.15K", "77F" -> a valid temperature in that unit.
@@ -138,17 +137,24 @@ bool parseShortRelation(const std::string& text, Rel& out) {
 
 // Keys that hold results or device state: readable, never written from outside.
 bool isResultKey(const std::string& key) {
-    static const char* prefixes[] = {"Shutter.", "IrImage.", "Images.", "Temperatures.", "DeviceInfo.",
-                                     "DeviceFeatures.", "IrSensor.", "Gallery.", "Viscam.", "Streaming."};
+    static const char* prefixes[] = {"Shutter.",    "IrImage.",        "Images.",   "Temperatures.",
+                                     "DeviceInfo.", "DeviceFeatures.", "IrSensor.", "Gallery.",
+                                     "Viscam.",     "Streaming."};
     for (const char* p : prefixes)
         if (key.rfind(p, 0) == 0)
             return true;
-    static const char* exact[] = {"Miscellaneous.SpinnerVisible",       "Miscellaneous.LastImageFileName",
-                                  "Miscellaneous.ErrorImageSaving",     "Miscellaneous.ImageRealSave",
-                                  "Miscellaneous.WarnSrMovementDetected", "Miscellaneous.SuperResolutionCount",
-                                  "Miscellaneous.SuperResolutionDeleteRequest", "MeasAreas.CenterArea.MeasArea",
-                                  "MeasAreas.CenterArea.Rect",          "MeasRangePool",
-                                  "Palette.Colors",                     "Scaling.Min",
+    static const char* exact[] = {"Miscellaneous.SpinnerVisible",
+                                  "Miscellaneous.LastImageFileName",
+                                  "Miscellaneous.ErrorImageSaving",
+                                  "Miscellaneous.ImageRealSave",
+                                  "Miscellaneous.WarnSrMovementDetected",
+                                  "Miscellaneous.SuperResolutionCount",
+                                  "Miscellaneous.SuperResolutionDeleteRequest",
+                                  "MeasAreas.CenterArea.MeasArea",
+                                  "MeasAreas.CenterArea.Rect",
+                                  "MeasRangePool",
+                                  "Palette.Colors",
+                                  "Scaling.Min",
                                   "Scaling.Max"};
     for (const char* e : exact)
         if (key == e)
@@ -158,16 +164,24 @@ bool isResultKey(const std::string& key) {
 }
 
 bool isUserKey(const std::string& key) {
-    static const char* prefixes[] = {"Environment.", "ProtectiveGlass.", "Alarm.",       "Isotherme.",
-                                     "DeltaT.",      "MeasRangeSettings.", "PlaceTag.",  "SprElement.",
-                                     "SnrElement."};
+    static const char* prefixes[] = {"Environment.", "ProtectiveGlass.", "Alarm.",
+                                     "Isotherme.",   "DeltaT.",          "MeasRangeSettings.",
+                                     "PlaceTag.",    "SprElement.",      "SnrElement."};
     for (const char* p : prefixes)
         if (key.rfind(p, 0) == 0)
             return !isResultKey(key);
-    static const char* exact[] = {"Scaling.Mode",       "Scaling.TempMin",         "Scaling.TempMax",
-                                  "Scaling.TempIn",     "Scaling.TempOut",         "Palette.ActivePalette",
-                                  "MeasAreas.CenterArea.Visible", "ActiveMeasRange.Name", "Miscellaneous.ImageCounter",
-                                  "Miscellaneous.SaveJpeg", "Miscellaneous.SuperResolution", "Miscellaneous.SaveImageMode"};
+    static const char* exact[] = {"Scaling.Mode",
+                                  "Scaling.TempMin",
+                                  "Scaling.TempMax",
+                                  "Scaling.TempIn",
+                                  "Scaling.TempOut",
+                                  "Palette.ActivePalette",
+                                  "MeasAreas.CenterArea.Visible",
+                                  "ActiveMeasRange.Name",
+                                  "Miscellaneous.ImageCounter",
+                                  "Miscellaneous.SaveJpeg",
+                                  "Miscellaneous.SuperResolution",
+                                  "Miscellaneous.SaveImageMode"};
     for (const char* e : exact)
         if (key == e)
             return true;
@@ -182,7 +196,8 @@ bool isUserKey(const std::string& key) {
 
 } // namespace
 
-std::shared_ptr<Variant> parseTextFor(const Variant& current, const std::string& text, const std::string& key) {
+std::shared_ptr<Variant> parseTextFor(const Variant& current, const std::string& text,
+                                      const std::string& key) {
     if (current.holds<std::string>())
         return std::make_shared<Variant_<std::string>>(text);
     if (isArithmetic(current)) {
@@ -289,7 +304,9 @@ std::vector<std::string> userSettingKeys(const DataProxy<std::string>& store) {
     return out;
 }
 
-bool isWritableSetting(const std::string& key) { return !isResultKey(key); }
+bool isWritableSetting(const std::string& key) {
+    return !isResultKey(key);
+}
 
 std::shared_ptr<Variant> Settings::current(const std::string& key) const {
     std::shared_ptr<Variant> v;

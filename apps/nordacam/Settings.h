@@ -29,8 +29,8 @@ public:
 };
 
 // A new value of the type `current` holds, parsed from JSON / from text. Throws SettingsError.
-std::shared_ptr<norda::exp::Variant> parseJsonFor(const norda::exp::Variant& current, const nlohmann::json& value,
-                                                  const std::string& key);
+std::shared_ptr<norda::exp::Variant> parseJsonFor(const norda::exp::Variant& current,
+                                                  const nlohmann::json& value, const std::string& key);
 std::shared_ptr<norda::exp::Variant> parseTextFor(const norda::exp::Variant& current, const std::string& text,
                                                   const std::string& key);
 // JSON form of a value: numbers and booleans as such, text as a string, other storable types as

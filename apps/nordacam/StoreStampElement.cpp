@@ -7,7 +7,8 @@ using namespace norda::exp::streaming;
 
 StoreStampElement::StoreStampElement(DataProxy<std::string>& store, STREAMING_DATATYPE slot,
                                      std::vector<std::string> keys, const std::string& name)
-    : StreamingElement({slot}, {}, name, &store, false, 0), m_store(store), m_slot(slot), m_keys(std::move(keys)) {}
+    : StreamingElement({slot}, {}, name, &store, false, 0), m_store(store), m_slot(slot),
+      m_keys(std::move(keys)) {}
 
 bool StoreStampElement::process(FrameMap& inputs, FrameMap&) {
     auto it = inputs.find(m_slot);

@@ -13,8 +13,9 @@ namespace nordacam {
 
 class StoreStampElement : public norda::exp::streaming::StreamingElement {
 public:
-    StoreStampElement(norda::exp::DataProxy<std::string>& store, norda::exp::streaming::STREAMING_DATATYPE slot,
-                      std::vector<std::string> keys, const std::string& name);
+    StoreStampElement(norda::exp::DataProxy<std::string>& store,
+                      norda::exp::streaming::STREAMING_DATATYPE slot, std::vector<std::string> keys,
+                      const std::string& name);
     bool process(norda::exp::streaming::FrameMap& inputs, norda::exp::streaming::FrameMap& outputs) override;
 
 private:

@@ -6,9 +6,8 @@
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-#if __has_include("nordalib/vision/rix/Rix.h")
+#ifdef NORDACAM_HAVE_RIX
 #include "nordalib/vision/rix/Rix.h"
-#define NORDACAM_HAVE_RIX 1
 #endif
 
 #include <fmt/format.h>
@@ -60,7 +59,8 @@ int rixInfo([[maybe_unused]] const std::string& file, [[maybe_unused]] std::ostr
     std::error_code ec;
     out << file << "\n";
     out << fmt::format("  file size        {} bytes, format version {}{}\n", fs::file_size(file, ec),
-                       rix.getFileVersion().toString(), rix.isSuperResolutionFile() ? ", super-resolution" : "");
+                       rix.getFileVersion().toString(),
+                       rix.isSuperResolutionFile() ? ", super-resolution" : "");
     out << "  taken            " << utcTime(rix.getFileDateTime()) << "\n";
     out << "  UUID             " << rix.getFileUuidString() << "\n";
     out << fmt::format("  radiometric      {} x {}, 16 bit (0.01 K per count)\n", rad.cols, rad.rows);
@@ -71,7 +71,8 @@ int rixInfo([[maybe_unused]] const std::string& file, [[maybe_unused]] std::ostr
                        mm.maxPosition.x, mm.maxPosition.y);
     if (!rad.empty())
         out << fmt::format("  centre           {:.2f} °C at ({}, {})\n",
-                           RadiometricTools::getFloat(rad(rad.rows / 2, rad.cols / 2)), rad.cols / 2, rad.rows / 2);
+                           RadiometricTools::getFloat(rad(rad.rows / 2, rad.cols / 2)), rad.cols / 2,
+                           rad.rows / 2);
     out << fmt::format("  scaling          {:.2f} .. {:.2f} °C\n", rix.getScalingMin().celsius(),
                        rix.getScalingMax().celsius());
     out << fmt::format("  emissivity       {:.3f}, reflected {:.2f} °C\n", rix.getEmissivityOriginal(),
@@ -118,13 +119,14 @@ int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportF
                 throw SettingsError("writing " + outFile + " failed");
         }
         fs::rename(tmp, outFile);
-        out << fmt::format("wrote {} x {} temperatures (°C, ';'-separated) to {}\n", rad.cols, rad.rows, outFile);
+        out << fmt::format("wrote {} x {} temperatures (°C, ';'-separated) to {}\n", rad.cols, rad.rows,
+                           outFile);
         return 0;
     }
     if (!cv::imwrite(outFile, rad))
         throw SettingsError("can not write " + outFile);
-    out << fmt::format("wrote the {} x {} radiometric image (16 bit, 0.01 K per count) to {}\n", rad.cols, rad.rows,
-                       outFile);
+    out << fmt::format("wrote the {} x {} radiometric image (16 bit, 0.01 K per count) to {}\n", rad.cols,
+                       rad.rows, outFile);
     const auto stem = fs::path(outFile).replace_extension().string();
     if (!rix.getPreviewImageRgb().empty()) {
         cv::Mat bgr;
@@ -144,8 +146,8 @@ int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportF
 #endif
 }
 
-int calibDistortion([[maybe_unused]] const DistortionParameters& p, [[maybe_unused]] const std::string& outFile,
-                    [[maybe_unused]] std::ostream& out) {
+int calibDistortion([[maybe_unused]] const DistortionParameters& p,
+                    [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
     throw NotAvailable("building distortion tables (the distortion table builder)");
 }
 

@@ -26,13 +26,17 @@ struct Common {
 };
 
 void addCommon(CLI::App* app, Common& c, bool withOut = true) {
-    app->add_option("--settings", c.settings, "JSON settings file (read at start, written by SaveUserSettings)");
+    app->add_option("--settings", c.settings,
+                    "JSON settings file (read at start, written by SaveUserSettings)");
     app->add_option("--set", c.set, "KEY=VALUE: set a parameter after the settings file (repeatable)");
     app->add_option("--calib", c.calib, "calibration folder")->check(CLI::ExistingDirectory);
     if (withOut)
         app->add_option("--out", c.out, "output folder for images and recordings")->capture_default_str();
-    app->add_option("--fps", c.fps, "simulated frame rate")->capture_default_str()->check(CLI::Range(1.0, 120.0));
-    app->add_option("--shutter-period", c.shutter, "seconds between shutter events")->capture_default_str()
+    app->add_option("--fps", c.fps, "simulated frame rate")
+        ->capture_default_str()
+        ->check(CLI::Range(1.0, 120.0));
+    app->add_option("--shutter-period", c.shutter, "seconds between shutter events")
+        ->capture_default_str()
         ->check(CLI::Range(1.0, 3600.0));
     app->add_flag("--fast", c.fast, "do not pace the simulator in real time");
 }
@@ -52,7 +56,8 @@ CameraOptions cameraOptions(const Common& c) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"nordacam: a thermal camera host for nordalib (simulated detector, live chain, browser viewer)"};
+    CLI::App app{
+        "nordacam: a thermal camera host for nordalib (simulated detector, live chain, browser viewer)"};
     app.require_subcommand(1);
     std::string logLevel;
     app.add_option("--log-level", logLevel, "console log level: trace, debug, info, warning, error, off")
@@ -63,14 +68,18 @@ int main(int argc, char** argv) {
     bool quiet = false;
     auto* demo = app.add_subcommand("demo", "run the simulated camera through the whole live chain");
     addCommon(demo, demoC);
-    demo->add_option("--frames", demoFrames, "frames to run")->capture_default_str()->check(CLI::Range(1, 1000000));
+    demo->add_option("--frames", demoFrames, "frames to run")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
     demo->add_flag("--quiet", quiet, "no live status line");
 
     std::string input;
     auto* run = app.add_subcommand("run", "run the live chain on a raw recording");
     addCommon(run, runC);
     run->add_option("--input", input, "raw recording (PXM)")->required()->check(CLI::ExistingFile);
-    run->add_option("--frames", runFrames, "frames to run")->capture_default_str()->check(CLI::Range(1, 1000000));
+    run->add_option("--frames", runFrames, "frames to run")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
 
     Common simC;
     std::string simOut;
@@ -78,7 +87,9 @@ int main(int argc, char** argv) {
     auto* simulate = app.add_subcommand("simulate", "write a raw recording of the simulated camera");
     addCommon(simulate, simC, false);
     simulate->add_option("--out", simOut, "recording to write (PXM)")->required();
-    simulate->add_option("--frames", simFrames, "frames to write")->capture_default_str()->check(CLI::Range(1, 100000));
+    simulate->add_option("--frames", simFrames, "frames to write")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100000));
 
     auto* rix = app.add_subcommand("rix", "inspect and export saved images");
     rix->require_subcommand(1);
@@ -97,10 +108,13 @@ int main(int argc, char** argv) {
     calib->require_subcommand(1);
     DistortionParameters dp;
     std::string distOut = "distort.pxm";
-    auto* dist = calib->add_subcommand("distortion", "write distort.pxm from a camera matrix and distortion coefficients");
+    auto* dist = calib->add_subcommand("distortion",
+                                       "write distort.pxm from a camera matrix and distortion coefficients");
     dist->add_option("--out", distOut, "file to write")->capture_default_str();
     dist->add_option("--width", dp.width, "image width")->capture_default_str()->check(CLI::Range(2, 16384));
-    dist->add_option("--height", dp.height, "image height")->capture_default_str()->check(CLI::Range(2, 16384));
+    dist->add_option("--height", dp.height, "image height")
+        ->capture_default_str()
+        ->check(CLI::Range(2, 16384));
     dist->add_option("--fx", dp.fx, "focal length x (pixels)")->capture_default_str();
     dist->add_option("--fy", dp.fy, "focal length y (pixels)")->capture_default_str();
     dist->add_option("--cx", dp.cx, "principal point x")->capture_default_str();
@@ -116,11 +130,14 @@ int main(int argc, char** argv) {
     std::string serveInput;
     auto* srv = app.add_subcommand("serve", "run the live chain behind an HTTP server with a live viewer");
     addCommon(srv, serveC);
-    srv->add_option("--port", so.port, "TCP port (0: any free port)")->capture_default_str()->check(CLI::Range(0, 65535));
+    srv->add_option("--port", so.port, "TCP port (0: any free port)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
     srv->add_option("--bind", so.bind, "address to listen on")->capture_default_str();
     srv->add_option("--input", serveInput, "raw recording to play instead of the simulator")
         ->check(CLI::ExistingFile);
-    srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")->capture_default_str();
+    srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
+        ->capture_default_str();
 
     try {
         app.parse(argc, argv);
@@ -169,7 +186,8 @@ int main(int argc, char** argv) {
                 return rixExport(exportFile, ExportFormat::Png, png, std::cout);
             if (!tiff.empty())
                 return rixExport(exportFile, ExportFormat::Tiff, tiff, std::cout);
-            std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)" << std::endl;
+            std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
+                      << std::endl;
             return 2;
         }
         if (*dist)

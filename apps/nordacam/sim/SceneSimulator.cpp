@@ -28,16 +28,21 @@ float coverage(float signedDistance) {
     return std::clamp(x, 0.0f, 1.0f);
 }
 
-float discDistance(float x, float y, cv::Point2f c, float r) { return std::hypot(x - c.x, y - c.y) - r; }
+float discDistance(float x, float y, cv::Point2f c, float r) {
+    return std::hypot(x - c.x, y - c.y) - r;
+}
 
 float roundedRectDistance(float x, float y, const cv::Rect2f& r, float radius) {
     const float cx = r.x + r.width / 2, cy = r.y + r.height / 2;
-    const float qx = std::abs(x - cx) - (r.width / 2 - radius), qy = std::abs(y - cy) - (r.height / 2 - radius);
+    const float qx = std::abs(x - cx) - (r.width / 2 - radius),
+                qy = std::abs(y - cy) - (r.height / 2 - radius);
     const float outside = std::hypot(std::max(qx, 0.0f), std::max(qy, 0.0f));
     return outside + std::min(std::max(qx, qy), 0.0f) - radius;
 }
 
-Temp celsius(float t) { return Temp(MarkedFloat(t)); }
+Temp celsius(float t) {
+    return Temp(MarkedFloat(t));
+}
 
 } // namespace
 
@@ -84,6 +89,9 @@ void SceneSimulator::buildPatterns() {
     };
     pick(m_config.deadPixels, m_dead);
     pick(m_config.stuckPixels, m_stuck);
+    m_noiseBank.resize(static_cast<size_t>(w) * h * 4);
+    cv::Mat_<float> bank(1, static_cast<int>(m_noiseBank.size()), m_noiseBank.data());
+    rng.fill(bank, cv::RNG::NORMAL, 0.0, m_config.noiseCounts);
 }
 
 void SceneSimulator::buildUndistortMap() {
@@ -103,7 +111,8 @@ void SceneSimulator::buildUndistortMap() {
                 x = (xd - dx) / radial;
                 y = (yd - dy) / radial;
             }
-            m_scenePos(v, u) = cv::Vec2f(static_cast<float>(x * L.fx + L.cx), static_cast<float>(y * L.fy + L.cy));
+            m_scenePos(v, u) =
+                cv::Vec2f(static_cast<float>(x * L.fx + L.cx), static_cast<float>(y * L.fy + L.cy));
         }
 }
 
@@ -115,7 +124,7 @@ SceneSimulator::Scene SceneSimulator::sceneAt(double timeS) const {
                                     0.32f * h + 0.10f * h * static_cast<float>(std::sin(a)))};
 }
 
-float SceneSimulator::temperatureAt(const Scene& s, float x, float y) const {
+float SceneSimulator::staticTemperatureAt(float x, float y) const {
     const float w = static_cast<float>(m_config.width), h = static_cast<float>(m_config.height);
     // The wall: a little warmer towards the ceiling.
     float t = m_config.backgroundC + 1.0f * (0.5f - y / h);
@@ -123,8 +132,12 @@ float SceneSimulator::temperatureAt(const Scene& s, float x, float y) const {
     t += (m_config.warmC - t) * coverage(roundedRectDistance(x, y, warm, 12.0f));
     const cv::Point2f cold(0.80f * w, 0.74f * h);
     t += (m_config.coldC - t) * coverage(discDistance(x, y, cold, kColdRadius));
-    t += (m_config.hotC - t) * coverage(discDistance(x, y, s.hot, kHotRadius));
     return t;
+}
+
+float SceneSimulator::temperatureAt(const Scene& s, float x, float y) const {
+    const float t = staticTemperatureAt(x, y);
+    return t + (m_config.hotC - t) * coverage(discDistance(x, y, s.hot, kHotRadius));
 }
 
 float SceneSimulator::sceneTemperature(float x, float y) const {
@@ -148,6 +161,39 @@ void SceneSimulator::buildLut(const Conditions& c) {
         m_lut[i] = m_response->sceneCounts(kLutMinC + static_cast<float>(i) * kLutStep, c);
     m_lutConditions = c;
     m_lutValid = true;
+    if (m_staticTemps.empty()) {
+        m_staticTemps.create(m_config.height, m_config.width);
+        for (int r = 0; r < m_config.height; ++r)
+            for (int col = 0; col < m_config.width; ++col)
+                m_staticTemps(r, col) = staticTemperatureAt(m_scenePos(r, col)[0], m_scenePos(r, col)[1]);
+    }
+    m_staticCounts.create(m_config.height, m_config.width);
+    for (int r = 0; r < m_config.height; ++r)
+        for (int col = 0; col < m_config.width; ++col)
+            m_staticCounts(r, col) = countsOf(m_staticTemps(r, col));
+}
+
+cv::Point2f SceneSimulator::distort(cv::Point2f p) const {
+    const auto& L = m_config.lens;
+    const double x = (p.x - L.cx) / L.fx, y = (p.y - L.cy) / L.fy;
+    const double r2 = x * x + y * y;
+    const double radial = 1 + L.k1 * r2 + L.k2 * r2 * r2 + L.k3 * r2 * r2 * r2;
+    const double xd = x * radial + 2 * L.p1 * x * y + L.p2 * (r2 + 2 * x * x);
+    const double yd = y * radial + L.p1 * (r2 + 2 * y * y) + 2 * L.p2 * x * y;
+    return {static_cast<float>(xd * L.fx + L.cx), static_cast<float>(yd * L.fy + L.cy)};
+}
+
+cv::Rect SceneSimulator::sensorBox(const cv::Rect2f& r) const {
+    // Corners and edge midpoints bound the image of a small box under a smooth lens model.
+    float x0 = 1e9f, y0 = 1e9f, x1 = -1e9f, y1 = -1e9f;
+    for (float fx : {0.0f, 0.5f, 1.0f})
+        for (float fy : {0.0f, 0.5f, 1.0f}) {
+            const auto d = distort({r.x + fx * r.width, r.y + fy * r.height});
+            x0 = std::min(x0, d.x), y0 = std::min(y0, d.y), x1 = std::max(x1, d.x), y1 = std::max(y1, d.y);
+        }
+    const cv::Rect box(static_cast<int>(std::floor(x0)) - 4, static_cast<int>(std::floor(y0)) - 4,
+                       static_cast<int>(x1 - x0) + 10, static_cast<int>(y1 - y0) + 10);
+    return box & cv::Rect(0, 0, m_config.width, m_config.height);
 }
 
 float SceneSimulator::countsOf(float t) const {
@@ -230,24 +276,39 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
     const float drift = m_response->driftCounts(now);
     const float shutterCounts = m_response->shutterCounts(now);
 
-    // Render: scene temperature per sensor pixel, to counts, through the detector.
+    // Render: the static scene's counts, the moving object drawn into its box, through the
+    // detector's dark level, gain spread, drifting column stripes and temporal noise.
     const Scene scene = sceneAt(timeS);
     const int w = m_config.width, h = m_config.height;
-    cv::Mat_<float> noise(h, w);
-    m_rng.fill(noise, cv::RNG::NORMAL, 0.0, m_config.noiseCounts);
+    cv::Rect hotBox = sensorBox(cv::Rect2f(scene.hot.x - kHotRadius - 2, scene.hot.y - kHotRadius - 2,
+                                           2 * kHotRadius + 4, 2 * kHotRadius + 4));
+    const size_t pixels = static_cast<size_t>(w) * h;
+    const size_t start = static_cast<size_t>(m_rng.uniform(0, static_cast<int>(m_noiseBank.size() - pixels)));
+    const float* noise = m_noiseBank.data() + start;
     // Column amplifiers drift with the board: stripes no calibration removes.
     const float stripeDrift = boardC - m_boardAtShutterC;
     cv::Mat_<uint16_t> raw(h, w);
     for (int r = 0; r < h; ++r) {
-        const cv::Vec2f* pos = m_scenePos[r];
+        const float* stat = m_staticCounts[r];
         const float* ped = m_pedestal[r];
         const float* gain = m_gain[r];
-        const float* nz = noise[r];
+        const float* column = m_columnDrift[0];
+        const float* nz = noise + static_cast<size_t>(r) * w;
         uint16_t* out = raw[r];
+        const bool hotRow = r >= hotBox.y && r < hotBox.y + hotBox.height;
         for (int col = 0; col < w; ++col) {
-            const float signal =
-                closed ? shutterCounts : countsOf(temperatureAt(scene, pos[col][0], pos[col][1])) + drift;
-            const float v = ped[col] + gain[col] * signal + m_columnDrift(0, col) * stripeDrift + nz[col];
+            float signal = shutterCounts;
+            if (!closed) {
+                signal = stat[col];
+                if (hotRow && col >= hotBox.x && col < hotBox.x + hotBox.width) {
+                    const cv::Vec2f& pos = m_scenePos(r, col);
+                    const float cover = coverage(discDistance(pos[0], pos[1], scene.hot, kHotRadius));
+                    if (cover > 0.0f)
+                        signal += cover * (countsOf(m_config.hotC) - signal);
+                }
+                signal += drift;
+            }
+            const float v = ped[col] + gain[col] * signal + column[col] * stripeDrift + nz[col];
             out[col] = cv::saturate_cast<uint16_t>(v);
         }
     }
@@ -272,13 +333,15 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
     meta.setValue(Id::Temperatures::Current::TLens, celsius(lensC));
     meta.setValue(Id::Temperatures::Shuttering::TBoardSens50, celsius(m_boardAtShutterC));
     meta.setValue(Id::Temperatures::Shuttering::TShutter, celsius(m_shutterC));
-    meta.setValue<unsigned long long>(Id::DeviceInfo::Uptime, static_cast<unsigned long long>(uptimeS * 1000.0));
+    meta.setValue<unsigned long long>(Id::DeviceInfo::Uptime,
+                                      static_cast<unsigned long long>(uptimeS * 1000.0));
     meta.setValue<unsigned char>(Id::ActiveMeasRange::Name, c.range);
     meta.setValue<unsigned long long>("FrameCnt", n);
     for (const auto* key :
-         {&Id::Environment::EmissivityValue, &Id::Environment::ReflectedTemperature, &Id::Environment::Humidity,
-          &Id::Environment::Temperature, &Id::ActiveLens::Attached, &Id::ActiveLens::Index, &Id::ActiveLens::Serial,
-          &Id::ProtectiveGlass::Attached, &Id::ProtectiveGlass::Transmission, &Id::ProtectiveGlass::Emissivity})
+         {&Id::Environment::EmissivityValue, &Id::Environment::ReflectedTemperature,
+          &Id::Environment::Humidity, &Id::Environment::Temperature, &Id::ActiveLens::Attached,
+          &Id::ActiveLens::Index, &Id::ActiveLens::Serial, &Id::ProtectiveGlass::Attached,
+          &Id::ProtectiveGlass::Transmission, &Id::ProtectiveGlass::Emissivity})
         meta.set(*key, m_store.get(*key));
 
     // Keep the store's device state current for the user interface and the other elements.
@@ -287,8 +350,8 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
     m_store.setValue(Id::Temperatures::Current::TLens, celsius(lensC), false);
     m_store.setValue(Id::Temperatures::Shuttering::TBoardSens50, celsius(m_boardAtShutterC), false);
     m_store.setValue(Id::Temperatures::Shuttering::TShutter, celsius(m_shutterC), false);
-    m_store.setValue<unsigned long long>(Id::DeviceInfo::Uptime, static_cast<unsigned long long>(uptimeS * 1000.0),
-                                         false);
+    m_store.setValue<unsigned long long>(Id::DeviceInfo::Uptime,
+                                         static_cast<unsigned long long>(uptimeS * 1000.0), false);
 
     SceneTruth truth;
     truth.frame = n;

@@ -98,11 +98,15 @@ private:
     };
     Scene sceneAt(double timeS) const;
     float temperatureAt(const Scene& s, float x, float y) const;
+    float staticTemperatureAt(float x, float y) const;
     float boardTemperature(double uptimeS) const;
     void buildPatterns();
     void buildUndistortMap();
     void buildLut(const Conditions& c);
     float countsOf(float t) const;
+    // Sensor-space box that holds every pixel looking into the undistorted box `r`.
+    cv::Rect sensorBox(const cv::Rect2f& r) const;
+    cv::Point2f distort(cv::Point2f undistorted) const;
     void advanceShutter(double timeS);
 
     norda::exp::DataProxy<std::string>& m_store;
@@ -114,10 +118,15 @@ private:
     std::vector<cv::Point> m_dead, m_stuck;
     cv::RNG m_rng;
 
-    // Temperature -> counts table, rebuilt when the conditions change.
+    // Temperature -> counts table and the counts of the static scene (everything but the moving
+    // object), rebuilt when the conditions change.
     Conditions m_lutConditions;
     bool m_lutValid = false;
     std::vector<float> m_lut;
+    cv::Mat_<float> m_staticCounts;
+    cv::Mat_<float> m_staticTemps;
+    // Temporal noise: a bank of independent samples read from a random start each frame.
+    std::vector<float> m_noiseBank;
     static constexpr float kLutMinC = -60.0f, kLutMaxC = 700.0f, kLutStep = 0.02f;
 
     // Shutter sequence.

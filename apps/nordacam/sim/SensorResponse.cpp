@@ -2,9 +2,8 @@
 
 #include "nordalib/core/utils/FileUtils.h"
 
-#if __has_include("nordalib/vision/radiometry/RadiometricCalibration.h")
+#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
-#define NORDACAM_HAVE_RADIOMETRIC_MODEL 1
 #endif
 
 #include <cmath>
@@ -23,7 +22,9 @@ PlanckResponse::PlanckResponse(float countsPerKelvin, float wavelengthUm) : m_b(
     m_responsivity = countsPerKelvin / slope;
 }
 
-double PlanckResponse::radiance(double kelvin) const { return 1.0 / std::expm1(m_b / kelvin); }
+double PlanckResponse::radiance(double kelvin) const {
+    return 1.0 / std::expm1(m_b / kelvin);
+}
 
 double PlanckResponse::responsivity(unsigned char range) const {
     return range >= 2 ? m_responsivity / 4.0 : m_responsivity;
@@ -45,8 +46,7 @@ float PlanckResponse::shutterCounts(const Conditions& c) const {
     return static_cast<float>(responsivity(c.range) * radiance(c.shutterC + 273.15));
 }
 
-
-#ifdef NORDACAM_HAVE_RADIOMETRIC_MODEL
+#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
 namespace {
 
 // The radiometry library's camera model run backwards, with the camera's own calibration: what
@@ -62,10 +62,12 @@ public:
         auto cond = conditionsOf(c);
         cond.boardCurrentK = cond.boardShutteringK;
         cond.boardSlope = 0.0;
-        return static_cast<float>(norda::vision::RadiometricTools::rawCounts(range, cond, objectC + 273.15, 0.0));
+        return static_cast<float>(
+            norda::vision::RadiometricTools::rawCounts(range, cond, objectC + 273.15, 0.0));
     }
     float shutterCounts(const Conditions& c) const override {
-        return static_cast<float>(norda::vision::RadiometricTools::shutterCounts(rangeOf(c), conditionsOf(c), 0.0));
+        return static_cast<float>(
+            norda::vision::RadiometricTools::shutterCounts(rangeOf(c), conditionsOf(c), 0.0));
     }
     float driftCounts(const Conditions& c) const override {
         const auto cond = conditionsOf(c);
@@ -104,7 +106,7 @@ private:
 #endif
 
 std::shared_ptr<const SensorResponse> makeResponse([[maybe_unused]] const std::string& calibrationDir) {
-#ifdef NORDACAM_HAVE_RADIOMETRIC_MODEL
+#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
     const std::string file = calibrationDir + norda::vision::RadiometricCalibration::kFileName;
     if (norda::utils::existsFile(file))
         return std::make_shared<CalibratedResponse>(norda::vision::RadiometricCalibration::load(file), file);
