@@ -194,20 +194,20 @@ Camera::~Camera() {
     m_store.flush();
 }
 
-void Camera::addStage(std::unique_ptr<StreamingElement> element, const std::string& role,
-                      std::vector<STREAMING_DATATYPE> optional) {
-    m_stages.push_back({element->getName(), role, true});
+void Camera::addStage(const std::string& type, std::unique_ptr<StreamingElement> element,
+                      const std::string& role, std::vector<STREAMING_DATATYPE> optional) {
+    m_stages.push_back({type, element->getName(), role, true});
     m_pipeline.add(std::move(element), std::move(optional));
 }
 
 void Camera::missingStage(const std::string& element, const std::string& role) {
-    m_stages.push_back({element, role, false});
+    m_stages.push_back({element, element, role, false});
 }
 
 bool Camera::has(const std::string& element) const {
     for (const auto& s : m_stages)
-        if (s.element == element)
-            return s.available;
+        if (s.type == element && s.available)
+            return true;
     return false;
 }
 
@@ -215,7 +215,7 @@ std::vector<std::string> Camera::missing() const {
     std::vector<std::string> out;
     for (const auto& s : m_stages)
         if (!s.available)
-            out.push_back(s.element);
+            out.push_back(s.type);
     return out;
 }
 
@@ -230,6 +230,7 @@ void Camera::buildChain() {
     if (m_sim) {
 #ifdef NORDACAM_HAVE_CAPTUREELEMENT
         addStage(
+            "CaptureElement",
             std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, [this] { return m_sim->nextFrame(); }),
             "frame source: simulated detector");
 #else
@@ -242,8 +243,10 @@ void Camera::buildChain() {
         auto recorded = PlaybackMetadataElement::readRecording(m_options.inputFile);
         if (recorded.empty())
             throw SettingsError("input file " + m_options.inputFile + " holds no frame");
-        addStage(std::make_unique<FileReaderElement>(m_options.inputFile), "frame source: recording");
-        addStage(std::make_unique<PlaybackMetadataElement>(m_store, std::move(recorded)),
+        addStage("FileReaderElement", std::make_unique<FileReaderElement>(m_options.inputFile),
+                 "frame source: recording");
+        addStage("PlaybackMetadataElement",
+                 std::make_unique<PlaybackMetadataElement>(m_store, std::move(recorded)),
                  "recorded metadata of the played frames");
 #else
         missingStage("FileReaderElement", "frame source: recording");
@@ -254,8 +257,10 @@ void Camera::buildChain() {
 #ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
     // The recorder takes a copy in the otherwise unused slot 1 (see TeeElement).
     const auto recordSlot = static_cast<STREAMING_DATATYPE>(1);
-    addStage(std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"), "raw frame copy");
-    addStage(std::make_unique<PxmRecorderElement>(
+    addStage("TeeElement", std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"),
+             "raw frame copy");
+    addStage("PxmRecorderElement",
+             std::make_unique<PxmRecorderElement>(
                  recordSlot, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
                  [this](unsigned long long remaining) { m_recordRemaining = remaining; }),
              "raw recording");
@@ -267,7 +272,7 @@ void Camera::buildChain() {
         auto element = std::make_unique<CoordinateValueElement>();
         auto* raw = element.get();
         m_rawLookup = [raw](unsigned short x, unsigned short y) { return raw->valuefromCoordinate(x, y); };
-        addStage(std::move(element), "raw value lookup");
+        addStage("CoordinateValueElement", std::move(element), "raw value lookup");
     }
 #else
     missingStage("CoordinateValueElement", "raw value lookup");
@@ -275,54 +280,68 @@ void Camera::buildChain() {
 
     // Sensor correction.
 #ifdef NORDACAM_HAVE_OFFSETELEMENT
-    addStage(std::make_unique<OffsetElement>(&m_store, calib, nullptr), "offset correction");
+    addStage("OffsetElement", std::make_unique<OffsetElement>(&m_store, calib, nullptr), "offset correction");
 #else
     missingStage("OffsetElement", "offset correction");
 #endif
 #ifdef NORDACAM_HAVE_BADPIXELELEMENT
-    addStage(std::make_unique<BadPixelElement>(&m_store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED),
+    addStage("BadPixelElement",
+             std::make_unique<BadPixelElement>(&m_store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED),
              "bad-pixel replacement");
 #else
     missingStage("BadPixelElement", "bad-pixel replacement");
 #endif
 #ifdef NORDACAM_HAVE_TNRELEMENT
-    addStage(std::make_unique<TnrElement>(&m_store), "temporal noise reduction");
+    addStage("TnrElement", std::make_unique<TnrElement>(&m_store), "temporal noise reduction");
 #else
     missingStage("TnrElement", "temporal noise reduction");
 #endif
 #ifdef NORDACAM_HAVE_SPRELEMENT
-    addStage(std::make_unique<SprElement>(&m_store), "static pattern removal");
+    addStage("SprElement", std::make_unique<SprElement>(&m_store), "static pattern removal");
 #else
     missingStage("SprElement", "static pattern removal");
 #endif
 #ifdef NORDACAM_HAVE_SNRELEMENT
-    addStage(std::make_unique<SnrElement>(&m_store), "spatial noise removal");
+    addStage("SnrElement", std::make_unique<SnrElement>(&m_store), "spatial noise removal");
 #else
     missingStage("SnrElement", "spatial noise removal");
 #endif
 #ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
-    addStage(std::make_unique<RadiometryElement>(&m_store, calib, camType), "radiometry");
+    addStage("RadiometryElement", std::make_unique<RadiometryElement>(&m_store, calib, camType),
+             "radiometry");
 #else
     missingStage("RadiometryElement", "radiometry");
 #endif
 #ifdef NORDACAM_HAVE_DISTORTIONELEMENT
-    addStage(std::make_unique<DistortionElement>(&m_store, calib, camType), "lens distortion");
+    addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),
+             "lens distortion");
 #else
     missingStage("DistortionElement", "lens distortion");
 #endif
 
     // Measurement and display.
 #ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
-    addStage(std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
+    addStage("MinMaxExtractionElement",
+             std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
              "measurement, range automatics, scaling");
 #else
     missingStage("MinMaxExtractionElement", "measurement, range automatics, scaling");
 #endif
-    addStage(std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
+    addStage("StoreStampElement",
+             std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
                                                  "DisplaySettings"),
              "display settings into the frame");
+#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
+    // The radiometric stream sends the frame before the palette moves its metadata on.
+    if (m_options.streams)
+        addStage("SocketServerElement",
+                 std::make_unique<SocketServerElement>(
+                     STREAMING_DATATYPE_RAD_CONST, [this](Frame& f, unsigned long long, bool) { sendPxm(f); },
+                     m_commands, kPxmStreamName, 0),
+                 "radiometric stream");
+#endif
 #ifdef NORDACAM_HAVE_PALETTEELEMENT
-    addStage(std::make_unique<PaletteElement>(false), "palette");
+    addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
 #else
     missingStage("PaletteElement", "palette");
 #endif
@@ -330,14 +349,11 @@ void Camera::buildChain() {
     // Sinks.
 #ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
     if (m_options.streams) {
-        addStage(std::make_unique<SocketServerElement>(
+        addStage("SocketServerElement",
+                 std::make_unique<SocketServerElement>(
                      STREAMING_DATATYPE_RGB, [this](Frame& f, unsigned long long, bool) { sendJpeg(f); },
                      m_commands, kMjpegStreamName, 0),
                  "display stream");
-        addStage(std::make_unique<SocketServerElement>(
-                     STREAMING_DATATYPE_RAD_CONST, [this](Frame& f, unsigned long long, bool) { sendPxm(f); },
-                     m_commands, kPxmStreamName, 0),
-                 "radiometric stream");
         // A stream runs while someone watches it.
         auto demand = [this](const std::string& callable) {
             return [this, callable](bool on) {
@@ -363,7 +379,8 @@ void Camera::buildChain() {
     {
         std::string folder = withSlash(m_options.outputDir.empty() ? std::string("./") : m_options.outputDir);
         folder.pop_back();
-        addStage(std::make_unique<ImageWriteElement>(
+        addStage("ImageWriteElement",
+                 std::make_unique<ImageWriteElement>(
                      folder, &m_store, &m_commands, savedKeys(), [](DataStorage<std::string>) {}, 0, m_srFlag,
                      STREAMING_DATATYPE_YUV422),
                  "image saving", {STREAMING_DATATYPE_YUV422});

@@ -66,7 +66,8 @@ std::string defaultCalibrationDir();
 class Camera {
 public:
     struct Stage {
-        std::string element;
+        std::string type;    // the element's class
+        std::string element; // its name in the pipeline
         std::string role;
         bool available;
     };
@@ -93,7 +94,8 @@ public:
     sim::SceneSimulator* simulator() { return m_sim.get(); }
     const CameraOptions& options() const { return m_options; }
     const std::vector<Stage>& stages() const { return m_stages; }
-    bool has(const std::string& element) const;
+    // Whether the chain holds an element of that class.
+    bool has(const std::string& elementType) const;
     std::vector<std::string> missing() const;
 
     // Runs the chain on the pipeline thread (0: until stop()).
@@ -124,7 +126,8 @@ public:
 
 private:
     void buildChain();
-    void addStage(std::unique_ptr<norda::exp::streaming::StreamingElement> element, const std::string& role,
+    void addStage(const std::string& type, std::unique_ptr<norda::exp::streaming::StreamingElement> element,
+                  const std::string& role,
                   std::vector<norda::exp::streaming::STREAMING_DATATYPE> optional = {});
     void missingStage(const std::string& element, const std::string& role);
     void onCycle(const norda::exp::streaming::FrameMap& frames, uint64_t cycle);

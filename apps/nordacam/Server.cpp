@@ -233,26 +233,28 @@ void WebServer::routes() {
                 res.set_content(jpegOf(snap.rgb), "image/jpeg");
             }));
 
-    srv.Get("/api/status", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                const auto stats = cam.pipeline().statistics();
-                json elements = json::array();
-                for (const auto& e : stats.elements)
-                    elements.push_back({{"name", e.name},
-                                        {"runs", e.calls},
-                                        {"skipped", e.skipped},
-                                        {"failures", e.failures},
-                                        {"meanMs", e.meanMs},
-                                        {"worstMs", e.worstMs},
-                                        {"lastError", e.lastError}});
-                json stages = json::array();
-                for (const auto& s : cam.stages())
-                    stages.push_back({{"element", s.element}, {"role", s.role}, {"available", s.available}});
-                reply(res, {{"cycles", stats.cycles},
-                            {"fps", cam.snapshot().fps},
-                            {"meanCycleMs", stats.meanCycleMs},
-                            {"stages", stages},
-                            {"elements", elements}});
-            }));
+    srv.Get(
+        "/api/status", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            const auto stats = cam.pipeline().statistics();
+            json elements = json::array();
+            for (const auto& e : stats.elements)
+                elements.push_back({{"name", e.name},
+                                    {"runs", e.calls},
+                                    {"skipped", e.skipped},
+                                    {"failures", e.failures},
+                                    {"meanMs", e.meanMs},
+                                    {"worstMs", e.worstMs},
+                                    {"lastError", e.lastError}});
+            json stages = json::array();
+            for (const auto& s : cam.stages())
+                stages.push_back(
+                    {{"type", s.type}, {"element", s.element}, {"role", s.role}, {"available", s.available}});
+            reply(res, {{"cycles", stats.cycles},
+                        {"fps", cam.snapshot().fps},
+                        {"meanCycleMs", stats.meanCycleMs},
+                        {"stages", stages},
+                        {"elements", elements}});
+        }));
 
     srv.Get("/api/measurements", guarded([&cam](const httplib::Request&, httplib::Response& res) {
                 const auto snap = cam.snapshot();
@@ -386,7 +388,8 @@ void WebServer::routes() {
              }));
 
     srv.Post("/api/save", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                 reply(res, {{"file", cam.saveImage(std::chrono::seconds(10))}});
+                 const auto path = cam.saveImage(std::chrono::seconds(10));
+                 reply(res, {{"file", fs::path(path).filename().string()}, {"path", path}});
              }));
     srv.Get("/api/capture", guarded([&cam](const httplib::Request&, httplib::Response& res) {
                 auto bytes = cam.captureImage();
@@ -438,7 +441,11 @@ void WebServer::routes() {
             }));
     srv.set_error_handler([](const httplib::Request&, httplib::Response& res) {
         if (res.body.empty())
-            reply(res, {{"error", "not found"}}, res.status);
+            reply(res,
+                  {{"error", res.status == 404
+                                 ? std::string("not found")
+                                 : "bad request (HTTP status " + std::to_string(res.status) + ")"}},
+                  res.status);
     });
 }
 
