@@ -4,6 +4,7 @@
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/exception/Exception.h"
 
+#include <fmt/format.h>
 #include <opencv2/core.hpp>
 
 #include <algorithm>
@@ -48,15 +49,15 @@ bool parseNumber(const std::string& text, double& out) {
 template <typename T> std::shared_ptr<Variant> arithmetic(double v, const std::string& key) {
     if constexpr (std::is_same_v<T, bool>) {
         if (v != 0.0 && v != 1.0)
-            fail(key, "expected a boolean, got " + json(v).dump());
+            fail(key, "expected a boolean, got " + fmt::format("{}", v));
         return std::make_shared<Variant_<bool>>(v != 0.0);
     } else {
         if constexpr (std::is_integral_v<T>) {
             if (v != std::floor(v))
-                fail(key, "expected an integer, got " + json(v).dump());
+                fail(key, "expected an integer, got " + fmt::format("{}", v));
             if (v < static_cast<double>(std::numeric_limits<T>::lowest()) ||
                 v > static_cast<double>(std::numeric_limits<T>::max()))
-                fail(key, json(v).dump() + " is out of range for " + typeName(typeid(T)));
+                fail(key, fmt::format("{}", v) + " is out of range for " + typeName(typeid(T)));
         } else if (std::abs(v) > static_cast<double>(std::numeric_limits<T>::max())) {
             fail(key, "number is too big");
         }

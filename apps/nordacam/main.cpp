@@ -139,6 +139,16 @@ int main(int argc, char** argv) {
     srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
         ->capture_default_str();
 
+    if (argc > 1 && argv[1][0] != '-') {
+        bool known = false;
+        for (const auto* sub : app.get_subcommands({}))
+            known = known || sub->get_name() == argv[1];
+        if (!known) {
+            std::cerr << "nordacam: error: unknown command \"" << argv[1]
+                      << "\" (commands: demo, run, simulate, rix, calib, serve; see --help)" << std::endl;
+            return 2;
+        }
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
