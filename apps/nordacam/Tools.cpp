@@ -9,6 +9,12 @@
 #ifdef NORDACAM_HAVE_RIX
 #include "nordalib/vision/rix/Rix.h"
 #endif
+#ifdef NORDACAM_HAVE_BADPIXELMAP
+#include "nordalib/vision/imgproc/BadPixelMap.h"
+#endif
+
+#include "apps/nordacam/sim/SceneSimulator.h"
+#include "nordalib/core/keys/DefaultParameters.h"
 
 #include <fmt/format.h>
 #include <opencv2/imgcodecs.hpp>
@@ -149,6 +155,26 @@ int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportF
 int calibDistortion([[maybe_unused]] const DistortionParameters& p,
                     [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
     throw NotAvailable("building distortion tables (the distortion table builder)");
+}
+
+int calibBadPixel([[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
+#ifdef NORDACAM_HAVE_BADPIXELMAP
+    norda::exp::DataProxy<std::string> store;
+    norda::exp::setDefaultParameters(store);
+    const sim::SimulatorConfig config;
+    sim::SceneSimulator detector(store, config, std::make_shared<sim::PlanckResponse>());
+    norda::vision::BadPixelList list;
+    for (const auto& p : detector.deadPixels())
+        list.push_back({static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
+    for (const auto& p : detector.stuckPixels())
+        list.push_back({static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
+    norda::vision::BadPixelMap::write(outFile, list, cv::Size(config.width, config.height));
+    out << "wrote " << list.size() << " factory bad pixels of the " << config.width << "x" << config.height
+        << " detector to " << outFile << "\n";
+    return 0;
+#else
+    throw NotAvailable("writing bad-pixel files (BadPixelMap)");
+#endif
 }
 
 } // namespace nordacam

@@ -19,7 +19,7 @@ struct Common {
     std::string settings;
     std::vector<std::string> set;
     std::string calib;
-    std::string out = "nordacam-out";
+    std::string out = "out";
     double fps = 30.0;
     double shutter = 10.0;
     bool fast = false;
@@ -125,6 +125,10 @@ int main(int argc, char** argv) {
     dist->add_option("--p1", dp.p1, "tangential coefficient p1")->capture_default_str();
     dist->add_option("--p2", dp.p2, "tangential coefficient p2")->capture_default_str();
 
+    std::string badOut = "badpixel.pxm";
+    auto* bad = calib->add_subcommand("badpixel", "write badpixel.pxm: the simulated detector's factory bad pixels");
+    bad->add_option("--out", badOut, "file to write")->capture_default_str();
+
     ServeOptions so;
     double serveSeconds = 0;
     std::string serveInput;
@@ -202,6 +206,8 @@ int main(int argc, char** argv) {
         }
         if (*dist)
             return calibDistortion(dp, distOut, std::cout);
+        if (*bad)
+            return calibBadPixel(badOut, std::cout);
         if (*srv) {
             so.camera = cameraOptions(serveC);
             so.camera.inputFile = serveInput;
