@@ -3,6 +3,7 @@
 #include "nordalib/core/keys/Keys.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 namespace norda::exp::streaming {
@@ -23,8 +24,9 @@ ImageBufferElement::ImageBufferElement(uint8_t maxDepth, STREAMING_DATATYPE slot
 }
 
 bool ImageBufferElement::process(FrameMap& inputs, FrameMap& outputs) {
-    // One depth for all instances; the first instance to run sets its start value.
-    static uint8_t s_currentDepth = m_maxDepth;
+    // One depth for all instances; the first instance to run sets its start value. Atomic, so
+    // buffers on different pipeline threads share it without a data race.
+    static std::atomic<uint8_t> s_currentDepth{m_maxDepth};
 
     auto& entry = inputs[m_slot];
     if (!entry)
