@@ -32,7 +32,12 @@ bool WindowingElement::process(FrameMap& inputs, FrameMap& outputs) {
         passThrough(inputs, m_input, outputs, m_output);
         return true;
     }
-    // The copy reads 16-bit words; narrower pixels would run past the end of the rows.
+    // The origin is computed on 16-bit sizes, so wider frames would wrap; and the copy reads
+    // 16-bit words, so narrower pixels would run past the end of the rows.
+    if (image.cols > 65535 || image.rows > 65535)
+        throw Exception("Windowing supports frames up to 65535 x 65535, got " + std::to_string(image.cols) +
+                            " x " + std::to_string(image.rows),
+                        NORDA_LOCATION(function));
     if (image.elemSize() < 2)
         throw Exception("Windowing needs pixels of at least 16 bits, got type " +
                             std::to_string(image.type()),
