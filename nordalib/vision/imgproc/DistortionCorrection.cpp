@@ -4,6 +4,23 @@
 
 namespace norda::vision {
 
+namespace {
+// out[i] = (in[s] w00 + 32768 + in[b+1] w11 + in[s+1] w01 + in[b] w10) >> 16, s = i + offset,
+// b = s + cols, unsigned 32-bit. Built for AVX2 as well, chosen at load time.
+template <typename T>
+__attribute__((target_clones("avx2", "default"))) void resample(const DistortionEntry* __restrict e,
+                                                                const T* __restrict src, T* __restrict dst,
+                                                                size_t n, size_t cols) {
+    for (size_t i = 0; i < n; ++i, ++e) {
+        const T* s = src + (static_cast<ptrdiff_t>(i) + e->offset);
+        const T* b = s + cols;
+        const uint32_t v = uint32_t(s[0]) * e->w00 + 32768u + uint32_t(b[1]) * e->w11 +
+                           uint32_t(s[1]) * e->w01 + uint32_t(b[0]) * e->w10;
+        dst[i] = static_cast<T>(v >> 16);
+    }
+}
+} // namespace
+
 template <typename T>
 DistortionCorrection<T>::DistortionCorrection(const std::string& path, uint16_t rows, uint16_t cols)
     : m_table(std::make_shared<const DistortionTable>(DistortionTable::load(path, rows, cols))) {}
@@ -25,17 +42,7 @@ template <typename T> void DistortionCorrection<T>::processImpl(const cv::Mat& i
         throw norda::Exception("Input image size does not fit to distortion data size!",
                                norda::formatLocation("nordalib/vision/imgproc/DistortionCorrection", 129,
                                                      "norda::vision::DistortionCorrection::processImpl"));
-    const DistortionEntry* e = m_table->entries().data();
-    const T* src = in.ptr<T>(0);
-    T* dst = out.ptr<T>(0);
-    const size_t cols = static_cast<size_t>(in.cols);
-    for (size_t i = 0; i < n; ++i, ++e) {
-        const T* s = src + (static_cast<ptrdiff_t>(i) + e->offset);
-        const T* b = s + cols;
-        const uint32_t v = uint32_t(s[0]) * e->w00 + 32768u + uint32_t(b[1]) * e->w11 +
-                           uint32_t(s[1]) * e->w01 + uint32_t(b[0]) * e->w10;
-        dst[i] = static_cast<T>(v >> 16);
-    }
+    resample<T>(m_table->entries().data(), in.ptr<T>(0), out.ptr<T>(0), n, static_cast<size_t>(in.cols));
 }
 
 template class DistortionCorrection<unsigned short>;

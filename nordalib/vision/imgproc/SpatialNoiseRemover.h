@@ -5,15 +5,14 @@
 // weight is 1 while they differ from the pixel by at most `gain` counts, falls linearly to 0 at
 // 2 * gain and is 0 beyond. Noise (small differences) is averaged away, up to 3x for white noise;
 // edges higher than 2 * gain keep their sharpness because the other side does not take part.
-// `gain` <= 0 turns the filter off (the frame is copied). Integer arithmetic with table-driven
-// weights and reciprocals; borders use the replicated edge pixels. setGain may be called from
-// another thread than process().
+// `gain` <= 0 turns the filter off (the frame is copied). Float weights, one division per pixel;
+// the interior loop is branch-free so it vectorises. Borders use the replicated edge pixels.
+// setGain may be called from another thread than process().
 
 #include <opencv2/core.hpp>
 
 #include <atomic>
 #include <cstdint>
-#include <vector>
 
 namespace norda::vision {
 
@@ -28,13 +27,9 @@ public:
     void process(const cv::Mat& in, cv::Mat& out);
 
 private:
-    template <typename T> void run(const cv::Mat& in, cv::Mat& out) const;
-    void buildTables(int gain);
+    template <typename T> void run(const cv::Mat& in, cv::Mat& out, int gain) const;
 
     std::atomic<int> m_gain;
-    int m_tableGain = -1;
-    std::vector<int32_t> m_weight;     // Q8 weight per |difference|, last entry 0
-    std::vector<int32_t> m_reciprocal; // 2^24 / total weight (Q8 sum)
 };
 
 } // namespace norda::vision

@@ -9,40 +9,54 @@ namespace norda::vision {
 
 namespace {
 constexpr int kReach = 8;      // neighbours on each side
-constexpr int kSampleStep = 4; // every 4th line is measured
+constexpr int kSampleStep = 8; // every 8th line is measured
 constexpr int kMinNeighbours = kReach;
 
-// Residual of one pixel against its same-level neighbours along a line, taken in symmetric pairs
-// (i - j, i + j) so that a scene gradient cancels; a pair with a member beyond the threshold (an
-// edge) is left out. Where too few pairs remain (next to an edge or the end of the line), one-sided
-// linear extrapolations 2 v[i+j] - v[i+2j] from the side that is still level stand in. False when
-// the pixel has no level neighbourhood at all.
-inline bool residual(const int16_t* line, int i, int n, int stride, int threshold, int32_t& r) {
-    auto at = [&](int j) { return static_cast<int32_t>(line[j * stride]); };
-    const int32_t c = at(i);
-    auto level = [&](int j) { return j >= 0 && j < n && std::abs(at(j) - c) <= threshold; };
-    int32_t sum = 0, count = 0;
+// Residuals of one contiguous line, added to per-position sums (Q8 counts) and counts.
+//
+// A pixel's residual is its difference from the mean of its same-level neighbours, taken in
+// symmetric pairs (i - j, i + j) so that a scene gradient cancels; a pair with a member more than
+// `threshold` away (an edge) is left out. Where fewer than kMinNeighbours remain (next to an edge
+// or the end of the line), one-sided linear extrapolations 2 v[i+j] - v[i+2j] from a side that is
+// still level stand in. A pixel without a level neighbourhood gives no residual. Each step is a
+// branch-free loop over the whole line, so noisy lines cost no mispredictions.
+__attribute__((target_clones("avx2", "default"))) void lineResiduals(const int16_t* __restrict v, int n,
+                                                                     int threshold, int64_t* __restrict sum,
+                                                                     int32_t* __restrict count) {
+    std::vector<int32_t> buffers(3 * static_cast<size_t>(n), 0);
+    int32_t* __restrict s = buffers.data();
+    int32_t* __restrict k = s + n;
+    int32_t* __restrict pairs = k + n;
     for (int j = 1; j <= kReach; ++j) {
-        if (level(i - j) && level(i + j)) {
-            sum += at(i - j) + at(i + j);
-            count += 2;
+        for (int i = j; i + j < n; ++i) {
+            const int32_t c = v[i], a = v[i - j], b = v[i + j];
+            const int32_t ok = int32_t(std::abs(a - c) <= threshold) & int32_t(std::abs(b - c) <= threshold);
+            s[i] += (a + b) & -ok; // masks, not products: no 32-bit multiply in the baseline vector set
+            k[i] += ok << 1;
         }
     }
-    if (count < kMinNeighbours) {
-        for (int dir : {-1, 1}) {
-            for (int j = 1; j <= kReach / 2; ++j) {
-                const int k1 = i + dir * j, k2 = i + dir * 2 * j;
-                if (level(k1) && level(k2)) {
-                    sum += 2 * at(k1) - at(k2);
-                    ++count;
-                }
+    std::copy(k, k + n, pairs);
+    for (int dir : {-1, 1}) {
+        for (int j = 1; j <= kReach / 2; ++j) {
+            const int lo = dir < 0 ? 2 * j : 0, hi = dir < 0 ? n : n - 2 * j;
+            const int step1 = dir * j, step2 = dir * 2 * j;
+            for (int i = lo; i < hi; ++i) {
+                const int32_t c = v[i], a = v[i + step1], b = v[i + step2];
+                const int32_t ok = int32_t(pairs[i] < kMinNeighbours) &
+                                   int32_t(std::abs(a - c) <= threshold) &
+                                   int32_t(std::abs(b - c) <= threshold);
+                s[i] += (2 * a - b) & -ok;
+                k[i] += ok;
             }
         }
-        if (count < kMinNeighbours / 2)
-            return false;
     }
-    r = c * 256 - (sum * 256) / count; // Q8
-    return true;
+    for (int i = 0; i < n; ++i) {
+        const int32_t ok = int32_t(k[i] >= kMinNeighbours / 2);
+        const float mean = static_cast<float>(s[i]) / static_cast<float>(ok ? k[i] : 1);
+        const float r = (static_cast<float>(v[i]) - mean) * 256.0f;
+        sum[i] += static_cast<int32_t>(r + (r >= 0.0f ? 0.5f : -0.5f)) & -ok;
+        count[i] += ok;
+    }
 }
 } // namespace
 
@@ -106,52 +120,38 @@ void StaticPatternRemover::process(const cv::Mat& in, cv::Mat& out) {
 void StaticPatternRemover::estimate(const cv::Mat& corrected, int threshold, int lineLimit, int rate) {
     const int rows = corrected.rows, cols = corrected.cols;
     const int32_t limit = lineLimit * 256;
-    const auto step = static_cast<int>(corrected.step1());
+    auto update = [&](std::vector<int32_t>& estimate, const std::vector<int64_t>& sum,
+                      const std::vector<int32_t>& count, int needed) {
+        for (size_t i = 0; i < estimate.size(); ++i) {
+            if (count[i] < needed)
+                continue;
+            const int64_t mean = sum[i] / count[i];
+            estimate[i] =
+                std::clamp<int32_t>(estimate[i] + static_cast<int32_t>(mean * rate / 256), -limit, limit);
+        }
+    };
     // Columns: residuals along sampled rows.
     if (cols > 2 * kReach) {
         std::vector<int64_t> sum(static_cast<size_t>(cols), 0);
         std::vector<int32_t> count(static_cast<size_t>(cols), 0);
-        for (int y = kSampleStep / 2; y < rows; y += kSampleStep) {
-            const int16_t* line = corrected.ptr<int16_t>(y);
-            for (int x = 0; x < cols; ++x) {
-                int32_t r;
-                if (residual(line, x, cols, 1, threshold, r)) {
-                    sum[static_cast<size_t>(x)] += r;
-                    ++count[static_cast<size_t>(x)];
-                }
-            }
-        }
-        const int needed = std::max(1, rows / kSampleStep / 4);
-        for (int x = 0; x < cols; ++x) {
-            if (count[static_cast<size_t>(x)] < needed)
-                continue;
-            const int64_t mean = sum[static_cast<size_t>(x)] / count[static_cast<size_t>(x)];
-            auto& e = m_column[static_cast<size_t>(x)];
-            e = std::clamp<int32_t>(e + static_cast<int32_t>(mean * rate / 256), -limit, limit);
-        }
+        for (int y = kSampleStep / 2; y < rows; y += kSampleStep)
+            lineResiduals(corrected.ptr<int16_t>(y), cols, threshold, sum.data(), count.data());
+        update(m_column, sum, count, std::max(1, rows / kSampleStep / 4));
     }
-    // Rows: residuals along sampled columns.
+    // Rows: residuals along sampled columns, gathered into contiguous lines first.
     if (rows > 2 * kReach) {
         std::vector<int64_t> sum(static_cast<size_t>(rows), 0);
         std::vector<int32_t> count(static_cast<size_t>(rows), 0);
-        const int16_t* base = corrected.ptr<int16_t>(0);
-        for (int x = kSampleStep / 2; x < cols; x += kSampleStep) {
-            for (int y = 0; y < rows; ++y) {
-                int32_t r;
-                if (residual(base + x, y, rows, step, threshold, r)) {
-                    sum[static_cast<size_t>(y)] += r;
-                    ++count[static_cast<size_t>(y)];
-                }
-            }
-        }
-        const int needed = std::max(1, cols / kSampleStep / 4);
+        const int lines = (cols - kSampleStep / 2 + kSampleStep - 1) / kSampleStep;
+        cv::Mat gathered(lines, rows, CV_16S);
         for (int y = 0; y < rows; ++y) {
-            if (count[static_cast<size_t>(y)] < needed)
-                continue;
-            const int64_t mean = sum[static_cast<size_t>(y)] / count[static_cast<size_t>(y)];
-            auto& e = m_row[static_cast<size_t>(y)];
-            e = std::clamp<int32_t>(e + static_cast<int32_t>(mean * rate / 256), -limit, limit);
+            const int16_t* src = corrected.ptr<int16_t>(y);
+            for (int k = 0; k < lines; ++k)
+                gathered.at<int16_t>(k, y) = src[kSampleStep / 2 + k * kSampleStep];
         }
+        for (int k = 0; k < lines; ++k)
+            lineResiduals(gathered.ptr<int16_t>(k), rows, threshold, sum.data(), count.data());
+        update(m_row, sum, count, std::max(1, cols / kSampleStep / 4));
     }
 }
 

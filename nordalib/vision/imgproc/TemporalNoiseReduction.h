@@ -9,14 +9,13 @@
 // `feedbackFactor` is a Q11 fraction (2048 = 1; 1843 ~ 0.9, which lowers stationary white noise
 // about 4.4x); values above 2047 are limited to 2047 so the recursion stays stable. `controlGain`
 // is the difference in counts up to which a change counts as noise rather than motion; 0 turns
-// the filter off. Integer arithmetic only; the per-difference weights come from a table rebuilt
-// when a setting changes. The setters may be called from another thread than process().
+// the filter off. Integer arithmetic only; the weight is computed per pixel (no
+// table), so the loop vectorises. The setters may be called from another thread than process().
 
 #include <opencv2/core.hpp>
 
 #include <atomic>
 #include <cstdint>
-#include <vector>
 
 namespace norda::vision {
 
@@ -34,15 +33,9 @@ public:
     void reset() { m_history.release(); }
 
 private:
-    void buildTable(uint8_t gain, uint16_t feedback);
-
     std::atomic<uint8_t> m_gain;
     std::atomic<uint16_t> m_feedback;
-    uint8_t m_tableGain = 0;
-    uint16_t m_tableFeedback = 0;
-    bool m_tableValid = false;
-    std::vector<int32_t> m_alpha; // Q11 feedback per |d| in counts, 0 beyond the end
-    cv::Mat m_history;            // CV_32S, value * 16
+    cv::Mat m_history; // CV_32S, value * 16
 };
 
 extern template class TemporalNoiseReduction<short>;

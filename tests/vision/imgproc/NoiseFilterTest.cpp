@@ -206,7 +206,7 @@ TEST(SpatialNoiseRemover, SmoothsNoiseNotEdges) {
                     const double d =
                         small.at<int16_t>(std::clamp(y + dy, 0, 11), std::clamp(x + dx, 0, 13)) - c;
                     const double a = std::abs(d);
-                    const double w = a <= 16 ? 1.0 : a < 32 ? std::floor(256.0 * (32 - a) / 16) / 256.0 : 0.0;
+                    const double w = std::min(std::max(32.0 - a, 0.0), 16.0) / 16.0;
                     total += w;
                     acc += w * d;
                 }
