@@ -9,7 +9,7 @@ namespace norda::vision {
 
 namespace {
 constexpr int kReach = 8;      // neighbours on each side
-constexpr int kSampleStep = 8; // every 8th line is measured
+constexpr int kSampleStep = 16; // every 16th line is measured
 constexpr int kMinNeighbours = kReach;
 
 // Residuals of one contiguous line, added to per-position sums (Q8 counts) and counts.

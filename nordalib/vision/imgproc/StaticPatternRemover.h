@@ -7,7 +7,7 @@
 // vertical (for rows) neighbourhood of +-8 pixels. Neighbours differing from the pixel by more than
 // `threshold` counts are left out, and so are pixels with fewer than half their neighbours left:
 // scene edges are neither read as stripes nor flattened. The mean residual of each column and row
-// (every 8th line sampled) is added to the estimate with the rate 6 / `frameLimit`, so the
+// (every 16th line sampled) is added to the estimate with the rate 6 / `frameLimit`, so the
 // estimate settles within about `frameLimit` frames and follows a drifting pattern with that time
 // constant. `lineLimit` bounds the correction of any column or row (counts), so a failure can never
 // subtract more than that. Any parameter <= 0 turns the filter off (the frame is copied) and
