@@ -25,8 +25,16 @@ bool clampInto(double& v, double lo, double hi) {
     return true;
 }
 
+// The more telling of two marks: a range mark (under/over) beats "outside tolerance"; an under and
+// an over mark together only say that accuracy is not guaranteed. Never a mark outside 0, 1, 3, 5.
 uint8_t combine(uint8_t a, uint8_t b) {
-    return a | b;
+    if (a == b || b == MarkedFloat::Valid)
+        return a;
+    if (a == MarkedFloat::Valid || a == MarkedFloat::OutOfTolerance)
+        return b;
+    if (b == MarkedFloat::OutOfTolerance)
+        return a;
+    return MarkedFloat::OutOfTolerance;
 }
 } // namespace
 
@@ -39,11 +47,14 @@ DewPoint::Temperature DewPoint::calcDewPoint(const Temperature& airTemperature, 
     double rh = humidity.ratio();
     uint8_t mark = combine(airTemperature.getValue().getMark(), humidity.getValue().getMark());
     if (!clampInto(t, kMinTemperature, kMaxTemperature))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     if (!clampInto(rh, 1e-3, 1.0))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     const double gamma = std::log(rh) + kB * t / (kC + t);
     const double dew = kC * gamma / (kB - gamma);
+    // Very dry air: the dew point itself lies below the range in which the formula holds.
+    if (dew < kMinTemperature)
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     return Temperature(MarkedFloat::withMark(static_cast<float>(dew), mark));
 }
 
@@ -57,11 +68,11 @@ DewPoint::Relation DewPoint::calcSurfaceMoisture(const Temperature& surfaceTempe
         combine(combine(surfaceTemperature.getValue().getMark(), airTemperature.getValue().getMark()),
                 humidity.getValue().getMark());
     if (!clampInto(ts, kMinTemperature, kMaxTemperature))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     if (!clampInto(ta, kMinTemperature, kMaxTemperature))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     if (!clampInto(rh, 0.0, 1.0))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     double surface = rh * saturationPressure(ta) / saturationPressure(ts);
     surface = std::min(surface, 10.0);
     return Relation(MarkedFloat::withMark(static_cast<float>(surface), mark));
