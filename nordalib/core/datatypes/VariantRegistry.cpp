@@ -6,6 +6,7 @@
 #include "nordalib/core/datatypes/MeasRangeBorders.h"
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/datatypes/Version.h"
+#include "nordalib/vision/imgproc/BadPixel.h"
 
 namespace norda::exp {
 
@@ -43,6 +44,8 @@ VariantRegistry::VariantRegistry() {
     add<MeasRangeBorders>();
     add<Version>();
     add<DataStorage<std::string>>();
+    add<vision::BadPixel>();
+    add<std::vector<vision::BadPixel>>();
 }
 
 VariantRegistry& VariantRegistry::instance() {
