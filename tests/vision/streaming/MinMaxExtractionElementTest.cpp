@@ -4,6 +4,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/climate/AutoSpanHint.h"
 #include "nordalib/vision/climate/DewPoint.h"
+#include "nordalib/vision/imageio/PxmFormat.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 #include <gtest/gtest.h>
@@ -735,4 +736,30 @@ TEST_F(MinMaxTest, ScalingModes) {
     run(e, wide);
     EXPECT_EQ(log.count("ScalingMode Fancy not supported! (Use Auto, Manual or AutoSpanHint)"), 2);
     EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), lo);
+}
+
+TEST_F(MinMaxTest, ResultsSurviveRecordingAsFileMetadata) {
+    // Everything the element puts into a frame, marks and humidity values included, comes back
+    // equal from the text form raw-frame recordings store it in.
+    proxy.setValue(Id::MeasPoints::MeasPoint1::Visible, true, false);
+    for (bool humidity : {false, true}) {
+        proxy.setValue(Id::Environment::HumidityModeActive, humidity, false);
+        proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        cv::Mat img = uniform(6, 8, 20);
+        img.at<unsigned short>(1, 2) = px(400);
+        img.at<unsigned short>(3, 3) = px(-30);
+        auto out = run(e, img);
+        for (const auto& [key, value] : out->getMetaData()) {
+            std::string decodedKey, problem;
+            std::shared_ptr<Variant> decoded;
+            const std::string line = norda::vision::pxm::encodeMetaLine(key, *value);
+            ASSERT_TRUE(norda::vision::pxm::decodeMetaLine(
+                line.substr(std::string(norda::vision::pxm::kMetaPrefix).size()), decodedKey, decoded,
+                problem))
+                << key << ": " << problem;
+            EXPECT_EQ(decodedKey, key);
+            EXPECT_TRUE(*decoded == *value) << key;
+        }
+    }
 }
