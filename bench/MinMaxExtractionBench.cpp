@@ -104,7 +104,11 @@ void BM_OpenCV_MinMaxLocAndMean(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK(BM_MinMaxElement_RefreshCycle)->Args({16, 12})->Args({640, 480})->Args({1024, 768})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MinMaxElement_RefreshCycle)
+    ->Args({16, 12})
+    ->Args({640, 480})
+    ->Args({1024, 768})
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MinMaxElement_ThrottledCycle)
     ->Args({640, 480})
     ->Args({1024, 768})
