@@ -25,7 +25,7 @@
 //
 // Humidity view (palletizeHumid): each pixel is coloured by the relative humidity right at a
 // surface of its temperature (DewPoint::calcSurfaceMoisture, given the air temperature and
-// humidity), on the traffic-light scale of building inspection:
+// humidity), on the traffic-light scale building surveyors use:
 //   below 64 %       green (0, 200, 0): dry, no risk
 //   64 % .. 72 %     green to yellow (255, 255, 0)
 //   72 % .. 80 %     yellow to red
