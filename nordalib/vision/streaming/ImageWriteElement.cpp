@@ -1,0 +1,425 @@
+#include "nordalib/vision/streaming/ImageWriteElement.h"
+
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/utils/FileUtils.h"
+
+#include <fmt/format.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <thread>
+
+namespace norda::exp::streaming {
+
+using logging::LogLevel;
+using Temperature = quantity::Temperature<MarkedFloat>;
+
+std::mutex ImageWriteElement::m_mutSrCalcLock;
+
+namespace {
+constexpr size_t kSrFrameCount = 5;
+const cv::Size kJpegSize(640, 480);
+const cv::Size kOverlaySize(320, 240);
+const cv::Size kVisualXga(1024, 768);
+const cv::Size kVisualQsxga(2592, 1944);
+constexpr int kHighResolutionColumns = 2592;
+
+// Guards the read-modify-write of the pending super-resolution count, which threads update
+// before they queue on m_mutSrCalcLock.
+std::mutex g_srCountLock;
+
+int addToSrCount(DataProxy<std::string>& proxy, int delta) {
+    std::lock_guard<std::mutex> lock(g_srCountLock);
+    const int count = proxy.getValue<int>(Id::Miscellaneous::SuperResolutionCount) + delta;
+    proxy.setValue<int>(Id::Miscellaneous::SuperResolutionCount, count, true);
+    return count;
+}
+} // namespace
+
+ImageWriteElement::ImageWriteElement(const std::string& imageFolder, DataProxy<std::string>* dataProxy,
+                                     cmd::CommandProxy* commandProxy,
+                                     const std::vector<std::string>& metaDataKeys,
+                                     const std::function<void(DataStorage<std::string>)>& metaDataCallback,
+                                     int priority, std::atomic<bool>& srBusy, STREAMING_DATATYPE visualSlot)
+    : StreamingElement({visualSlot, STREAMING_DATATYPE_RGB, STREAMING_DATATYPE_RAD_CONST}, {},
+                       "ImageWriteElement", dataProxy, true, priority),
+      cmd::ICallable("ImageWrite"), m_strImageFolder(imageFolder), m_pDataProxy(dataProxy),
+      m_pCommandProxy(commandProxy), m_vecMetaDataKeys(metaDataKeys),
+      m_strPreviousVisualResolution(Id::Viscam::Resolution::Qvga), m_metaDataCallback(metaDataCallback),
+      m_bSrBusy(srBusy), m_visualSlot(visualSlot),
+      m_logger(logging::Logger::createSharedLogger("IMAGE_WRITE", true)) {
+    if (!m_pDataProxy)
+        NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
+                    "norda::exp::streaming::ImageWriteElement::ImageWriteElement");
+    if (!m_pCommandProxy)
+        NORDA_THROW("Pointer to CommandProxy is mandatory for this element!",
+                    "norda::exp::streaming::ImageWriteElement::ImageWriteElement");
+
+    registerDelegate(new cmd::Delegate<void, bool>([this](bool preview) { triggerSave(preview); }),
+                     cmd::DelegateDescription(
+                         "TriggerImageSave", typeid(void), "Save image",
+                         {cmd::PackParameterDescription(0, typeid(bool), "bool", "Set for preview image")}));
+    registerDelegate(new cmd::Delegate<std::vector<char>>([this] { return triggerImageAndTransfer(); }),
+                     cmd::DelegateDescription("CaptureImage", typeid(std::vector<char>),
+                                              "Capture image and transfer", {}));
+    m_pCommandProxy->registerCallable(this, false);
+}
+
+// Unregisters by the element's name, not by the callable's: kept so on purpose (the callable's
+// registration dies with it anyway).
+ImageWriteElement::~ImageWriteElement() {
+    m_pCommandProxy->unregisterCallable(getName());
+}
+
+bool ImageWriteElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
+    auto& ir = inputs[STREAMING_DATATYPE_RAD_CONST];
+    if (ir && ir->isMetaDateAvailable(Id::Gallery::ActiveFilename)) {
+        // A stored image shown from the gallery: never saved again, its settings go to the host.
+        m_metaDataCallback(ir->releaseMetaData());
+        return false;
+    }
+    if (!m_bSaveRequested)
+        return false;
+
+    try {
+        auto& preview = inputs[STREAMING_DATATYPE_RGB];
+        if (ir && preview && inputs[STREAMING_DATATYPE_YUV422])
+            saveImage(std::move(ir), std::move(preview), std::move(inputs[STREAMING_DATATYPE_YUV422]));
+        else if (ir && preview && inputs[STREAMING_DATATYPE_YUV422_HIRES])
+            saveImage(std::move(ir), std::move(preview), std::move(inputs[STREAMING_DATATYPE_YUV422_HIRES]));
+        else if (ir && preview)
+            saveImage(std::move(ir), std::move(preview), nullptr);
+        else
+            m_logger->log(LogLevel::error, "Not all required frametypes available!");
+    } catch (const std::exception& e) {
+        m_logger->log(LogLevel::error, "Erro during process: {}", e.what());
+        m_bSaveRequested = false;
+        m_pDataProxy->setValue(Id::Miscellaneous::SpinnerVisible, false, true);
+    }
+    return false;
+}
+
+void ImageWriteElement::triggerSave(bool preview) {
+    m_pDataProxy->setValue(Id::Miscellaneous::LastImageFileName, std::string(), true);
+    m_pDataProxy->setValue(Id::Miscellaneous::SaveImageMode, preview, true);
+    m_bSaveRequested = true;
+}
+
+std::vector<char> ImageWriteElement::triggerImageAndTransfer() {
+    std::unique_lock<std::mutex> lock(m_mutTransfer);
+    if (m_bTransferRequested || m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveImageMode))
+        return {};
+    m_bImageReady = false;
+    m_bTransferRequested = true;
+    m_bSaveRequested = true;
+    const auto deadline = std::chrono::steady_clock::now() + kTransferTimeout;
+    if (!m_cvTransfer.wait_until(lock, deadline, [this] { return m_bImageReady; })) {
+        m_bTransferRequested = false;
+        std::cout << "Error: Timeout waiting for image caputure!" << std::endl;
+        return {};
+    }
+    m_bImageReady = false;
+    std::vector<char> image = std::move(m_vecTransferBuffer);
+    m_vecTransferBuffer.clear();
+    return image;
+}
+
+std::pair<float, bool> ImageWriteElement::visualPreviewFactor(int columns) {
+    if (columns < kHighResolutionColumns)
+        return {0.25f, false};
+    return {1.0f / 12.0f, true};
+}
+
+void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Frame> preview,
+                                  std::unique_ptr<Frame> visual) {
+    // Every exit, deferred or complete, is logged; the frames die with this scope.
+    struct Leave {
+        logging::Logger& log;
+        ~Leave() { log.log(LogLevel::debug, "Leave save function"); }
+    } leave{*m_logger};
+
+    m_pDataProxy->setValue(Id::Miscellaneous::SpinnerVisible, true, true);
+
+    // The visual image must come at the full resolution of this instance's camera mode; the
+    // camera is switched once and the save waits for the first matching frame.
+    if (visual) {
+        const bool highResolution = m_visualSlot == STREAMING_DATATYPE_YUV422_HIRES;
+        const cv::Size expected = highResolution ? kVisualQsxga : kVisualXga;
+        const std::string& resolution =
+            highResolution ? Id::Viscam::Resolution::Qsxga : Id::Viscam::Resolution::Xga;
+        const cv::Mat& v = visual->getFrameData();
+        if (v.cols == expected.width && v.rows == expected.height) {
+            m_bResolutionSwitchPending = false;
+        } else {
+            if (!m_bResolutionSwitchPending) {
+                m_strPreviousVisualResolution =
+                    m_pDataProxy->getValue<std::string>(Id::Viscam::CurrentImageResolution);
+                m_pDataProxy->setValue(Id::Viscam::CurrentImageResolution, resolution, true);
+                m_bResolutionSwitchPending = true;
+                m_bResolutionRestorePending = true;
+            }
+            return;
+        }
+    }
+
+    const bool superResolution = m_pDataProxy->getValue<bool>(Id::Miscellaneous::SuperResolution);
+    if (superResolution && m_vecSrFrames.size() < kSrFrameCount)
+        m_vecSrFrames.push_back(cv::Mat_<uint16_t>(ir->getFrameData()).clone());
+    if (superResolution && m_vecSrFrames.size() != kSrFrameCount)
+        return;
+
+    cv::Mat_<cv::Vec2b> visualImage;
+    if (visual)
+        visualImage = visual->getFrameData();
+    if (m_bResolutionRestorePending) {
+        m_pDataProxy->setValue(Id::Viscam::CurrentImageResolution, m_strPreviousVisualResolution, true);
+        m_bResolutionRestorePending = false;
+    }
+    const cv::Mat_<uint16_t> radiometric = ir->getFrameData();
+    const cv::Mat_<cv::Vec3b> previewImage = preview->getFrameData();
+    const DataStorage<std::string> metaData = preview->releaseMetaData();
+
+    if (!radiometric.empty() && !previewImage.empty()) {
+        vision::Rix rix;
+        rix.setPreviewImageRgb(previewImage);
+        const auto [factor, highResolution] = visualPreviewFactor(visualImage.cols);
+        rix.setVisualImageYuv2(visualImage, factor, highResolution);
+        rix.setRadiometricImage(radiometric);
+        for (const auto& key : m_vecMetaDataKeys) {
+            if (auto value = metaData.getVariant(key))
+                rix.setGeneric(key, value);
+            else
+                std::cout << "ImageWrite: Id " << key << " not available in metadata!" << std::endl;
+        }
+        rix.extractMinMax(radiometric);
+        rix.setScalingMax(metaData.get<Temperature>(Id::Scaling::TempMax));
+        rix.setScalingMin(metaData.get<Temperature>(Id::Scaling::TempMin));
+        rix.setEmissivityOriginal(metaData.get<float>(Id::Environment::EmissivityValue));
+        rix.setReflectedTempOriginal(metaData.get<Temperature>(Id::Environment::ReflectedTemperature));
+        rix.setFileVersion(Version(2, 0, 0));
+        rix.setFileUuid(radiometric);
+        rix.setFileDateTime(utils::getSystemDateTime());
+
+        if (!m_bTransferRequested) {
+            std::string fileName;
+            try {
+                const auto counter = m_pDataProxy->getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
+                deleteSupersededFiles(counter);
+                if (m_pDataProxy->getValue<bool>(Id::Miscellaneous::SuperResolution)) {
+                    const std::string srName = getFilename(counter, "SR", "RIX");
+                    std::thread(&ImageWriteElement::calculateSuperResolutionImage, srName, rix, m_vecSrFrames,
+                                m_pDataProxy, std::ref(m_bSrBusy), m_logger)
+                        .detach();
+                }
+                fileName = getFilename(counter, "IR", "RIX");
+                rix.setSuperResolutionActive(false);
+                rix.save(fileName, false);
+                createJpegImage(previewImage.clone(), getFilename(counter, "TR", "JPG"));
+                m_pDataProxy->setValue<unsigned int>(Id::Miscellaneous::ImageCounter, counter + 1, true);
+                try {
+                    (void)m_pCommandProxy->call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings,
+                                                cmd::ParameterPack{});
+                } catch (const std::exception& e) {
+                    m_logger->log(LogLevel::error, "Can not save user settings: {}", e.what());
+                }
+                m_pDataProxy->setValue(Id::Miscellaneous::LastImageFileName, fileName, true);
+            } catch (const std::exception& e) {
+                m_logger->log(LogLevel::error, "Image {} Write fail:{}", fileName, e.what());
+                m_pDataProxy->setValue(Id::Miscellaneous::ErrorImageSaving, true, true);
+            }
+        } else {
+            if (superResolution)
+                rix.addSrFrame(m_vecSrFrames);
+            std::lock_guard<std::mutex> lock(m_mutTransfer);
+            rix.save(m_vecTransferBuffer, false);
+            m_bImageReady = true;
+            m_bTransferRequested = false;
+            m_cvTransfer.notify_all();
+        }
+    }
+
+    m_pDataProxy->setValue(Id::Miscellaneous::SpinnerVisible, false, true);
+    m_vecSrFrames.clear();
+    m_bSaveRequested = false;
+    if (m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveImageMode))
+        m_pDataProxy->setValue(Id::Miscellaneous::ImageRealSave, true, true);
+}
+
+// Files of an earlier image with the same number (a counter that was reset) are superseded by
+// the one about to be written: every file of the image folder whose name, before its extension,
+// ends in the number goes, whatever its prefix.
+void ImageWriteElement::deleteSupersededFiles(unsigned int counter) {
+    namespace fs = std::filesystem;
+    const std::string number = getFormatedFileNumber(counter);
+    std::error_code ec;
+    fs::directory_iterator it(m_strImageFolder, ec), end;
+    for (; !ec && it != end; it.increment(ec)) {
+        std::error_code fileError;
+        if (!it->is_regular_file(fileError))
+            continue;
+        const std::string name = it->path().filename().string();
+        const auto dot = name.rfind('.');
+        if (dot == std::string::npos || dot < number.size() ||
+            name.compare(dot - number.size(), number.size(), number) != 0)
+            continue;
+        if (fs::remove(it->path(), fileError))
+            m_logger->log(LogLevel::debug, "deleted superseded image file {}", it->path().string());
+        else if (fileError)
+            m_logger->log(LogLevel::warning, "could not delete superseded image file {}: {}",
+                          it->path().string(), fileError.message());
+    }
+}
+
+std::string ImageWriteElement::getFormatedFileNumber(unsigned int number) {
+    return fmt::format("{:06d}", number);
+}
+
+std::string ImageWriteElement::getFilename(unsigned int number, const std::string& prefix,
+                                           const std::string& extension) {
+    std::string folder;
+    if (m_pDataProxy->getValue<bool>(Id::PlaceTag::SiteInUse)) {
+        const auto place = m_pDataProxy->getValue<std::string>(Id::PlaceTag::MeasSiteFolder);
+        if (!place.empty()) {
+            folder = place.front() != '/' ? m_strImageFolder + "/" + place : m_strImageFolder + place;
+            if (!utils::existsDirectory(folder)) {
+                m_logger->log(LogLevel::info, "Site image folder {} does not exsists ... create it!", folder);
+                std::error_code ec;
+                std::filesystem::create_directories(folder, ec);
+                if (ec || !utils::existsDirectory(folder)) {
+                    m_logger->log(LogLevel::error, "Could not create place tag image folder: {}!", folder);
+                    folder.clear();
+                }
+            }
+        }
+    }
+    std::string path;
+    if (!folder.empty()) {
+        path = folder;
+        if (path.back() != '/')
+            path += '/';
+    } else {
+        path = m_strImageFolder + "/";
+    }
+    return path + prefix + getFormatedFileNumber(number) + "." + extension;
+}
+
+void ImageWriteElement::calculateSuperResolutionImage(const std::string& fileName, vision::Rix rix,
+                                                      std::vector<cv::Mat_<uint16_t>> frames,
+                                                      DataProxy<std::string>* dataProxy,
+                                                      std::atomic<bool>& srBusy,
+                                                      std::shared_ptr<logging::Logger> logger) {
+    if (!logger)
+        logger = logging::Logger::createSharedLogger("SUPER_WRITE", true);
+    if (frames.size() != kSrFrameCount)
+        return;
+    // A detached thread must never let an exception escape: it would end the program.
+    try {
+        srBusy.store(true);
+        addToSrCount(*dataProxy, +1);
+        {
+            std::lock_guard<std::mutex> lock(m_mutSrCalcLock);
+            logger->log(LogLevel::debug, "calculate SuperResolutionImage {}", fileName);
+            float result = 0.0f;
+            bool calculated = false;
+            try {
+                const auto start = std::chrono::steady_clock::now();
+                result = rix.calculateSuperResolutionImage(frames);
+                const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                    std::chrono::steady_clock::now() - start)
+                                    .count();
+                logger->log(LogLevel::debug, "Sr: SR2 Calc Time: {} ms Sr: SrRef result {}", ms,
+                            static_cast<double>(result));
+                calculated = true;
+            } catch (const std::exception& e) {
+                logger->log(LogLevel::error, "SR Image {}  Calculation fail: {}", fileName, e.what());
+            }
+            frames.clear();
+            if (calculated && result <= 0.0f) {
+                dataProxy->setValue(Id::Miscellaneous::WarnSrMovementDetected, true, true);
+            } else if (calculated) {
+                try {
+                    const auto removeList = dataProxy->getValue<std::vector<std::string>>(
+                        Id::Miscellaneous::SuperResolutionDeleteRequest);
+                    if (std::find(removeList.begin(), removeList.end(), fileName) != removeList.end())
+                        logger->log(LogLevel::debug, "skip save {} since it is one the remove list",
+                                    fileName);
+                    else
+                        rix.save(fileName, true);
+                } catch (const std::exception& e) {
+                    logger->log(LogLevel::error, "SR Image {} Write fail: {}", fileName, e.what());
+                    dataProxy->setValue(Id::Miscellaneous::ErrorImageSaving, true, true);
+                }
+            }
+            if (addToSrCount(*dataProxy, -1) == 0) {
+                srBusy.store(false);
+                dataProxy->setValue(Id::Miscellaneous::SuperResolutionDeleteRequest,
+                                    std::vector<std::string>(), true);
+            }
+        }
+        logger->log(LogLevel::debug, "Calculate SuperResolutionImage END {}", fileName);
+    } catch (const std::exception& e) {
+        logger->log(LogLevel::critical, "SR Image {} bookkeeping fail: {}", fileName, e.what());
+    }
+}
+
+void ImageWriteElement::createJpegImage(cv::Mat_<cv::Vec3b> preview, const std::string& fileName) {
+    if (!m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveJpeg) || preview.empty())
+        return;
+    // Gives the user interface time to publish the overlay of this image.
+    const auto until = std::chrono::steady_clock::now() + kOverlayWait;
+    while (std::chrono::steady_clock::now() < until)
+        std::this_thread::sleep_until(until);
+
+    const cv::Mat_<cv::Vec4b> overlay = m_pDataProxy->get(Id::Images::GuiJpeg)->value<cv::Mat>();
+    const cv::Mat_<cv::Vec4b> picture = composeJpegImage(preview, overlay);
+    if (!picture.empty() && !cv::imwrite(fileName, picture, {}))
+        NORDA_THROW("could not write JPEG file " + fileName,
+                    "norda::exp::streaming::ImageWriteElement::createJpegImage");
+    // The overlay goes back unchanged: the next image finds a usable overlay even when the user
+    // interface publishes none, and observers learn that the picture was taken.
+    m_pDataProxy->set(Id::Images::GuiJpeg, std::make_shared<Variant_<cv::Mat>>(cv::Mat(overlay.clone())),
+                      true);
+}
+
+cv::Mat_<cv::Vec4b> ImageWriteElement::composeJpegImage(const cv::Mat_<cv::Vec3b>& preview,
+                                                        const cv::Mat_<cv::Vec4b>& overlay) {
+    if (preview.empty() || overlay.rows != kOverlaySize.height || overlay.cols != kOverlaySize.width)
+        return {};
+    cv::Mat scaled;
+    cv::resize(preview, scaled, kJpegSize, 0, 0, cv::INTER_CUBIC);
+    cv::Mat_<cv::Vec4b> base;
+    cv::cvtColor(scaled, base, cv::COLOR_RGB2RGBA); // same byte order, fourth byte 255
+    cv::Mat_<cv::Vec4b> scaledOverlay;
+    cv::resize(overlay, scaledOverlay, kJpegSize, 0, 0, cv::INTER_CUBIC);
+    return blendArgb(scaledOverlay, base);
+}
+
+cv::Mat_<cv::Vec4b> ImageWriteElement::blendArgb(const cv::Mat_<cv::Vec4b>& over,
+                                                 const cv::Mat_<cv::Vec4b>& under) {
+    if (over.empty() || over.rows != under.rows || over.cols != under.cols)
+        return {};
+    cv::Mat_<cv::Vec4b> out(over.rows, over.cols);
+    for (int r = 0; r < over.rows; ++r) {
+        const uint8_t* o = over.ptr(r);
+        const uint8_t* u = under.ptr(r);
+        uint8_t* d = out.ptr(r);
+        for (int c = 0; c < over.cols; ++c, o += 4, u += 4, d += 4) {
+            uint32_t ow, uw;
+            std::memcpy(&ow, o, 4);
+            std::memcpy(&uw, u, 4);
+            const uint32_t a = ow >> 24;
+            // Red and blue share one multiplication, green gets the other; >> 8 divides by 256.
+            const uint32_t rb = ((ow & 0x00FF00FFu) * a + (uw & 0x00FF00FFu) * (255u - a)) & 0xFF00FF00u;
+            const uint32_t g = ((ow & 0x0000FF00u) * a + (uw & 0x0000FF00u) * (255u - a)) & 0x00FF0000u;
+            const uint32_t result = ((rb + g) >> 8) | (a << 24);
+            std::memcpy(d, &result, 4);
+        }
+    }
+    return out;
+}
+
+} // namespace norda::exp::streaming

@@ -1,0 +1,353 @@
+#include "nordalib/vision/rix/Rix.h"
+#include "nordalib/core/datatypes/MeasPoint.h"
+#include "nordalib/core/datatypes/VariantRegistry.h"
+#include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/rix/Crc32.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+using namespace norda::exp;
+using norda::vision::Crc32;
+using norda::vision::Rix;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Temp = quantity::Temperature<MarkedFloat>;
+
+template <typename M> M randomImage(int rows, int cols, uint64_t seed) {
+    M m(rows, cols);
+    cv::RNG rng(seed);
+    rng.fill(m, cv::RNG::UNIFORM, 0, 256 * (m.elemSize1() == 2 ? 256 : 1));
+    return m;
+}
+
+bool sameMat(const cv::Mat& a, const cv::Mat& b) {
+    if (a.size() != b.size() || a.type() != b.type())
+        return false;
+    return a.empty() || cv::norm(a.reshape(1), b.reshape(1), cv::NORM_INF) == 0;
+}
+
+bool sameBits(float a, float b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// A container with every item set to a value that differs from its default.
+Rix fullRix() {
+    Rix rix;
+    const auto rad = randomImage<cv::Mat_<uint16_t>>(48, 64, 1);
+    rix.setRadiometricImage(rad);
+    rix.setPreviewImageRgb(randomImage<cv::Mat_<cv::Vec3b>>(48, 64, 2));
+    rix.setVisualImageYuv2(randomImage<cv::Mat_<cv::Vec2b>>(30, 40, 3), 1.0f / 12.0f, true);
+    rix.setGeneric("Environment.Humidity", makeVariant(quantity::Relation<MarkedFloat>(MarkedFloat(0.47f))));
+    rix.setGeneric("MeasPoints.HotSpot.MeasPoint", makeVariant(MeasPoint(3, 4, Temp(MarkedFloat(81.25f)))));
+    rix.setGeneric("ActiveLens.Serial", makeVariant(std::string("L25-000001")));
+    rix.setGeneric("Palette.Colors", makeVariant(std::vector<unsigned char>{1, 2, 3}));
+    rix.setGeneric("Shutter.OffsetFrame", makeVariant(cv::Mat(4, 5, CV_16U, cv::Scalar(77))));
+    rix.extractMinMax(rad);
+    rix.setScalingMax(Temp(MarkedFloat::withMark(40.5f, MarkedFloat::OverRange)));
+    rix.setScalingMin(Temp(MarkedFloat(-12.25f), quantity::TemperatureUnit::Kelvin));
+    rix.setEmissivityOriginal(0.93f);
+    rix.setReflectedTempOriginal(Temp(MarkedFloat(21.5f)));
+    rix.setFileVersion(Version(2, 1, 3));
+    rix.setFileUuid(rad);
+    rix.setFileDateTime(1763719200123ull);
+    rix.addSrFrame({randomImage<cv::Mat_<uint16_t>>(48, 64, 4), randomImage<cv::Mat_<uint16_t>>(48, 64, 5)});
+    return rix;
+}
+
+void expectSameItems(const Rix& a, const Rix& b) {
+    EXPECT_TRUE(sameMat(a.getRadiometricImage(), b.getRadiometricImage()));
+    EXPECT_TRUE(sameMat(a.getPreviewImageRgb(), b.getPreviewImageRgb()));
+    EXPECT_TRUE(sameMat(a.getVisualImageYuv2(), b.getVisualImageYuv2()));
+    EXPECT_TRUE(sameBits(a.getVisualPreviewFactor(), b.getVisualPreviewFactor()));
+    EXPECT_EQ(a.isVisualHighResolution(), b.isVisualHighResolution());
+    EXPECT_TRUE(a.getGenerics() == b.getGenerics());
+    for (const auto& [key, value] : a.getGenerics())
+        EXPECT_EQ(b.getGeneric(key)->type(), value->type()) << key;
+    EXPECT_EQ(a.getMinMax(), b.getMinMax());
+    EXPECT_EQ(a.getScalingMax(), b.getScalingMax());
+    EXPECT_EQ(a.getScalingMin(), b.getScalingMin());
+    EXPECT_TRUE(sameBits(a.getEmissivityOriginal(), b.getEmissivityOriginal()));
+    EXPECT_EQ(a.getReflectedTempOriginal(), b.getReflectedTempOriginal());
+    EXPECT_EQ(a.getFileVersion(), b.getFileVersion());
+    EXPECT_EQ(a.getFileUuid(), b.getFileUuid());
+    EXPECT_EQ(a.getFileDateTime(), b.getFileDateTime());
+    ASSERT_EQ(a.getSrFrames().size(), b.getSrFrames().size());
+    for (size_t i = 0; i < a.getSrFrames().size(); ++i)
+        EXPECT_TRUE(sameMat(a.getSrFrames()[i], b.getSrFrames()[i]));
+    EXPECT_TRUE(sameMat(a.getSuperResolutionImage(), b.getSuperResolutionImage()));
+    EXPECT_TRUE(sameBits(a.getSuperResolutionQuality(), b.getSuperResolutionQuality()));
+}
+
+std::string loadError(const std::vector<char>& bytes, const std::string& name = "test.rix") {
+    Rix rix;
+    try {
+        rix.load(bytes, name);
+    } catch (const norda::Exception& e) {
+        return e.what();
+    }
+    return "<loaded>";
+}
+
+struct ChunkPos {
+    std::string type;
+    size_t offset;
+    uint32_t length;
+};
+// Walks the chunk list of a well-formed file (header of 20 bytes, chunks of type, length, CRC).
+std::vector<ChunkPos> chunks(const std::vector<char>& bytes) {
+    std::vector<ChunkPos> out;
+    for (size_t pos = 20; pos + 12 <= bytes.size();) {
+        ChunkPos c{std::string(bytes.data() + pos, 4), pos, 0};
+        std::memcpy(&c.length, bytes.data() + pos + 4, 4);
+        out.push_back(c);
+        pos += 12 + c.length;
+    }
+    return out;
+}
+
+void fixChunkCrc(std::vector<char>& bytes, const ChunkPos& c) {
+    uint32_t crc =
+        Crc32::update(Crc32::update(0, bytes.data() + c.offset, 4), bytes.data() + c.offset + 12, c.length);
+    std::memcpy(bytes.data() + c.offset + 8, &crc, 4);
+}
+
+class TempDir {
+public:
+    TempDir() {
+        std::string tmpl = (fs::temp_directory_path() / "rixtest-XXXXXX").string();
+        path = ::mkdtemp(tmpl.data());
+    }
+    ~TempDir() { fs::remove_all(path); }
+    std::string path;
+};
+
+} // namespace
+
+TEST(Crc32, MatchesTheStandardCheckValueAndTheBitwiseReference) {
+    EXPECT_EQ(Crc32::compute("123456789", 9), 0xCBF43926u);
+    EXPECT_EQ(Crc32::compute("", 0), 0u);
+    std::mt19937 gen(5);
+    std::vector<uint8_t> data(1031);
+    for (auto& b : data)
+        b = static_cast<uint8_t>(gen());
+    for (size_t len : {1u, 3u, 4u, 5u, 7u, 64u, 1031u}) {
+        EXPECT_EQ(Crc32::compute(data.data(), len), Crc32::reference(data.data(), len)) << len;
+        // Running checksum over two pieces equals the checksum of the whole.
+        EXPECT_EQ(Crc32::update(Crc32::compute(data.data(), len / 3), data.data() + len / 3, len - len / 3),
+                  Crc32::compute(data.data(), len));
+    }
+}
+
+TEST(Rix, SaveLoadRoundTripKeepsEveryItemBitForBit) {
+    Rix original = fullRix();
+    std::vector<char> bytes;
+    original.save(bytes, false);
+    Rix back;
+    back.load(bytes);
+    expectSameItems(original, back);
+    EXPECT_FALSE(back.isSuperResolutionFile());
+
+    // Through a file: the same bytes, nothing left beside the target.
+    TempDir dir;
+    const std::string path = dir.path + "/IR000001.RIX";
+    original.save(path, false);
+    Rix fromDisk;
+    fromDisk.load(path);
+    expectSameItems(original, fromDisk);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path), fs::directory_iterator()), 1);
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> disk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(disk, bytes);
+
+    // Saving over an existing file replaces it.
+    original.setEmissivityOriginal(0.5f);
+    original.save(path, false);
+    fromDisk.load(path);
+    EXPECT_EQ(fromDisk.getEmissivityOriginal(), 0.5f);
+
+    // Without super-resolution data the frames stay out of the file.
+    original.setSuperResolutionActive(false);
+    original.save(bytes, false);
+    back.load(bytes);
+    EXPECT_TRUE(back.getSrFrames().empty());
+
+    // A container with only a radiometric image round-trips with defaults everywhere else.
+    Rix minimal;
+    minimal.setRadiometricImage(randomImage<cv::Mat_<uint16_t>>(2, 3, 9));
+    minimal.save(bytes, false);
+    back.load(bytes);
+    expectSameItems(minimal, back);
+    EXPECT_EQ(back.getFileVersion(), Version(2, 0, 0));
+}
+
+TEST(Rix, SuperResolutionFileCarriesTheFusedImage) {
+    cv::Mat_<uint16_t> scene(60, 80);
+    cv::RNG rng(3);
+    rng.fill(scene, cv::RNG::UNIFORM, 29000, 31000);
+    Rix rix = fullRix();
+    ASSERT_GT(rix.calculateSuperResolutionImage({scene, scene, scene, scene, scene}), 0.0f)
+        << rix.getSuperResolutionFailure();
+    EXPECT_EQ(rix.getSuperResolutionImage().size(), cv::Size(160, 120));
+    std::vector<char> bytes;
+    rix.save(bytes, true);
+    Rix back;
+    back.load(bytes);
+    EXPECT_TRUE(back.isSuperResolutionFile());
+    EXPECT_TRUE(sameMat(back.getSuperResolutionImage(), rix.getSuperResolutionImage()));
+    EXPECT_TRUE(sameBits(back.getSuperResolutionQuality(), rix.getSuperResolutionQuality()));
+    EXPECT_TRUE(back.getSrFrames().empty()) << "the raw frames are consumed by the fused image";
+    EXPECT_TRUE(sameMat(back.getRadiometricImage(), rix.getRadiometricImage()));
+}
+
+TEST(Rix, UuidFollowsThePixels) {
+    auto image = randomImage<cv::Mat_<uint16_t>>(48, 64, 7);
+    const auto uuid = Rix::uuidFromPixels(image);
+    EXPECT_EQ(Rix::uuidFromPixels(image.clone()), uuid);
+    // The same pixels inside a larger buffer (another row stride) give the same UUID.
+    cv::Mat_<uint16_t> big(60, 80, uint16_t(0));
+    image.copyTo(big(cv::Rect(5, 5, 64, 48)));
+    EXPECT_EQ(Rix::uuidFromPixels(big(cv::Rect(5, 5, 64, 48))), uuid);
+    auto changed = image.clone();
+    changed(47, 63) ^= 1;
+    EXPECT_NE(Rix::uuidFromPixels(changed), uuid);
+    EXPECT_NE(Rix::uuidFromPixels(image.reshape(1, 64)), uuid) << "the shape is part of the identity";
+    EXPECT_EQ(uuid[6] >> 4, 8) << "version 8";
+    EXPECT_EQ(uuid[8] >> 6, 2) << "RFC variant";
+    Rix rix;
+    rix.setFileUuid(image);
+    const auto text = rix.getFileUuidString();
+    EXPECT_EQ(text.size(), 36u);
+    EXPECT_EQ(text[14], '8');
+}
+
+TEST(Rix, RefusesWhatCanNotBeSaved) {
+    Rix rix;
+    std::vector<char> bytes;
+    EXPECT_THROW(rix.save(bytes, false), norda::Exception) << "no radiometric image";
+    rix.setRadiometricImage(randomImage<cv::Mat_<uint16_t>>(4, 4, 1));
+    EXPECT_THROW(rix.save(bytes, true), norda::Exception) << "no super-resolution image";
+    struct Opaque {
+        bool operator==(const Opaque&) const = default;
+    };
+    try {
+        rix.setGeneric("Some.Key", makeVariant(Opaque{}));
+        FAIL() << "stored an unstorable value";
+    } catch (const norda::Exception& e) {
+        EXPECT_NE(std::string(e.what()).find("Some.Key"), std::string::npos);
+    }
+    EXPECT_THROW(rix.setFileVersion(Version(3, 0, 0)), norda::Exception);
+    EXPECT_THROW(rix.extractMinMax(cv::Mat(4, 4, CV_8U)), norda::Exception);
+
+    // A failed save leaves neither a temporary file nor a changed target.
+    TempDir dir;
+    EXPECT_THROW(rix.save(dir.path + "/missing/IR000001.RIX", false), norda::Exception);
+    fs::create_directories(dir.path + "/IR000002.RIX/occupied"); // a directory where the file should go
+    try {
+        rix.save(dir.path + "/IR000002.RIX", false);
+        FAIL() << "saved over a directory";
+    } catch (const norda::Exception& e) {
+        EXPECT_NE(std::string(e.what()).find("IR000002.RIX"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path), fs::directory_iterator()), 1);
+}
+
+TEST(Rix, DamagedTruncatedOrForeignInputIsReportedNotTrusted) {
+    std::vector<char> good;
+    fullRix().save(good, false);
+    const auto list = chunks(good);
+    ASSERT_GE(list.size(), 12u);
+    ASSERT_EQ(list.back().type, "IEND");
+
+    // Every truncation, from empty to one byte short, is refused with the file's name.
+    for (size_t len = 0; len < good.size(); len += (len < 64 ? 1 : 97)) {
+        const std::vector<char> cut(good.begin(), good.begin() + len);
+        const auto message = loadError(cut);
+        EXPECT_EQ(message.rfind("test.rix: ", 0), 0u) << len << ": " << message;
+    }
+    for (const auto& c : list) // cut in the middle of each chunk's payload
+        if (c.length > 1) {
+            const std::vector<char> cut(good.begin(), good.begin() + c.offset + 12 + c.length / 2);
+            EXPECT_NE(loadError(cut).find("truncated chunk '" + c.type + "'"), std::string::npos)
+                << loadError(cut);
+        }
+
+    // A flipped bit anywhere in a chunk is found and the chunk named.
+    for (const auto& c : list) {
+        auto bad = good;
+        bad[c.length ? c.offset + 12 + c.length / 2 : c.offset + 8] ^= 0x10; // payload, or the CRC itself
+        EXPECT_NE(loadError(bad).find("damaged chunk '" + c.type + "'"), std::string::npos)
+            << c.type << ": " << loadError(bad);
+    }
+
+    // Foreign data and a damaged header.
+    EXPECT_NE(loadError(std::vector<char>{'\xFF', '\xD8', '\xFF', '\xE0', 0, 0x10, 'J', 'F', 'I', 'F', 0,
+                                          1,      1,      0,      0,      1, 0,    1,   0,   0,   0,   0})
+                  .find("not a radiometric image file"),
+              std::string::npos);
+    auto badHeader = good;
+    badHeader[9] ^= 1;
+    EXPECT_NE(loadError(badHeader).find("damaged file header"), std::string::npos);
+    auto nextMajor = good;
+    nextMajor[8] = 3;
+    const uint32_t crc = Crc32::compute(nextMajor.data(), 16);
+    std::memcpy(nextMajor.data() + 16, &crc, 4);
+    EXPECT_NE(loadError(nextMajor).find("file version 3.1.3 is not supported"), std::string::npos);
+
+    // An absurd length is bounded by the bytes present: no allocation, a clear message.
+    auto hugeLength = good;
+    const uint32_t huge = 0xFFFFFFF0u;
+    std::memcpy(hugeLength.data() + list[0].offset + 4, &huge, 4);
+    EXPECT_NE(loadError(hugeLength).find("truncated chunk 'RADI'"), std::string::npos);
+    // An image size that does not fit its chunk, even with a valid checksum.
+    auto hugeImage = good;
+    const uint32_t cols = 0x7FFFFFFF;
+    std::memcpy(hugeImage.data() + list[0].offset + 12 + 1, &cols, 4);
+    fixChunkCrc(hugeImage, list[0]);
+    EXPECT_NE(loadError(hugeImage).find("damaged chunk 'RADI'"), std::string::npos) << loadError(hugeImage);
+    // Damaged generic entries, checksum made valid: reported, not crashed on.
+    const auto meta =
+        *std::find_if(list.begin(), list.end(), [](const ChunkPos& c) { return c.type == "META"; });
+    auto badMeta = good;
+    std::memset(badMeta.data() + meta.offset + 12 + 4, 0xFF, 4); // first key's length
+    fixChunkCrc(badMeta, meta);
+    EXPECT_NE(loadError(badMeta).find("damaged chunk 'META'"), std::string::npos) << loadError(badMeta);
+
+    // Without the end chunk the file is incomplete.
+    const std::vector<char> noEnd(good.begin(), good.begin() + list.back().offset);
+    EXPECT_NE(loadError(noEnd).find("end chunk is missing"), std::string::npos);
+
+    // A failed load leaves the container as it was.
+    Rix rix = fullRix();
+    EXPECT_THROW(rix.load(noEnd, "x"), norda::Exception);
+    expectSameItems(rix, fullRix());
+
+    Rix missing;
+    try {
+        missing.load("/nonexistent/IR000001.RIX");
+        FAIL();
+    } catch (const norda::Exception& e) {
+        EXPECT_NE(std::string(e.what()).find("/nonexistent/IR000001.RIX"), std::string::npos);
+    }
+}
+
+TEST(Rix, ChunksOfALaterVersionAreSkipped) {
+    std::vector<char> good;
+    fullRix().save(good, false);
+    const auto list = chunks(good);
+    // Insert an unknown chunk (with a valid checksum) before the end chunk.
+    std::vector<char> chunk = {'X', 'T', 'R', 'A', 3, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'};
+    const uint32_t crc = Crc32::update(Crc32::update(0, "XTRA", 4), "abc", 3);
+    std::memcpy(chunk.data() + 8, &crc, 4);
+    auto extended = good;
+    extended.insert(extended.begin() + list.back().offset, chunk.begin(), chunk.end());
+    Rix rix;
+    ASSERT_NO_THROW(rix.load(extended, "newer.rix"));
+    expectSameItems(rix, fullRix());
+}

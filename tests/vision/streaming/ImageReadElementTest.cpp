@@ -1,0 +1,194 @@
+#include "nordalib/vision/streaming/ImageReadElement.h"
+#include "nordalib/core/cmd/CommandProxy.h"
+#include "nordalib/core/dataproxy/DataProxy.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/logging/Logger.h"
+#include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/streaming/ImageWriteElement.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using norda::logging::Logger;
+using norda::logging::LogLevel;
+using norda::vision::Rix;
+namespace fs = std::filesystem;
+using Temp = quantity::Temperature<MarkedFloat>;
+
+namespace {
+
+class ImageReadTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        setDefaultParameters(proxy);
+        std::string tmpl = (fs::temp_directory_path() / "imageread-XXXXXX").string();
+        folder = ::mkdtemp(tmpl.data());
+        Logger::setListener([this](const std::string& logger, LogLevel level, const std::string& message) {
+            std::lock_guard<std::mutex> lock(logMutex);
+            if (logger == "READ" && level >= LogLevel::error)
+                errors.push_back(message);
+        });
+    }
+    void TearDown() override {
+        Logger::setListener({});
+        fs::remove_all(folder);
+    }
+    // A stored image with settings, a generic entry and a visual image.
+    Rix storedImage(uint16_t level) {
+        Rix rix;
+        cv::Mat_<uint16_t> rad(48, 64);
+        cv::RNG(level).fill(rad, cv::RNG::UNIFORM, level, level + 500);
+        rix.setRadiometricImage(rad);
+        rix.setPreviewImageRgb(cv::Mat_<cv::Vec3b>(48, 64, cv::Vec3b(1, 2, 3)));
+        rix.setVisualImageYuv2(cv::Mat_<cv::Vec2b>(768, 1024, cv::Vec2b(128, 77)), 0.25f, false);
+        rix.setGeneric(Id::Environment::Humidity,
+                       makeVariant(quantity::Relation<MarkedFloat>(MarkedFloat(0.61f))));
+        rix.setGeneric(Id::ActiveLens::Serial, makeVariant(std::string("L25-000007")));
+        rix.setScalingMax(Temp(MarkedFloat(44.0f)));
+        rix.setScalingMin(Temp(MarkedFloat(11.0f)));
+        rix.setEmissivityOriginal(0.87f);
+        rix.setReflectedTempOriginal(Temp(MarkedFloat(23.0f)));
+        return rix;
+    }
+    void show(const std::string& name) {
+        proxy.setValue(Id::Gallery::ActiveFilename, name, true);
+        proxy.flush();
+    }
+    size_t errorCount() {
+        std::lock_guard<std::mutex> lock(logMutex);
+        return errors.size();
+    }
+
+    DataProxy<std::string> proxy;
+    std::string folder;
+    std::mutex logMutex;
+    std::vector<std::string> errors;
+};
+
+} // namespace
+
+TEST_F(ImageReadTest, DeliversTheStoredImageWithItsSettingsEveryCycle) {
+    ImageReadElement reader(&proxy, folder, {}, 4, STREAMING_DATATYPE_YUV422);
+    EXPECT_EQ(reader.getName(), "IrVisImageRead");
+    EXPECT_TRUE(reader.getInputTypes().empty());
+    EXPECT_EQ(reader.getOutputTypes(),
+              (std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_YUV422}));
+    EXPECT_TRUE(reader.isBlocking());
+    EXPECT_EQ(reader.getPriority(), 4);
+    EXPECT_EQ(reader.getDataProxy(), &proxy);
+
+    FrameMap in, out;
+    EXPECT_FALSE(reader.process(in, out)) << "nothing to show yet";
+    EXPECT_TRUE(out.empty());
+
+    const Rix stored = storedImage(30000);
+    stored.save(folder + "/IR000007.RIX", false);
+    show("IR000007.RIX");
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        ASSERT_TRUE(reader.process(in, out));
+        auto& rad = out[STREAMING_DATATYPE_RAD];
+        ASSERT_TRUE(rad);
+        EXPECT_EQ(cv::norm(rad->getFrameData(), stored.getRadiometricImage(), cv::NORM_INF), 0);
+        const auto& meta = rad->getMetaData();
+        EXPECT_EQ(meta.get<std::string>(Id::Gallery::ActiveFilename), "IR000007.RIX");
+        EXPECT_EQ(meta.get<Temp>(Id::Scaling::TempMax).celsius(), 44.0f);
+        EXPECT_EQ(meta.get<Temp>(Id::Scaling::TempMin).celsius(), 11.0f);
+        EXPECT_EQ(meta.get<float>(Id::Environment::EmissivityValue), 0.87f);
+        EXPECT_EQ(meta.get<Temp>(Id::Environment::ReflectedTemperature).celsius(), 23.0f);
+        EXPECT_EQ(meta.get<std::string>(Id::ActiveLens::Serial), "L25-000007");
+        auto& visual = out[STREAMING_DATATYPE_YUV422];
+        ASSERT_TRUE(visual);
+        EXPECT_EQ(visual->getFrameData().size(), cv::Size(1024, 768));
+        EXPECT_TRUE(visual->isMetaDateAvailable(Id::Gallery::ActiveFilename));
+        rad->getFrameData().setTo(0); // a later element working in place must not spoil the next cycle
+    }
+    EXPECT_EQ(reader.getLoadedFilename(), "IR000007.RIX");
+
+    // The file was rewritten: a forced update reloads it.
+    storedImage(20000).save(folder + "/IR000007.RIX", false);
+    proxy.setValue(Id::Gallery::ForceUpdate, true, true);
+    proxy.flush();
+    ASSERT_TRUE(reader.process(in, out));
+    EXPECT_LT(cv::norm(out[STREAMING_DATATYPE_RAD]->getFrameData(), cv::NORM_INF), 20500);
+
+    // An empty name ends the display.
+    show("");
+    EXPECT_FALSE(reader.process(in, out));
+    EXPECT_EQ(errorCount(), 0u);
+}
+
+TEST_F(ImageReadTest, MissingOrDamagedFilesAreReportedOnceAndGiveNoFrames) {
+    ImageReadElement reader(&proxy, folder, {}, 0, STREAMING_DATATYPE_YUV422);
+    FrameMap in, out;
+    show("IR000099.RIX");
+    for (int cycle = 0; cycle < 3; ++cycle)
+        EXPECT_FALSE(reader.process(in, out));
+    EXPECT_TRUE(out.empty());
+    ASSERT_EQ(errorCount(), 1u);
+    EXPECT_NE(errors[0].find(folder + "/IR000099.RIX"), std::string::npos) << errors[0];
+
+    std::vector<char> bytes;
+    storedImage(30000).save(bytes, false);
+    bytes.resize(bytes.size() / 2);
+    std::ofstream(folder + "/IR000100.RIX", std::ios::binary)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    show("IR000100.RIX");
+    for (int cycle = 0; cycle < 3; ++cycle)
+        EXPECT_FALSE(reader.process(in, out));
+    ASSERT_EQ(errorCount(), 2u);
+    EXPECT_NE(errors[1].find("IR000100.RIX"), std::string::npos);
+    EXPECT_NE(errors[1].find("truncated chunk '"), std::string::npos) << errors[1];
+
+    // A good file afterwards (absolute path) shows again.
+    storedImage(30000).save(folder + "/IR000101.RIX", false);
+    show(folder + "/IR000101.RIX");
+    EXPECT_TRUE(reader.process(in, out));
+}
+
+TEST_F(ImageReadTest, SelectedEntriesAndSuperResolutionFiles) {
+    ImageReadElement reader(&proxy, folder, {Id::Environment::Humidity}, 0, STREAMING_DATATYPE_YUV422_HIRES);
+    Rix stored = storedImage(30000);
+    cv::Mat_<uint16_t> scene(48, 64);
+    cv::RNG(1).fill(scene, cv::RNG::UNIFORM, 29000, 31000);
+    ASSERT_GT(stored.calculateSuperResolutionImage({scene, scene, scene, scene, scene}), 0.0f);
+    stored.save(folder + "/SR000007.RIX", true);
+    show("SR000007.RIX");
+    FrameMap in, out;
+    ASSERT_TRUE(reader.process(in, out));
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD]->getFrameData().size(), cv::Size(128, 96)) << "the fused image";
+    const auto& meta = out[STREAMING_DATATYPE_RAD]->getMetaData();
+    EXPECT_TRUE(meta.contains(Id::Environment::Humidity));
+    EXPECT_FALSE(meta.contains(Id::ActiveLens::Serial)) << "not among the selected entries";
+    EXPECT_TRUE(out[STREAMING_DATATYPE_YUV422_HIRES]);
+}
+
+TEST_F(ImageReadTest, AStoredImageReachesTheGalleryInsteadOfBeingSavedAgain) {
+    storedImage(30000).save(folder + "/IR000007.RIX", false);
+    cmd::CommandProxy commands;
+    std::atomic<bool> busy{false};
+    std::vector<DataStorage<std::string>> gallery;
+    ImageReadElement reader(&proxy, folder, {}, 0, STREAMING_DATATYPE_YUV422);
+    ImageWriteElement writer(
+        folder, &proxy, &commands, {}, [&](DataStorage<std::string> m) { gallery.push_back(m); }, 0, busy,
+        STREAMING_DATATYPE_YUV422);
+    show("IR000007.RIX");
+    writer.triggerSave(false);
+    FrameMap produced, consumed;
+    ASSERT_TRUE(reader.process(consumed, produced));
+    // What the measurement and palette elements would do: slot 3 becomes slot 4, a preview appears.
+    FrameMap in;
+    in[STREAMING_DATATYPE_RAD_CONST] = std::move(produced[STREAMING_DATATYPE_RAD]);
+    in[STREAMING_DATATYPE_RGB] = std::make_unique<Frame>(cv::Mat(48, 64, CV_8UC3, cv::Scalar::all(9)));
+    in[STREAMING_DATATYPE_YUV422] = std::move(produced[STREAMING_DATATYPE_YUV422]);
+    FrameMap none;
+    writer.process(in, none);
+    ASSERT_EQ(gallery.size(), 1u);
+    EXPECT_EQ(gallery[0].get<float>(Id::Environment::EmissivityValue), 0.87f);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1)
+        << "nothing new saved";
+}
