@@ -461,6 +461,24 @@ TEST_F(ImageWriteTest, UnwritableFolderKeepsCounterAndEarlierFiles) {
     auto after = frames();
     element->process(after, out);
     EXPECT_TRUE(after[STREAMING_DATATYPE_RAD_CONST]) << "request was cleared";
+
+    // A radiometric frame of the wrong type is refused, not converted.
+    auto eightBit = frames();
+    eightBit[STREAMING_DATATYPE_RAD_CONST]->getFrameData() = cv::Mat(120, 160, CV_8UC1, cv::Scalar(7));
+    element->triggerSave(false);
+    element->process(eightBit, out);
+    EXPECT_TRUE(logged("Erro during process: radiometric image has type CV_8UC1, expected CV_16UC1",
+                       LogLevel::error));
+
+    // Empty images end the request without a file.
+    auto empty = frames({});
+    empty[STREAMING_DATATYPE_RGB]->getFrameData() = cv::Mat();
+    element->triggerSave(false);
+    element->process(empty, out);
+    EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
+    auto next = frames();
+    element->process(next, out);
+    EXPECT_TRUE(next[STREAMING_DATATYPE_RAD_CONST]) << "request was ended by the empty preview";
 }
 
 TEST_F(ImageWriteTest, SuperResolutionThreadBookkeeping) {
