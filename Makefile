@@ -4,7 +4,7 @@ PREFIX    ?= /usr/local
 JOBS      ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure build test demo bench install test-asan test-tsan format clean
+.PHONY: all deps configure build test demo bench install test-asan test-tsan fuzz format clean
 
 all: build
 
@@ -36,8 +36,22 @@ test-asan:
 test-tsan:
 	$(MAKE) test BUILD=build-tsan CMAKE_ARGS="-DNORDA_SANITIZE=thread -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo"
 
+FUZZ_SECONDS ?= 60
+# Each fuzz target for FUZZ_SECONDS, from its seeds in fuzz/corpus/<target> (finds land in build-fuzz/).
+fuzz:
+	@NORDA_EXTRA_PACKAGES="clang libclang-rt-14-dev" bash tools/install-deps.sh
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORDA_SANITIZE=address \
+	    -DNORDA_FUZZ=ON -DNORDA_BUILD_TESTS=OFF -DNORDA_BUILD_BENCH=OFF -DNORDA_BUILD_APPS=OFF
+	cmake --build build-fuzz -j$(JOBS)
+	@set -e; for t in build-fuzz/fuzz/fuzz_*; do \
+	    name=$$(basename $$t); mkdir -p build-fuzz/corpus/$$name build-fuzz/finds/$$name; \
+	    echo "== $$name ($(FUZZ_SECONDS) s)"; \
+	    $$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 \
+	        -artifact_prefix=build-fuzz/finds/$$name/ build-fuzz/corpus/$$name fuzz/corpus/$$name; \
+	done
+
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-fuzz

@@ -93,6 +93,9 @@ TEST(Variant, DamagedInputIsRejectedCleanly) {
         MemoryBinary damaged(std::vector<uint8_t>(bytes.begin(), bytes.begin() + cut));
         EXPECT_THROW(readVariant(damaged), norda::Exception);
     }
+    // A Mat header whose dimensions multiply past 64 bits (found by fuzzing).
+    MemoryBinary huge(MemoryAcsii::fromBase64("AwAAAG1hdBAAAAABAAAEcDoAbWEDAAAAbWF0"));
+    EXPECT_THROW(readVariant(huge), norda::Exception);
     EXPECT_EQ(messageOf([] { (void)VariantRegistry::instance().fromText("i8", "300"); }), "number is too big");
     MemoryBinary swapped;
     EXPECT_EQ(messageOf([&] { Memory::serializeT(swapped, cv::Point_<int>(1, 2), Endianness::swap); }),

@@ -23,6 +23,7 @@ std::string typeName(std::type_index type) {
     std::string name = (status == 0 && demangled) ? demangled.get() : type.name();
     replaceAll(name, "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >", "std::string");
     replaceAll(name, "std::__cxx11::", "std::");
+    replaceAll(name, " >", ">"); // the demangler's pre-C++11 spacing of nested templates
     return name;
 }
 

@@ -3,8 +3,10 @@
 #include "nordalib/core/datatypes/DataStorage.h"
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/datatypes/MeasPoint.h"
+#include "nordalib/core/datatypes/MeasRangeBorders.h"
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/datatypes/Version.h"
+#include "nordalib/vision/imgproc/BadPixel.h"
 
 namespace norda::exp {
 
@@ -39,8 +41,11 @@ VariantRegistry::VariantRegistry() {
     add<quantity::Relation<MarkedFloat>>();
     add<MeasPoint>();
     add<MeasArea>();
+    add<MeasRangeBorders>();
     add<Version>();
     add<DataStorage<std::string>>();
+    add<vision::BadPixel>();
+    add<std::vector<vision::BadPixel>>();
 }
 
 VariantRegistry& VariantRegistry::instance() {

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/imgproc/Palettes.h"
 
 #include <opencv2/core.hpp>
 
@@ -148,12 +149,8 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Scaling::TempIn, celsius(20), n);
     p.setValue(Id::Scaling::TempOut, celsius(0), n);
 
-    // Grey ramp until a palette is chosen.
-    std::vector<unsigned char> grey(768);
-    for (int i = 0; i < 256; ++i)
-        grey[3 * i] = grey[3 * i + 1] = grey[3 * i + 2] = static_cast<unsigned char>(i);
-    p.setValue(Id::Palette::ActivePalette, std::string("grey"), n);
-    p.setValue(Id::Palette::Colors, grey, n);
+    p.setValue(Id::Palette::ActivePalette, std::string("iron"), n);
+    p.setValue(Id::Palette::Colors, vision::Palettes::colors("iron"), n);
 
     p.setValue(Id::Alarm::AlarmBottomActive, false, n);
     p.setValue(Id::Alarm::AlarmTopActive, false, n);

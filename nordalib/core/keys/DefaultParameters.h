@@ -11,7 +11,8 @@ namespace norda::exp {
 // Writes (without notification) a complete, sensible value of the expected type for every key
 // the library's elements read: a 640 x 480 sensor, a low range -20..120 °C (range 1) and a high
 // range 0..350 °C (range 2), emissivity 0.95, reflected 20 °C, air 20 °C at 50 %, automatic
-// scaling, all measurement points defined, JPEG saving on. Existing values are overwritten.
+// scaling with the iron palette, all measurement points defined, JPEG saving on. Existing values
+// are overwritten.
 void setDefaultParameters(DataProxy<std::string>& proxy);
 
 // The settings of one measurement range as stored in Id::MeasRangePool (item names of the

@@ -33,7 +33,12 @@ cv::Mat Serializer<cv::Mat>::read(MemoryBinary& m, Endianness e) {
                     "norda::exp::Memory::deserializeT");
     if (rows == 0 || cols == 0)
         return cv::Mat(rows, cols, type);
-    const int64_t bytes = int64_t(rows) * cols * CV_ELEM_SIZE(type);
+    // Each factor is below 2^31, so the product of the first two fits; bound it before the third.
+    const int64_t elements = int64_t(rows) * cols;
+    if (elements > kMaxMatBytes)
+        NORDA_THROW("Mat of " + std::to_string(rows) + " x " + std::to_string(cols) + " exceeds the data",
+                    "norda::exp::Memory::deserializeT");
+    const int64_t bytes = elements * CV_ELEM_SIZE(type);
     if (bytes > kMaxMatBytes || bytes > static_cast<int64_t>(m.remaining()))
         NORDA_THROW("Mat of " + std::to_string(rows) + " x " + std::to_string(cols) + " exceeds the data",
                     "norda::exp::Memory::deserializeT");

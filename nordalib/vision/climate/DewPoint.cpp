@@ -25,37 +25,54 @@ bool clampInto(double& v, double lo, double hi) {
     return true;
 }
 
-uint8_t combine(uint8_t a, uint8_t b) { return a | b; }
+// The more telling of two marks: a range mark (under/over) beats "outside tolerance"; an under and
+// an over mark together only say that accuracy is not guaranteed. Never a mark outside 0, 1, 3, 5.
+uint8_t combine(uint8_t a, uint8_t b) {
+    if (a == b || b == MarkedFloat::Valid)
+        return a;
+    if (a == MarkedFloat::Valid || a == MarkedFloat::OutOfTolerance)
+        return b;
+    if (b == MarkedFloat::OutOfTolerance)
+        return a;
+    return MarkedFloat::OutOfTolerance;
+}
 } // namespace
 
-double DewPoint::saturationPressure(double celsius) { return kA * std::exp(kB * celsius / (kC + celsius)); }
+double DewPoint::saturationPressure(double celsius) {
+    return kA * std::exp(kB * celsius / (kC + celsius));
+}
 
 DewPoint::Temperature DewPoint::calcDewPoint(const Temperature& airTemperature, const Relation& humidity) {
     double t = airTemperature.celsius();
     double rh = humidity.ratio();
     uint8_t mark = combine(airTemperature.getValue().getMark(), humidity.getValue().getMark());
     if (!clampInto(t, kMinTemperature, kMaxTemperature))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     if (!clampInto(rh, 1e-3, 1.0))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     const double gamma = std::log(rh) + kB * t / (kC + t);
     const double dew = kC * gamma / (kB - gamma);
+    // Very dry air: the dew point itself lies below the range in which the formula holds.
+    if (dew < kMinTemperature)
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     return Temperature(MarkedFloat::withMark(static_cast<float>(dew), mark));
 }
 
 DewPoint::Relation DewPoint::calcSurfaceMoisture(const Temperature& surfaceTemperature,
-                                                 const Temperature& airTemperature, const Relation& humidity) {
+                                                 const Temperature& airTemperature,
+                                                 const Relation& humidity) {
     double ts = surfaceTemperature.celsius();
     double ta = airTemperature.celsius();
     double rh = humidity.ratio();
-    uint8_t mark = combine(combine(surfaceTemperature.getValue().getMark(), airTemperature.getValue().getMark()),
-                           humidity.getValue().getMark());
+    uint8_t mark =
+        combine(combine(surfaceTemperature.getValue().getMark(), airTemperature.getValue().getMark()),
+                humidity.getValue().getMark());
     if (!clampInto(ts, kMinTemperature, kMaxTemperature))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     if (!clampInto(ta, kMinTemperature, kMaxTemperature))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     if (!clampInto(rh, 0.0, 1.0))
-        mark |= MarkedFloat::OutOfTolerance;
+        mark = combine(mark, MarkedFloat::OutOfTolerance);
     double surface = rh * saturationPressure(ta) / saturationPressure(ts);
     surface = std::min(surface, 10.0);
     return Relation(MarkedFloat::withMark(static_cast<float>(surface), mark));

@@ -6,7 +6,8 @@
 // within that range the formula agrees with the exact saturation pressure to about 0.1 %, i.e.
 // dew points to better than 0.1 °C. Inputs outside it are clamped into it and the result is
 // marked invalid (MarkedFloat::OutOfTolerance), so a published value is never NaN or infinite.
-// Inputs that already carry a mark pass their mark on.
+// A dew point below -45 °C (very dry air) is marked the same way. Inputs that already carry a
+// mark pass their mark on (a range mark wins over OutOfTolerance).
 
 #include "nordalib/core/datatypes/Quantity.h"
 
@@ -29,8 +30,8 @@ public:
     // Relative humidity right at a surface of `surfaceTemperature` in air of `airTemperature` and
     // `humidity`: the air's vapour pressure over the saturation pressure at the surface.
     // 100 % at the dew point; above 100 % water condenses. Capped at 1000 %.
-    static Relation calcSurfaceMoisture(const Temperature& surfaceTemperature, const Temperature& airTemperature,
-                                        const Relation& humidity);
+    static Relation calcSurfaceMoisture(const Temperature& surfaceTemperature,
+                                        const Temperature& airTemperature, const Relation& humidity);
 };
 
 } // namespace norda::vision

@@ -1,8 +1,13 @@
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 #include <cmath>
+#include <limits>
 
 namespace norda::vision {
+
+namespace {
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+}
 
 unsigned short RadiometricTools::getUint16(float celsius) {
     const double counts = std::round((static_cast<double>(celsius) + kKelvinOffset) * kCountsPerKelvin);
@@ -11,6 +16,76 @@ unsigned short RadiometricTools::getUint16(float celsius) {
     if (counts >= 65535.0)
         return 65535;
     return static_cast<unsigned short>(counts);
+}
+
+double RadiometricTools::planckSignal(const PlanckConstants& c, double kelvin) {
+    if (!(kelvin > 0.0))
+        return kNaN;
+    const double e = std::exp(c.B / kelvin) - c.F;
+    if (!(e > 0.0))
+        return kNaN;
+    return c.R1 / (c.R2 * e) - c.O;
+}
+
+double RadiometricTools::planckTemperature(const PlanckConstants& c, double signal) {
+    const double s = signal + c.O;
+    if (!(s > 0.0))
+        return kNaN;
+    const double arg = c.R1 / (c.R2 * s) + c.F;
+    if (!(arg > 1.0))
+        return kNaN;
+    return c.B / std::log(arg);
+}
+
+double RadiometricTools::planckSlope(const PlanckConstants& c, double kelvin) {
+    const double x = std::exp(c.B / kelvin);
+    const double d = x - c.F;
+    return c.R1 / c.R2 * x * c.B / (kelvin * kelvin * d * d);
+}
+
+double RadiometricTools::driftSignal(const RangeCalibration& cal, const RadiometricConditions& cond) {
+    return cal.boardDriftGain * (cond.boardCurrentK - cond.boardShutteringK) +
+           cal.boardSlopeGain * cond.boardSlope;
+}
+
+double RadiometricTools::correctedSignal(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                         double objectK) {
+    const auto& p = cal.planck;
+    const double sRefl = planckSignal(p, cond.reflectedK);
+    const double scene = cond.emissivity * planckSignal(p, objectK) + (1.0 - cond.emissivity) * sRefl;
+    const double window = cond.tauPg * scene + cond.emisPg * sRefl;
+    const double det =
+        cond.lensTransmission * window + (1.0 - cond.lensTransmission) * planckSignal(p, cond.lensK);
+    return cond.gain * (det - planckSignal(p, cond.shutterK) + driftSignal(cal, cond));
+}
+
+double RadiometricTools::objectTemperature(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                           double corrected) {
+    const auto& p = cal.planck;
+    const double sRefl = planckSignal(p, cond.reflectedK);
+    const double det = corrected / cond.gain + planckSignal(p, cond.shutterK) - driftSignal(cal, cond);
+    const double window =
+        (det - (1.0 - cond.lensTransmission) * planckSignal(p, cond.lensK)) / cond.lensTransmission;
+    const double scene = (window - cond.emisPg * sRefl) / cond.tauPg;
+    const double object = (scene - (1.0 - cond.emissivity) * sRefl) / cond.emissivity;
+    return planckTemperature(p, object);
+}
+
+double RadiometricTools::shutterCounts(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                       double pedestal) {
+    return pedestal + cond.gain * planckSignal(cal.planck, cond.shutterK);
+}
+
+double RadiometricTools::rawCounts(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                   double objectK, double pedestal) {
+    return shutterCounts(cal, cond, pedestal) + correctedSignal(cal, cond, objectK);
+}
+
+double RadiometricTools::temperatureStep(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                         double objectK) {
+    const double countsPerKelvin =
+        cond.gain * cond.lensTransmission * cond.tauPg * cond.emissivity * planckSlope(cal.planck, objectK);
+    return 1.0 / countsPerKelvin;
 }
 
 } // namespace norda::vision

@@ -1,15 +1,69 @@
 #pragma once
-// The 16-bit temperature encoding of radiometric frames, used by the whole library.
+// The 16-bit temperature encoding of radiometric frames, used by the whole library, and the
+// radiometric camera model shared by the radiometry models (signal -> temperature) and by scene
+// simulators (temperature -> signal).
 //
+// Encoding:
 //   pixel = round((T[°C] + 273.15) * 100)        T[°C] = pixel / 100 - 273.15
-//
 // i.e. 0.01 K per count from absolute zero: 0 is -273.15 °C, 27315 is 0 °C, 65535 is 382.20 °C.
 // Temperatures outside that span saturate at 0 or 65535. The order of pixel values is the order
 // of temperatures, so extrema can be searched on raw pixels.
+//
+// Camera model (all temperatures in kelvin, signals in detector counts):
+//   Planck curve         S(T) = R1 / (R2 * (exp(B / T) - F)) - O
+//   detector signal      Sdet = tauL * Swin + (1 - tauL) * S(Tlens)            (lens, type B only)
+//   through the window   Swin = tauPg * Sscene + emisPg * S(Trefl)              (protective glass)
+//   scene                Sscene = eps * S(Tobj) + (1 - eps) * S(Trefl)
+//   board drift          D = driftGain * (TboardCurrent - TboardShuttering) + slopeGain * slope
+//   offset-corrected     C = gain * (Sdet - S(Tshutter) + D)
+// The offset frame is captured against the closed shutter, so the corrected frame C is a signal
+// difference against the shutter; D is the signal the detector picked up from its own warming
+// since then, which the shutter reference does not contain. The protective glass is taken to be
+// at the reflected (ambient) temperature. `gain` is the ratio of the detector's responsivity in
+// the current frame mode to the one the constants were fitted for (1 in the normal mode).
+//
+// A simulated detector delivers raw = pedestal + gain * (Sdet + D); the shutter frame it gives while
+// closed is pedestal + gain * S(Tshutter). Their difference is C, what the offset element passes on.
 
 #include <cstdint>
 
 namespace norda::vision {
+
+// Per-measurement-range constants of the Planck camera equation.
+struct PlanckConstants {
+    double R1 = 0.0;
+    double R2 = 1.0;
+    double B = 1428.0;
+    double F = 1.0;
+    double O = 0.0;
+};
+
+// Everything the model needs for one measurement range.
+struct RangeCalibration {
+    PlanckConstants planck;
+    double boardDriftGain = 0.0; // counts per kelvin of board warming since the shutter closed
+    double boardSlopeGain = 0.0; // counts per (kelvin per minute) of board temperature slope
+    double slowFrameGain = 1.0;  // responsivity in slow-frame mode relative to the normal mode
+    double bandBottomK = 233.15; // calibrated object temperature band
+    double bandTopK = 423.15;
+};
+
+// Measurement conditions of one frame.
+struct RadiometricConditions {
+    double emissivity = 1.0;
+    double reflectedK = 293.15;
+    double shutterK = 298.15;
+    double boardCurrentK = 303.15;
+    double boardShutteringK = 303.15;
+    double boardSlope = 0.0; // kelvin per minute
+    double tauPg = 1.0;      // protective glass transmission (1: no glass)
+    double emisPg = 0.0;     // protective glass emissivity (0: no glass)
+    double lensTransmission = 1.0;
+    double lensK = 298.15;
+    double gain = 1.0;
+
+    bool operator==(const RadiometricConditions&) const = default;
+};
 
 class RadiometricTools {
 public:
@@ -17,9 +71,38 @@ public:
     static constexpr float kCountsPerKelvin = 100.0f;
 
     // Pixel value to temperature in °C.
-    static float getFloat(unsigned short pixel) { return static_cast<float>(pixel) / kCountsPerKelvin - kKelvinOffset; }
+    static float getFloat(unsigned short pixel) {
+        return static_cast<float>(pixel) / kCountsPerKelvin - kKelvinOffset;
+    }
     // Temperature in °C to pixel value, rounded to the nearest count and saturated; NaN gives 0.
     static unsigned short getUint16(float celsius);
+
+    // Planck curve S(T) for T in kelvin; NaN when exp(B/T) <= F (outside the curve's domain).
+    static double planckSignal(const PlanckConstants& c, double kelvin);
+    // Inverse of the Planck curve: the temperature in kelvin of signal s. NaN when the inversion is
+    // undefined: s + O <= 0 (below absolute zero) or the logarithm's argument <= 1 (above infinity).
+    static double planckTemperature(const PlanckConstants& c, double signal);
+    // Slope dS/dT at T (counts per kelvin).
+    static double planckSlope(const PlanckConstants& c, double kelvin);
+
+    // Board drift D of the conditions (counts).
+    static double driftSignal(const RangeCalibration& cal, const RadiometricConditions& cond);
+    // The offset-corrected signal C that an object at objectK produces under the conditions.
+    static double correctedSignal(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                  double objectK);
+    // Inverse of correctedSignal: the object temperature (kelvin) of a corrected signal; NaN where
+    // the signal has no physical temperature.
+    static double objectTemperature(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                    double corrected);
+    // Raw counts of a simulated detector: the shutter frame (pedestal + gain * S(Tshutter)) plus the
+    // corrected signal. Offset-correcting them against shutterCounts() gives correctedSignal().
+    static double rawCounts(const RangeCalibration& cal, const RadiometricConditions& cond, double objectK,
+                            double pedestal);
+    static double shutterCounts(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                double pedestal);
+    // Object temperature change per count of corrected signal at objectK (kelvin per count).
+    static double temperatureStep(const RangeCalibration& cal, const RadiometricConditions& cond,
+                                  double objectK);
 };
 
 } // namespace norda::vision

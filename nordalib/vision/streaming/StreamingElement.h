@@ -22,7 +22,8 @@ namespace norda::exp::streaming {
 class StreamingElement {
 public:
     StreamingElement(std::vector<STREAMING_DATATYPE> inputs, std::vector<STREAMING_DATATYPE> outputs,
-                     const std::string& name, DataProxy<std::string>* const dataProxy, bool blocking, int priority);
+                     const std::string& name, DataProxy<std::string>* const dataProxy, bool blocking,
+                     int priority);
     virtual ~StreamingElement();
     StreamingElement(const StreamingElement&) = delete;
     StreamingElement& operator=(const StreamingElement&) = delete;
@@ -44,7 +45,8 @@ public:
 protected:
     // Moves the frame of `from` in `inputs` to `to` in `outputs` (pass-through). The input entry is
     // left empty; the previous output occupant is destroyed; nothing happens for the same entry.
-    static void passThrough(FrameMap& inputs, STREAMING_DATATYPE from, FrameMap& outputs, STREAMING_DATATYPE to);
+    static void passThrough(FrameMap& inputs, STREAMING_DATATYPE from, FrameMap& outputs,
+                            STREAMING_DATATYPE to);
     // Stores a newly built frame in `outputs[slot]`, destroying the previous occupant.
     static void emit(FrameMap& outputs, STREAMING_DATATYPE slot, std::unique_ptr<Frame> frame);
 

@@ -1,0 +1,390 @@
+#include "nordalib/core/datatypes/MeasPoint.h"
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/logging/Logger.h"
+#include "nordalib/vision/imageio/ImageDecoderPxM.h"
+#include "nordalib/vision/imageio/ImageIO.h"
+#include "nordalib/vision/imageio/PxmImage.h"
+#include "tests/support/Shell.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+
+using namespace norda;
+using namespace norda::vision;
+
+namespace {
+
+cv::Mat randomMat(int rows, int cols, int type, int seed) {
+    cv::Mat m(rows, cols, type);
+    cv::RNG rng(seed);
+    // Fill raw bytes so that every bit pattern (NaN payloads included) must survive.
+    for (int r = 0; r < rows; ++r)
+        for (size_t i = 0; i < cols * m.elemSize(); ++i)
+            m.ptr(r)[i] = uchar(rng.uniform(0, 256));
+    return m;
+}
+
+bool sameBits(const cv::Mat& a, const cv::Mat& b) {
+    if (a.type() != b.type() || a.size() != b.size())
+        return false;
+    for (int r = 0; r < a.rows; ++r)
+        if (std::memcmp(a.ptr(r), b.ptr(r), a.cols * a.elemSize()) != 0)
+            return false;
+    return true;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << bytes;
+}
+
+std::vector<cv::Mat> readAll(const std::string& path, ImageDecoderPxM& decoder) {
+    std::vector<cv::Mat> frames;
+    EXPECT_TRUE(decoder.open(path));
+    cv::Mat frame;
+    while (decoder.grab(frame, nullptr))
+        frames.push_back(frame);
+    return frames;
+}
+
+struct LogCapture {
+    LogCapture() {
+        logging::Logger::setListener(
+            [this](const std::string& name, logging::LogLevel level, const std::string& msg) {
+                std::lock_guard<std::mutex> lock(mutex);
+                if (level >= logging::LogLevel::warning)
+                    warnings.push_back(name + ": " + msg);
+            });
+    }
+    ~LogCapture() { logging::Logger::setListener({}); }
+    std::mutex mutex;
+    std::vector<std::string> warnings;
+};
+
+struct NoText {
+    int v = 0;
+};
+
+} // namespace
+
+TEST(PxmFormat, EveryTypeRoundTripsBitExactInOneSequence) {
+    test::TempDir dir;
+    const std::string path = dir.file("types.pxm");
+    const std::vector<int> types = {CV_8UC1,  CV_16UC1, CV_8UC3, CV_16SC1, CV_8UC2, CV_32FC1,
+                                    CV_64FC1, CV_16UC3, CV_8SC1, CV_32SC2, CV_8UC4, CV_16FC1};
+    std::vector<cv::Mat> written;
+    {
+        ImageIO writer(2);
+        writer.open(path);
+        for (size_t i = 0; i < types.size(); ++i) {
+            written.push_back(randomMat(7 + int(i), 5 + int(i) * 3, types[i], int(i)));
+            writer.write(written.back(), "");
+        }
+        // A view into a larger matrix (rows not contiguous) is written as its own pixels.
+        cv::Mat big = randomMat(40, 60, CV_16UC1, 99);
+        written.push_back(big(cv::Rect(3, 5, 17, 11)));
+        writer.write(written.back(), "");
+        EXPECT_EQ(writer.framesWritten(), written.size());
+    }
+    ImageDecoderPxM decoder;
+    auto frames = readAll(path, decoder);
+    ASSERT_EQ(frames.size(), written.size());
+    for (size_t i = 0; i < frames.size(); ++i)
+        EXPECT_TRUE(sameBits(frames[i], written[i])) << "frame " << i << " type " << written[i].type();
+    EXPECT_FALSE(decoder.wasTruncated());
+
+    // Standard layouts: 16-bit grey as big-endian P5, 8-bit colour as P6, the rest as tagged PAM.
+    const std::string bytes = readFile(path);
+    EXPECT_EQ(bytes.rfind("P5\n5 7\n255\n", 0), 0u);
+    EXPECT_NE(bytes.find("P5\n8 8\n65535\n"), std::string::npos);
+    EXPECT_NE(bytes.find("P6\n11 9\n255\n"), std::string::npos);
+    EXPECT_NE(bytes.find("DEPTH 2\nMAXVAL 65535\nTUPLTYPE CV_32FC1\n"), std::string::npos);
+    EXPECT_NE(bytes.find("DEPTH 4\nMAXVAL 65535\nTUPLTYPE CV_64FC1\n"), std::string::npos);
+    EXPECT_NE(bytes.find("DEPTH 2\nMAXVAL 255\nTUPLTYPE CV_8UC2\n"), std::string::npos);
+    const size_t p5 = bytes.find("P5\n8 8\n65535\n") + std::strlen("P5\n8 8\n65535\n");
+    EXPECT_EQ(uint8_t(bytes[p5]), written[1].at<uint16_t>(0, 0) >> 8);
+    EXPECT_EQ(uint8_t(bytes[p5 + 1]), written[1].at<uint16_t>(0, 0) & 0xFF);
+}
+
+TEST(PxmFormat, MetadataTravelsTypedWithItsOwnFrameOnly) {
+    test::TempDir dir;
+    const std::string path = dir.file("meta.pxm");
+    LogCapture log;
+    auto meta = std::make_shared<exp::DataStorage<std::string>>();
+    meta->setValue("Shutter.Closed", true);
+    meta->setValue("FrameCnt", 18446744073709551615ull);
+    meta->setValue("u16", uint16_t(65535));
+    meta->setValue("i32", -2147483647 - 1);
+    meta->setValue("f", 0.1f);
+    meta->setValue("d", -1.0e-300);
+    meta->setValue("text", std::string("two words\nsecond line, \\ # done"));
+    meta->setValue("key with blanks%", std::string(""));
+    meta->setValue("T", exp::quantity::Temperature<exp::MarkedFloat>(
+                            exp::MarkedFloat::withMark(36.6f, exp::MarkedFloat::MarkedFloatValidity(3))));
+    meta->setValue("Point", exp::MeasPoint(3, 4, exp::makeVariant(1.5f)));
+    meta->setValue("Unstorable", NoText{7});
+    {
+        ImageIO writer(0);
+        writer.open(path);
+        writer.setMetaData(meta);
+        writer.write(cv::Mat(2, 3, CV_16UC1, cv::Scalar(5)), "");
+        writer.write(cv::Mat(2, 3, CV_16UC1, cv::Scalar(6)), ""); // no metadata set for this one
+        writer.setMetaData(meta);
+        writer.write(cv::Mat(2, 3, CV_16SC1, cv::Scalar(-6)), "");
+    }
+    // The unstorable value is reported once (not per frame) and the frames are all there.
+    size_t unstorable = 0;
+    for (const auto& w : log.warnings)
+        unstorable += w.find("Unstorable") != std::string::npos;
+    EXPECT_EQ(unstorable, 1u);
+
+    ImageDecoderPxM decoder;
+    ASSERT_TRUE(decoder.open(path));
+    cv::Mat frame;
+    for (int i : {0, 2}) {
+        if (i == 2) {
+            ASSERT_TRUE(decoder.grab(frame, nullptr));
+            EXPECT_TRUE(decoder.getMetaData().empty());
+        }
+        ASSERT_TRUE(decoder.grab(frame, nullptr));
+        const auto& m = decoder.getMetaData();
+        EXPECT_EQ(m.size(), meta->size() - 1);
+        EXPECT_FALSE(m.contains("Unstorable"));
+        for (const auto& [key, value] : m)
+            EXPECT_TRUE(*value == *meta->getVariant(key)) << key;
+        EXPECT_EQ(m.get<unsigned long long>("FrameCnt"), 18446744073709551615ull);
+        EXPECT_EQ(m.get<std::string>("text"), "two words\nsecond line, \\ # done");
+        EXPECT_EQ(m.get<exp::quantity::Temperature<exp::MarkedFloat>>("T").getValue().getMark(),
+                  exp::MarkedFloat::MarkedFloatValidity(3));
+    }
+    EXPECT_FALSE(decoder.grab(frame, nullptr));
+
+    // Lines of a type this build does not know are skipped with a warning; the frame stays.
+    writeFile(path, "P5\n#meta future-type a 1\n#meta u16 b 7\n#plain comment\n1 1\n255\nx");
+    ASSERT_TRUE(decoder.open(path));
+    ASSERT_TRUE(decoder.grab(frame, nullptr));
+    EXPECT_EQ(frame.at<uint8_t>(0, 0), 'x');
+    EXPECT_EQ(decoder.getMetaData().size(), 1u);
+    EXPECT_EQ(decoder.getMetaData().get<unsigned short>("b"), 7);
+}
+
+TEST(PxmFormat, CutOffRecordingKeepsEveryCompleteFrame) {
+    test::TempDir dir;
+    const std::string path = dir.file("cut.pxm");
+    {
+        ImageIO writer(0);
+        writer.open(path);
+        for (int i = 0; i < 3; ++i) {
+            auto meta = std::make_shared<exp::DataStorage<std::string>>();
+            meta->setValue("FrameCnt", uint64_t(i));
+            writer.setMetaData(meta);
+            writer.write(cv::Mat(4, 6, CV_16UC1, cv::Scalar(i)), "");
+        }
+    }
+    const std::string full = readFile(path);
+    const size_t third = full.find("P5", full.find("P5", 1) + 1);
+    ASSERT_NE(third, std::string::npos);
+    ImageDecoderPxM decoder;
+    // Cut inside the samples, inside the header, right after the magic, after one byte.
+    for (size_t cut : {full.size() - 1, third + 20, third + 2, third + 1}) {
+        writeFile(path, full.substr(0, cut));
+        auto frames = readAll(path, decoder);
+        EXPECT_EQ(frames.size(), 2u) << "cut at " << cut;
+        EXPECT_TRUE(decoder.wasTruncated());
+        EXPECT_FALSE(decoder.grab(frames[0], nullptr)); // stays ended
+    }
+    // Zero-filled blocks left by a power loss end the sequence the same way.
+    writeFile(path, full.substr(0, third) + std::string(4096, '\0'));
+    EXPECT_EQ(readAll(path, decoder).size(), 2u);
+    EXPECT_TRUE(decoder.wasTruncated());
+    writeFile(path, full);
+    EXPECT_EQ(readAll(path, decoder).size(), 3u);
+    EXPECT_FALSE(decoder.wasTruncated());
+}
+
+TEST(PxmFormat, DamagedHeadersAreReportedWithFileAndProblem) {
+    test::TempDir dir;
+    const std::string path = dir.file("bad.pxm");
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"GIF89a", "wrong magic number"},
+        {"P4\n1 1\n\x80", "wrong magic number"},
+        {"P5\n20000 10\n255\n", "exceeds the limit of 16384 x 16384"},
+        {"P5\n10 99999999999\n255\n", "more than 10 digits"},
+        {"P5\n-3 10\n255\n", "negative width"},
+        {"P5\n10\n\n255\nxx", "missing maxval"},
+        {"P5\nab 10\n255\n", "missing width"},
+        {"P5\n0 10\n255\n", "empty frame"},
+        {"P5\n2 2\n70000\n", "maxval 70000"},
+        {"P5\n2 2\n0\n", "maxval 0"},
+        {"P7\nWIDTH 16384\nHEIGHT 16384\nDEPTH 4\nMAXVAL 65535\nENDHDR\n",
+         "exceeds the limit of 1073741824 bytes"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nMAXVAL 255\nENDHDR\n", "missing DEPTH"},
+        {"P7\nWIDTH -2\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\n", "negative WIDTH"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 3\nMAXVAL 65535\nTUPLTYPE CV_32FC1\nENDHDR\n",
+         "does not match DEPTH 3"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nCOLOUR red\nENDHDR\n", "unknown PAM header line"},
+        {"P2\n2 1\n100\n5 101\n", "sample 101 exceeds maxval 100"},
+    };
+    ImageDecoderPxM decoder;
+    cv::Mat frame;
+    for (const auto& [bytes, problem] : cases) {
+        writeFile(path, bytes);
+        ASSERT_TRUE(decoder.open(path));
+        try {
+            decoder.grab(frame, nullptr);
+            ADD_FAILURE() << "no error for " << problem;
+        } catch (const Exception& e) {
+            EXPECT_NE(std::string(e.what()).find(problem), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find(path), std::string::npos) << e.what();
+        }
+    }
+    // A damaged second frame names its index; the first one was delivered.
+    writeFile(path, "P5\n1 1\n255\nxP9");
+    ASSERT_TRUE(decoder.open(path));
+    EXPECT_TRUE(decoder.grab(frame, nullptr));
+    EXPECT_THROW(
+        try { decoder.grab(frame, nullptr); } catch (const Exception& e) {
+            EXPECT_NE(std::string(e.what()).find("frame 1: wrong magic"), std::string::npos) << e.what();
+            throw;
+        },
+        Exception);
+    // A header promising more samples than the file holds ends cleanly, without allocating them.
+    writeFile(path, "P5\n16384 16384\n65535\nab");
+    EXPECT_EQ(readAll(path, decoder).size(), 0u);
+    EXPECT_TRUE(decoder.wasTruncated());
+}
+
+TEST(PxmFormat, OpenFailuresRegionsAndPlainSamples) {
+    test::TempDir dir;
+    ImageDecoderPxM decoder;
+    EXPECT_FALSE(decoder.open(dir.file("missing.pxm")));
+    EXPECT_FALSE(decoder.open(dir.path().string()));
+    cv::Mat frame;
+    EXPECT_FALSE(decoder.grab(frame, nullptr));
+
+    ImageIO writer(8);
+    try {
+        writer.open(dir.file("no/such/dir/rec.pxm"));
+        ADD_FAILURE();
+    } catch (const Exception& e) {
+        EXPECT_NE(std::string(e.what()).find("no/such/dir/rec.pxm"), std::string::npos);
+    }
+    EXPECT_FALSE(writer.isOpen());
+    EXPECT_THROW(writer.write(cv::Mat(2, 2, CV_8UC1), ""), Exception);
+    writer.open(dir.file("r.pxm"));
+    EXPECT_THROW(writer.write(cv::Mat(), ""), Exception);
+    EXPECT_THROW(writer.getEncoder().setOption(PxmEncoder::Option::Plain, 2), Exception);
+
+    // Regions are cut from the frame; one reaching outside is refused.
+    cv::Mat image = randomMat(30, 40, CV_16UC1, 3);
+    writer.write(image, "");
+    writer.write(image, "");
+    writer.close();
+    ASSERT_TRUE(decoder.open(dir.file("r.pxm")));
+    cv::Rect_<int> region(10, 5, 20, 7);
+    ASSERT_TRUE(decoder.grab(frame, &region));
+    EXPECT_TRUE(sameBits(frame, image(region)));
+    cv::Rect_<int> outside(30, 5, 20, 7);
+    EXPECT_THROW(decoder.grab(frame, &outside), Exception);
+
+    // Plain samples for text-only tools; they read back identically.
+    writer.getEncoder().setOption(PxmEncoder::Option::Plain, 1);
+    cv::Mat colour = randomMat(9, 31, CV_8UC3, 4);
+    writer.write(image, dir.file("plain16.pgm"));
+    writer.write(colour, dir.file("plain8.ppm"));
+    EXPECT_EQ(readFile(dir.file("plain16.pgm")).rfind("P2\n40 30\n65535\n", 0), 0u);
+    for (const auto& line : [&] {
+             std::vector<std::string> lines;
+             std::istringstream in(readFile(dir.file("plain8.ppm")));
+             for (std::string l; std::getline(in, l);)
+                 lines.push_back(l);
+             return lines;
+         }())
+        EXPECT_LE(line.size(), 70u);
+    EXPECT_TRUE(sameBits(readPxmImage(dir.file("plain16.pgm")), image));
+    EXPECT_TRUE(sameBits(readPxmImage(dir.file("plain8.ppm")), colour));
+}
+
+TEST(PxmFormat, SingleCalibrationImages) {
+    test::TempDir dir;
+    const std::string path = dir.file("distort.pxm");
+    cv::Mat map = randomMat(12, 16, CV_32FC2, 5);
+    exp::DataStorage<std::string> meta;
+    meta.setValue("Lens", std::string("wide"));
+    writePxmImage(path, map, meta);
+    cv::Mat older = randomMat(3, 3, CV_16UC1, 6);
+    exp::DataStorage<std::string> read;
+    EXPECT_TRUE(sameBits(readPxmImage(path, &read), map));
+    EXPECT_EQ(read.get<std::string>("Lens"), "wide");
+    writePxmImage(path, older); // replaces, no temporary left behind
+    EXPECT_TRUE(sameBits(readPxmImage(path, &read), older));
+    EXPECT_TRUE(read.empty());
+    EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
+
+    writeFile(dir.file("empty.pxm"), "");
+    try {
+        readPxmImage(dir.file("empty.pxm"));
+        ADD_FAILURE();
+    } catch (const Exception& e) {
+        EXPECT_NE(std::string(e.what()).find("holds no complete image"), std::string::npos);
+    }
+    EXPECT_THROW(readPxmImage(dir.file("badpixel.pxm")), Exception);
+    EXPECT_THROW(writePxmImage(dir.file("none/x.pxm"), older), Exception);
+}
+
+TEST(PxmFormat, StandardNetpbmToolsReadOurFilesAndWeReadTheirs) {
+    for (const char* tool : {"pamfile", "pamsplit", "pgmmake", "pamtopnm", "identify"})
+        if (!test::haveTool(tool))
+            GTEST_SKIP() << tool << " is not installed";
+    test::TempDir dir;
+    const std::string path = dir.file("rec.pxm");
+    std::vector<cv::Mat> frames;
+    {
+        ImageIO writer(8);
+        writer.open(path);
+        for (int i = 0; i < 5; ++i) {
+            auto meta = std::make_shared<exp::DataStorage<std::string>>();
+            meta->setValue("FrameCnt", uint64_t(i));
+            meta->setValue("Note", std::string("# not a header field\n64 48"));
+            writer.setMetaData(meta);
+            frames.push_back(randomMat(48, 64, CV_16UC1, i));
+            writer.write(frames.back(), "");
+        }
+    }
+    const std::string q = "'" + path + "'";
+    const std::string listing = test::runCommand("pamfile -allimages " + q);
+    EXPECT_EQ(test::countOf(listing, "PGM raw, 64 by 48  maxval 65535"), 5u) << listing;
+    EXPECT_NE(test::runCommand("pamfile -count " + q).find("5 images"), std::string::npos);
+    const std::string identified = test::runCommand("identify " + q);
+    EXPECT_EQ(test::countOf(identified, "PGM 64x48 64x48+0+0 16-bit Grayscale"), 5u) << identified;
+
+    int status = -1;
+    test::runCommand("cd '" + dir.path().string() + "' && pamsplit rec.pxm part%d.pgm", &status);
+    EXPECT_EQ(status, 0);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_TRUE(sameBits(readPxmImage(dir.file("part" + std::to_string(i) + ".pgm")), frames[i]));
+
+    // Their plain and raw PGMs read back through the decoder.
+    test::runCommand("pamtopnm -plain " + q + " > '" + dir.file("plain.pgm") + "'", &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(sameBits(readPxmImage(dir.file("plain.pgm")), frames[0]));
+    test::runCommand("pgmmake -maxval 65535 0.25 7 5 > '" + dir.file("made.pgm") + "'", &status);
+    EXPECT_EQ(status, 0);
+    cv::Mat made = readPxmImage(dir.file("made.pgm"));
+    EXPECT_EQ(made.type(), CV_16UC1);
+    EXPECT_EQ(made.size(), cv::Size(7, 5));
+    EXPECT_NEAR(made.at<uint16_t>(4, 6), 16384, 1);
+    test::runCommand("pgmmake 0.5 3 2 > '" + dir.file("made8.pgm") + "'", &status);
+    cv::Mat made8 = readPxmImage(dir.file("made8.pgm"));
+    EXPECT_EQ(made8.type(), CV_8UC1);
+    EXPECT_NEAR(made8.at<uint8_t>(1, 2), 128, 1);
+}

@@ -1,0 +1,334 @@
+#include "nordalib/vision/imgproc/ColorPaletteConverter.h"
+
+#include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/climate/DewPoint.h"
+#include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
+#include <opencv2/imgcodecs.hpp>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <random>
+
+using norda::vision::ColorPaletteConverter;
+using norda::vision::DewPoint;
+using norda::vision::Palettes;
+using norda::vision::RadiometricTools;
+using Temp = ColorPaletteConverter::Temperature;
+using Rel = ColorPaletteConverter::Relation;
+
+namespace {
+
+template <typename F> std::string messageOf(F&& f) {
+    try {
+        f();
+    } catch (const norda::Exception& e) {
+        return e.what();
+    }
+    return "<no exception>";
+}
+
+// n colours whose entry k can be recognised from the pixel: (k & 255, k >> 8, 7).
+std::vector<uint8_t> indexTable(size_t n) {
+    std::vector<uint8_t> t(3 * n);
+    for (size_t k = 0; k < n; ++k) {
+        t[3 * k] = static_cast<uint8_t>(k & 255);
+        t[3 * k + 1] = static_cast<uint8_t>(k >> 8);
+        t[3 * k + 2] = 7;
+    }
+    return t;
+}
+
+cv::Vec3b entry(const std::vector<uint8_t>& t, size_t k) {
+    return {t[3 * k], t[3 * k + 1], t[3 * k + 2]};
+}
+
+// Colours one row of values.
+std::vector<cv::Vec3b> paint(ColorPaletteConverter& c, const std::vector<uint16_t>& values, uint16_t lower,
+                             uint16_t upper, const std::vector<uint8_t>& colours) {
+    cv::Mat_<uint16_t> raw(1, static_cast<int>(values.size()));
+    for (size_t i = 0; i < values.size(); ++i)
+        raw(0, static_cast<int>(i)) = values[i];
+    cv::Mat_<cv::Vec3b> rgb;
+    c.palletize(raw, rgb, lower, upper, true, colours);
+    return {rgb.begin(), rgb.end()};
+}
+
+struct RegionSpec {
+    bool active;
+    uint16_t lower, upper;
+    uint32_t colour;
+};
+
+// The documented mapping, one pixel at a time.
+cv::Vec3b reference(uint16_t v, uint16_t lower, uint16_t upper, const std::vector<uint8_t>& colours,
+                    const std::array<RegionSpec, 3>& regions) {
+    cv::Vec3b out;
+    const int64_t n = static_cast<int64_t>(colours.size() / 3);
+    const bool inverted = lower > upper;
+    const int64_t lo = inverted ? upper : lower, hi = inverted ? lower : upper;
+    int64_t k;
+    if (v <= lo)
+        k = 0;
+    else if (v >= hi)
+        k = n - 1;
+    else
+        k = std::min(n - 1, (v - lo) * n / (hi - lo));
+    out = entry(colours, static_cast<size_t>(inverted ? n - 1 - k : k));
+    for (const auto& r : regions)
+        if (r.active && v >= r.lower && v <= r.upper)
+            out = cv::Vec3b(static_cast<uint8_t>(r.colour >> 16), static_cast<uint8_t>(r.colour >> 8),
+                            static_cast<uint8_t>(r.colour));
+    return out;
+}
+
+} // namespace
+
+TEST(ColorPaletteConverter, LinearBinsClampAndBandEdges) {
+    ColorPaletteConverter c;
+    const auto t256 = indexTable(256);
+    // A span of 256 values: one value per colour; the ends clamp.
+    auto px = paint(c, {0, 999, 1000, 1001, 1128, 1255, 1256, 1257, 65535}, 1000, 1256, t256);
+    const std::vector<size_t> want{0, 0, 0, 1, 128, 255, 255, 255, 255};
+    for (size_t i = 0; i < want.size(); ++i)
+        EXPECT_EQ(px[i], entry(t256, want[i])) << "pixel " << i;
+
+    // Four colours over 100 values: bins of 25, only the upper limit itself reaches the last one.
+    const auto t4 = indexTable(4);
+    px = paint(c, {100, 124, 125, 149, 150, 174, 175, 199, 200}, 100, 200, t4);
+    const std::vector<size_t> want4{0, 0, 1, 1, 2, 2, 3, 3, 3};
+    for (size_t i = 0; i < want4.size(); ++i)
+        EXPECT_EQ(px[i], entry(t4, want4[i])) << "pixel " << i;
+
+    // lower > upper: the palette runs backwards; lower == upper: a threshold. No division by zero.
+    px = paint(c, {100, 125, 199, 200, 300}, 200, 100, t4);
+    EXPECT_EQ(px[0], entry(t4, 3)); // `upper` gets the last colour
+    EXPECT_EQ(px[1], entry(t4, 2));
+    EXPECT_EQ(px[2], entry(t4, 0));
+    EXPECT_EQ(px[3], entry(t4, 0)); // `lower` gets the first
+    EXPECT_EQ(px[4], entry(t4, 0));
+    px = paint(c, {0, 499, 500, 501, 65535}, 500, 500, t4);
+    EXPECT_EQ(px[2], entry(t4, 0));
+    EXPECT_EQ(px[3], entry(t4, 3));
+    EXPECT_EQ(px[4], entry(t4, 3));
+    px = paint(c, {0, 65535}, 65535, 65535, t4);
+    EXPECT_EQ(px[1], entry(t4, 0));
+
+    // B, G, R order on request.
+    ColorPaletteConverter bgr(true);
+    EXPECT_TRUE(bgr.isBgr());
+    px = paint(bgr, {1001}, 1000, 1256, t256);
+    EXPECT_EQ(px[0], cv::Vec3b(7, 0, 1));
+}
+
+TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
+    std::mt19937 rng(42);
+    cv::Mat_<uint16_t> raw(97, 131); // odd sizes, and a view with a row stride below
+    for (auto& v : raw)
+        v = static_cast<uint16_t>(rng() % 3 == 0 ? rng() & 0xFFFF : 29000 + rng() % 4000);
+    raw(0, 0) = 0;
+    raw(0, 1) = 65535;
+    const cv::Mat_<uint16_t> view = raw(cv::Rect(3, 2, 120, 90));
+
+    struct Case {
+        uint16_t lower, upper;
+        size_t colours;
+        std::array<RegionSpec, 3> regions;
+    };
+    const std::vector<Case> cases{
+        {29500, 32000, 256, {}},
+        {32000, 29500, 256, {}},  // inverted
+        {30000, 30000, 256, {}},  // zero span
+        {0, 65535, 65536, {}},    // largest table over the full range
+        {29990, 30017, 1000, {}}, // more colours than values
+        {29000, 33000, 2, {}},    // smallest table
+        {29000,
+         33000,
+         256, // overlapping regions: later ones win
+         {RegionSpec{true, 30000, 31000, 0x00FF00}, RegionSpec{true, 30900, 65535, 0xFF0000},
+          RegionSpec{true, 0, 30100, 0x0000FF}}},
+        {29000,
+         33000,
+         256,
+         {RegionSpec{false, 0, 0, 0}, RegionSpec{true, 31000, 31000, 0xABCDEF}, RegionSpec{}}},
+    };
+    for (size_t ci = 0; ci < cases.size(); ++ci) {
+        const auto& k = cases[ci];
+        const auto colours = indexTable(k.colours);
+        ColorPaletteConverter c;
+        for (uint32_t r = 1; r <= 3; ++r)
+            if (k.regions[r - 1].active)
+                c.createColorRegion(r, k.regions[r - 1].upper, k.regions[r - 1].lower,
+                                    k.regions[r - 1].colour);
+        for (const cv::Mat_<uint16_t>& img : {raw, view}) {
+            cv::Mat_<cv::Vec3b> rgb;
+            c.palletize(img, rgb, k.lower, k.upper, false, colours);
+            ASSERT_EQ(rgb.size(), img.size());
+            int wrong = 0;
+            for (int y = 0; y < img.rows; ++y)
+                for (int x = 0; x < img.cols; ++x)
+                    wrong += rgb(y, x) != reference(img(y, x), k.lower, k.upper, colours, k.regions);
+            EXPECT_EQ(wrong, 0) << "case " << ci;
+        }
+    }
+}
+
+TEST(ColorPaletteConverter, TableIsRebuiltOnlyWhenSomethingChanged) {
+    ColorPaletteConverter c;
+    cv::Mat_<uint16_t> raw(4, 4, uint16_t(30000));
+    cv::Mat_<cv::Vec3b> rgb;
+    auto colours = Palettes::colors("iron");
+    c.palletize(raw, rgb, 29000, 31000, false, colours); // first frame always builds
+    EXPECT_EQ(c.tableBuilds(), 1u);
+    c.palletize(raw, rgb, 29000, 31000, false, colours);
+    c.palletize(raw, rgb, 29000, 31000, false, colours);
+    EXPECT_EQ(c.tableBuilds(), 1u);
+    c.palletize(raw, rgb, 29000, 31000, true, colours); // forced
+    EXPECT_EQ(c.tableBuilds(), 2u);
+    // Stale inputs are never painted, even when the caller forgets to flag them.
+    c.palletize(raw, rgb, 29000, 31001, false, colours);
+    EXPECT_EQ(c.tableBuilds(), 3u);
+    colours[3 * 128] ^= 1;
+    c.palletize(raw, rgb, 29000, 31001, false, colours);
+    EXPECT_EQ(c.tableBuilds(), 4u);
+    // Regions count only when they really change.
+    c.createColorRegion(1, 30010, 29990, 0x00FF00);
+    c.palletize(raw, rgb, 29000, 31001, false, colours);
+    EXPECT_EQ(rgb(0, 0), cv::Vec3b(0, 255, 0));
+    c.createColorRegion(1, 30010, 29990, 0x00FF00);
+    c.deleteColorRegion(2);
+    c.palletize(raw, rgb, 29000, 31001, false, colours);
+    EXPECT_EQ(c.tableBuilds(), 5u);
+    c.deleteColorRegion(1);
+    c.palletize(raw, rgb, 29000, 31001, false, colours);
+    EXPECT_EQ(c.tableBuilds(), 6u);
+    EXPECT_NE(rgb(0, 0), cv::Vec3b(0, 255, 0));
+}
+
+TEST(ColorPaletteConverter, RegionsAndColourTablesAreChecked) {
+    ColorPaletteConverter c;
+    EXPECT_EQ(messageOf([&] { c.createColorRegion(0, 10, 5, 0); }),
+              "invalid colour region 0 (1 isotherm, 2 upper alarm, 3 lower alarm)");
+    EXPECT_EQ(messageOf([&] { c.deleteColorRegion(4); }),
+              "invalid colour region 4 (1 isotherm, 2 upper alarm, 3 lower alarm)");
+    EXPECT_EQ(messageOf([&] { c.createColorRegion(2, 400, 401, 0); }),
+              "colour region 2: upper limit 400 is below lower limit 401");
+    EXPECT_FALSE(c.hasColorRegion(2));
+    EXPECT_NO_THROW(c.deleteColorRegion(3));       // deleting an unset region is fine
+    c.createColorRegion(3, 401, 401, 0xFF112233u); // one-value band; the top byte is ignored
+    EXPECT_TRUE(c.hasColorRegion(3));
+    EXPECT_FALSE(c.hasColorRegion(7));
+    auto px = paint(c, {400, 401, 402}, 0, 1000, indexTable(256));
+    EXPECT_EQ(px[1], cv::Vec3b(0x11, 0x22, 0x33));
+    EXPECT_NE(px[0], px[1]);
+    EXPECT_NE(px[2], px[1]);
+
+    cv::Mat_<uint16_t> raw(2, 2, uint16_t(5));
+    cv::Mat_<cv::Vec3b> rgb;
+    EXPECT_EQ(messageOf([&] { c.palletize(raw, rgb, 0, 10, true, std::vector<uint8_t>(3)); }),
+              "colour table must hold 2 to 65536 colours, not 1");
+    EXPECT_EQ(messageOf([&] { c.palletize(raw, rgb, 0, 10, true, std::vector<uint8_t>(767)); }),
+              "colour table of 767 bytes is not a whole number of RGB triples");
+    EXPECT_EQ(messageOf([&] { c.palletize(raw, rgb, 0, 10, true, std::vector<uint8_t>(3 * 65537)); }),
+              "colour table must hold 2 to 65536 colours, not 65537");
+    EXPECT_EQ(messageOf([&] { c.palletize(cv::Mat_<uint16_t>(), rgb, 0, 10, true, indexTable(2)); }),
+              "raw image is empty");
+    EXPECT_EQ(
+        messageOf([&] { c.palletizeHumid(cv::Mat_<uint16_t>(), rgb, Temp(20.0f), Rel(0.5f), true, {}); }),
+        "raw image is empty");
+}
+
+TEST(ColorPaletteConverter, HumidityViewFollowsTheTrafficLight) {
+    using C = ColorPaletteConverter;
+    EXPECT_EQ(C::humidityColour(0.0f), cv::Vec3b(0, 200, 0));
+    EXPECT_EQ(C::humidityColour(0.6399f), cv::Vec3b(0, 200, 0));
+    EXPECT_EQ(C::humidityColour(0.64f), cv::Vec3b(0, 200, 0));
+    EXPECT_EQ(C::humidityColour(0.72f), cv::Vec3b(255, 255, 0));
+    EXPECT_NEAR(C::humidityColour(0.68f)[0], 128, 1); // half way from green to yellow
+    EXPECT_NEAR(C::humidityColour(0.68f)[1], 228, 1);
+    EXPECT_LE(C::humidityColour(0.7999f)[1], 1); // almost red
+    EXPECT_EQ(C::humidityColour(0.80f), cv::Vec3b(255, 0, 0));
+    EXPECT_EQ(C::humidityColour(0.9999f), cv::Vec3b(255, 0, 0));
+    EXPECT_EQ(C::humidityColour(1.0f), cv::Vec3b(0, 0, 255));
+    EXPECT_EQ(C::humidityColour(5.0f), cv::Vec3b(0, 0, 255));
+    EXPECT_EQ(C::humidityColour(std::nanf("")), cv::Vec3b(0, 200, 0));
+
+    // Every pixel as the climate library sees it: air 20 °C at 50 % has its dew point near 9.3 °C.
+    const Temp air(20.0f);
+    const Rel rh(0.5f);
+    std::vector<uint16_t> values{0, 65535};
+    for (int centi = -6000; centi <= 7000; ++centi)
+        values.push_back(RadiometricTools::getUint16(centi / 100.0f));
+    const cv::Mat_<uint16_t> raw(values, true);
+    ColorPaletteConverter c(true);
+    cv::Mat_<cv::Vec3b> rgb;
+    c.palletizeHumid(raw, rgb, air, rh, false, {});
+    int wrong = 0;
+    for (int i = 0; i < raw.rows; ++i) {
+        const Temp surface(RadiometricTools::getFloat(raw(i, 0)));
+        const cv::Vec3b want = C::humidityColour(DewPoint::calcSurfaceMoisture(surface, air, rh).ratio());
+        wrong += rgb(i, 0) != cv::Vec3b(want[2], want[1], want[0]);
+    }
+    EXPECT_EQ(wrong, 0);
+    auto colourAt = [&](float celsius) {
+        cv::Mat_<uint16_t> one(1, 1, RadiometricTools::getUint16(celsius));
+        cv::Mat_<cv::Vec3b> out;
+        c.palletizeHumid(one, out, air, rh, false, {});
+        return out(0, 0);
+    };
+    EXPECT_EQ(colourAt(20.0f), cv::Vec3b(0, 200, 0)); // 50 %
+    EXPECT_EQ(colourAt(12.0f), cv::Vec3b(0, 0, 255)); // 83 %: mould risk (B, G, R order)
+    EXPECT_EQ(colourAt(9.0f), cv::Vec3b(255, 0, 0));  // below the dew point: condensation
+    const auto builds = c.tableBuilds();
+    EXPECT_EQ(builds, 1u);
+    cv::Mat_<uint16_t> warm(1, 1, RadiometricTools::getUint16(20.0f));
+    c.palletizeHumid(warm, rgb, air, Rel(0.9f), false, {}); // new climate: new table
+    EXPECT_EQ(c.tableBuilds(), 2u);
+    EXPECT_EQ(rgb(0, 0), cv::Vec3b(0, 0, 255)); // 90 % at the air's own temperature: red
+}
+
+// Writes images for a person to look at: every palette's ramp, a sample scene with the isotherm
+// and both alarms, and the humidity view of the same scene.
+TEST(ColorPaletteConverter, WritesViewableImages) {
+    const std::filesystem::path dir = std::filesystem::path(NORDA_BINARY_DIR) / "test-output" / "palettes";
+    std::filesystem::create_directories(dir);
+    ColorPaletteConverter c(true); // imwrite expects B, G, R
+    cv::Mat_<uint16_t> ramp(48, 512);
+    for (int y = 0; y < ramp.rows; ++y)
+        for (int x = 0; x < ramp.cols; ++x)
+            ramp(y, x) = static_cast<uint16_t>(x);
+    for (const auto& name : Palettes::names()) {
+        cv::Mat_<cv::Vec3b> rgb;
+        c.palletize(ramp, rgb, 0, 511, false, Palettes::colors(name));
+        const auto file = dir / (name + ".png");
+        ASSERT_TRUE(cv::imwrite(file.string(), rgb)) << file;
+        EXPECT_EQ(cv::imread(file.string()).size(), rgb.size());
+    }
+
+    // A scene from 5 °C to 60 °C: a warm disc, a hot spot and a cold corner.
+    cv::Mat_<uint16_t> scene(240, 320);
+    for (int y = 0; y < scene.rows; ++y)
+        for (int x = 0; x < scene.cols; ++x) {
+            const double dx = x - 160, dy = y - 120;
+            const double t = 5.0 + 40.0 * std::exp(-(dx * dx + dy * dy) / (2 * 60.0 * 60.0)) +
+                             30.0 * std::exp(-((x - 230) * (x - 230) + (y - 80) * (y - 80)) / 200.0) +
+                             x * 0.02;
+            scene(y, x) = RadiometricTools::getUint16(static_cast<float>(t));
+        }
+    c.createColorRegion(1, RadiometricTools::getUint16(32.0f), RadiometricTools::getUint16(30.0f),
+                        0x0000FF00);
+    c.createColorRegion(2, RadiometricTools::getUint16(150.0f), RadiometricTools::getUint16(50.0f),
+                        0x00FF0000);
+    c.createColorRegion(3, RadiometricTools::getUint16(8.0f), RadiometricTools::getUint16(-40.0f),
+                        0x000000FF);
+    cv::Mat_<cv::Vec3b> rgb;
+    c.palletize(scene, rgb, RadiometricTools::getUint16(5.0f), RadiometricTools::getUint16(60.0f), true,
+                Palettes::colors("iron"));
+    EXPECT_EQ(rgb(80, 230), cv::Vec3b(0, 0, 255)); // hot spot in the upper alarm (B, G, R)
+    EXPECT_EQ(rgb(239, 0), cv::Vec3b(255, 0, 0));  // cold corner in the lower alarm
+    ASSERT_TRUE(cv::imwrite((dir / "sample-regions.png").string(), rgb));
+    c.palletizeHumid(scene, rgb, Temp(20.0f), Rel(0.6f), false, {});
+    ASSERT_TRUE(cv::imwrite((dir / "sample-humidity.png").string(), rgb));
+}

@@ -1,0 +1,307 @@
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/vision/radiometry/RadiometricCalibration.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "nordalib/vision/radiometry/RadiometryTypeA.h"
+#include "nordalib/vision/radiometry/RadiometryTypeB.h"
+#include "nordalib/vision/streaming/RadiometryElement.h"
+#include "tests/vision/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+
+using namespace norda;
+using namespace norda::vision;
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using norda::test::celsius;
+
+namespace {
+void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+RadiometricConditions conditionsOf(float emissivity, float reflected, bool glass) {
+    RadiometricConditions c;
+    c.emissivity = emissivity;
+    c.reflectedK = reflected + 273.15;
+    c.boardCurrentK = 31.0 + 273.15;
+    c.boardShutteringK = 30.0 + 273.15;
+    c.shutterK = 25.0 + 273.15;
+    c.boardSlope = 0.2;
+    c.tauPg = glass ? 0.92 : 1.0;
+    c.emisPg = glass ? 0.05 : 0.0;
+    return c;
+}
+// Conditions as the model computes them from float/MarkedFloat metadata (same rounding).
+double asFloatKelvin(float celsiusValue) {
+    return celsius(celsiusValue).kelvin();
+}
+} // namespace
+
+TEST(RadiometricTools, PlanckCurveAndItsInverse) {
+    const auto cal = RadiometricCalibration::makeDefault();
+    const auto& p = cal.ranges.at(1).planck;
+    for (double t : {230.0, 273.15, 300.0, 423.15, 600.0}) {
+        const double s = RadiometricTools::planckSignal(p, t);
+        EXPECT_NEAR(RadiometricTools::planckTemperature(p, s), t, 1e-9 * t);
+        const double numeric =
+            (RadiometricTools::planckSignal(p, t + 1e-3) - RadiometricTools::planckSignal(p, t - 1e-3)) /
+            2e-3;
+        EXPECT_NEAR(RadiometricTools::planckSlope(p, t), numeric, 1e-6 * numeric);
+    }
+    // At or below -O there is no temperature; nor beyond the asymptote of the logarithm.
+    EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(p, -p.O)));
+    EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(p, -p.O - 5.0)));
+    PlanckConstants negativeF = p;
+    negativeF.F = -2.0; // log argument R1/(R2 s) + F <= 1 for large signals
+    EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(negativeF, 1e9)));
+    EXPECT_TRUE(std::isnan(RadiometricTools::planckSignal(p, 0.0)));
+
+    // The simulator's forward path and the model's inverse agree, and a shutter-temperature object
+    // seen without losses gives the board drift only.
+    const auto& range = cal.ranges.at(1);
+    const auto c = conditionsOf(0.7f, -5.0f, true);
+    for (double t : {260.0, 310.0, 400.0})
+        EXPECT_NEAR(
+            RadiometricTools::objectTemperature(range, c, RadiometricTools::correctedSignal(range, c, t)), t,
+            1e-6);
+    RadiometricConditions plain;
+    plain.boardCurrentK = plain.boardShutteringK + 2.0;
+    EXPECT_NEAR(RadiometricTools::correctedSignal(range, plain, plain.shutterK), 2.0 * range.boardDriftGain,
+                1e-9);
+    EXPECT_NEAR(RadiometricTools::rawCounts(range, plain, 300.0, 8000.0) -
+                    RadiometricTools::shutterCounts(range, plain, 8000.0),
+                RadiometricTools::correctedSignal(range, plain, 300.0), 1e-9);
+    // Encoding: 0.01 K per count from absolute zero.
+    EXPECT_EQ(RadiometricTools::getUint16(0.0f), 27315);
+    EXPECT_EQ(RadiometricTools::getUint16(-300.0f), 0);
+    EXPECT_EQ(RadiometricTools::getUint16(500.0f), 65535);
+    EXPECT_NEAR(RadiometricTools::getFloat(29315), 20.0f, 1e-4f);
+}
+
+TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
+    test::TempDir dir;
+    const std::string file = test::slashed(dir) + "radiometry.json";
+    EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
+              "radiometric calibration file " + file + " is missing");
+    EXPECT_NE(
+        test::messageOf([&] { RadiometryTypeA(640, 480, 0.01f, test::slashed(dir)); }).find("is missing"),
+        std::string::npos);
+
+    writeFile(file, "{ \"ranges\": [ { \"range\": 1, ");
+    EXPECT_NE(test::messageOf([&] { RadiometricCalibration::load(file); }).find("is not valid JSON"),
+              std::string::npos);
+
+    // Round trip of the default calibration, then one broken constant at a time.
+    RadiometricCalibration::makeDefault().save(file);
+    const auto loaded = RadiometricCalibration::load(file);
+    EXPECT_EQ(loaded.ranges.size(), 2u);
+    EXPECT_DOUBLE_EQ(loaded.ranges.at(2).planck.R1, 60000.0);
+    EXPECT_EQ(loaded.lenses.at(1).serial, "L25-000001");
+
+    auto broken = [&](auto mutate) {
+        auto cal = RadiometricCalibration::makeDefault();
+        mutate(cal);
+        cal.save(file);
+        return test::messageOf([&] { RadiometricCalibration::load(file); });
+    };
+    EXPECT_EQ(broken([](auto& c) { c.ranges[2].planck.F = 20.0; }),
+              "radiometric calibration " + file +
+                  ": ranges[1].F makes the Planck curve undefined inside the band (exp(B / T) <= F)");
+    EXPECT_NE(broken([](auto& c) { c.ranges[1].planck.B = -1.0; }).find("ranges[0].B must be positive"),
+              std::string::npos);
+    EXPECT_NE(broken([](auto& c) { c.ranges[1].planck.R2 = 0.0; }).find("ranges[0].R1"), std::string::npos);
+    EXPECT_NE(broken([](auto& c) { c.ranges[1].planck.R1 = -3.0; }).find("ranges[0].R1"), std::string::npos);
+    EXPECT_NE(broken([](auto& c) { c.lenses[2].transmission = 1.5; }).find("lenses[1].transmission"),
+              std::string::npos);
+
+    writeFile(file,
+              R"({"ranges":[{"range":1,"R1":1,"R2":1,"B":"x","F":1,"O":0,"bandBottom":0,"bandTop":10}]})");
+    EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
+              "radiometric calibration " + file + ": ranges[0].B is not a number");
+    writeFile(file, R"({"ranges":[{"range":1,"R2":1,"B":1,"F":1,"O":0,"bandBottom":0,"bandTop":10}]})");
+    EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
+              "radiometric calibration " + file + ": ranges[0].R1 is missing");
+}
+
+TEST(RadiometryModel, DataValidationAndTableReuse) {
+    RadiometryTypeA model(4, 2, 0.01f, test::calibrationDir());
+    cv::Mat_<short> raw(2, 4, short(0));
+    // Nothing set yet: the first missing condition is named.
+    EXPECT_EQ(test::messageOf([&] { model.processFrame(raw); }), "radiometry data MeasRange is not set");
+    EXPECT_EQ(test::messageOf([&] { model.setData(RadiometryId::Emis, makeVariant(0.9)); }),
+              "Variant-type (double)!= Template-type (float)");
+    EXPECT_EQ(test::messageOf([&] { model.setData(RadiometryId::Emis, makeVariant(1.5f)); }),
+              "radiometry data Emis = 1.5 is out of range");
+    EXPECT_EQ(test::messageOf([&] { model.setData(99, makeVariant(1.0f)); }),
+              "unknown radiometry data id 99");
+
+    const auto meta = test::radiometricMeta();
+    const std::pair<const char*, unsigned> ids[] = {
+        {"Environment.EmissivityValue", RadiometryId::Emis},
+        {"Environment.ReflectedTemperature", RadiometryId::Treflected},
+        {"Temperatures.Current.TBoardSens50", RadiometryId::TboardCurrent},
+        {"Temperatures.Shuttering.TBoardSens50", RadiometryId::TboardShuttering},
+        {"Temperatures.Shuttering.TShutter", RadiometryId::TShutterShuttering},
+        {"Temperatures.Current.TBoardSlope", RadiometryId::TBoardSlope}};
+    for (const auto& [key, id] : ids)
+        model.setData(id, meta.getVariant(key));
+    model.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(7));
+    model.setData(RadiometryId::TauPg, makeVariant(1.0f));
+    model.setData(RadiometryId::EmisPg, makeVariant(0.0f));
+    EXPECT_NE(
+        test::messageOf([&] { model.processFrame(raw); }).find("no calibration for measurement range 7"),
+        std::string::npos);
+    model.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(1));
+
+    cv::Mat_<short> wrong(3, 4, short(0));
+    EXPECT_EQ(test::messageOf([&] { model.processFrame(wrong); }),
+              "frame size 4x3 does not match the radiometry model's 4x2");
+
+    // The table is built once per set of conditions.
+    auto a = model.processFrame(raw);
+    auto b = model.processFrame(raw);
+    EXPECT_EQ(model.tableBuilds(), 1u);
+    EXPECT_EQ(cv::norm(a, b, cv::NORM_INF), 0.0);
+    model.setData(RadiometryId::Emis, makeVariant(0.5f));
+    model.processFrame(raw);
+    EXPECT_EQ(model.tableBuilds(), 2u);
+    // Hot pixels read hotter; the table is monotonic over the whole signal span.
+    cv::Mat_<short> ramp(1, 4);
+    ramp << -3000, 0, 3000, 30000;
+    RadiometryTypeA wide(4, 1, 0.01f, test::calibrationDir());
+    for (const auto& [key, id] : ids)
+        wide.setData(id, meta.getVariant(key));
+    wide.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(1));
+    wide.setData(RadiometryId::TauPg, makeVariant(1.0f));
+    wide.setData(RadiometryId::EmisPg, makeVariant(0.0f));
+    auto t = wide.processFrame(ramp);
+    EXPECT_LT(t(0, 0), t(0, 1));
+    EXPECT_LT(t(0, 1), t(0, 2));
+    EXPECT_LT(t(0, 2), t(0, 3));
+}
+
+TEST(RadiometryModel, TypeBLensAndSlowFrame) {
+    test::TempDir dir;
+    auto cal = RadiometricCalibration::makeDefault();
+    cal.ranges[1].slowFrameGain = 0.5;
+    cal.save(test::slashed(dir) + RadiometricCalibration::kFileName);
+    RadiometryTypeB model(2, 1, 0.01f, test::slashed(dir));
+    const auto meta = test::radiometricMeta(0.9f, 10.0f);
+    const std::pair<const char*, unsigned> ids[] = {
+        {"Environment.EmissivityValue", RadiometryId::Emis},
+        {"Environment.ReflectedTemperature", RadiometryId::Treflected},
+        {"Temperatures.Current.TBoardSens50", RadiometryId::TboardCurrent},
+        {"Temperatures.Shuttering.TBoardSens50", RadiometryId::TboardShuttering},
+        {"Temperatures.Shuttering.TShutter", RadiometryId::TShutterShuttering},
+        {"Temperatures.Current.TBoardSlope", RadiometryId::TBoardSlope},
+        {"ActiveMeasRange.Name", RadiometryId::MeasRange},
+        {"ActiveLens.Index", RadiometryId::LensIndex},
+        {"Temperatures.Current.TLens", RadiometryId::TlensCurrent}};
+    for (const auto& [key, id] : ids)
+        model.setData(id, meta.getVariant(key));
+    model.setData(RadiometryId::TauPg, makeVariant(1.0f));
+    model.setData(RadiometryId::EmisPg, makeVariant(0.0f));
+    cv::Mat_<short> raw(1, 2, short(1000));
+    EXPECT_EQ(test::messageOf([&] { model.processFrame(raw); }), "radiometry data LensSerial is not set");
+    model.setData(RadiometryId::LensSerial, makeVariant(std::string("L25-999999")));
+    EXPECT_NE(test::messageOf([&] { model.processFrame(raw); }).find("is calibrated for serial L25-000001"),
+              std::string::npos);
+    model.setData(RadiometryId::LensSerial, makeVariant(std::string("L25-000001")));
+
+    // The lens's transmission and temperature enter the conditions; the result agrees with the
+    // forward model evaluated for the same conditions.
+    auto c = model.conditions();
+    EXPECT_DOUBLE_EQ(c.lensTransmission, 0.97);
+    EXPECT_NEAR(c.lensK, 300.15, 1e-3);
+    EXPECT_DOUBLE_EQ(c.gain, 1.0);
+    const auto& range = cal.ranges.at(1);
+    const double t = 330.0;
+    cv::Mat_<short> scene(1, 2,
+                          static_cast<short>(std::lround(RadiometricTools::correctedSignal(range, c, t))));
+    const double tol = RadiometricTools::temperatureStep(range, c, t);
+    EXPECT_NEAR(model.processFrame(scene)(0, 0) * 0.01, t, tol);
+
+    // Slow-frame mode halves the responsivity in this calibration: the same object gives half the signal.
+    model.parameters().set(RadiometryId::SlowFrameActive, makeVariant(true));
+    c = model.conditions();
+    EXPECT_DOUBLE_EQ(c.gain, 0.5);
+    scene = static_cast<short>(std::lround(RadiometricTools::correctedSignal(range, c, t)));
+    EXPECT_NEAR(model.processFrame(scene)(0, 0) * 0.01, t, RadiometricTools::temperatureStep(range, c, t));
+
+    model.setData(RadiometryId::LensIndex, makeVariant<unsigned char>(9));
+    EXPECT_NE(test::messageOf([&] { model.processFrame(raw); }).find("no calibration for lens 9"),
+              std::string::npos);
+}
+
+// Scenes synthesised with the forward model at known temperatures come back through the element
+// within 0.05 K or the temperature step of one signal count, whichever is larger.
+TEST(RadiometryAccuracy, SynthesisedScenesThroughElement) {
+    DataProxy<std::string> proxy;
+    setDefaultParameters(proxy);
+    const auto cal = RadiometricCalibration::load(test::calibrationDir() + RadiometricCalibration::kFileName);
+    const float emissivities[] = {0.6f, 0.8f, 1.0f};
+    const float reflected[] = {-10.0f, 15.0f, 40.0f};
+    constexpr int kTemps = 24;
+
+    for (unsigned rangeNo : {1u, 2u}) {
+        const auto& range = cal.ranges.at(rangeNo);
+        double worstError = 0.0, worstRatio = 0.0, worstStep = 0.0;
+        int samples = 0;
+        for (bool glass : {false, true}) {
+            for (float eps : emissivities) {
+                for (float refl : reflected) {
+                    proxy.setValue<unsigned short>(Id::IrImage::Cols, kTemps, false);
+                    proxy.setValue<unsigned short>(Id::IrImage::Rows, 1, false);
+                    RadiometryElement element(&proxy, test::calibrationDir(), RadiometricCamTypeA);
+                    RadiometricConditions c = conditionsOf(eps, refl, glass);
+                    // The model sees float metadata; synthesise with the same values.
+                    c.emissivity = eps;
+                    c.reflectedK = asFloatKelvin(refl);
+                    c.boardCurrentK = asFloatKelvin(31.0f);
+                    c.boardShutteringK = asFloatKelvin(30.0f);
+                    c.shutterK = asFloatKelvin(25.0f);
+                    c.boardSlope = 0.2f;
+                    c.tauPg = glass ? 0.92f : 1.0f;
+                    c.emisPg = glass ? 0.05f : 0.0f;
+                    cv::Mat_<short> frame(1, kTemps);
+                    std::vector<double> truth(kTemps);
+                    for (int i = 0; i < kTemps; ++i) {
+                        truth[i] =
+                            range.bandBottomK + (range.bandTopK - range.bandBottomK) * i / (kTemps - 1);
+                        const double s = std::round(RadiometricTools::correctedSignal(range, c, truth[i]));
+                        ASSERT_LT(std::abs(s), 32767.0);
+                        frame(0, i) = static_cast<short>(s);
+                    }
+                    FrameMap in, out;
+                    in[STREAMING_DATATYPE_CORRECTED] = std::make_unique<Frame>(
+                        frame, test::radiometricMeta(eps, refl, static_cast<unsigned char>(rangeNo), glass));
+                    ASSERT_TRUE(element.process(in, out));
+                    ASSERT_TRUE(
+                        out[STREAMING_DATATYPE_RAD]->getMetaData().get<bool>(Id::Temperatures::Validity));
+                    const cv::Mat_<unsigned short> result = out[STREAMING_DATATYPE_RAD]->getFrameData();
+                    for (int i = 0; i < kTemps; ++i) {
+                        const double measuredK = result(0, i) * 0.01;
+                        const double step = RadiometricTools::temperatureStep(range, c, truth[i]);
+                        const double tolerance = std::max(0.05, step);
+                        const double err = std::abs(measuredK - truth[i]);
+                        EXPECT_LE(err, tolerance) << "range " << rangeNo << " T " << truth[i] - 273.15
+                                                  << " eps " << eps << " refl " << refl << " glass " << glass;
+                        worstError = std::max(worstError, err);
+                        worstStep = std::max(worstStep, step);
+                        worstRatio = std::max(worstRatio, err / tolerance);
+                        ++samples;
+                    }
+                }
+            }
+        }
+        std::printf(
+            "[ accuracy ] range %u (%.0f..%.0f C): %d samples, max error %.4f K, max count step %.4f K, "
+            "worst error/tolerance %.2f\n",
+            rangeNo, range.bandBottomK - 273.15, range.bandTopK - 273.15, samples, worstError, worstStep,
+            worstRatio);
+    }
+}

@@ -1,0 +1,761 @@
+#include "nordalib/vision/streaming/MinMaxExtractionElement.h"
+
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/climate/AutoSpanHint.h"
+#include "nordalib/vision/climate/DewPoint.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <mutex>
+#include <random>
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using norda::logging::Logger;
+using norda::logging::LogLevel;
+using norda::vision::RadiometricTools;
+using Temp = quantity::Temperature<MarkedFloat>;
+using Rel = quantity::Relation<MarkedFloat>;
+
+namespace {
+
+unsigned short px(float celsius) {
+    return RadiometricTools::getUint16(celsius);
+}
+Temp celsius(float t, uint8_t mark = 0) {
+    return Temp(MarkedFloat::withMark(t, mark));
+}
+
+// Collects the MINMAX logger's records for the lifetime of the object.
+struct LogCapture {
+    std::mutex mutex;
+    std::vector<std::pair<LogLevel, std::string>> records;
+    LogCapture() {
+        Logger::setListener([this](const std::string& logger, LogLevel level, const std::string& message) {
+            if (logger != "MINMAX")
+                return;
+            std::lock_guard<std::mutex> lock(mutex);
+            records.emplace_back(level, message);
+        });
+    }
+    ~LogCapture() { Logger::setListener({}); }
+    int count(const std::string& text) {
+        std::lock_guard<std::mutex> lock(mutex);
+        int n = 0;
+        for (const auto& [level, message] : records)
+            n += message == text;
+        return n;
+    }
+    bool has(LogLevel level, const std::string& text) {
+        std::lock_guard<std::mutex> lock(mutex);
+        for (const auto& r : records)
+            if (r.first == level && r.second == text)
+                return true;
+        return false;
+    }
+    int countPrefix(const std::string& prefix) {
+        std::lock_guard<std::mutex> lock(mutex);
+        int n = 0;
+        for (const auto& r : records)
+            n += r.second.rfind(prefix, 0) == 0;
+        return n;
+    }
+    void clear() {
+        std::lock_guard<std::mutex> lock(mutex);
+        records.clear();
+    }
+};
+
+class MinMaxTest : public ::testing::Test {
+protected:
+    void SetUp() override { setDefaultParameters(proxy); }
+
+    // One cycle with `img` in slot 3; returns the frame that arrived in slot 4.
+    std::unique_ptr<Frame> run(MinMaxExtractionElement& element, const cv::Mat& img,
+                               DataStorage<std::string> meta = rangeMeta(1)) {
+        FrameMap in, out;
+        in[STREAMING_DATATYPE_RAD] = std::make_unique<Frame>(img, std::move(meta));
+        EXPECT_TRUE(element.process(in, out));
+        EXPECT_EQ(in[STREAMING_DATATYPE_RAD], nullptr);
+        return std::move(out[STREAMING_DATATYPE_RAD_CONST]);
+    }
+    static DataStorage<std::string> rangeMeta(unsigned char range) {
+        DataStorage<std::string> meta;
+        meta.setValue<unsigned char>(Id::ActiveMeasRange::Name, range);
+        return meta;
+    }
+    static cv::Mat uniform(int rows, int cols, float t) {
+        return cv::Mat(rows, cols, CV_16UC1, cv::Scalar(px(t)));
+    }
+    MeasPoint storedPoint(const std::string& key) { return proxy.getValue<MeasPoint>(key); }
+    static float valueOf(const MeasPoint& p) { return p.getValue()->value<Temp>().celsius(); }
+    static uint8_t markOf(const MeasPoint& p) { return p.getValue()->value<Temp>().getValue().getMark(); }
+
+    DataProxy<std::string> proxy;
+};
+
+// Plain reference of the whole-image extraction, written straight from its definition.
+void referenceExtract(const cv::Mat& img, unsigned short lower, unsigned short upper, cv::Point& cold,
+                      cv::Point& hot, unsigned short& med) {
+    unsigned short mn = 65535, mx = 0;
+    uint64_t sum = 0, count = 0;
+    for (int y = 0; y < img.rows; ++y)
+        for (int x = 0; x < img.cols; ++x) {
+            unsigned short v = img.at<unsigned short>(y, x);
+            mn = std::min(mn, v);
+            mx = std::max(mx, v);
+            if (v > lower && v < upper) {
+                sum += v;
+                ++count;
+            }
+        }
+    med = count ? static_cast<unsigned short>(sum / count) : static_cast<unsigned short>((mx + mn) / 2);
+    bool c = false, h = false;
+    for (int y = 0; y < img.rows && !(c && h); ++y)
+        for (int x = 0; x < img.cols && !(c && h); ++x) {
+            unsigned short v = img.at<unsigned short>(y, x);
+            if (!c && v == mn) {
+                cold = {x, y};
+                c = true;
+            }
+            if (!h && v == mx) {
+                hot = {x, y};
+                h = true;
+            }
+        }
+}
+
+// Plain reference of the centre area: strict comparisons, first occurrence wins.
+void referenceArea(const cv::Mat& img, cv::Rect& rect, cv::Point& cold, cv::Point& hot,
+                   unsigned short& mean) {
+    int w = static_cast<int>(std::lround(img.cols * 0.5)), h = static_cast<int>(std::lround(img.rows * 0.5));
+    rect = {(img.cols - w) / 2, (img.rows - h) / 2, w, h};
+    unsigned short mn = 65535, mx = 0;
+    uint64_t sum = 0;
+    for (int y = rect.y; y < rect.y + h; ++y)
+        for (int x = rect.x; x < rect.x + w; ++x) {
+            unsigned short v = img.at<unsigned short>(y, x);
+            if (v < mn) {
+                mn = v;
+                cold = {x, y};
+            }
+            if (v > mx) {
+                mx = v;
+                hot = {x, y};
+            }
+            sum += v;
+        }
+    mean = static_cast<unsigned short>(static_cast<float>(sum) / static_cast<float>(w * h) + 0.5f);
+}
+
+} // namespace
+
+TEST_F(MinMaxTest, ConstructionChecksAndWiring) {
+    auto messageOf = [&](DataProxy<std::string>* p,
+                         STREAMING_DATATYPE slot) -> std::pair<std::string, std::string> {
+        try {
+            MinMaxExtractionElement e(p, slot, true);
+        } catch (const norda::Exception& ex) {
+            return {ex.what(), ex.location()};
+        }
+        return {"<none>", ""};
+    };
+    const std::string function =
+        "norda::exp::streaming::MinMaxExtractionElement::MinMaxExtractionElement(..)";
+    auto [m0, l0] = messageOf(nullptr, STREAMING_DATATYPE_RAD);
+    EXPECT_EQ(m0, "Pointer to DataProxy is mandatory for this element!");
+    EXPECT_EQ(l0.rfind("nordalib/vision/streaming/MinMaxExtractionElement: ", 0), 0u) << l0;
+    EXPECT_NE(l0.find(function), std::string::npos) << l0;
+    for (auto slot : {STREAMING_DATATYPE_CORRECTED, STREAMING_DATATYPE_RGB, STREAMING_DATATYPE_YUV422}) {
+        auto [m, l] = messageOf(&proxy, slot);
+        EXPECT_EQ(m, "Input must be of Type STREAMING_DATATYPE_RAD or STREAMING_DATATYPE_RAD_CONST");
+        EXPECT_NE(l.find(function), std::string::npos);
+    }
+    // The null store is reported first, whatever the slot.
+    EXPECT_EQ(messageOf(nullptr, STREAMING_DATATYPE_RGB).first,
+              "Pointer to DataProxy is mandatory for this element!");
+
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD_CONST, true);
+    EXPECT_EQ(e.getName(), "MinMaxExtractionElement");
+    EXPECT_EQ(e.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
+    EXPECT_EQ(e.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
+    EXPECT_FALSE(e.isBlocking());
+    EXPECT_EQ(e.getPriority(), 0);
+    EXPECT_EQ(MinMaxExtractionElement::m_u8LowTempRange, 1);
+
+    // Same slot in and out: the frame stays where it is.
+    FrameMap frames;
+    frames[STREAMING_DATATYPE_RAD_CONST] = std::make_unique<Frame>(uniform(4, 4, 20));
+    Frame* raw = frames[STREAMING_DATATYPE_RAD_CONST].get();
+    EXPECT_TRUE(e.process(frames, frames));
+    EXPECT_EQ(frames[STREAMING_DATATYPE_RAD_CONST].get(), raw);
+}
+
+TEST_F(MinMaxTest, AutoRangeSetupFromPool) {
+    LogCapture log;
+    {
+        proxy.setValue(Id::MeasRangeSettings::EnableAutoRange, false, false);
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        EXPECT_TRUE(log.has(LogLevel::info, "AutoRange disabled"));
+    }
+    // Keys are range numbers as text; the high range is the second smallest.
+    DataStorage<std::string> pool;
+    pool.setValue("3", makeMeasRange(3, 200, 1200, 150, 1500));
+    pool.setValue("1", makeMeasRange(1, -20, 120, -40, 150));
+    pool.setValue("2", makeMeasRange(2, 0, 350, -10, 380));
+    proxy.setValue(Id::MeasRangePool, pool, false);
+    proxy.setValue(Id::MeasRangeSettings::EnableAutoRange, true, false);
+    {
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        EXPECT_TRUE(log.has(LogLevel::info, "AutoRange activated! HR 2"));
+
+        // The observer follows the key; too few ranges switch the automatic off.
+        DataStorage<std::string> one;
+        one.setValue("1", makeMeasRange(1, -20, 120, -40, 150));
+        proxy.setValue(Id::MeasRangePool, one, false);
+        proxy.setValue(Id::MeasRangeSettings::EnableAutoRange, false, true);
+        proxy.setValue(Id::MeasRangeSettings::EnableAutoRange, true, true);
+        proxy.flush();
+        EXPECT_EQ(log.count("AutoRange disabled"), 2);
+        EXPECT_TRUE(log.has(LogLevel::info, "AutoRange disabled there are not enough ranges defined"));
+    }
+    proxy.remove(Id::MeasRangePool);
+    try {
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        ADD_FAILURE() << "a missing pool must throw";
+    } catch (const norda::Exception& ex) {
+        EXPECT_STREQ(ex.what(), "value: MeasRangePool could not be found!");
+    }
+}
+
+TEST_F(MinMaxTest, WholeImageAndCentreAreaMatchThePlainReference) {
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    std::mt19937 rng(7);
+    const auto borders = proxy.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop);
+    const unsigned short upper = px(borders.celsius());
+    const unsigned short lower = px(proxy.getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius());
+    // Small images, odd sizes, an image large enough for the parallel path, and few distinct
+    // values so that extremes occur many times (ties).
+    const cv::Size sizes[] = {{1, 1}, {2, 1}, {1, 3}, {5, 3}, {7, 9}, {640, 480}, {1023, 767}};
+    for (const auto& size : sizes)
+        for (int levels : {3, 4000}) {
+            cv::Mat img(size, CV_16UC1);
+            std::uniform_int_distribution<int> d(0, levels - 1);
+            for (int y = 0; y < img.rows; ++y)
+                for (int x = 0; x < img.cols; ++x)
+                    img.at<unsigned short>(y, x) = static_cast<unsigned short>(px(10) + d(rng) * 5);
+            auto out = run(e, img, DataStorage<std::string>()); // cycle counter reset below keeps refreshing
+            proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+            out = run(e, img, DataStorage<std::string>());
+            proxy.setValue(Id::Gallery::ForceUpdate, false, false);
+
+            cv::Point cold, hot;
+            unsigned short med = 0;
+            referenceExtract(img, lower, upper, cold, hot, med);
+            const auto& meta = out->getMetaData();
+            SCOPED_TRACE(testing::Message() << size << " levels " << levels);
+            EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), hot);
+            EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::ColdSpot::Position), cold);
+            EXPECT_EQ(px(meta.get<Temp>(Id::IrImage::Med).celsius()), med);
+            EXPECT_EQ(proxy.getValue<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), hot);
+
+            cv::Rect rect;
+            cv::Point aCold, aHot;
+            unsigned short mean = 0;
+            referenceArea(img, rect, aCold, aHot, mean);
+            const auto area = meta.get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea);
+            EXPECT_EQ(area.getAreaRect(), rect);
+            EXPECT_EQ(area.getHotSpot().getPos(), aHot);
+            EXPECT_EQ(area.getColdSpot().getPos(), aCold);
+            EXPECT_EQ(px(area.getMeanValue()->value<Temp>().celsius()), mean);
+            EXPECT_EQ(proxy.getValue<cv::Rect_<int>>(Id::MeasAreas::CenterArea::Rect), rect);
+        }
+}
+
+TEST_F(MinMaxTest, ExtremesTiesMeanAndTinyImages) {
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    // Ties: two maxima and two minima; the topmost, then leftmost wins, also inside the centre area.
+    cv::Mat img = uniform(8, 8, 20);
+    img.at<unsigned short>(5, 2) = img.at<unsigned short>(3, 6) = img.at<unsigned short>(3, 4) = px(50);
+    img.at<unsigned short>(4, 5) = img.at<unsigned short>(4, 3) = px(5);
+    auto out = run(e, img);
+    const auto& meta = out->getMetaData();
+    EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), cv::Point(4, 3));
+    EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::ColdSpot::Position), cv::Point(3, 4));
+    const auto area = meta.get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea);
+    EXPECT_EQ(area.getAreaRect(), cv::Rect(2, 2, 4, 4));
+    EXPECT_EQ(area.getHotSpot().getPos(), cv::Point(4, 3));
+    EXPECT_EQ(area.getColdSpot().getPos(), cv::Point(3, 4));
+    EXPECT_FLOAT_EQ(valueOf(meta.get<MeasPoint>(Id::MeasPoints::HotSpot::MeasPoint)), 50.0f);
+
+    // Every pixel outside the tolerance band (-20 .. 120 °C): med = (max + min) / 2, halves dropped.
+    cv::Mat outside = uniform(2, 2, 130);
+    outside.at<unsigned short>(0, 0) = 5001;
+    outside.at<unsigned short>(1, 1) = 60000;
+    proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+    out = run(e, outside);
+    EXPECT_EQ(px(out->getMetaData().get<Temp>(Id::IrImage::Med).celsius()), 32500);
+    EXPECT_EQ(out->getMetaData().get<Temp>(Id::IrImage::Min).getValue().getMark(), MarkedFloat::UnderRange);
+    EXPECT_EQ(out->getMetaData().get<Temp>(Id::IrImage::Max).getValue().getMark(), MarkedFloat::OverRange);
+
+    // 1x1: a centre area of lround(0.5) = 1 at (0, 0).
+    out = run(e, uniform(1, 1, 33));
+    EXPECT_EQ(out->getMetaData().get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea).getAreaRect(),
+              cv::Rect(0, 0, 1, 1));
+    // Odd sizes round half away from zero: 5 x 3 gives 3 x 2 at (1, 0).
+    out = run(e, uniform(3, 5, 33));
+    EXPECT_EQ(out->getMetaData().get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea).getAreaRect(),
+              cv::Rect(1, 0, 3, 2));
+}
+
+TEST_F(MinMaxTest, ValidityMarksAgainstTheActiveRange) {
+    // Borders exactly representable as pixel values, so "equal" is really equal.
+    const float tolTop = RadiometricTools::getFloat(px(120)), tolBottom = RadiometricTools::getFloat(px(-20));
+    const float dispTop = RadiometricTools::getFloat(px(150)),
+                dispBottom = RadiometricTools::getFloat(px(-40));
+    proxy.setValue(Id::ActiveMeasRange::ToleranceTop, celsius(tolTop), false);
+    proxy.setValue(Id::ActiveMeasRange::ToleranceBottom, celsius(tolBottom), false);
+    proxy.setValue(Id::ActiveMeasRange::DisplayTop, celsius(dispTop), false);
+    proxy.setValue(Id::ActiveMeasRange::DisplayBottom, celsius(dispBottom), false);
+    proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+
+    auto hotMark = [&](unsigned short hotPixel) {
+        cv::Mat img = uniform(4, 4, 20);
+        img.at<unsigned short>(1, 1) = hotPixel;
+        run(e, img);
+        return markOf(storedPoint(Id::MeasPoints::HotSpot::MeasPoint));
+    };
+    EXPECT_EQ(hotMark(px(120)), MarkedFloat::Valid); // equal to the tolerance top: inside
+    EXPECT_EQ(hotMark(px(120) + 1), MarkedFloat::OutOfTolerance);
+    EXPECT_EQ(hotMark(px(150)), MarkedFloat::OutOfTolerance); // equal to the display top: 1, not 5
+    EXPECT_EQ(hotMark(px(150) + 1), MarkedFloat::OverRange);
+    auto coldMark = [&](unsigned short coldPixel) {
+        cv::Mat img = uniform(4, 4, 20);
+        img.at<unsigned short>(2, 2) = coldPixel;
+        run(e, img);
+        return markOf(storedPoint(Id::MeasPoints::ColdSpot::MeasPoint));
+    };
+    EXPECT_EQ(coldMark(px(-20)), MarkedFloat::Valid);
+    EXPECT_EQ(coldMark(px(-20) - 1), MarkedFloat::OutOfTolerance);
+    EXPECT_EQ(coldMark(px(-40)), MarkedFloat::OutOfTolerance);
+    EXPECT_EQ(coldMark(px(-40) - 1), MarkedFloat::UnderRange);
+
+    // A marked border: results keep the mark the radiometry gave them (none), even far outside.
+    proxy.setValue(Id::ActiveMeasRange::DisplayBottom, celsius(dispBottom, MarkedFloat::OutOfTolerance),
+                   false);
+    EXPECT_EQ(hotMark(px(300)), MarkedFloat::Valid);
+    EXPECT_EQ(coldMark(px(-100)), MarkedFloat::Valid);
+}
+
+TEST_F(MinMaxTest, UserPointsClampingActivityAndMetadataRules) {
+    LogCapture log;
+    proxy.setValue(Id::MeasPoints::MeasPoint1::Visible, true, false);
+    proxy.setValue(Id::MeasPoints::MeasPoint1::Position, cv::Point_<int>(16, 12), false);
+    proxy.setValue(Id::MeasPoints::MeasPoint2::Visible, true, false);
+    proxy.setValue(Id::MeasPoints::MeasPoint2::Position, cv::Point_<int>(3, 2), false);
+    proxy.setValue(Id::MeasPoints::CenterSpot::Position, cv::Point_<int>(8, 6), false);
+    proxy.setValue(Id::DeltaT::Active, true, false);
+    proxy.setValue(Id::DeltaT::Mode, Id::DeltaT::PointReference, false);
+    proxy.setValue(Id::MeasPoints::DeltaT1::Position, cv::Point_<int>(1, 1), false);
+    proxy.setValue(Id::MeasPoints::DeltaT2::Position, cv::Point_<int>(2, 2), false);
+    const MeasPoint untouched = storedPoint(Id::MeasPoints::DeltaT2::MeasPoint);
+
+    cv::Mat img = uniform(12, 16, 20);
+    img.at<unsigned short>(11, 15) = px(42);
+    img.at<unsigned short>(2, 3) = px(33);
+    img.at<unsigned short>(1, 1) = px(25);
+    {
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        // The frame already carries a centre-spot value and a hot spot: the first is kept (with the
+        // warning line), the second replaced.
+        DataStorage<std::string> meta = rangeMeta(1);
+        meta.setValue(Id::MeasPoints::CenterSpot::MeasPoint, MeasPoint(0, 0, celsius(-5)));
+        meta.setValue(Id::MeasPoints::HotSpot::MeasPoint, MeasPoint(0, 0, celsius(-5)));
+        testing::internal::CaptureStdout();
+        auto out = run(e, img, std::move(meta));
+        const std::string stdoutText = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(stdoutText, "Warning: MetaData already available: MeasPoints.CenterSpot.MeasPoint\n");
+        EXPECT_FLOAT_EQ(valueOf(out->getMetaData().get<MeasPoint>(Id::MeasPoints::CenterSpot::MeasPoint)),
+                        -5.0f);
+        EXPECT_FLOAT_EQ(valueOf(out->getMetaData().get<MeasPoint>(Id::MeasPoints::HotSpot::MeasPoint)),
+                        42.0f);
+        EXPECT_FLOAT_EQ(valueOf(storedPoint(Id::MeasPoints::CenterSpot::MeasPoint)), 20.0f);
+
+        // (cols, rows) is evaluated at (cols - 1, rows - 1) with two debug lines; the stored
+        // position is left as the user set it.
+        const MeasPoint p1 = storedPoint(Id::MeasPoints::MeasPoint1::MeasPoint);
+        EXPECT_EQ(p1.getPos(), cv::Point(15, 11));
+        EXPECT_FLOAT_EQ(valueOf(p1), 42.0f);
+        EXPECT_TRUE(log.has(LogLevel::debug,
+                            "MP MeasPoints.MeasPoint1.MeasPoint, X out of range: 16 (corrected to 15)"));
+        EXPECT_TRUE(log.has(LogLevel::debug,
+                            "MP MeasPoints.MeasPoint1.MeasPoint, Y out of range: 12 (corrected to 11)"));
+        EXPECT_EQ(proxy.getValue<cv::Point_<int>>(Id::MeasPoints::MeasPoint1::Position), cv::Point(16, 12));
+        EXPECT_FLOAT_EQ(valueOf(out->getMetaData().get<MeasPoint>(Id::MeasPoints::MeasPoint1::MeasPoint)),
+                        42.0f);
+        EXPECT_FLOAT_EQ(valueOf(storedPoint(Id::MeasPoints::MeasPoint2::MeasPoint)), 33.0f);
+
+        // Delta-T: the first point with DeltaT.Active, the second only in point-point mode.
+        EXPECT_FLOAT_EQ(valueOf(storedPoint(Id::MeasPoints::DeltaT1::MeasPoint)), 25.0f);
+        EXPECT_EQ(storedPoint(Id::MeasPoints::DeltaT2::MeasPoint), untouched);
+        proxy.setValue(Id::DeltaT::Mode, Id::DeltaT::PointPoint, false);
+        proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+        run(e, img);
+        EXPECT_EQ(storedPoint(Id::MeasPoints::DeltaT2::MeasPoint).getPos(), cv::Point(2, 2));
+    }
+
+    // Without user points, MeasPoint1..5 are never written, whatever Visible says.
+    const MeasPoint sentinel(1, 2, celsius(-99));
+    proxy.setValue(Id::MeasPoints::MeasPoint1::MeasPoint, sentinel, false);
+    proxy.setValue(Id::MeasPoints::MeasPoint2::MeasPoint, sentinel, false);
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, false);
+    auto out = run(e, img);
+    EXPECT_EQ(storedPoint(Id::MeasPoints::MeasPoint1::MeasPoint), sentinel);
+    EXPECT_EQ(storedPoint(Id::MeasPoints::MeasPoint2::MeasPoint), sentinel);
+    EXPECT_FALSE(out->isMetaDateAvailable(Id::MeasPoints::MeasPoint1::MeasPoint));
+
+    // Hidden hot spot: the store is not written, the frame still carries it.
+    proxy.setValue(Id::MeasPoints::HotSpot::Visible, false, false);
+    proxy.setValue(Id::MeasPoints::HotSpot::MeasPoint, sentinel, false);
+    out = run(e, img);
+    EXPECT_EQ(storedPoint(Id::MeasPoints::HotSpot::MeasPoint), sentinel);
+    EXPECT_FLOAT_EQ(valueOf(out->getMetaData().get<MeasPoint>(Id::MeasPoints::HotSpot::MeasPoint)), 42.0f);
+}
+
+TEST_F(MinMaxTest, RefreshRhythmWrapsWithTheEightBitCounter) {
+    proxy.setValue(Id::MeasRangeSettings::EnableAutoRange, false, false);
+    for (bool fast : {true, false}) {
+        proxy.setValue(Id::DeviceFeatures::FastFrameAvailable, fast, false);
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        std::vector<int> refreshed;
+        for (int i = 0; i < 300; ++i) {
+            // The hot pixel moves every frame: the frame's hot spot shows whether it was refreshed.
+            cv::Mat img = uniform(4, 300, 20);
+            img.at<unsigned short>(1, i) = px(60);
+            auto out = run(e, img);
+            if (out->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position).x == i)
+                refreshed.push_back(i);
+            else // throttled frames re-publish the last refresh
+                EXPECT_EQ(out->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position).x,
+                          refreshed.back());
+        }
+        std::vector<int> expected;
+        const int period = fast ? 20 : 6;
+        for (int i = 0; i < 300; ++i)
+            if ((i % 256) % period == 0)
+                expected.push_back(i);
+        EXPECT_EQ(refreshed, expected) << "period " << period;
+    }
+    // A forced update refreshes at once and restarts the rhythm.
+    proxy.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    run(e, uniform(4, 4, 20));
+    run(e, uniform(4, 4, 20));
+    proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+    cv::Mat img = uniform(4, 4, 20);
+    img.at<unsigned short>(2, 3) = px(70);
+    EXPECT_EQ(run(e, img)->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
+              cv::Point(3, 2));
+    proxy.setValue(Id::Gallery::ForceUpdate, false, false);
+    for (int i = 1; i < 6; ++i)
+        EXPECT_EQ(
+            run(e, uniform(4, 4, 20))->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
+            cv::Point(3, 2));
+    EXPECT_EQ(
+        run(e, uniform(4, 4, 20))->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
+        cv::Point(0, 0));
+}
+
+TEST_F(MinMaxTest, EmptyMissingAndWrongInput) {
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    FrameMap in, out;
+    in[STREAMING_DATATYPE_RAD] = std::make_unique<Frame>(cv::Mat(0, 5, CV_16UC1), rangeMeta(1));
+    Frame* empty = in[STREAMING_DATATYPE_RAD].get();
+    out[STREAMING_DATATYPE_RAD_CONST] = std::make_unique<Frame>(uniform(2, 2, 1));
+    EXPECT_TRUE(e.process(in, out));
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD_CONST].get(), empty);
+    EXPECT_FALSE(empty->isMetaDateAvailable(Id::IrImage::Min));
+
+    FrameMap none, out2;
+    EXPECT_TRUE(e.process(none, out2));
+    EXPECT_EQ(out2.count(STREAMING_DATATYPE_RAD_CONST), 1u);
+    EXPECT_EQ(out2[STREAMING_DATATYPE_RAD_CONST], nullptr);
+
+    // Empty cycles do not advance the rhythm: the next real frame is still a refresh.
+    cv::Mat img = uniform(3, 3, 20);
+    img.at<unsigned short>(2, 2) = px(40);
+    EXPECT_EQ(run(e, img)->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
+              cv::Point(2, 2));
+
+    FrameMap bad, out3;
+    bad[STREAMING_DATATYPE_RAD] = std::make_unique<Frame>(cv::Mat(3, 3, CV_16SC1, cv::Scalar(0)));
+    EXPECT_THROW(e.process(bad, out3), norda::Exception);
+
+    proxy.remove(Id::Environment::Humidity);
+    try {
+        run(e, img);
+        ADD_FAILURE() << "missing key must throw";
+    } catch (const norda::Exception& ex) {
+        EXPECT_STREQ(ex.what(), "value: Environment.Humidity could not be found!");
+    }
+}
+
+TEST_F(MinMaxTest, HumidityModeGivesSurfaceMoistureAndDewPointScale) {
+    proxy.setValue(Id::Environment::HumidityModeActive, true, false);
+    proxy.setValue(Id::MeasPoints::MeasPoint1::Visible, true, false);
+    proxy.setValue(Id::MeasPoints::MeasPoint1::Position, cv::Point_<int>(0, 0), false);
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    cv::Mat img = uniform(6, 6, 20);
+    img.at<unsigned short>(0, 0) = px(9.26f); // about the dew point of 20 °C / 50 %
+    auto out = run(e, img);
+    const auto& meta = out->getMetaData();
+    for (const auto& key : {Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
+                            Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasPoints::MeasPoint1::MeasPoint})
+        EXPECT_TRUE(proxy.getValue<MeasPoint>(key).getValue()->holds<Rel>()) << key;
+    EXPECT_NEAR(storedPoint(Id::MeasPoints::MeasPoint1::MeasPoint).getValue()->value<Rel>().percent(), 100.0f,
+                0.5f);
+    EXPECT_NEAR(storedPoint(Id::MeasPoints::HotSpot::MeasPoint).getValue()->value<Rel>().percent(), 50.0f,
+                0.1f);
+    const auto area = meta.get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea);
+    EXPECT_TRUE(area.getMeanValue()->holds<Rel>());
+    EXPECT_TRUE(area.getHotSpot().getValue()->holds<Rel>());
+    for (const auto& key : {Id::IrImage::Min, Id::IrImage::Max, Id::IrImage::Med})
+        EXPECT_NO_THROW(meta.get<Temp>(key)) << key;
+
+    const Temp dew = norda::vision::DewPoint::calcDewPoint(celsius(20), Rel(MarkedFloat(0.5f)));
+    EXPECT_NEAR(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius(), dew.celsius(), 1e-4);
+    EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMin).getValue().isValid());
+    EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius(), 55.0f);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), px(dew.celsius()));
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(55.0f));
+
+    // Out-of-range climate input still gives a finite, marked dew point, published as a valid limit.
+    proxy.setValue(Id::Environment::Humidity, Rel(MarkedFloat(1.7f)), false);
+    run(e, img);
+    EXPECT_TRUE(std::isfinite(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()));
+}
+
+TEST_F(MinMaxTest, RangeSwitchSequencesAndHysteresis) {
+    LogCapture log;
+    proxy.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false); // tests every 6th frame
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    // The store's range as written by the element; the host would activate it.
+    unsigned char active = 1;
+    auto name = [&] { return proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name); };
+    // Runs one evaluation period; returns the range name in the store afterwards.
+    auto period = [&](const cv::Mat& img) {
+        for (int i = 0; i < 6; ++i)
+            run(e, img, rangeMeta(active));
+        active = name();
+        return active;
+    };
+    cv::Mat cool = uniform(10, 10, 25);
+    cv::Mat hot = cool.clone();
+    hot.at<unsigned short>(4, 4) = px(101);
+    hot.at<unsigned short>(3, 3) = hot.at<unsigned short>(3, 5) = px(99);
+
+    // Up needs two qualifying tests (2, 4 >= 4).
+    EXPECT_EQ(period(hot), 1);
+    EXPECT_TRUE(log.has(LogLevel::debug, "Detect range switch condition up! Tspot = 101 count: 2"));
+    EXPECT_EQ(period(hot), 2);
+    EXPECT_TRUE(log.has(LogLevel::info, "AutoSwitch measurement range to 2"));
+    // Right after a switch the threshold is 12 and decays by one per test: down takes three tests
+    // (4 < 11, 8 < 10, 12 >= 9).
+    EXPECT_EQ(period(cool), 2);
+    EXPECT_TRUE(log.has(LogLevel::debug, "Detect range switch condition down! count: 4"));
+    EXPECT_EQ(period(cool), 2);
+    EXPECT_EQ(period(cool), 1);
+    EXPECT_TRUE(log.has(LogLevel::info, "AutoSwitch measurement range to 1"));
+    // Hot in the high range, or cool in the low range, resets the count.
+    for (int i = 0; i < 8; ++i)
+        EXPECT_EQ(period(cool), 1);
+    EXPECT_EQ(period(hot), 1);  // threshold back at 4, count 2
+    EXPECT_EQ(period(cool), 1); // count reset
+    EXPECT_EQ(period(hot), 1);  // 2 again, not 4
+    EXPECT_EQ(period(hot), 2);
+
+    // The high range's thresholds are 80 / 75 °C; after 3 tests the threshold is 9, so a single
+    // non-hot test (4) does not switch down, and a hot one resets the count.
+    cv::Mat warm = uniform(10, 10, 25);
+    warm.at<unsigned short>(4, 4) = px(81);
+    warm.at<unsigned short>(3, 3) = warm.at<unsigned short>(3, 5) = px(76);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(period(warm), 2);
+    EXPECT_EQ(period(cool), 1); // threshold 4 again: one test is enough
+
+    // Frames without a range (0), stored images and forced updates are never tested.
+    log.clear();
+    for (int i = 0; i < 30; ++i)
+        run(e, hot, rangeMeta(0));
+    EXPECT_EQ(log.countPrefix("Detect range switch"), 0);
+    active = 1;
+    proxy.setValue<unsigned char>(Id::ActiveMeasRange::Name, 1, false);
+    for (int i = 0; i < 30; ++i) {
+        DataStorage<std::string> meta = rangeMeta(1);
+        meta.setValue(Id::Gallery::ActiveFilename, std::string("IR000001.RIX"));
+        run(e, hot, std::move(meta));
+    }
+    proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+    for (int i = 0; i < 30; ++i)
+        run(e, hot, rangeMeta(1));
+    proxy.setValue(Id::Gallery::ForceUpdate, false, false);
+    EXPECT_EQ(log.countPrefix("Detect range switch"), 0);
+    EXPECT_EQ(name(), 1);
+}
+
+TEST_F(MinMaxTest, HotTestNeedsThreeInteriorPixels) {
+    proxy.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);
+    auto switchesUp = [&](const cv::Mat& img) {
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        proxy.setValue<unsigned char>(Id::ActiveMeasRange::Name, 1, false);
+        for (int i = 0; i < 60; ++i)
+            run(e, img, rangeMeta(1));
+        return proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name) == 2;
+    };
+    cv::Mat base = uniform(8, 8, 30);
+    cv::Mat single = base.clone();
+    single.at<unsigned short>(4, 4) = px(300);
+    EXPECT_FALSE(switchesUp(single));
+    cv::Mat oneNeighbour = single.clone();
+    oneNeighbour.at<unsigned short>(3, 3) = px(99);
+    EXPECT_FALSE(switchesUp(oneNeighbour));
+    cv::Mat below = oneNeighbour.clone();
+    below.at<unsigned short>(5, 3) = below.at<unsigned short>(5, 5) = px(99); // lower neighbours do not count
+    EXPECT_FALSE(switchesUp(below));
+    // Neighbours must be above 98, the pixel above 100: equal is not enough.
+    cv::Mat edge = base.clone();
+    edge.at<unsigned short>(4, 4) = px(100);
+    edge.at<unsigned short>(3, 3) = edge.at<unsigned short>(3, 5) = px(99);
+    EXPECT_FALSE(switchesUp(edge));
+    edge.at<unsigned short>(4, 4) = px(100) + 1;
+    EXPECT_TRUE(switchesUp(edge));
+    // A hot frame around the image (first/last row and column) is never tested.
+    cv::Mat ring = base.clone();
+    ring.row(0).setTo(px(300));
+    ring.row(7).setTo(px(300));
+    ring.col(0).setTo(px(300));
+    ring.col(7).setTo(px(300));
+    ring.row(6).setTo(px(300)); // under the last row: tested, but its upper neighbours are cool
+    ring.row(6).colRange(1, 7).setTo(px(30));
+    EXPECT_FALSE(switchesUp(ring));
+    cv::Mat corner = base.clone();
+    corner.row(0).setTo(px(300));
+    corner.at<unsigned short>(1, 7) = px(300); // last column: outside the tested interior
+    corner.at<unsigned short>(1, 0) = px(300); // first column
+    EXPECT_FALSE(switchesUp(corner));
+    corner.at<unsigned short>(1, 6) = px(300); // interior with both upper diagonals hot
+    EXPECT_TRUE(switchesUp(corner));
+
+    // Manual scaling ending at exactly 100 °C keeps the low range; above it the range switches.
+    proxy.setValue(Id::Scaling::Mode, Id::Scaling::Manual, false);
+    proxy.setValue(Id::Scaling::TempMax, celsius(100.0f), false);
+    EXPECT_FALSE(switchesUp(edge));
+    proxy.setValue(Id::Scaling::TempMax, celsius(100.5f), false);
+    EXPECT_TRUE(switchesUp(edge));
+    // Humidity mode never counts an image as hot.
+    proxy.setValue(Id::Environment::HumidityModeActive, true, false);
+    EXPECT_FALSE(switchesUp(edge));
+}
+
+TEST_F(MinMaxTest, WarmUpFollowsTheUptime) {
+    LogCapture log;
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    auto withUptime = [](unsigned long long ms) {
+        DataStorage<std::string> meta = rangeMeta(1);
+        meta.setValue<unsigned long long>(Id::DeviceInfo::Uptime, ms);
+        return meta;
+    };
+    const cv::Mat img = uniform(4, 4, 20);
+    run(e, img, withUptime(1000));
+    EXPECT_TRUE(proxy.getValue<bool>(Id::Streaming::WarmUp));
+    run(e, img, withUptime(120000)); // exactly two minutes: still warming up
+    EXPECT_TRUE(proxy.getValue<bool>(Id::Streaming::WarmUp));
+    EXPECT_EQ(log.count("WARMUP PHASE END"), 0);
+    run(e, img, withUptime(120001));
+    EXPECT_FALSE(proxy.getValue<bool>(Id::Streaming::WarmUp));
+    EXPECT_TRUE(log.has(LogLevel::debug, "WARMUP PHASE END"));
+    run(e, img, withUptime(130000));
+    EXPECT_EQ(log.count("WARMUP PHASE END"), 1);
+
+    // A frame without uptime ends a running warm-up, also when the frame is empty.
+    run(e, img, withUptime(5));
+    EXPECT_TRUE(proxy.getValue<bool>(Id::Streaming::WarmUp));
+    FrameMap in, out;
+    EXPECT_TRUE(e.process(in, out));
+    EXPECT_FALSE(proxy.getValue<bool>(Id::Streaming::WarmUp));
+}
+
+TEST_F(MinMaxTest, ScalingModes) {
+    LogCapture log;
+    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+    // Automatic: a span under 5 degrees is widened about its middle.
+    cv::Mat img = uniform(6, 6, 20);
+    img.at<unsigned short>(1, 1) = px(21);
+    auto out = run(e, img);
+    const int mid = (px(20) + px(21)) / 2;
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), mid - 250);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), mid + 250);
+    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()), mid - 250);
+    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius()), mid + 250);
+    // Wide images keep their extremes; limits carry validity marks.
+    cv::Mat wide = uniform(6, 6, 20);
+    wide.at<unsigned short>(2, 2) = px(200);
+    run(e, wide);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(200));
+    EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().getMark(), MarkedFloat::OverRange);
+    // Near the encoding's bottom the widened span stops at 0.
+    run(e, cv::Mat(3, 3, CV_16UC1, cv::Scalar(100)));
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), 0);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), 350);
+
+    // Limits that moved by 0.5 degrees or less against the last one and the frame's are not
+    // republished.
+    run(e, img);
+    const Temp sentinel = celsius(-1);
+    proxy.setValue(Id::Scaling::TempMin, sentinel, false);
+    DataStorage<std::string> meta = rangeMeta(1);
+    meta.setValue(Id::Scaling::TempMin, celsius(RadiometricTools::getFloat(mid - 250) + 0.4f));
+    cv::Mat shifted = img.clone();
+    shifted += 30; // 0.3 degrees
+    run(e, shifted, std::move(meta));
+    EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMin), sentinel);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), mid - 250 + 30);
+    run(e, shifted); // no reference in the frame: 0 °C is far away
+    EXPECT_NE(proxy.getValue<Temp>(Id::Scaling::TempMin), sentinel);
+
+    // Manual: the temperatures become pixel limits and are written back marked valid.
+    proxy.setValue(Id::Scaling::Mode, Id::Scaling::Manual, false);
+    proxy.setValue(Id::Scaling::TempMin, celsius(10, MarkedFloat::OutOfTolerance), false);
+    proxy.setValue(Id::Scaling::TempMax, celsius(35, MarkedFloat::OverRange), false);
+    run(e, img);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), px(10));
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(35));
+    EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMin).getValue().isValid());
+    EXPECT_FLOAT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius(), 35.0f);
+    EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().isValid());
+
+    // Span hint: the climate library's limits from inside/outside temperature and the image mean.
+    proxy.setValue(Id::Scaling::Mode, Id::Scaling::AutoSpanHint, false);
+    proxy.setValue(Id::Scaling::TempIn, celsius(21), false);
+    proxy.setValue(Id::Scaling::TempOut, celsius(-5), false);
+    out = run(e, img);
+    const unsigned short med = px(out->getMetaData().get<Temp>(Id::IrImage::Med).celsius());
+    unsigned short lo = 0, hi = 0;
+    ASSERT_TRUE(norda::vision::AutoSpanHint::calculateAutoSpanHint(
+        lo, hi, celsius(21), celsius(-5), celsius(RadiometricTools::getFloat(med)), 0.7f, 0.3f, 0.7f));
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), lo);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), hi);
+    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()), lo);
+    EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().isValid());
+
+    // Anything else is reported every cycle and leaves the limits alone.
+    proxy.setValue(Id::Scaling::Mode, std::string("Fancy"), false);
+    run(e, wide);
+    run(e, wide);
+    EXPECT_EQ(log.count("ScalingMode Fancy not supported! (Use Auto, Manual or AutoSpanHint)"), 2);
+    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), lo);
+}

@@ -1,0 +1,306 @@
+#include "nordalib/vision/streaming/PaletteElement.h"
+
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/logging/Logger.h"
+#include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
+#include <gtest/gtest.h>
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using norda::vision::ColorPaletteConverter;
+using norda::vision::Palettes;
+using norda::vision::RadiometricTools;
+using Temp = quantity::Temperature<MarkedFloat>;
+using Rel = quantity::Relation<MarkedFloat>;
+
+namespace {
+
+// Opens the element's converter and limits to the tests.
+class ProbedPaletteElement : public PaletteElement {
+public:
+    using PaletteElement::converter;
+    using PaletteElement::lowerLimit;
+    using PaletteElement::PaletteElement;
+    using PaletteElement::upperLimit;
+};
+
+// The metadata a frame carries in a camera with factory settings.
+DataStorage<std::string> defaultMeta() {
+    DataProxy<std::string> proxy;
+    setDefaultParameters(proxy);
+    DataStorage<std::string> meta;
+    for (const auto& key : proxy.keys())
+        meta.set(key, proxy.get(key));
+    return meta;
+}
+
+Temp celsius(float t) {
+    return Temp(MarkedFloat(t));
+}
+uint16_t px(float t) {
+    return RadiometricTools::getUint16(t);
+}
+
+struct Rig {
+    ProbedPaletteElement element{false};
+    DataStorage<std::string> meta = defaultMeta();
+    cv::Mat_<uint16_t> raw = cv::Mat_<uint16_t>(8, 8, px(20.0f));
+    FrameMap inputs, outputs;
+
+    bool cycle() {
+        inputs[STREAMING_DATATYPE_RAD_CONST] = std::make_unique<Frame>(raw, DataStorage<std::string>(meta));
+        return element.process(inputs, outputs);
+    }
+    cv::Mat_<cv::Vec3b> image() { return outputs.at(STREAMING_DATATYPE_RGB)->getFrameData(); }
+    void request(uint16_t lower, uint16_t upper) {
+        meta.setValue<unsigned short>(Id::Scaling::Min, lower);
+        meta.setValue<unsigned short>(Id::Scaling::Max, upper);
+    }
+    uint64_t builds() { return element.converter().tableBuilds(); }
+};
+
+cv::Vec3b ironAt(size_t k) {
+    const auto& t = Palettes::colors("iron");
+    return {t[3 * k], t[3 * k + 1], t[3 * k + 2]};
+}
+
+} // namespace
+
+TEST(PaletteElement, WiringAndOneCycle) {
+    Rig rig;
+    EXPECT_EQ(rig.element.getName(), "PaletteElement");
+    EXPECT_EQ(rig.element.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
+    EXPECT_EQ(rig.element.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RGB});
+    EXPECT_FALSE(rig.element.isBlocking());
+    EXPECT_EQ(rig.element.getPriority(), 0);
+    EXPECT_EQ(rig.element.getDataProxy(), nullptr);
+
+    // Manual 0..40 °C over the iron palette; a hot column, a cold column, one in the middle.
+    rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Manual);
+    rig.request(px(0.0f), px(40.0f));
+    rig.raw.col(0).setTo(px(-10.0f));
+    rig.raw.col(1).setTo(px(50.0f));
+    rig.raw.col(2).setTo(px(20.0f));
+    const size_t metaKeys = rig.meta.size();
+    ASSERT_TRUE(rig.cycle());
+    const auto& out = rig.outputs.at(STREAMING_DATATYPE_RGB);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->getFrameData().type(), CV_8UC3);
+    EXPECT_EQ(out->getFrameData().size(), rig.raw.size());
+    EXPECT_EQ(out->getMetaData().size(), metaKeys);
+    EXPECT_TRUE(rig.inputs.at(STREAMING_DATATYPE_RAD_CONST)->getMetaData().empty());
+    const auto img = rig.image();
+    EXPECT_EQ(img(0, 0), ironAt(0));
+    EXPECT_EQ(img(0, 1), ironAt(255));
+    EXPECT_EQ(img(0, 2), ironAt(128));
+
+    // Manual limits in the wrong order still paint: the palette runs backwards.
+    rig.request(px(40.0f), px(0.0f));
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.image()(0, 0), ironAt(255));
+    EXPECT_EQ(rig.image()(0, 1), ironAt(0));
+}
+
+// Automatic scaling: the limits follow the request with a hysteresis band and a step beyond it.
+TEST(PaletteElement, AutomaticScalingHysteresis) {
+    Rig rig;
+    struct Step {
+        uint16_t min, max;     // requested
+        uint16_t lower, upper; // limits afterwards
+        bool rebuilt;          // whether the converter was told of a change
+    };
+    const std::vector<Step> steps{
+        {30000, 31000, 29990, 31010, true},  // first cycle: both limits move (step 10, band 20)
+        {30005, 30995, 29990, 31010, false}, // inside both bands (step 9, band 18): nothing moves
+        {29990, 31010, 29990, 31010, false}, // exactly on the limits
+        {30008, 30992, 29990, 31010, false}, // exactly on the band edges
+        {30020, 31000, 30011, 31010, true},  // min left the lower band: lower = min - step
+        {30020, 30900, 30011, 30908, true},  // max left the upper band: upper = max + step
+        {30100, 30150, 30098, 30152, true},  // span below 200: step 2, band 4
+        {30200, 30201, 30140, 30203, true},  // lower edge held 4 values below the upper band
+        {0, 65535, 0, 65535, true},          // clamped at both ends (step 655)
+        {30000, 29000, 29998, 30010, true},  // inverted request: smallest step, no wrap-around
+    };
+    for (size_t i = 0; i < steps.size(); ++i) {
+        const auto& s = steps[i];
+        rig.request(s.min, s.max);
+        const auto before = rig.builds();
+        ASSERT_TRUE(rig.cycle()) << "step " << i;
+        EXPECT_EQ(rig.element.lowerLimit(), s.lower) << "step " << i;
+        EXPECT_EQ(rig.element.upperLimit(), s.upper) << "step " << i;
+        EXPECT_EQ(rig.builds() > before, s.rebuilt) << "step " << i;
+    }
+}
+
+TEST(PaletteElement, ChangesOfModePaletteAndBandsMarkTheCycle) {
+    Rig rig;
+    rig.request(30000, 31000);
+    ASSERT_TRUE(rig.cycle());
+    const auto settled = rig.builds();
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), settled);
+
+    // Manual with the very limits automatic scaling chose: the mode change alone marks the cycle.
+    rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Manual);
+    rig.request(29990, 31010);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), settled + 1);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), settled + 1);
+    // Back to automatic with a request inside the bands: limits stay, the cycle is still changed.
+    rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Auto);
+    rig.request(30000, 31000);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.element.lowerLimit(), 29990);
+    EXPECT_EQ(rig.element.upperLimit(), 31010);
+    EXPECT_EQ(rig.builds(), settled + 2);
+    // A new palette name marks the cycle; so does a new band setting even while the band is off.
+    const auto b = rig.builds();
+    rig.meta.setValue(Id::Palette::ActivePalette, std::string("inferno"));
+    rig.meta.setValue(Id::Palette::Colors, Palettes::colors("inferno"));
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), b + 1);
+    rig.meta.setValue<unsigned int>(Id::Alarm::AlarmTopColor, 0x00FF00FFu);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), b + 2);
+    rig.meta.setValue(Id::Isotherme::IsothermeTopValue, celsius(41.0f));
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), b + 3);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.builds(), b + 3);
+}
+
+TEST(PaletteElement, ColourRegionsFollowTheBands) {
+    Rig rig;
+    rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Manual);
+    rig.request(px(0.0f), px(100.0f));
+    // Columns: 36 °C (isotherm 35..40), 70 °C (above the upper alarm at 60), -5 °C (below the
+    // lower alarm at 0), 20 °C (no band), 150 °C (range top: still in the upper alarm), 151 °C.
+    const float temps[] = {36.0f, 70.0f, -5.0f, 20.0f, 150.0f, 151.0f, 0.0f, -40.0f};
+    for (int x = 0; x < 8; ++x)
+        rig.raw.col(x).setTo(px(temps[x]));
+    rig.meta.setValue(Id::Isotherme::IsothermeActive, true);
+    rig.meta.setValue(Id::Alarm::AlarmTopActive, true);
+    rig.meta.setValue(Id::Alarm::AlarmBottomActive, true);
+    ASSERT_TRUE(rig.cycle());
+    auto img = rig.image();
+    EXPECT_EQ(img(0, 0), cv::Vec3b(0, 255, 0)); // isotherm 0x0000FF00
+    EXPECT_EQ(img(0, 1), cv::Vec3b(255, 0, 0)); // upper alarm 0x00FF0000
+    EXPECT_EQ(img(0, 2), cv::Vec3b(0, 0, 255)); // lower alarm 0x000000FF
+    EXPECT_EQ(img(0, 3), ironAt(51));
+    EXPECT_EQ(img(0, 4), cv::Vec3b(255, 0, 0));
+    EXPECT_EQ(img(0, 5), ironAt(255));
+    EXPECT_EQ(img(0, 6), cv::Vec3b(0, 0, 255)); // both band ends are inclusive
+    EXPECT_EQ(img(0, 7), cv::Vec3b(0, 0, 255)); // -40 °C is the range bottom
+
+    // An inverted upper alarm band (alarm above the range top) fails inside the converter: the
+    // failure is swallowed, the cycle succeeds, and the lower alarm is left as it was.
+    rig.meta.setValue(Id::Alarm::AlarmBottomActive, false);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_FALSE(rig.element.converter().hasColorRegion(3));
+    rig.meta.setValue(Id::Alarm::AlarmTopValue, celsius(200.0f));
+    rig.meta.setValue(Id::Alarm::AlarmBottomActive, true);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_TRUE(rig.element.converter().hasColorRegion(1));
+    EXPECT_TRUE(rig.element.converter().hasColorRegion(2)); // the previous band stays
+    EXPECT_FALSE(rig.element.converter().hasColorRegion(3));
+    EXPECT_EQ(rig.image()(0, 2), ironAt(0));
+    rig.meta.setValue(Id::Alarm::AlarmTopValue, celsius(60.0f));
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_TRUE(rig.element.converter().hasColorRegion(3));
+
+    // All off: every region is deleted, on every cycle.
+    rig.meta.setValue(Id::Isotherme::IsothermeActive, false);
+    rig.meta.setValue(Id::Alarm::AlarmTopActive, false);
+    rig.meta.setValue(Id::Alarm::AlarmBottomActive, false);
+    ASSERT_TRUE(rig.cycle());
+    for (uint32_t r = 1; r <= 3; ++r)
+        EXPECT_FALSE(rig.element.converter().hasColorRegion(r));
+    rig.element.converter().createColorRegion(2, 65535, 0, 0x123456);
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_FALSE(rig.element.converter().hasColorRegion(2));
+    EXPECT_EQ(rig.image()(0, 0), ironAt(92));
+}
+
+TEST(PaletteElement, HumidityModeLeavesScalingAndRegionsAlone) {
+    Rig rig;
+    rig.request(30000, 31000);
+    ASSERT_TRUE(rig.cycle());
+    rig.meta.setValue(Id::Environment::HumidityModeActive, true);
+    rig.meta.setValue(Id::Environment::Temperature, celsius(20.0f));
+    rig.meta.setValue(Id::Environment::Humidity, Rel(MarkedFloat(0.5f)));
+    rig.meta.setValue(Id::Isotherme::IsothermeActive, true);
+    rig.request(20000, 40000);
+    rig.raw.col(0).setTo(px(20.0f)); // 50 %
+    rig.raw.col(1).setTo(px(12.0f)); // 83 %
+    rig.raw.col(2).setTo(px(5.0f));  // below the dew point
+    ASSERT_TRUE(rig.cycle());
+    EXPECT_EQ(rig.element.lowerLimit(), 29990);
+    EXPECT_EQ(rig.element.upperLimit(), 31010);
+    EXPECT_FALSE(rig.element.converter().hasColorRegion(1));
+    const auto img = rig.image();
+    EXPECT_EQ(img(0, 0), cv::Vec3b(0, 200, 0));
+    EXPECT_EQ(img(0, 1), cv::Vec3b(255, 0, 0));
+    EXPECT_EQ(img(0, 2), cv::Vec3b(0, 0, 255));
+
+    // Humidity values are read only in humidity mode.
+    rig.meta.remove(Id::Environment::Humidity);
+    EXPECT_FALSE(rig.cycle());
+    rig.meta.setValue(Id::Environment::HumidityModeActive, false);
+    EXPECT_TRUE(rig.cycle());
+}
+
+TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
+    std::vector<std::pair<norda::logging::LogLevel, std::string>> records;
+    norda::logging::Logger::setListener(
+        [&](const std::string& logger, norda::logging::LogLevel level, const std::string& message) {
+            if (logger == "PALETTE")
+                records.emplace_back(level, message);
+        });
+    Rig rig;
+    ASSERT_TRUE(rig.cycle());
+    auto* previous = rig.outputs.at(STREAMING_DATATYPE_RGB).get();
+
+    rig.meta.remove(Id::Scaling::Min);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(rig.cycle());
+        EXPECT_EQ(rig.outputs.at(STREAMING_DATATYPE_RGB).get(), previous); // left as it was
+    }
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].first, norda::logging::LogLevel::error);
+    EXPECT_EQ(records[0].second, "no display image: Could not find parameter Scaling.Min");
+
+    rig.request(30000, 31000);
+    EXPECT_TRUE(rig.cycle());
+    EXPECT_TRUE(rig.cycle());
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[1].first, norda::logging::LogLevel::info);
+
+    // Mistyped keys, a frame of the wrong type, no frame at all: one record for the episode.
+    rig.meta.setValue(Id::Alarm::AlarmTopColor, 5); // int instead of unsigned int
+    EXPECT_FALSE(rig.cycle());
+    rig.meta.setValue<unsigned int>(Id::Alarm::AlarmTopColor, 0x00FF0000u);
+    rig.meta.setValue(Id::Palette::Colors, std::vector<unsigned char>(767));
+    EXPECT_FALSE(rig.cycle());
+    rig.meta.setValue(Id::Palette::Colors, Palettes::colors("iron"));
+    FrameMap in, out;
+    in[STREAMING_DATATYPE_RAD_CONST] =
+        std::make_unique<Frame>(cv::Mat(4, 4, CV_16UC3), DataStorage<std::string>(rig.meta));
+    EXPECT_FALSE(rig.element.process(in, out));
+    EXPECT_FALSE(out[STREAMING_DATATYPE_RGB]);
+    FrameMap empty;
+    EXPECT_FALSE(rig.element.process(empty, out));
+    ASSERT_EQ(records.size(), 3u);
+    EXPECT_NE(records[2].second.find("type does not match: int != unsigned int"), std::string::npos)
+        << records[2].second;
+    PaletteElement fresh(false); // its own episode
+    in[STREAMING_DATATYPE_RAD_CONST] =
+        std::make_unique<Frame>(cv::Mat(4, 4, CV_16UC3), DataStorage<std::string>(rig.meta));
+    EXPECT_FALSE(fresh.process(in, out));
+    ASSERT_EQ(records.size(), 4u);
+    EXPECT_EQ(records[3].second, "no display image: expects a CV_16UC1 frame, got CV_16UC3");
+    norda::logging::Logger::setListener({});
+}

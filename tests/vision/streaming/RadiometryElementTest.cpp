@@ -1,0 +1,168 @@
+#include "nordalib/vision/streaming/RadiometryElement.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "tests/vision/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+using namespace norda;
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+
+namespace {
+constexpr int kCols = 8, kRows = 4;
+
+struct RadiometryElementTest : ::testing::Test {
+    RadiometryElementTest() {
+        setDefaultParameters(proxy);
+        proxy.setValue<unsigned short>(Id::IrImage::Cols, kCols, false);
+        proxy.setValue<unsigned short>(Id::IrImage::Rows, kRows, false);
+    }
+    // Runs one frame; returns process()'s result.
+    bool run(RadiometryElement& e, DataStorage<std::string> meta, short value = 1000, int rows = kRows) {
+        in.clear();
+        in[STREAMING_DATATYPE_CORRECTED] =
+            std::make_unique<Frame>(cv::Mat(rows, kCols, CV_16S, cv::Scalar(value)), std::move(meta));
+        return e.process(in, out);
+    }
+    bool valid() const {
+        return out.at(STREAMING_DATATYPE_RAD)->getMetaData().get<bool>(Id::Temperatures::Validity);
+    }
+    void reload() {
+        proxy.setValue(Id::Streaming::UpdateValues, true);
+        proxy.flush();
+    }
+
+    DataProxy<std::string> proxy;
+    test::LogCapture logs;
+    FrameMap in, out;
+};
+} // namespace
+
+TEST_F(RadiometryElementTest, ConstructionLoadAndLensStates) {
+    EXPECT_EQ(test::messageOf([] { RadiometryElement(nullptr, "", vision::RadiometricCamTypeA); }),
+              "Pointer to DataProxy is mandatory for this element!");
+    RadiometryElement e(&proxy, test::calibrationDir(), vision::RadiometricCamTypeA);
+    EXPECT_EQ(logs.count("load/reload radiomety data"), 0); // loaded on the first frame, not before
+
+    // A valid frame: loads the model, computes temperatures, drops stale extrema.
+    auto meta = test::radiometricMeta();
+    meta.setValue(Id::IrImage::Min, test::celsius(1.0f));
+    meta.setValue(Id::IrImage::Max, test::celsius(2.0f));
+    meta.setValue(Id::Temperatures::Validity, false);
+    ASSERT_TRUE(run(e, meta));
+    EXPECT_EQ(logs.count("load/reload radiomety data"), 1);
+    EXPECT_TRUE(valid());
+    const auto& m = out[STREAMING_DATATYPE_RAD]->getMetaData();
+    EXPECT_FALSE(m.contains(Id::IrImage::Min));
+    EXPECT_FALSE(m.contains(Id::IrImage::Max));
+    EXPECT_TRUE(m.contains(Id::Environment::EmissivityValue));
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD]->getFrameData().type(), CV_16UC1);
+    EXPECT_TRUE(in[STREAMING_DATATYPE_CORRECTED]->getMetaData().empty());
+
+    // Lens not attached: no output, metadata gone from the input.
+    out.clear();
+    meta = test::radiometricMeta();
+    meta.setValue(Id::ActiveLens::Attached, false);
+    EXPECT_FALSE(run(e, meta));
+    EXPECT_FALSE(out.count(STREAMING_DATATYPE_RAD));
+    EXPECT_TRUE(in[STREAMING_DATATYPE_CORRECTED]->getMetaData().empty());
+
+    // Lens index 0: dummy frames, one message per episode, "error gone" when it ends.
+    meta = test::radiometricMeta();
+    meta.setValue<unsigned char>(Id::ActiveLens::Index, 0);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(run(e, meta, -32768));
+        EXPECT_FALSE(valid());
+    }
+    EXPECT_EQ(logs.count("No valid Lens --> Calculate dummy values!"), 3 - 2);
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD]->getFrameData().at<uint16_t>(0, 0), 0);
+    ASSERT_TRUE(run(e, meta, 0));
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD]->getFrameData().at<uint16_t>(1, 1), 32768);
+    ASSERT_TRUE(run(e, meta, 32767));
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD]->getFrameData().at<uint16_t>(3, 7), 65535);
+    ASSERT_TRUE(run(e, test::radiometricMeta()));
+    EXPECT_TRUE(valid());
+    EXPECT_EQ(logs.count("Frame processing success (error gone)"), 1);
+    for (const auto& r : logs.records())
+        EXPECT_EQ(r.logger, "RAD_ELEMENT");
+}
+
+TEST_F(RadiometryElementTest, ErrorBudgetAndReload) {
+    RadiometryElement e(&proxy, test::calibrationDir(), vision::RadiometricCamTypeA);
+    // Processing failures (frame of the wrong size): each costs one unit and yields a dummy frame.
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_TRUE(run(e, test::radiometricMeta(), 5, kRows + 1));
+        ASSERT_FALSE(valid());
+    }
+    int errors = 0;
+    for (const auto& r : logs.records())
+        if (r.message.rfind("Error processing frame: frame size 8x5 does not match", 0) == 0) {
+            ++errors;
+            EXPECT_EQ(r.level, logging::LogLevel::error);
+            EXPECT_NE(r.message.find(" ...Dummy values will be calculated!"), std::string::npos);
+        }
+    EXPECT_EQ(errors, 1);
+    // Budget spent: even a good frame is a dummy now, without calling the model.
+    ASSERT_TRUE(run(e, test::radiometricMeta(), 7));
+    EXPECT_FALSE(valid());
+    EXPECT_EQ(out[STREAMING_DATATYPE_RAD]->getFrameData().at<uint16_t>(0, 0), 32775);
+    // A reload restores the budget.
+    reload();
+    ASSERT_TRUE(run(e, test::radiometricMeta()));
+    EXPECT_TRUE(valid());
+    EXPECT_EQ(logs.count("load/reload radiomety data"), 2);
+    EXPECT_EQ(logs.count("Frame processing success (error gone)"), 1);
+
+    // Metadata failures drop the frame until the budget runs out; the 100th becomes a dummy.
+    logs.clear();
+    out.clear();
+    auto bad = test::radiometricMeta();
+    bad.setValue(Id::Environment::EmissivityValue, 0.9); // double instead of float
+    for (int i = 0; i < 99; ++i)
+        ASSERT_FALSE(run(e, bad));
+    EXPECT_FALSE(out.count(STREAMING_DATATYPE_RAD));
+    ASSERT_TRUE(run(e, bad));
+    EXPECT_FALSE(valid());
+    ASSERT_EQ(logs.records().size(), 1u);
+    EXPECT_EQ(logs.records()[0].message,
+              "Error setting meta data for frame: Variant-type (double)!= Template-type "
+              "(float)  - frame(s) are dropped");
+    EXPECT_EQ(logs.records()[0].level, logging::LogLevel::error);
+}
+
+TEST_F(RadiometryElementTest, ProtectiveGlassRuleAndMissingCalibration) {
+    RadiometryElement e(&proxy, test::calibrationDir(), vision::RadiometricCamTypeB);
+    // Without glass, the glass values of the metadata are ignored (1.0 / 0.0 reach the model),
+    // even when they are unusable.
+    auto noGlass = test::radiometricMeta(0.95f, 20.0f, 1, false);
+    noGlass.setValue(Id::ProtectiveGlass::Transmission, 7.0f);
+    ASSERT_TRUE(run(e, noGlass, 2000));
+    ASSERT_TRUE(valid());
+    const auto bare = out[STREAMING_DATATYPE_RAD]->getFrameData().at<uint16_t>(0, 0);
+    // With glass, the same signal means a hotter object (the glass absorbs part of its radiation).
+    ASSERT_TRUE(run(e, test::radiometricMeta(0.95f, 20.0f, 1, true), 2000));
+    ASSERT_TRUE(valid());
+    EXPECT_GT(out[STREAMING_DATATYPE_RAD]->getFrameData().at<uint16_t>(0, 0), bare + 100);
+    auto badGlass = test::radiometricMeta(0.95f, 20.0f, 1, true);
+    badGlass.setValue(Id::ProtectiveGlass::Transmission, 7.0f);
+    EXPECT_FALSE(run(e, badGlass));
+
+    // Fast frames unavailable: the type B model runs in slow-frame mode.
+    proxy.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);
+    reload();
+    ASSERT_TRUE(run(e, noGlass, 2000));
+    ASSERT_TRUE(valid());
+
+    // No calibration file: reported once, every frame a dummy.
+    test::TempDir empty;
+    RadiometryElement missing(&proxy, test::slashed(empty), vision::RadiometricCamTypeA);
+    logs.clear();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(run(missing, test::radiometricMeta()));
+        EXPECT_FALSE(valid());
+    }
+    int errors = 0;
+    for (const auto& r : logs.records())
+        errors += r.level == logging::LogLevel::error;
+    EXPECT_EQ(errors, 2); // the load failure and the first processing failure
+}
