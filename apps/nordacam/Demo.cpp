@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -52,6 +53,16 @@ std::map<std::string, fs::file_time_type> listFiles(const std::string& dir) {
         if (entry.is_regular_file())
             files[entry.path().filename().string()] = entry.last_write_time();
     return files;
+}
+
+// "20261121-103141": recordings of different runs do not overwrite each other.
+std::string fileStamp() {
+    const std::time_t now = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&now, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%Y%m%d-%H%M%S", &tm);
+    return buf;
 }
 
 struct Accuracy {
@@ -97,7 +108,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
     }
 
     const auto before = listFiles(options.camera.outputDir);
-    const std::string recording = options.camera.outputDir + "/raw-" + std::to_string(::getpid()) + ".pxm";
+    const std::string recording = options.camera.outputDir + "/RAW" + fileStamp() + ".pxm";
     bool recordingStarted = false;
     if (options.record && camera.has("PxmRecorderElement")) {
         camera.startRecording(recording, options.recordFrames);

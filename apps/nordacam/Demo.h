@@ -11,10 +11,10 @@ namespace nordacam {
 struct RunOptions {
     CameraOptions camera;
     uint64_t frames = 450;
-    bool status = true; // the live status line
-    bool record = true; // record raw frames at the start
-    unsigned saves = 3; // images saved on a schedule
-    uint64_t recordFrames = 120;
+    bool status = true;         // the live status line
+    bool record = true;         // record raw frames at the start
+    unsigned saves = 3;         // images saved on a schedule
+    uint64_t recordFrames = 60; // two seconds, starting with the shutter: playable on its own
 };
 
 // The whole live chain on the simulator or a recording; prints the live status and the summary.

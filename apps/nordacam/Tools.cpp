@@ -9,6 +9,9 @@
 #ifdef NORDACAM_HAVE_RIX
 #include "nordalib/vision/rix/Rix.h"
 #endif
+#ifdef NORDACAM_HAVE_DISTORTIONTABLE
+#include "nordalib/vision/imgproc/DistortionTable.h"
+#endif
 #ifdef NORDACAM_HAVE_BADPIXELMAP
 #include "nordalib/vision/imgproc/BadPixelMap.h"
 #endif
@@ -154,7 +157,25 @@ int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportF
 
 int calibDistortion([[maybe_unused]] const DistortionParameters& p,
                     [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
-    throw NotAvailable("building distortion tables (the distortion table builder)");
+#ifdef NORDACAM_HAVE_DISTORTIONTABLE
+    if (p.fx <= 0 || p.fy <= 0)
+        throw SettingsError("the focal lengths must be positive");
+    const cv::Mat camera = (cv::Mat_<double>(3, 3) << p.fx, 0, p.cx, 0, p.fy, p.cy, 0, 0, 1);
+    const cv::Mat coefficients = (cv::Mat_<double>(1, 5) << p.k1, p.k2, p.p1, p.p2, p.k3);
+    const auto table =
+        norda::vision::DistortionTable::fromCameraModel(camera, coefficients, cv::Size(p.width, p.height));
+    const auto parent = fs::path(outFile).parent_path();
+    if (!parent.empty())
+        fs::create_directories(parent);
+    table.save(outFile);
+    out << fmt::format(
+        "wrote the {} x {} distortion table (fx {} fy {} cx {} cy {}, k1 {} k2 {} p1 {} p2 {} k3 {}) "
+        "to {}\n",
+        p.width, p.height, p.fx, p.fy, p.cx, p.cy, p.k1, p.k2, p.p1, p.p2, p.k3, outFile);
+    return 0;
+#else
+    throw NotAvailable("building distortion tables (DistortionTable)");
+#endif
 }
 
 int calibBadPixel([[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
@@ -165,9 +186,11 @@ int calibBadPixel([[maybe_unused]] const std::string& outFile, [[maybe_unused]] 
     sim::SceneSimulator detector(store, config, std::make_shared<sim::PlanckResponse>());
     norda::vision::BadPixelList list;
     for (const auto& p : detector.deadPixels())
-        list.push_back({static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
+        list.push_back(
+            {static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
     for (const auto& p : detector.stuckPixels())
-        list.push_back({static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
+        list.push_back(
+            {static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
     norda::vision::BadPixelMap::write(outFile, list, cv::Size(config.width, config.height));
     out << "wrote " << list.size() << " factory bad pixels of the " << config.width << "x" << config.height
         << " detector to " << outFile << "\n";

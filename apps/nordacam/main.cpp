@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdlib>
 #include <iostream>
 
 using namespace nordacam;
@@ -126,7 +127,8 @@ int main(int argc, char** argv) {
     dist->add_option("--p2", dp.p2, "tangential coefficient p2")->capture_default_str();
 
     std::string badOut = "badpixel.pxm";
-    auto* bad = calib->add_subcommand("badpixel", "write badpixel.pxm: the simulated detector's factory bad pixels");
+    auto* bad =
+        calib->add_subcommand("badpixel", "write badpixel.pxm: the simulated detector's factory bad pixels");
     bad->add_option("--out", badOut, "file to write")->capture_default_str();
 
     ServeOptions so;
@@ -163,6 +165,10 @@ int main(int argc, char** argv) {
         std::cerr << "nordacam: error: " << e.what() << " (see --help)" << std::endl;
         return 2;
     }
+    // The live status line is the program's voice; element records below warnings stay quiet
+    // unless asked for.
+    if (logLevel.empty() && !std::getenv("NORDA_LOG_LEVEL"))
+        logLevel = "warning";
     if (!logLevel.empty()) {
         static const char* names[] = {"trace", "debug", "info", "warning", "error", "critical", "off"};
         for (int i = 0; i < 7; ++i)
