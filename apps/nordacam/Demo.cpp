@@ -221,6 +221,12 @@ int runLive(const RunOptions& options, std::ostream& out) {
                 code = 4;
         }
     }
+    {
+        out << "\nLast measurement:";
+        for (const auto& s : readSpots(camera.store()))
+            out << "  " << s.name << " " << temp(s) << (s.valid ? fmt::format(" at ({}, {})", s.x, s.y) : "");
+        out << "\n";
+    }
     for (const auto& e : saveErrors)
         out << "  image save failed: " << e << "\n";
 

@@ -24,6 +24,7 @@ struct Common {
     double fps = 30.0;
     double shutter = 10.0;
     bool fast = false;
+    bool quiet = false;
 };
 
 void addCommon(CLI::App* app, Common& c, bool withOut = true) {
@@ -40,6 +41,7 @@ void addCommon(CLI::App* app, Common& c, bool withOut = true) {
         ->capture_default_str()
         ->check(CLI::Range(1.0, 3600.0));
     app->add_flag("--fast", c.fast, "do not pace the simulator in real time");
+    app->add_flag("--quiet", c.quiet, "no live status line");
 }
 
 CameraOptions cameraOptions(const Common& c) {
@@ -66,13 +68,11 @@ int main(int argc, char** argv) {
 
     Common demoC, runC, serveC;
     uint64_t demoFrames = 450, runFrames = 300;
-    bool quiet = false;
     auto* demo = app.add_subcommand("demo", "run the simulated camera through the whole live chain");
     addCommon(demo, demoC);
     demo->add_option("--frames", demoFrames, "frames to run")
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
-    demo->add_flag("--quiet", quiet, "no live status line");
 
     std::string input;
     auto* run = app.add_subcommand("run", "run the live chain on a raw recording");
@@ -181,7 +181,7 @@ int main(int argc, char** argv) {
             RunOptions o;
             o.camera = cameraOptions(demoC);
             o.frames = demoFrames;
-            o.status = !quiet;
+            o.status = !demoC.quiet;
             return runLive(o, std::cout);
         }
         if (*run) {
@@ -190,6 +190,7 @@ int main(int argc, char** argv) {
             o.camera.inputFile = input;
             o.frames = runFrames;
             o.record = false;
+            o.status = !runC.quiet;
             return runLive(o, std::cout);
         }
         if (*simulate) {
