@@ -25,6 +25,7 @@ struct Common {
     double shutter = 10.0;
     bool fast = false;
     bool quiet = false;
+    float hot = 85.0f;
 };
 
 void addCommon(CLI::App* app, Common& c, bool withOut = true) {
@@ -42,6 +43,10 @@ void addCommon(CLI::App* app, Common& c, bool withOut = true) {
         ->check(CLI::Range(1.0, 3600.0));
     app->add_flag("--fast", c.fast, "do not pace the simulator in real time");
     app->add_flag("--quiet", c.quiet, "no live status line");
+    app->add_option("--hot", c.hot,
+                    "temperature of the simulated hot object (°C; above 100 the range switches up)")
+        ->capture_default_str()
+        ->check(CLI::Range(-40.0, 340.0));
 }
 
 CameraOptions cameraOptions(const Common& c) {
@@ -52,6 +57,7 @@ CameraOptions cameraOptions(const Common& c) {
     o.assignments = c.set;
     o.sim.fps = c.fps;
     o.sim.shutterPeriodS = c.shutter;
+    o.sim.hotC = c.hot;
     o.realTime = !c.fast;
     return o;
 }

@@ -54,6 +54,7 @@ SceneSimulator::SceneSimulator(DataProxy<std::string>& store, SimulatorConfig co
     if (m_config.width < 64 || m_config.height < 48 || m_config.fps <= 0.0 || m_config.shutterPeriodS <= 0.0)
         NORDA_THROW("invalid simulator configuration", "nordacam::sim::SceneSimulator::SceneSimulator");
     m_range = store.getValue<unsigned char>(Id::ActiveMeasRange::Name);
+    m_requestedRange = m_range.load();
     m_boardAtShutterC = boardTemperature(m_config.uptimeStartMs / 1000.0);
     m_shutterC = m_boardAtShutterC - 2.5f;
     buildPatterns();
@@ -206,13 +207,14 @@ float SceneSimulator::countsOf(float t) const {
 void SceneSimulator::advanceShutter(double timeS) {
     switch (m_shutter) {
     case Shutter::Idle:
-        if (timeS - m_lastShutterS >= m_config.shutterPeriodS) {
+        if (timeS - m_lastShutterS >= m_config.shutterPeriodS || m_requestedRange.load() != m_range.load()) {
             m_shutter = Shutter::Closing;
             m_store.setValue(Id::Shutter::State, Id::Shutter::StateClosing, true);
         }
         break;
     case Shutter::Closing:
-        // Closed now: the following frames show the shutter.
+        // Closed now: the following frames show the shutter, taken with the gain to come.
+        m_range = m_requestedRange.load();
         m_shutter = Shutter::Capture;
         m_shutterFrames = 0;
         m_lastShutterS = timeS;

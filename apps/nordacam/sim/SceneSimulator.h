@@ -79,8 +79,11 @@ public:
     // The next raw frame with its metadata (the capture element's frame source).
     std::unique_ptr<norda::exp::Frame> nextFrame();
 
-    // The detector switches its gain; frames from the next one on carry the new range.
-    void setRange(unsigned char range) { m_range = range; }
+    // The detector switches its gain. As a camera does, it closes the shutter for a new offset at
+    // once and changes the gain with the shutter closed: frames up to then carry the old range,
+    // the first shutter frame and all after it the new one.
+    void setRange(unsigned char range) { m_requestedRange = range; }
+    unsigned char range() const { return m_range.load(); }
     SceneTruth truth() const;
     // The scene temperature at an undistorted image position at the time of the last frame.
     float sceneTemperature(float x, float y) const;
@@ -137,6 +140,7 @@ private:
     float m_shutterC = 0.0f, m_boardAtShutterC = 0.0f;
 
     std::atomic<unsigned char> m_range{1};
+    std::atomic<unsigned char> m_requestedRange{1};
     std::atomic<unsigned long long> m_frame{0};
     mutable std::mutex m_truthMutex;
     SceneTruth m_truth;

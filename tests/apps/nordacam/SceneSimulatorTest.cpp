@@ -107,9 +107,17 @@ TEST(SceneSimulator, FramesCarryTheMetadataTheChainReads) {
     EXPECT_EQ(truth.frame, 11u);
     EXPECT_FLOAT_EQ(truth.hotC, config.hotC);
 
-    // The range switch changes the gain and the frame's range.
+    // A range switch closes the shutter at once and changes the gain behind it.
     sim.setRange(2);
     auto high = sim.nextFrame();
+    EXPECT_EQ(stateOf(*high), "Closing");
+    EXPECT_EQ(high->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 1);
+    high = sim.nextFrame();
+    EXPECT_EQ(stateOf(*high), "CaptureOffsetFrame");
+    EXPECT_EQ(high->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 2);
+    for (int i = 0; i < 10 && stateOf(*high) != "Idle"; ++i)
+        high = sim.nextFrame();
+    ASSERT_EQ(stateOf(*high), "Idle");
     EXPECT_EQ(high->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 2);
     const cv::Mat_<uint16_t> highRaw = high->getFrameData();
     const cv::Point warm(static_cast<int>(truth.warmCentre.x), static_cast<int>(truth.warmCentre.y));
