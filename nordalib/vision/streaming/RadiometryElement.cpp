@@ -66,6 +66,10 @@ bool RadiometryElement::process(FrameMap& inputs, FrameMap& outputs) {
             if (!m_model)
                 NORDA_THROW("no radiometry model loaded",
                             "norda::exp::streaming::RadiometryElement::process");
+            if (input->getFrameData().type() != CV_16SC1) // a view as short would convert, not view
+                NORDA_THROW("frame of type " + std::to_string(input->getFrameData().type()) +
+                                " is not CV_16SC1",
+                            "norda::exp::streaming::RadiometryElement::process");
             cv::Mat_<short> raw = input->getFrameData();
             result = m_model->processFrame(raw);
         } catch (const std::exception& e) {
@@ -97,8 +101,9 @@ bool RadiometryElement::process(FrameMap& inputs, FrameMap& outputs) {
 void RadiometryElement::emitDummy(const cv::Mat& input, DataStorage<std::string>&& metaData,
                                   FrameMap& outputs) {
     // Signed raw shifted into the unsigned range, wrapping in 16 bits: -32768 -> 0, 32767 -> 65535.
-    cv::Mat dummy(input.rows, input.cols, CV_16U);
-    for (int y = 0; y < input.rows; ++y) {
+    cv::Mat dummy(input.rows, input.cols, CV_16U, cv::Scalar(0));
+    const bool sixteenBit = input.depth() == CV_16S || input.depth() == CV_16U;
+    for (int y = 0; sixteenBit && input.channels() == 1 && y < input.rows; ++y) {
         const auto* in = input.ptr<uint16_t>(y);
         auto* out = dummy.ptr<uint16_t>(y);
         for (int x = 0; x < input.cols; ++x)
