@@ -12,12 +12,10 @@ namespace norda::exp {
 namespace {
 using Temp = quantity::Temperature<MarkedFloat>;
 using Rel = quantity::Relation<MarkedFloat>;
-Temp celsius(float t) {
-    return Temp(MarkedFloat(t));
-}
+Temp celsius(float t) { return Temp(MarkedFloat(t)); }
 
-const char* kRangeItems[] = {"Name", "ToleranceTop", "ToleranceBottom", "DisplayTop", "DisplayBottom",
-                             "Top",  "Bottom",       "TnrGain",         "TnrAlpha"};
+const char* kRangeItems[] = {"Name",          "ToleranceTop", "ToleranceBottom", "DisplayTop", "DisplayBottom",
+                             "Top",           "Bottom",       "TnrGain",         "TnrAlpha"};
 } // namespace
 
 DataStorage<std::string> makeMeasRange(unsigned char number, float toleranceBottom, float toleranceTop,
@@ -119,68 +117,23 @@ void setDefaultParameters(DataProxy<std::string>& p) {
         cv::Point_<int> at;
     };
     const Point points[] = {
-        {Id::MeasPoints::HotSpot::Visible,
-         Id::MeasPoints::HotSpot::Position,
-         Id::MeasPoints::HotSpot::MeasPoint,
-         true,
-         {0, 0}},
-        {Id::MeasPoints::ColdSpot::Visible,
-         Id::MeasPoints::ColdSpot::Position,
-         Id::MeasPoints::ColdSpot::MeasPoint,
-         true,
-         {0, 0}},
-        {Id::MeasPoints::CenterSpot::Visible,
-         Id::MeasPoints::CenterSpot::Position,
-         Id::MeasPoints::CenterSpot::MeasPoint,
-         true,
-         {320, 240}},
-        {Id::MeasPoints::LaserSpot::Visible,
-         Id::MeasPoints::LaserSpot::Position,
-         Id::MeasPoints::LaserSpot::MeasPoint,
-         false,
-         {320, 240}},
-        {Id::MeasPoints::MeasPoint1::Visible,
-         Id::MeasPoints::MeasPoint1::Position,
-         Id::MeasPoints::MeasPoint1::MeasPoint,
-         false,
-         {160, 120}},
-        {Id::MeasPoints::MeasPoint2::Visible,
-         Id::MeasPoints::MeasPoint2::Position,
-         Id::MeasPoints::MeasPoint2::MeasPoint,
-         false,
-         {480, 120}},
-        {Id::MeasPoints::MeasPoint3::Visible,
-         Id::MeasPoints::MeasPoint3::Position,
-         Id::MeasPoints::MeasPoint3::MeasPoint,
-         false,
-         {160, 360}},
-        {Id::MeasPoints::MeasPoint4::Visible,
-         Id::MeasPoints::MeasPoint4::Position,
-         Id::MeasPoints::MeasPoint4::MeasPoint,
-         false,
-         {480, 360}},
-        {Id::MeasPoints::MeasPoint5::Visible,
-         Id::MeasPoints::MeasPoint5::Position,
-         Id::MeasPoints::MeasPoint5::MeasPoint,
-         false,
-         {320, 120}},
-        {Id::MeasPoints::DeltaT1::Visible,
-         Id::MeasPoints::DeltaT1::Position,
-         Id::MeasPoints::DeltaT1::MeasPoint,
-         false,
-         {200, 240}},
-        {Id::MeasPoints::DeltaT2::Visible,
-         Id::MeasPoints::DeltaT2::Position,
-         Id::MeasPoints::DeltaT2::MeasPoint,
-         false,
-         {440, 240}},
+        {Id::MeasPoints::HotSpot::Visible, Id::MeasPoints::HotSpot::Position, Id::MeasPoints::HotSpot::MeasPoint, true, {0, 0}},
+        {Id::MeasPoints::ColdSpot::Visible, Id::MeasPoints::ColdSpot::Position, Id::MeasPoints::ColdSpot::MeasPoint, true, {0, 0}},
+        {Id::MeasPoints::CenterSpot::Visible, Id::MeasPoints::CenterSpot::Position, Id::MeasPoints::CenterSpot::MeasPoint, true, {320, 240}},
+        {Id::MeasPoints::LaserSpot::Visible, Id::MeasPoints::LaserSpot::Position, Id::MeasPoints::LaserSpot::MeasPoint, false, {320, 240}},
+        {Id::MeasPoints::MeasPoint1::Visible, Id::MeasPoints::MeasPoint1::Position, Id::MeasPoints::MeasPoint1::MeasPoint, false, {160, 120}},
+        {Id::MeasPoints::MeasPoint2::Visible, Id::MeasPoints::MeasPoint2::Position, Id::MeasPoints::MeasPoint2::MeasPoint, false, {480, 120}},
+        {Id::MeasPoints::MeasPoint3::Visible, Id::MeasPoints::MeasPoint3::Position, Id::MeasPoints::MeasPoint3::MeasPoint, false, {160, 360}},
+        {Id::MeasPoints::MeasPoint4::Visible, Id::MeasPoints::MeasPoint4::Position, Id::MeasPoints::MeasPoint4::MeasPoint, false, {480, 360}},
+        {Id::MeasPoints::MeasPoint5::Visible, Id::MeasPoints::MeasPoint5::Position, Id::MeasPoints::MeasPoint5::MeasPoint, false, {320, 120}},
+        {Id::MeasPoints::DeltaT1::Visible, Id::MeasPoints::DeltaT1::Position, Id::MeasPoints::DeltaT1::MeasPoint, false, {200, 240}},
+        {Id::MeasPoints::DeltaT2::Visible, Id::MeasPoints::DeltaT2::Position, Id::MeasPoints::DeltaT2::MeasPoint, false, {440, 240}},
     };
     for (const auto& pt : points) {
         p.setValue(pt.visible, pt.on, n);
         p.setValue(pt.position, pt.at, n);
-        p.setValue(pt.measPoint,
-                   MeasPoint(static_cast<unsigned short>(pt.at.x), static_cast<unsigned short>(pt.at.y),
-                             celsius(20)),
+        p.setValue(pt.measPoint, MeasPoint(static_cast<unsigned short>(pt.at.x), static_cast<unsigned short>(pt.at.y),
+                                           celsius(20)),
                    n);
     }
     p.setValue(Id::DeltaT::Active, false, n);

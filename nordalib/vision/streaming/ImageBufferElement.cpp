@@ -7,10 +7,9 @@
 
 namespace norda::exp::streaming {
 
-ImageBufferElement::ImageBufferElement(uint8_t maxDepth, STREAMING_DATATYPE slot,
-                                       DataProxy<std::string>* proxy)
-    : StreamingElement({slot}, {slot}, "ImageBufferElement", nullptr, false, 0), m_maxDepth(maxDepth),
-      m_slot(slot), m_proxy(proxy) {
+ImageBufferElement::ImageBufferElement(uint8_t maxDepth, STREAMING_DATATYPE slot, DataProxy<std::string>* proxy)
+    : StreamingElement({slot}, {slot}, "ImageBufferElement", nullptr, false, 0), m_maxDepth(maxDepth), m_slot(slot),
+      m_proxy(proxy) {
     if (!m_proxy)
         NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
                     "norda::exp::streaming::ImageBufferElement::ImageBufferElement");

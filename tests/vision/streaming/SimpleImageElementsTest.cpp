@@ -139,8 +139,8 @@ TEST(WindowingElement, CutsCentredWindowOrPassesOnAsPrescribed) {
         ADD_FAILURE();
     } catch (const Exception& e) {
         EXPECT_STREQ(e.what(), "Windowing Failed! ROI outside of current image! 320, 240");
-        EXPECT_EQ(e.location(), "nordalib/vision/streaming/WindowingElement: 50: "
-                                "norda::exp::streaming::WindowingElement::process(..)");
+        EXPECT_EQ(e.location(),
+                  "nordalib/vision/streaming/WindowingElement: 50: norda::exp::streaming::WindowingElement::process(..)");
     }
     EXPECT_TRUE(out.empty());
 
