@@ -116,9 +116,9 @@ void RadiometryElement::emitDummy(const cv::Mat& input, DataStorage<std::string>
 
 void RadiometryElement::loadRadiometry() {
     m_model.reset();
-    const auto cols = m_dataProxy->getValue<unsigned short>(Id::IrImage::Cols);
-    const auto rows = m_dataProxy->getValue<unsigned short>(Id::IrImage::Rows);
     try {
+        const auto cols = m_dataProxy->getValue<unsigned short>(Id::IrImage::Cols);
+        const auto rows = m_dataProxy->getValue<unsigned short>(Id::IrImage::Rows);
         if (m_camType == vision::RadiometricCamTypeB) {
             m_model = std::make_unique<vision::RadiometryTypeB>(cols, rows, 0.01f, m_calibrationPath);
             const bool fast = m_dataProxy->getValue<bool>(Id::DeviceFeatures::FastFrameAvailable);
@@ -127,6 +127,7 @@ void RadiometryElement::loadRadiometry() {
             m_model = std::make_unique<vision::RadiometryTypeA>(cols, rows, 0.01f, m_calibrationPath);
         }
     } catch (const std::exception& e) {
+        m_model.reset();
         // No model: every frame fails in processFrame and becomes a dummy frame, reported once.
         m_log->log(LogLevel::error, "Radiometric model could not be loaded: {}", e.what());
     }
