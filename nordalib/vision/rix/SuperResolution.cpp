@@ -62,9 +62,11 @@ SuperResolution::Registration SuperResolution::registerFrame(const cv::Mat& refe
         }
     }
 
+    // The residual is measured on the smoothed images: it should reveal objects that moved on
+    // their own, not sensor noise, which in a low-contrast scene can rival the contrast.
     cv::Scalar mean, contrast;
-    cv::meanStdDev(reference(inner), mean, contrast);
-    const cv::Mat residual = sampleMoved(moving, reg.shift)(inner) - reference(inner);
+    cv::meanStdDev(ref(inner), mean, contrast);
+    const cv::Mat residual = sampleMoved(mov, reg.shift)(inner) - ref(inner);
     const double rms = std::sqrt(residual.dot(residual) / static_cast<double>(residual.total()));
     reg.residual = contrast[0] > 0 ? rms / contrast[0] : (rms > 0 ? HUGE_VAL : 0.0);
     return reg;

@@ -28,8 +28,9 @@ public:
         double minResponse = 0.08;
         // Largest accepted shift of a frame against the first, in sensor pixels.
         double maxShift = 6.0;
-        // Largest accepted residual after registration, relative to the scene's contrast
-        // (standard deviation of the first frame); a moving object or a changed scene exceeds it.
+        // Largest accepted residual after registration, relative to the scene's contrast (both
+        // on slightly smoothed frames, so that noise does not count); a moving object or a
+        // changed scene exceeds it.
         double maxResidual = 0.5;
         int iterations = 12; // back-projection steps
         double step = 1.0;   // back-projection gain

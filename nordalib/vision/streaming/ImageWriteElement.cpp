@@ -142,6 +142,20 @@ void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Fra
         ~Leave() { log.log(LogLevel::debug, "Leave save function"); }
     } leave{*m_logger};
 
+    // A frame of another type would be converted silently into meaningless temperatures or
+    // colours; refuse it (empty images are allowed: they end the request without a file).
+    auto expectType = [](const std::unique_ptr<Frame>& frame, int type, const char* what) {
+        const cv::Mat& m = frame->getFrameData();
+        if (!m.empty() && m.type() != type)
+            NORDA_THROW(fmt::format("{} image has type {}, expected {}", what, cv::typeToString(m.type()),
+                                    cv::typeToString(type)),
+                        "norda::exp::streaming::ImageWriteElement::saveImage");
+    };
+    expectType(ir, CV_16UC1, "radiometric");
+    expectType(preview, CV_8UC3, "preview");
+    if (visual)
+        expectType(visual, CV_8UC2, "visual");
+
     m_pDataProxy->setValue(Id::Miscellaneous::SpinnerVisible, true, true);
 
     // The visual image must come at the full resolution of this instance's camera mode; the

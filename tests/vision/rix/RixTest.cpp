@@ -3,6 +3,7 @@
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/rix/Crc32.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -118,16 +119,6 @@ void fixChunkCrc(std::vector<char>& bytes, const ChunkPos& c) {
     std::memcpy(bytes.data() + c.offset + 8, &crc, 4);
 }
 
-class TempDir {
-public:
-    TempDir() {
-        std::string tmpl = (fs::temp_directory_path() / "rixtest-XXXXXX").string();
-        path = ::mkdtemp(tmpl.data());
-    }
-    ~TempDir() { fs::remove_all(path); }
-    std::string path;
-};
-
 } // namespace
 
 TEST(Crc32, MatchesTheStandardCheckValueAndTheBitwiseReference) {
@@ -155,13 +146,13 @@ TEST(Rix, SaveLoadRoundTripKeepsEveryItemBitForBit) {
     EXPECT_FALSE(back.isSuperResolutionFile());
 
     // Through a file: the same bytes, nothing left beside the target.
-    TempDir dir;
-    const std::string path = dir.path + "/IR000001.RIX";
+    norda::test::TempDir dir;
+    const std::string path = dir.path().string() + "/IR000001.RIX";
     original.save(path, false);
     Rix fromDisk;
     fromDisk.load(path);
     expectSameItems(original, fromDisk);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1);
     std::ifstream in(path, std::ios::binary);
     std::vector<char> disk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(disk, bytes);
@@ -246,16 +237,17 @@ TEST(Rix, RefusesWhatCanNotBeSaved) {
     EXPECT_THROW(rix.extractMinMax(cv::Mat(4, 4, CV_8U)), norda::Exception);
 
     // A failed save leaves neither a temporary file nor a changed target.
-    TempDir dir;
-    EXPECT_THROW(rix.save(dir.path + "/missing/IR000001.RIX", false), norda::Exception);
-    fs::create_directories(dir.path + "/IR000002.RIX/occupied"); // a directory where the file should go
+    norda::test::TempDir dir;
+    EXPECT_THROW(rix.save(dir.path().string() + "/missing/IR000001.RIX", false), norda::Exception);
+    fs::create_directories(dir.path().string() +
+                           "/IR000002.RIX/occupied"); // a directory where the file should go
     try {
-        rix.save(dir.path + "/IR000002.RIX", false);
+        rix.save(dir.path().string() + "/IR000002.RIX", false);
         FAIL() << "saved over a directory";
     } catch (const norda::Exception& e) {
         EXPECT_NE(std::string(e.what()).find("IR000002.RIX"), std::string::npos) << e.what();
     }
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1);
 }
 
 TEST(Rix, DamagedTruncatedOrForeignInputIsReportedNotTrusted) {

@@ -6,6 +6,7 @@
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
+#include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -24,20 +25,7 @@ namespace {
 
 class ImageReadTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        setDefaultParameters(proxy);
-        std::string tmpl = (fs::temp_directory_path() / "imageread-XXXXXX").string();
-        folder = ::mkdtemp(tmpl.data());
-        Logger::setListener([this](const std::string& logger, LogLevel level, const std::string& message) {
-            std::lock_guard<std::mutex> lock(logMutex);
-            if (logger == "READ" && level >= LogLevel::error)
-                errors.push_back(message);
-        });
-    }
-    void TearDown() override {
-        Logger::setListener({});
-        fs::remove_all(folder);
-    }
+    void SetUp() override { setDefaultParameters(proxy); }
     // A stored image with settings, a generic entry and a visual image.
     Rix storedImage(uint16_t level) {
         Rix rix;
@@ -59,15 +47,19 @@ protected:
         proxy.setValue(Id::Gallery::ActiveFilename, name, true);
         proxy.flush();
     }
-    size_t errorCount() {
-        std::lock_guard<std::mutex> lock(logMutex);
-        return errors.size();
+    // Error records of the element's logger.
+    std::vector<std::string> errors() const {
+        std::vector<std::string> out;
+        for (const auto& r : logs.records())
+            if (r.logger == "READ" && r.level >= LogLevel::error)
+                out.push_back(r.message);
+        return out;
     }
 
     DataProxy<std::string> proxy;
-    std::string folder;
-    std::mutex logMutex;
-    std::vector<std::string> errors;
+    norda::test::TempDir dir;
+    std::string folder = dir.path().string();
+    norda::test::LogCapture logs;
 };
 
 } // namespace
@@ -119,7 +111,7 @@ TEST_F(ImageReadTest, DeliversTheStoredImageWithItsSettingsEveryCycle) {
     // An empty name ends the display.
     show("");
     EXPECT_FALSE(reader.process(in, out));
-    EXPECT_EQ(errorCount(), 0u);
+    EXPECT_EQ(errors().size(), 0u);
 }
 
 TEST_F(ImageReadTest, MissingOrDamagedFilesAreReportedOnceAndGiveNoFrames) {
@@ -129,8 +121,8 @@ TEST_F(ImageReadTest, MissingOrDamagedFilesAreReportedOnceAndGiveNoFrames) {
     for (int cycle = 0; cycle < 3; ++cycle)
         EXPECT_FALSE(reader.process(in, out));
     EXPECT_TRUE(out.empty());
-    ASSERT_EQ(errorCount(), 1u);
-    EXPECT_NE(errors[0].find(folder + "/IR000099.RIX"), std::string::npos) << errors[0];
+    ASSERT_EQ(errors().size(), 1u);
+    EXPECT_NE(errors()[0].find(folder + "/IR000099.RIX"), std::string::npos) << errors()[0];
 
     std::vector<char> bytes;
     storedImage(30000).save(bytes, false);
@@ -140,9 +132,9 @@ TEST_F(ImageReadTest, MissingOrDamagedFilesAreReportedOnceAndGiveNoFrames) {
     show("IR000100.RIX");
     for (int cycle = 0; cycle < 3; ++cycle)
         EXPECT_FALSE(reader.process(in, out));
-    ASSERT_EQ(errorCount(), 2u);
-    EXPECT_NE(errors[1].find("IR000100.RIX"), std::string::npos);
-    EXPECT_NE(errors[1].find("truncated chunk '"), std::string::npos) << errors[1];
+    ASSERT_EQ(errors().size(), 2u);
+    EXPECT_NE(errors()[1].find("IR000100.RIX"), std::string::npos);
+    EXPECT_NE(errors()[1].find("truncated chunk '"), std::string::npos) << errors()[1];
 
     // A good file afterwards (absolute path) shows again.
     storedImage(30000).save(folder + "/IR000101.RIX", false);

@@ -5,6 +5,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
@@ -25,12 +26,6 @@ using Temp = quantity::Temperature<MarkedFloat>;
 
 namespace {
 
-struct LogRecord {
-    std::string logger;
-    LogLevel level;
-    std::string message;
-};
-
 // The host's settings command, counting its calls.
 class HostControl : public cmd::ICallable {
 public:
@@ -48,20 +43,12 @@ protected:
         proxy.setValue(Id::Miscellaneous::SaveJpeg, false,
                        false); // the 500 ms overlay wait only where wanted
         proxy.setValue<unsigned int>(Id::Miscellaneous::ImageCounter, 41, false);
-        std::string tmpl = (fs::temp_directory_path() / "imagewrite-XXXXXX").string();
-        folder = ::mkdtemp(tmpl.data());
-        Logger::setListener([this](const std::string& logger, LogLevel level, const std::string& message) {
-            std::lock_guard<std::mutex> lock(logMutex);
-            logs.push_back({logger, level, message});
-        });
     }
     void TearDown() override {
         // Detached super-resolution threads use the store: let them finish first.
         for (int i = 0;
              i < 600 && (busy || proxy.getValue<int>(Id::Miscellaneous::SuperResolutionCount) != 0); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        Logger::setListener({});
-        fs::remove_all(folder);
     }
 
     std::unique_ptr<ImageWriteElement> makeElement(STREAMING_DATATYPE visualSlot = STREAMING_DATATYPE_YUV422,
@@ -96,9 +83,9 @@ protected:
             in[visualSlot] = std::make_unique<Frame>(cv::Mat(visual, CV_8UC2, cv::Scalar(128, 60)));
         return in;
     }
-    bool logged(const std::string& text, LogLevel level) {
-        std::lock_guard<std::mutex> lock(logMutex);
-        return std::any_of(logs.begin(), logs.end(), [&](const LogRecord& r) {
+    bool logged(const std::string& text, LogLevel level) const {
+        const auto records = logs.records();
+        return std::any_of(records.begin(), records.end(), [&](const norda::test::LogRecord& r) {
             return r.level == level && r.message.find(text) != std::string::npos;
         });
     }
@@ -113,10 +100,10 @@ protected:
     DataProxy<std::string> proxy;
     cmd::CommandProxy commands;
     std::atomic<bool> busy{false};
-    std::string folder;
+    norda::test::TempDir dir;
+    std::string folder = dir.path().string();
     std::vector<DataStorage<std::string>> gallery;
-    std::mutex logMutex;
-    std::vector<LogRecord> logs;
+    norda::test::LogCapture logs;
 };
 
 } // namespace
@@ -461,6 +448,24 @@ TEST_F(ImageWriteTest, UnwritableFolderKeepsCounterAndEarlierFiles) {
     auto after = frames();
     element->process(after, out);
     EXPECT_TRUE(after[STREAMING_DATATYPE_RAD_CONST]) << "request was cleared";
+
+    // A radiometric frame of the wrong type is refused, not converted.
+    auto eightBit = frames();
+    eightBit[STREAMING_DATATYPE_RAD_CONST]->getFrameData() = cv::Mat(120, 160, CV_8UC1, cv::Scalar(7));
+    element->triggerSave(false);
+    element->process(eightBit, out);
+    EXPECT_TRUE(logged("Erro during process: radiometric image has type CV_8UC1, expected CV_16UC1",
+                       LogLevel::error));
+
+    // Empty images end the request without a file.
+    auto empty = frames({});
+    empty[STREAMING_DATATYPE_RGB]->getFrameData() = cv::Mat();
+    element->triggerSave(false);
+    element->process(empty, out);
+    EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
+    auto next = frames();
+    element->process(next, out);
+    EXPECT_TRUE(next[STREAMING_DATATYPE_RAD_CONST]) << "request was ended by the empty preview";
 }
 
 TEST_F(ImageWriteTest, SuperResolutionThreadBookkeeping) {
@@ -507,11 +512,9 @@ TEST_F(ImageWriteTest, SuperResolutionThreadBookkeeping) {
             << "both queued before the first finished";
         EXPECT_EQ(counts.back(), 0);
     }
-    {
-        std::lock_guard<std::mutex> lock(logMutex);
-        EXPECT_TRUE(std::any_of(logs.begin(), logs.end(),
-                                [](const LogRecord& r) { return r.logger == "SUPER_WRITE"; }));
-    }
+    const auto records = logs.records();
+    EXPECT_TRUE(std::any_of(records.begin(), records.end(),
+                            [](const norda::test::LogRecord& r) { return r.logger == "SUPER_WRITE"; }));
 
     // Frames that moved too much: the movement warning and no file.
     std::vector<cv::Mat_<uint16_t>> moving;
