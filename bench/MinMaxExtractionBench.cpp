@@ -110,6 +110,7 @@ BENCHMARK(BM_MinMaxElement_RefreshCycle)
     ->Args({1024, 768})
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MinMaxElement_ThrottledCycle)
+    ->Args({16, 12})
     ->Args({640, 480})
     ->Args({1024, 768})
     ->Unit(benchmark::kMicrosecond);

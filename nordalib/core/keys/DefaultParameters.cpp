@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/imgproc/BadPixel.h"
 #include "nordalib/vision/imgproc/Palettes.h"
 
 #include <opencv2/core.hpp>
@@ -45,7 +46,11 @@ void activateMeasRange(DataProxy<std::string>& proxy, unsigned char number) {
         if (auto v = range.getVariant(item))
             proxy.set("ActiveMeasRange." + std::string(item), v, true);
     }
-    proxy.setValue<unsigned char>(Id::ActiveMeasRange::Name, number, true);
+    // Announce the range only when it changes: a host that calls this from an observer of the
+    // range name must not be called again by its own write.
+    if (!proxy.contains(Id::ActiveMeasRange::Name) ||
+        proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name) != number)
+        proxy.setValue<unsigned char>(Id::ActiveMeasRange::Name, number, true);
 }
 
 void setDefaultParameters(DataProxy<std::string>& p) {
@@ -57,6 +62,7 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Streaming::DisableOffset, false, n);
     p.setValue(Id::Streaming::UpdateValues, false, n);
     p.setValue(Id::Streaming::WarmUp, false, n);
+    p.setValue(Id::IrSensor::BadPixelList, std::vector<vision::BadPixel>(), n);
 
     p.setValue<unsigned short>(Id::IrImage::Cols, 640, n);
     p.setValue<unsigned short>(Id::IrImage::Rows, 480, n);
