@@ -69,6 +69,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace nordacam {
@@ -143,6 +144,11 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
         std::filesystem::create_directories(m_options.outputDir, ec);
         if (!norda::utils::existsDirectory(m_options.outputDir))
             throw SettingsError("output folder " + m_options.outputDir + " can not be created");
+        // Find out now, not at the first saved image, whether files can be written there.
+        const std::string probe = m_options.outputDir + "/.nordacam-write-test";
+        if (!std::ofstream(probe))
+            throw SettingsError("output folder " + m_options.outputDir + " is not writable");
+        std::filesystem::remove(probe, ec);
     }
 
     // Parameters: factory defaults, then the user's file, then the command line.

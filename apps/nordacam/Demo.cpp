@@ -14,7 +14,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <csignal>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
@@ -63,6 +65,11 @@ std::string fileStamp() {
     char buf[32];
     std::strftime(buf, sizeof buf, "%Y%m%d-%H%M%S", &tm);
     return buf;
+}
+
+std::atomic<bool> g_interrupted{false};
+void onInterrupt(int) {
+    g_interrupted = true;
 }
 
 struct Accuracy {
@@ -119,6 +126,10 @@ int runLive(const RunOptions& options, std::ostream& out) {
         saveAt.insert(options.frames * i / (options.saves + 1));
     std::vector<std::string> saveErrors;
 
+    // Ctrl-C ends the run early but cleanly: the recording is closed and the summary printed.
+    g_interrupted = false;
+    auto previousInt = std::signal(SIGINT, onInterrupt);
+    auto previousTerm = std::signal(SIGTERM, onInterrupt);
     camera.start(options.frames);
     const bool tty = ::isatty(STDOUT_FILENO) && &out == &std::cout;
     Accuracy accuracy;
@@ -157,6 +168,9 @@ int runLive(const RunOptions& options, std::ostream& out) {
         if (options.status && (now - lastPrint > std::chrono::milliseconds(tty ? 150 : 2000) || !running)) {
             lastPrint = now;
             auto spots = readSpots(camera.store());
+            if (snap.rad.empty()) // nothing measured yet: the store holds only its defaults
+                for (auto& s : spots)
+                    s.valid = false;
             const auto range = camera.store().getValue<unsigned char>(Id::ActiveMeasRange::Name);
             const auto bottom = camera.store().getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius();
             const auto top = camera.store().getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius();
@@ -178,8 +192,14 @@ int runLive(const RunOptions& options, std::ostream& out) {
         }
         if (!running)
             break;
+        if (g_interrupted.load()) {
+            camera.stop();
+            continue; // one more round prints the final status
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
+    std::signal(SIGINT, previousInt);
+    std::signal(SIGTERM, previousTerm);
     if (tty)
         out << "\n";
     camera.pipeline().join();
@@ -221,7 +241,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
                 code = 4;
         }
     }
-    {
+    if (!camera.snapshot().rad.empty()) {
         out << "\nLast measurement:";
         for (const auto& s : readSpots(camera.store()))
             out << "  " << s.name << " " << temp(s) << (s.valid ? fmt::format(" at ({}, {})", s.x, s.y) : "");
