@@ -260,8 +260,10 @@ void WebServer::routes() {
                 const auto snap = cam.snapshot();
                 auto& store = cam.store();
                 json spots = json::array();
-                for (const auto& s : readSpots(store))
+                for (auto s : readSpots(store)) {
+                    s.valid = s.valid && !snap.rad.empty(); // before the first frame: only defaults
                     spots.push_back(toJson(s));
+                }
                 json j = {{"frame", snap.frame},
                           {"cycle", snap.cycle},
                           {"fps", snap.fps},
