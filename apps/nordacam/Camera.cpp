@@ -130,10 +130,11 @@ std::string withSlash(std::string dir) {
 } // namespace
 
 std::string defaultCalibrationDir() {
+    // The source tree's while developing, the installed copy otherwise.
     const std::string source = std::string(NORDA_SOURCE_DIR_APP) + "/data/calibration/";
     if (norda::utils::existsDirectory(source))
         return source;
-    return "/usr/local/share/nordalib/calibration/";
+    return NORDACAM_INSTALLED_CALIBRATION;
 }
 
 Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_settings(m_store) {
