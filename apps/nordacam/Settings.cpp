@@ -385,6 +385,7 @@ json Settings::userSettings() const {
 void Settings::save() const {
     if (m_path.empty())
         throw SettingsError("no settings file to save to");
+    std::lock_guard<std::mutex> lock(m_saveMutex);
     // Keep what the file holds beyond our keys (a newer version's settings, for instance).
     json out = json::object();
     {

@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -68,6 +69,7 @@ private:
 
     norda::exp::DataProxy<std::string>& m_store;
     std::string m_path;
+    mutable std::mutex m_saveMutex; // saves come from the pipeline and the server at once
 };
 
 } // namespace nordacam
