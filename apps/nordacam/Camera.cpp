@@ -154,6 +154,28 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
 
     // Parameters: factory defaults, then the user's file, then the command line.
     setDefaultParameters(m_store);
+    m_settings.addCheck(Id::Scaling::Mode, [](const Variant& v) {
+        const auto& mode = v.value<std::string>();
+        return mode == Id::Scaling::Auto || mode == Id::Scaling::Manual || mode == Id::Scaling::AutoSpanHint
+                   ? std::string()
+                   : "\"" + mode + "\" is not a scaling mode (Auto, Manual, AutoSpanHint)";
+    });
+    m_settings.addCheck(Id::ActiveMeasRange::Name, [this](const Variant& v) {
+        const auto number = std::to_string(v.value<unsigned char>());
+        return m_store.getValue<DataStorage<std::string>>(Id::MeasRangePool).contains(number)
+                   ? std::string()
+                   : "measurement range " + number + " is not defined";
+    });
+#ifdef NORDACAM_HAVE_PALETTES
+    m_settings.addCheck(Id::Palette::ActivePalette, [](const Variant& v) {
+        const auto& name = v.value<std::string>();
+        std::string names;
+        for (const auto& n : norda::vision::Palettes::names())
+            names += (names.empty() ? "" : ", ") + n;
+        return norda::vision::Palettes::exists(name) ? std::string()
+                                                     : "unknown palette \"" + name + "\" (" + names + ")";
+    });
+#endif
     if (!m_options.settingsFile.empty()) {
         if (norda::utils::existsFile(m_options.settingsFile))
             m_settings.loadFile(m_options.settingsFile);

@@ -324,13 +324,23 @@ std::shared_ptr<Variant> Settings::current(const std::string& key) const {
     return v;
 }
 
+std::shared_ptr<Variant> Settings::checked(const std::string& key, std::shared_ptr<Variant> v) const {
+    auto it = m_checks.find(key);
+    if (it != m_checks.end()) {
+        const std::string problem = it->second(*v);
+        if (!problem.empty())
+            fail(key, problem);
+    }
+    return v;
+}
+
 void Settings::apply(const json& object, const std::string& origin) {
     if (!object.is_object())
         throw SettingsError(origin + ": expected a JSON object of key/value pairs");
     std::vector<std::pair<std::string, std::shared_ptr<Variant>>> parsed;
     for (const auto& [key, value] : object.items()) {
         try {
-            parsed.emplace_back(key, parseJsonFor(*current(key), value, key));
+            parsed.emplace_back(key, checked(key, parseJsonFor(*current(key), value, key)));
         } catch (const SettingsError& e) {
             throw SettingsError(origin + ": " + e.what());
         }
@@ -361,12 +371,11 @@ void Settings::applyAssignment(const std::string& assignment) {
         throw SettingsError("--set " + assignment + ": expected KEY=VALUE");
     const std::string key = trim(assignment.substr(0, eq));
     const std::string text = assignment.substr(eq + 1);
-    auto value = parseTextFor(*current(key), text, key);
-    m_store.set(key, value, true);
+    m_store.set(key, checked(key, parseTextFor(*current(key), text, key)), true);
 }
 
 void Settings::set(const std::string& key, const json& value) {
-    m_store.set(key, parseJsonFor(*current(key), value, key), true);
+    m_store.set(key, checked(key, parseJsonFor(*current(key), value, key)), true);
 }
 
 json Settings::get(const std::string& key) const {

@@ -16,6 +16,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -59,6 +61,11 @@ public:
     nlohmann::json get(const std::string& key) const;
     nlohmann::json userSettings() const;
 
+    // A check of a key's new value beyond its type (a palette that exists, a defined range); it
+    // returns an error text, empty when the value is fine. Add checks before applying settings.
+    using Check = std::function<std::string(const norda::exp::Variant&)>;
+    void addCheck(const std::string& key, Check check) { m_checks[key] = std::move(check); }
+
     void setPath(const std::string& path) { m_path = path; }
     const std::string& path() const { return m_path; }
     // Writes the user's settings to path(); throws SettingsError when that fails.
@@ -66,9 +73,12 @@ public:
 
 private:
     std::shared_ptr<norda::exp::Variant> current(const std::string& key) const;
+    std::shared_ptr<norda::exp::Variant> checked(const std::string& key,
+                                                 std::shared_ptr<norda::exp::Variant> v) const;
 
     norda::exp::DataProxy<std::string>& m_store;
     std::string m_path;
+    std::map<std::string, Check> m_checks;
     mutable std::mutex m_saveMutex; // saves come from the pipeline and the server at once
 };
 

@@ -124,6 +124,12 @@ TEST(NordacamServer, StreamsAndApiAnswerRealClients) {
     EXPECT_EQ(set->status, 200);
     EXPECT_EQ(live.camera->store().getValue<std::string>(Id::Palette::ActivePalette), "rainbow");
     EXPECT_EQ(c.Post("/api/settings", R"({"No.Such": 1})", "application/json")->status, 400);
+    auto unknownPalette =
+        c.Post("/api/settings", R"({"Palette.ActivePalette": "plaid"})", "application/json");
+    EXPECT_EQ(unknownPalette->status, 400);
+    EXPECT_NE(unknownPalette->body.find("unknown palette"), std::string::npos);
+    EXPECT_EQ(c.Post("/api/settings", R"({"ActiveMeasRange.Name": 9})", "application/json")->status, 400);
+    EXPECT_EQ(live.camera->store().getValue<std::string>(Id::Palette::ActivePalette), "rainbow");
     EXPECT_EQ(c.Post("/api/settings", R"({"Palette.ActivePalette": )", "application/json")->status, 400);
     EXPECT_EQ(c.Get("/api/settings/No.Such")->status, 404);
     auto put = c.Put("/api/settings/Environment.EmissivityValue", "0.93", "application/json");

@@ -93,6 +93,18 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
     EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("IrImage.Max=20"); }),
               "setting IrImage.Max is read-only");
     EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::EmissivityValue), 0.9f);
+
+    // Checks beyond the type.
+    s.settings.addCheck(Id::Scaling::Mode, [](const Variant& v) {
+        return v.value<std::string>() == "Sideways" ? std::string("not a mode") : std::string();
+    });
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Scaling.Mode=Sideways"); }),
+              "setting Scaling.Mode: not a mode");
+    EXPECT_EQ(errorOf([&] {
+                  s.settings.apply(json{{"Scaling.Mode", "Sideways"}}, "request");
+              }),
+              "request: setting Scaling.Mode: not a mode");
+    EXPECT_EQ(s.store.getValue<std::string>(Id::Scaling::Mode), "Manual");
 }
 
 TEST(NordacamSettings, FileIsAppliedAllOrNothingAndSavedAtomically) {
