@@ -88,7 +88,7 @@ struct Accuracy {
         double mean() const { return n ? sum / n : 0.0; }
     };
     std::map<std::string, Sums> objects;
-    Sums hotSpot;
+    Sums hotSpot, centreSpot;
     unsigned long long lastFrame = ~0ull;
 };
 
@@ -162,6 +162,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
             for (const auto& s : readSpots(camera.store()))
                 if (s.name == "hot" && s.valid)
                     accuracy.hotSpot.add(s.celsius, snap.truth->hotC);
+                else if (s.name == "centre" && s.valid)
+                    accuracy.centreSpot.add(s.celsius, snap.truth->centreC);
         }
 
         const auto now = std::chrono::steady_clock::now();
@@ -230,6 +232,12 @@ int runLive(const RunOptions& options, std::ostream& out) {
                 "  {:<12} true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K "
                 "({} frames)\n",
                 name, s.lastTrue, s.lastMeasured, s.mean(), s.worst, s.n);
+        if (accuracy.centreSpot.n > 0) {
+            const auto& c = accuracy.centreSpot;
+            out << fmt::format(
+                "  centre spot  true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K\n",
+                c.lastTrue, c.lastMeasured, c.mean(), c.worst);
+        }
         if (accuracy.hotSpot.n > 0) {
             const auto& h = accuracy.hotSpot;
             const bool ok = std::abs(h.mean()) <= 0.5;
