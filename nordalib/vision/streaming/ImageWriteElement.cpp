@@ -73,6 +73,12 @@ ImageWriteElement::ImageWriteElement(const std::string& imageFolder, DataProxy<s
 // registration dies with it anyway).
 ImageWriteElement::~ImageWriteElement() {
     m_pCommandProxy->unregisterCallable(getName());
+    // A caller still waiting for a capture gets an empty result, and leaves before the members
+    // it uses are destroyed.
+    std::unique_lock<std::mutex> lock(m_mutTransfer);
+    m_bClosing = true;
+    m_cvTransfer.notify_all();
+    m_cvTransfer.wait(lock, [this] { return m_iTransferWaiters == 0; });
 }
 
 bool ImageWriteElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
@@ -111,13 +117,21 @@ void ImageWriteElement::triggerSave(bool preview) {
 
 std::vector<char> ImageWriteElement::triggerImageAndTransfer() {
     std::unique_lock<std::mutex> lock(m_mutTransfer);
-    if (m_bTransferRequested || m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveImageMode))
+    if (m_bClosing || m_bTransferRequested || m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveImageMode))
         return {};
     m_bImageReady = false;
     m_bTransferRequested = true;
     m_bSaveRequested = true;
     const auto deadline = std::chrono::steady_clock::now() + kTransferTimeout;
-    if (!m_cvTransfer.wait_until(lock, deadline, [this] { return m_bImageReady; })) {
+    ++m_iTransferWaiters;
+    const bool ready =
+        m_cvTransfer.wait_until(lock, deadline, [this] { return m_bImageReady || m_bClosing; });
+    --m_iTransferWaiters;
+    if (m_bClosing) {
+        m_cvTransfer.notify_all();
+        return {};
+    }
+    if (!ready) {
         m_bTransferRequested = false;
         std::cout << "Error: Timeout waiting for image caputure!" << std::endl;
         return {};
