@@ -104,6 +104,7 @@ bool ImageWriteElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
     } catch (const std::exception& e) {
         m_logger->log(LogLevel::error, "Erro during process: {}", e.what());
         m_bSaveRequested = false;
+        m_vecSrFrames.clear(); // the next request collects fresh frames
         m_pDataProxy->setValue(Id::Miscellaneous::SpinnerVisible, false, true);
     }
     return false;
