@@ -1,5 +1,6 @@
 // Display image at 640 x 480: the palette converter's views and a whole palette element cycle,
-// beside OpenCV's nearest job (scale to 8 bit, then a colour map).
+// beside OpenCV's nearest job (scale to 8 bit, then a colour map). Both sides may run rows in
+// parallel; OPENCV_FOR_THREADS_NUM=1 compares them on one core.
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/imgproc/ColorPaletteConverter.h"

@@ -1,6 +1,7 @@
-// Radiometric image files on arbitrary bytes: every input is loaded or refused with an exception.
-// The input is tried twice: as it is, and with every checksum made valid, so that the fuzzer also
-// reaches the chunk parsers behind the checksums.
+// Radiometric image files on arbitrary bytes: every input is loaded or refused with an exception,
+// from memory and from a file; what loads saves again to the same bytes. The input is also tried
+// with every checksum made valid, so that the fuzzer reaches the chunk parsers behind them.
+#include "FuzzSupport.h"
 #include "nordalib/vision/rix/Crc32.h"
 #include "nordalib/vision/rix/Rix.h"
 
@@ -13,7 +14,6 @@ void loadAndResave(const void* data, size_t size) {
     norda::vision::Rix rix;
     try {
         rix.load(data, size, "fuzz input");
-        // What loads must save again and load to the same bytes.
         std::vector<char> first, second;
         rix.save(first, false);
         norda::vision::Rix again;
@@ -50,5 +50,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<uint8_t> fixed(data, data + size);
     fixChecksums(fixed);
     loadAndResave(fixed.data(), fixed.size());
+    try {
+        norda::vision::Rix fromFile;
+        fromFile.load(norda::fuzz::writeScratch(data, size));
+    } catch (const norda::Exception&) {
+    }
     return 0;
 }

@@ -45,7 +45,11 @@ void activateMeasRange(DataProxy<std::string>& proxy, unsigned char number) {
         if (auto v = range.getVariant(item))
             proxy.set("ActiveMeasRange." + std::string(item), v, true);
     }
-    proxy.setValue<unsigned char>(Id::ActiveMeasRange::Name, number, true);
+    // Announce the range only when it changes: a host that calls this from an observer of the
+    // range name must not be called again by its own write.
+    if (!proxy.contains(Id::ActiveMeasRange::Name) ||
+        proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name) != number)
+        proxy.setValue<unsigned char>(Id::ActiveMeasRange::Name, number, true);
 }
 
 void setDefaultParameters(DataProxy<std::string>& p) {

@@ -20,8 +20,8 @@ void setDefaultParameters(DataProxy<std::string>& proxy);
 DataStorage<std::string> makeMeasRange(unsigned char number, float toleranceBottom, float toleranceTop,
                                        float displayBottom, float displayTop);
 
-// Copies the pool entry of range `number` into the ActiveMeasRange keys (with notification).
-// Throws when the pool has no such range.
+// Copies the pool entry of range `number` into the ActiveMeasRange keys (with notification); the
+// name key is written (and announced) only when it changes. Throws when the pool has no such range.
 void activateMeasRange(DataProxy<std::string>& proxy, unsigned char number);
 
 } // namespace norda::exp

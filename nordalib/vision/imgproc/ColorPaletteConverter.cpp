@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <string>
 
 namespace norda::vision {
@@ -23,8 +24,11 @@ constexpr int kParallelPixels = 64 * 1024;
 ColorPaletteConverter::ColorPaletteConverter(bool bgr)
     : m_bgr(bgr), m_paletteTable(kTableSize), m_humidTable(kTableSize) {}
 
-cv::Vec3b ColorPaletteConverter::ordered(uint8_t r, uint8_t g, uint8_t b) const {
-    return m_bgr ? cv::Vec3b(b, g, r) : cv::Vec3b(r, g, b);
+uint32_t ColorPaletteConverter::entry(uint8_t r, uint8_t g, uint8_t b) const {
+    const uint8_t bytes[4] = {m_bgr ? b : r, g, m_bgr ? r : b, 0};
+    uint32_t e;
+    std::memcpy(&e, bytes, sizeof e);
+    return e;
 }
 
 void ColorPaletteConverter::checkColours(const std::vector<uint8_t>& colours) {
@@ -127,10 +131,10 @@ void ColorPaletteConverter::buildPaletteTable(uint16_t lower, uint16_t upper,
     const uint64_t span = hi - lo;
     auto colour = [&](size_t index) {
         const size_t k = inverted ? n - 1 - index : index;
-        return ordered(colours[3 * k], colours[3 * k + 1], colours[3 * k + 2]);
+        return entry(colours[3 * k], colours[3 * k + 1], colours[3 * k + 2]);
     };
 
-    cv::Vec3b* t = m_paletteTable.data();
+    uint32_t* t = m_paletteTable.data();
     std::fill(t, t + lo + 1, colour(0));
     std::fill(t + std::max(hi, lo + 1), t + kTableSize, colour(n - 1)); // a zero span keeps the limit first
 
@@ -147,8 +151,8 @@ void ColorPaletteConverter::buildPaletteTable(uint16_t lower, uint16_t upper,
     for (const ColorRegion& r : m_regions) // isotherm, upper alarm, lower alarm: later ones win
         if (r.active)
             std::fill(t + r.lower, t + r.upper + 1,
-                      ordered(static_cast<uint8_t>(r.colour >> 16), static_cast<uint8_t>(r.colour >> 8),
-                              static_cast<uint8_t>(r.colour)));
+                      entry(static_cast<uint8_t>(r.colour >> 16), static_cast<uint8_t>(r.colour >> 8),
+                            static_cast<uint8_t>(r.colour)));
 
     m_builtLower = lower;
     m_builtUpper = upper;
@@ -167,9 +171,9 @@ void ColorPaletteConverter::buildHumidTable(const Temperature& airTemperature, c
         const Temperature surface(exp::MarkedFloat(RadiometricTools::getFloat(static_cast<uint16_t>(v))));
         const cv::Vec3b c =
             humidityColour(DewPoint::calcSurfaceMoisture(surface, airTemperature, humidity).ratio());
-        return ordered(c[0], c[1], c[2]);
+        return entry(c[0], c[1], c[2]);
     };
-    cv::Vec3b* t = m_humidTable.data();
+    uint32_t* t = m_humidTable.data();
     std::fill(t, t + first, colourAt(first));
     for (uint32_t v = first; v <= last; ++v)
         t[v] = colourAt(v);
@@ -183,15 +187,20 @@ void ColorPaletteConverter::buildHumidTable(const Temperature& airTemperature, c
 }
 
 void ColorPaletteConverter::applyTable(const cv::Mat_<uint16_t>& raw, cv::Mat_<cv::Vec3b>& rgb,
-                                       const std::vector<cv::Vec3b>& table) {
+                                       const std::vector<uint32_t>& table) {
     rgb.create(raw.rows, raw.cols);
-    const cv::Vec3b* lut = table.data();
+    const uint32_t* lut = table.data();
+    const int cols = raw.cols;
+    // One 4-byte store per pixel: its spare byte lands on the next pixel, which is written right
+    // after; the last pixel of a row stores only its 3 bytes, so nothing is written past the row.
     auto rows = [&](const cv::Range& range) {
         for (int y = range.start; y < range.end; ++y) {
             const uint16_t* src = raw[y];
-            cv::Vec3b* dst = rgb[y];
-            for (int x = 0; x < raw.cols; ++x)
-                dst[x] = lut[src[x]];
+            uint8_t* dst = rgb.ptr<uint8_t>(y);
+            int x = 0;
+            for (; x < cols - 1; ++x)
+                std::memcpy(dst + 3 * x, &lut[src[x]], 4);
+            std::memcpy(dst + 3 * x, &lut[src[x]], 3);
         }
     };
     if (raw.total() >= static_cast<size_t>(kParallelPixels) && cv::getNumThreads() > 1)

@@ -25,7 +25,7 @@
 //
 // Humidity view (palletizeHumid): each pixel is coloured by the relative humidity right at a
 // surface of its temperature (DewPoint::calcSurfaceMoisture, given the air temperature and
-// humidity), on the traffic-light scale of building inspection:
+// humidity), on the traffic-light scale building surveyors use:
 //   below 64 %       green (0, 200, 0): dry, no risk
 //   64 % .. 72 %     green to yellow (255, 255, 0)
 //   72 % .. 80 %     yellow to red
@@ -106,17 +106,18 @@ private:
     static void checkColours(const std::vector<uint8_t>& colours);
     static void checkRaw(const cv::Mat_<uint16_t>& raw, const char* function);
     static size_t regionIndex(uint32_t region, const char* function);
-    cv::Vec3b ordered(uint8_t r, uint8_t g, uint8_t b) const;
+    // A colour as a table entry: its three output bytes in memory order, then a spare byte.
+    uint32_t entry(uint8_t r, uint8_t g, uint8_t b) const;
     void buildPaletteTable(uint16_t lower, uint16_t upper, const std::vector<uint8_t>& colours);
     void buildHumidTable(const Temperature& airTemperature, const Relation& humidity);
     static void applyTable(const cv::Mat_<uint16_t>& raw, cv::Mat_<cv::Vec3b>& rgb,
-                           const std::vector<cv::Vec3b>& table);
+                           const std::vector<uint32_t>& table);
 
     bool m_bgr;
     uint64_t m_tableBuilds = 0;
 
     // Palette view: the table and what it was built from.
-    std::vector<cv::Vec3b> m_paletteTable;
+    std::vector<uint32_t> m_paletteTable;
     bool m_paletteBuilt = false;
     uint16_t m_builtLower = 0;
     uint16_t m_builtUpper = 0;
@@ -125,7 +126,7 @@ private:
     bool m_regionsChanged = false;
 
     // Humidity view: the table and the climate it was built for (bit patterns, so marks count).
-    std::vector<cv::Vec3b> m_humidTable;
+    std::vector<uint32_t> m_humidTable;
     bool m_humidBuilt = false;
     uint32_t m_builtAir = 0;
     uint8_t m_builtAirUnit = 0;

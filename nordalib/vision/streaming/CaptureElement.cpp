@@ -5,10 +5,13 @@
 namespace norda::exp::streaming {
 
 CaptureElement::CaptureElement(STREAMING_DATATYPE slot, Source source)
-    : StreamingElement({}, {slot}, "CaptureElement", nullptr, true, 0), m_slot(slot), m_source(std::move(source)) {}
+    : StreamingElement({}, {slot}, "CaptureElement", nullptr, true, 0), m_slot(slot),
+      m_source(std::move(source)) {}
 
 // The source may hold host resources (a driver handle); it goes before the base part.
-CaptureElement::~CaptureElement() { m_source = nullptr; }
+CaptureElement::~CaptureElement() {
+    m_source = nullptr;
+}
 
 bool CaptureElement::process(FrameMap& /*inputs*/, FrameMap& outputs) {
     try {

@@ -22,8 +22,8 @@ FileReaderElement::FileReaderElement(const std::string& fileName)
         if (m_frames.empty())
             throw;
         logging::Logger::createSharedLogger("FILE_READER", true)
-            ->log(logging::LogLevel::warning, "playing the {} frames before a damaged one: {}", m_frames.size(),
-                  e.what());
+            ->log(logging::LogLevel::warning, "playing the {} frames before a damaged one: {}",
+                  m_frames.size(), e.what());
     }
     decoder->close();
     decoder.reset();

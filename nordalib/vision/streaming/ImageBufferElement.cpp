@@ -3,13 +3,15 @@
 #include "nordalib/core/keys/Keys.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 namespace norda::exp::streaming {
 
-ImageBufferElement::ImageBufferElement(uint8_t maxDepth, STREAMING_DATATYPE slot, DataProxy<std::string>* proxy)
-    : StreamingElement({slot}, {slot}, "ImageBufferElement", nullptr, false, 0), m_maxDepth(maxDepth), m_slot(slot),
-      m_proxy(proxy) {
+ImageBufferElement::ImageBufferElement(uint8_t maxDepth, STREAMING_DATATYPE slot,
+                                       DataProxy<std::string>* proxy)
+    : StreamingElement({slot}, {slot}, "ImageBufferElement", nullptr, false, 0), m_maxDepth(maxDepth),
+      m_slot(slot), m_proxy(proxy) {
     if (!m_proxy)
         NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
                     "norda::exp::streaming::ImageBufferElement::ImageBufferElement");
@@ -22,8 +24,9 @@ ImageBufferElement::ImageBufferElement(uint8_t maxDepth, STREAMING_DATATYPE slot
 }
 
 bool ImageBufferElement::process(FrameMap& inputs, FrameMap& outputs) {
-    // One depth for all instances; the first instance to run sets its start value.
-    static uint8_t s_currentDepth = m_maxDepth;
+    // One depth for all instances; the first instance to run sets its start value. Atomic, so
+    // buffers on different pipeline threads share it without a data race.
+    static std::atomic<uint8_t> s_currentDepth{m_maxDepth};
 
     auto& entry = inputs[m_slot];
     if (!entry)

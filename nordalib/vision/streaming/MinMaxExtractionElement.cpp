@@ -6,8 +6,6 @@
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-#include <opencv2/core/utility.hpp>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -24,15 +22,40 @@ constexpr unsigned long long kWarmUpMilliseconds = 120000;
 constexpr float kSpanThreshold = 0.5f;     // degrees a scaling limit must move before it is republished
 constexpr float kHumidityScaleTop = 55.0f; // °C, upper scaling limit in humidity mode
 
-// Per-row minimum, maximum and the sum and count of the pixels strictly inside (lower, upper) for
-// the rows of `rect`. Rows are independent, so bands of rows run in parallel; every merge the
-// callers do afterwards is over the per-row results in row order and therefore deterministic.
-// A row's sum is accumulated in 32 bits over chunks of at most 65536 pixels, which cannot overflow.
-template <bool Band>
-void scanRow(const unsigned short* p, int width, unsigned short lower, unsigned short upper,
-             unsigned short& rowMin, unsigned short& rowMax, uint64_t& rowSum, uint32_t& rowCount) {
-    constexpr int kChunk = 65536;
+// Row kernels, built for AVX2 besides the baseline and picked at load time where the compiler
+// supports it. Sums are accumulated in 32 bits over chunks of at most 65536 pixels, which cannot
+// overflow, and widened per chunk.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__)) && !defined(__SANITIZE_ADDRESS__)
+#define NORDA_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
+#else
+#define NORDA_ROW_KERNEL
+#endif
+constexpr int kChunk = 65536;
+
+NORDA_ROW_KERNEL
+void rowMinMaxSum(const unsigned short* p, int width, unsigned short& rowMin, unsigned short& rowMax,
+                  uint64_t& rowSum) {
     unsigned short mn = 0xFFFF, mx = 0;
+    uint64_t sum = 0;
+    for (int x0 = 0; x0 < width; x0 += kChunk) {
+        const int x1 = std::min(width, x0 + kChunk);
+        uint32_t s = 0;
+        for (int x = x0; x < x1; ++x) {
+            const unsigned short v = p[x];
+            mn = v < mn ? v : mn;
+            mx = v > mx ? v : mx;
+            s += v;
+        }
+        sum += s;
+    }
+    rowMin = mn;
+    rowMax = mx;
+    rowSum = sum;
+}
+
+NORDA_ROW_KERNEL
+void rowBandSum(const unsigned short* p, int width, unsigned short lower, unsigned short upper,
+                uint64_t& rowSum, uint32_t& rowCount) {
     uint64_t sum = 0;
     uint32_t count = 0;
     for (int x0 = 0; x0 < width; x0 += kChunk) {
@@ -40,25 +63,32 @@ void scanRow(const unsigned short* p, int width, unsigned short lower, unsigned 
         uint32_t s = 0, c = 0;
         for (int x = x0; x < x1; ++x) {
             const unsigned short v = p[x];
-            mn = v < mn ? v : mn;
-            mx = v > mx ? v : mx;
-            if constexpr (Band) {
-                const bool in = v > lower && v < upper;
-                s += in ? v : 0u;
-                c += in ? 1u : 0u;
-            } else {
-                s += v;
-            }
+            const bool in = v > lower && v < upper;
+            s += in ? v : 0u;
+            c += in ? 1u : 0u;
         }
         sum += s;
-        count += Band ? c : static_cast<uint32_t>(x1 - x0);
+        count += c;
     }
-    rowMin = mn;
-    rowMax = mx;
     rowSum = sum;
     rowCount = count;
 }
 
+// Per-row minimum, maximum and the sum and count of the pixels strictly inside (lower, upper)
+// (Band) or of all pixels. A row that lies wholly inside the band, the usual case, needs no
+// second look; only rows reaching the band's limits are summed again with the test.
+template <bool Band>
+void scanRow(const unsigned short* p, int width, unsigned short lower, unsigned short upper,
+             unsigned short& rowMin, unsigned short& rowMax, uint64_t& rowSum, uint32_t& rowCount) {
+    rowMinMaxSum(p, width, rowMin, rowMax, rowSum);
+    rowCount = static_cast<uint32_t>(width);
+    if (Band && (rowMin <= lower || rowMax >= upper))
+        rowBandSum(p, width, lower, upper, rowSum, rowCount);
+}
+
+// Per-row results for the rows of `rect`. One thread: the row kernels run at memory speed, well
+// ahead of cv::minMaxLoc plus cv::mean, and a pipeline thread waiting for woken workers on a busy
+// camera costs more than it saves. Callers merge the rows in row order.
 template <bool Band>
 void scanRows(const cv::Mat& img, const cv::Rect& rect, unsigned short lower, unsigned short upper,
               std::vector<unsigned short>& rowMin, std::vector<unsigned short>& rowMax,
@@ -67,17 +97,9 @@ void scanRows(const cv::Mat& img, const cv::Rect& rect, unsigned short lower, un
     rowMax.resize(rect.height);
     rowSum.resize(rect.height);
     rowCount.resize(rect.height);
-    auto body = [&](const cv::Range& rows) {
-        for (int r = rows.start; r < rows.end; ++r)
-            scanRow<Band>(img.ptr<unsigned short>(rect.y + r) + rect.x, rect.width, lower, upper, rowMin[r],
-                          rowMax[r], rowSum[r], rowCount[r]);
-    };
-    // Below about 64k pixels a thread hand-over costs more than it saves.
-    const double stripes = std::floor(static_cast<double>(rect.area()) / 65536.0);
-    if (stripes < 2)
-        body(cv::Range(0, rect.height));
-    else
-        cv::parallel_for_(cv::Range(0, rect.height), body, std::min<double>(stripes, rect.height));
+    for (int r = 0; r < rect.height; ++r)
+        scanRow<Band>(img.ptr<unsigned short>(rect.y + r) + rect.x, rect.width, lower, upper, rowMin[r],
+                      rowMax[r], rowSum[r], rowCount[r]);
 }
 
 // First occurrence of `value` in row order inside `rect`, given its per-row extremes.
@@ -209,16 +231,18 @@ bool MinMaxExtractionElement::process(FrameMap& inputs, FrameMap& outputs) {
                                 humidityMode, humidity, airTemperature);
 
             if (m_bMeasPointsEnabled) {
-                handleMeasPoint(MP::MeasPoint1::Visible, MP::MeasPoint1::MeasPoint, MP::MeasPoint1::Position,
-                                frame, m_borders, humidityMode, humidity, airTemperature);
-                handleMeasPoint(MP::MeasPoint2::Visible, MP::MeasPoint2::MeasPoint, MP::MeasPoint2::Position,
-                                frame, m_borders, humidityMode, humidity, airTemperature);
-                handleMeasPoint(MP::MeasPoint3::Visible, MP::MeasPoint3::MeasPoint, MP::MeasPoint3::Position,
-                                frame, m_borders, humidityMode, humidity, airTemperature);
-                handleMeasPoint(MP::MeasPoint4::Visible, MP::MeasPoint4::MeasPoint, MP::MeasPoint4::Position,
-                                frame, m_borders, humidityMode, humidity, airTemperature);
-                handleMeasPoint(MP::MeasPoint5::Visible, MP::MeasPoint5::MeasPoint, MP::MeasPoint5::Position,
-                                frame, m_borders, humidityMode, humidity, airTemperature);
+                struct UserPoint {
+                    const std::string &visible, &measPoint, &position;
+                };
+                static const UserPoint userPoints[] = {
+                    {MP::MeasPoint1::Visible, MP::MeasPoint1::MeasPoint, MP::MeasPoint1::Position},
+                    {MP::MeasPoint2::Visible, MP::MeasPoint2::MeasPoint, MP::MeasPoint2::Position},
+                    {MP::MeasPoint3::Visible, MP::MeasPoint3::MeasPoint, MP::MeasPoint3::Position},
+                    {MP::MeasPoint4::Visible, MP::MeasPoint4::MeasPoint, MP::MeasPoint4::Position},
+                    {MP::MeasPoint5::Visible, MP::MeasPoint5::MeasPoint, MP::MeasPoint5::Position}};
+                for (const auto& p : userPoints)
+                    handleMeasPoint(p.visible, p.measPoint, p.position, frame, m_borders, humidityMode,
+                                    humidity, airTemperature);
             }
 
             // Image statistics are temperatures in every mode, refreshed with the spots.

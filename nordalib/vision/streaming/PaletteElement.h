@@ -36,7 +36,7 @@ public:
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
 protected:
-    // The converter, for hosts or tests that inspect or add to the colour regions.
+    // The converter, for hosts or tests that look at or add to the colour regions.
     vision::ColorPaletteConverter& converter() { return m_converter; }
     uint16_t lowerLimit() const { return m_u16Lower; }
     uint16_t upperLimit() const { return m_u16Upper; }

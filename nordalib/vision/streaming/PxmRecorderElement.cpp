@@ -9,29 +9,32 @@ namespace norda::exp::streaming {
 
 namespace {
 int64_t nowNs() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 } // namespace
 
-PxmRecorderElement::PxmRecorderElement(STREAMING_DATATYPE slot, const std::string& name, cmd::CommandProxy& commands,
-                                       std::function<void(bool)> stateCallback,
+PxmRecorderElement::PxmRecorderElement(STREAMING_DATATYPE slot, const std::string& name,
+                                       cmd::CommandProxy& commands, std::function<void(bool)> stateCallback,
                                        std::function<void(unsigned long long)> progressCallback)
     : StreamingElement({slot}, {}, "PxmRecorderElement", nullptr, true, 0), cmd::ICallable(name),
-      m_stateCallback(std::move(stateCallback)), m_progressCallback(std::move(progressCallback)), m_slot(slot),
-      m_name(name) {
+      m_stateCallback(std::move(stateCallback)), m_progressCallback(std::move(progressCallback)),
+      m_slot(slot), m_name(name) {
     // "bCaptShutter" shares index 2 with "u16Delay"; clients read the descriptions this way.
     const std::set<cmd::PackParameterDescription> startParameters = {
         cmd::PackParameterDescription(0, typeid(std::string), "strFilename", "pxm filename"),
-        cmd::PackParameterDescription(1, typeid(unsigned long long), "u64NumFrames", "number of frames to capture"),
-        cmd::PackParameterDescription(2, typeid(unsigned short), "u16Delay", "delay between frames to capture"),
+        cmd::PackParameterDescription(1, typeid(unsigned long long), "u64NumFrames",
+                                      "number of frames to capture"),
+        cmd::PackParameterDescription(2, typeid(unsigned short), "u16Delay",
+                                      "delay between frames to capture"),
         cmd::PackParameterDescription(2, typeid(bool), "bCaptShutter", "capture always while shutter")};
-    const cmd::DelegateDescription startDescription("Start", typeid(void), "start pxm recording", startParameters);
+    const cmd::DelegateDescription startDescription("Start", typeid(void), "start pxm recording",
+                                                    startParameters);
     const cmd::DelegateDescription stopDescription("Stop", typeid(void), "stop pxm recording", {});
     registerDelegate(new cmd::Delegate<void, std::string, unsigned long long, unsigned short, bool>(
-                         [this](std::string file, unsigned long long frames, unsigned short delay, bool shutter) {
-                             start(std::move(file), frames, delay, shutter);
-                         }),
+                         [this](std::string file, unsigned long long frames, unsigned short delay,
+                                bool shutter) { start(std::move(file), frames, delay, shutter); }),
                      startDescription);
     registerDelegate(new cmd::Delegate<void>([this] { stop(); }), stopDescription);
     commands.registerCallable(this, false);
@@ -97,8 +100,8 @@ bool PxmRecorderElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
             --m_remainingFrames;
         } else {
             std::shared_ptr<Variant> closed;
-            const bool shutterClosed =
-                entry->getMetaDate(Id::Shutter::Closed, closed) && closed && closed->holds<bool>() && closed->value<bool>();
+            const bool shutterClosed = entry->getMetaDate(Id::Shutter::Closed, closed) && closed &&
+                                       closed->holds<bool>() && closed->value<bool>();
             if (shutterClosed) {
                 m_timeStampNs = nowNs();
             } else if (m_delayMs < timeDiffLocked()) {

@@ -37,7 +37,8 @@ public:
                        std::function<void(unsigned long long)> progressCallback);
     ~PxmRecorderElement() override;
 
-    void start(std::string fileName, unsigned long long frames, unsigned short delayMs, bool captureWhileShutter);
+    void start(std::string fileName, unsigned long long frames, unsigned short delayMs,
+               bool captureWhileShutter);
     void stop();
 
     unsigned long long getRemainingFrames();

@@ -14,8 +14,8 @@ namespace norda::exp::streaming {
 inline Frame& requireFrame(FrameMap& frames, STREAMING_DATATYPE slot, const char* function) {
     auto& entry = frames[slot];
     if (!entry)
-        throw Exception("no frame in slot " + toString(slot), formatLocation("nordalib/vision/streaming/SlotAccess",
-                                                                              __LINE__, function));
+        throw Exception("no frame in slot " + toString(slot),
+                        formatLocation("nordalib/vision/streaming/SlotAccess", __LINE__, function));
     return *entry;
 }
 

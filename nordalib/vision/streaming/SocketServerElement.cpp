@@ -13,8 +13,9 @@ SocketServerElement::SocketServerElement(STREAMING_DATATYPE slot, Sender sender,
         "Start", typeid(bool), "Start stream",
         {cmd::PackParameterDescription(0, typeid(unsigned int), "u32NumFrames", "number of frames")});
     const cmd::DelegateDescription stopDescription("Stop", typeid(void), "Stop stream", {});
-    registerDelegate(new cmd::Delegate<bool, unsigned int>([this](unsigned int frames) { return startStream(frames); }),
-                     startDescription);
+    registerDelegate(
+        new cmd::Delegate<bool, unsigned int>([this](unsigned int frames) { return startStream(frames); }),
+        startDescription);
     registerDelegate(new cmd::Delegate<void>([this] { stopStream(); }), stopDescription);
     m_commands.registerCallable(this, false);
 }
@@ -29,9 +30,13 @@ SocketServerElement::~SocketServerElement() {
     m_sender = nullptr;
 }
 
-void SocketServerElement::setCompression(bool compression) { m_compression = compression; }
+void SocketServerElement::setCompression(bool compression) {
+    m_compression = compression;
+}
 
-void SocketServerElement::setFrameDrops(int frameDrops) { m_frameDrops = frameDrops; }
+void SocketServerElement::setFrameDrops(int frameDrops) {
+    m_frameDrops = frameDrops;
+}
 
 bool SocketServerElement::startStream(unsigned int frames) {
     m_framesToSend = frames;

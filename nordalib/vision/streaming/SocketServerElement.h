@@ -26,8 +26,8 @@ class SocketServerElement : public StreamingElement, public cmd::ICallable {
 public:
     using Sender = std::function<void(Frame&, unsigned long long, bool)>;
 
-    SocketServerElement(STREAMING_DATATYPE slot, Sender sender, cmd::CommandProxy& commands, const std::string& name,
-                        int frameDrops);
+    SocketServerElement(STREAMING_DATATYPE slot, Sender sender, cmd::CommandProxy& commands,
+                        const std::string& name, int frameDrops);
     ~SocketServerElement() override;
 
     void setCompression(bool compression);

@@ -6,11 +6,12 @@
 namespace norda::exp::streaming {
 
 ColorConversionElement::ColorConversionElement()
-    : StreamingElement({STREAMING_DATATYPE_YUV422}, {STREAMING_DATATYPE_RGB}, "ColorConversionElement", nullptr, false,
-                       0) {}
+    : StreamingElement({STREAMING_DATATYPE_YUV422}, {STREAMING_DATATYPE_RGB}, "ColorConversionElement",
+                       nullptr, false, 0) {}
 
 bool ColorConversionElement::process(FrameMap& inputs, FrameMap& outputs) {
-    Frame& input = requireFrame(inputs, STREAMING_DATATYPE_YUV422, "norda::exp::streaming::ColorConversionElement::process");
+    Frame& input = requireFrame(inputs, STREAMING_DATATYPE_YUV422,
+                                "norda::exp::streaming::ColorConversionElement::process");
     const cv::Mat& yuv = input.getFrameData();
     if ((yuv.flags & 0xFFF) != CV_8UC2)
         throw Exception("Wrong Input Type for Conversion , must be Mat2b !!!",

@@ -51,7 +51,7 @@ TEST(ColorConvert, AgreesWithOpenCvWithinTwoOnRandomInput) {
 }
 
 TEST(ColorConvert, VectorPathMatchesPlainLoopByteForByte) {
-    // Two-pixel-wide views run through the plain loop only; the full width mostly vectorised.
+    // Two-pixel-wide views run through the plain loop only; 48 pairs go through both vector widths.
     cv::Mat yuv = randomYuv(20, 96, 7);
     cv::Mat_<cv::Vec3b> full, part;
     for (auto convert : {&ColorConvert::convertUY1VY0ToRGB, &ColorConvert::convertUY1VY0ToBGR}) {
@@ -64,7 +64,7 @@ TEST(ColorConvert, VectorPathMatchesPlainLoopByteForByte) {
 }
 
 TEST(ColorConvert, CositedConversionInterpolatesOddPixelsOnly) {
-    cv::Mat yuv = randomYuv(6, 70, 11);
+    cv::Mat yuv = randomYuv(6, 102, 11); // 51 pairs: wide vectors, narrow vectors and plain tail
     cv::Mat_<cv::Vec3b> cosited, replicated;
     ColorConvert::convertUYVYToRGB(yuv, cosited);
     ColorConvert::convertUY1VY0ToRGB(yuv, replicated);

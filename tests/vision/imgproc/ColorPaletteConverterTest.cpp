@@ -56,7 +56,7 @@ std::vector<cv::Vec3b> paint(ColorPaletteConverter& c, const std::vector<uint16_
     return {rgb.begin(), rgb.end()};
 }
 
-struct RegionSpec {
+struct RegionSetting {
     bool active;
     uint16_t lower, upper;
     uint32_t colour;
@@ -64,7 +64,7 @@ struct RegionSpec {
 
 // The documented mapping, one pixel at a time.
 cv::Vec3b reference(uint16_t v, uint16_t lower, uint16_t upper, const std::vector<uint8_t>& colours,
-                    const std::array<RegionSpec, 3>& regions) {
+                    const std::array<RegionSetting, 3>& regions) {
     cv::Vec3b out;
     const int64_t n = static_cast<int64_t>(colours.size() / 3);
     const bool inverted = lower > upper;
@@ -135,7 +135,7 @@ TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
     struct Case {
         uint16_t lower, upper;
         size_t colours;
-        std::array<RegionSpec, 3> regions;
+        std::array<RegionSetting, 3> regions;
     };
     const std::vector<Case> cases{
         {29500, 32000, 256, {}},
@@ -147,12 +147,12 @@ TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
         {29000,
          33000,
          256, // overlapping regions: later ones win
-         {RegionSpec{true, 30000, 31000, 0x00FF00}, RegionSpec{true, 30900, 65535, 0xFF0000},
-          RegionSpec{true, 0, 30100, 0x0000FF}}},
+         {RegionSetting{true, 30000, 31000, 0x00FF00}, RegionSetting{true, 30900, 65535, 0xFF0000},
+          RegionSetting{true, 0, 30100, 0x0000FF}}},
         {29000,
          33000,
          256,
-         {RegionSpec{false, 0, 0, 0}, RegionSpec{true, 31000, 31000, 0xABCDEF}, RegionSpec{}}},
+         {RegionSetting{false, 0, 0, 0}, RegionSetting{true, 31000, 31000, 0xABCDEF}, RegionSetting{}}},
     };
     for (size_t ci = 0; ci < cases.size(); ++ci) {
         const auto& k = cases[ci];

@@ -4,6 +4,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/climate/AutoSpanHint.h"
 #include "nordalib/vision/climate/DewPoint.h"
+#include "nordalib/vision/imageio/PxmFormat.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 #include <gtest/gtest.h>
@@ -232,83 +233,60 @@ TEST_F(MinMaxTest, AutoRangeSetupFromPool) {
 }
 
 TEST_F(MinMaxTest, WholeImageAndCentreAreaMatchThePlainReference) {
+    proxy.setValue(Id::Gallery::ForceUpdate, true, false); // refresh every cycle
     MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
     std::mt19937 rng(7);
-    const auto borders = proxy.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop);
-    const unsigned short upper = px(borders.celsius());
+    const unsigned short upper = px(proxy.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius());
     const unsigned short lower = px(proxy.getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius());
-    // Small images, odd sizes, an image large enough for the parallel path, and few distinct
-    // values so that extremes occur many times (ties).
+    // Tiny and odd sizes; few distinct values (many ties for the first-occurrence rule) or many
+    // (rows crossing the tolerance limits, pixels exactly on them); images wholly above the band
+    // (mean of min and max).
     const cv::Size sizes[] = {{1, 1}, {2, 1}, {1, 3}, {5, 3}, {7, 9}, {640, 480}, {1023, 767}};
     for (const auto& size : sizes)
-        for (int levels : {3, 4000}) {
-            cv::Mat img(size, CV_16UC1);
-            std::uniform_int_distribution<int> d(0, levels - 1);
-            for (int y = 0; y < img.rows; ++y)
-                for (int x = 0; x < img.cols; ++x)
-                    img.at<unsigned short>(y, x) = static_cast<unsigned short>(px(10) + d(rng) * 5);
-            auto out = run(e, img, DataStorage<std::string>()); // cycle counter reset below keeps refreshing
-            proxy.setValue(Id::Gallery::ForceUpdate, true, false);
-            out = run(e, img, DataStorage<std::string>());
-            proxy.setValue(Id::Gallery::ForceUpdate, false, false);
+        for (int levels : {3, 4000})
+            for (unsigned short base : {px(10), px(130)}) {
+                cv::Mat img(size, CV_16UC1);
+                std::uniform_int_distribution<int> d(0, levels - 1);
+                for (int y = 0; y < img.rows; ++y)
+                    for (int x = 0; x < img.cols; ++x)
+                        img.at<unsigned short>(y, x) = static_cast<unsigned short>(base + d(rng) * 5);
+                auto out = run(e, img, DataStorage<std::string>());
 
-            cv::Point cold, hot;
-            unsigned short med = 0;
-            referenceExtract(img, lower, upper, cold, hot, med);
-            const auto& meta = out->getMetaData();
-            SCOPED_TRACE(testing::Message() << size << " levels " << levels);
-            EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), hot);
-            EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::ColdSpot::Position), cold);
-            EXPECT_EQ(px(meta.get<Temp>(Id::IrImage::Med).celsius()), med);
-            EXPECT_EQ(proxy.getValue<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), hot);
+                cv::Point cold, hot;
+                unsigned short med = 0;
+                referenceExtract(img, lower, upper, cold, hot, med);
+                const auto& meta = out->getMetaData();
+                SCOPED_TRACE(testing::Message() << size << " levels " << levels << " base " << base);
+                EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), hot);
+                EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::ColdSpot::Position), cold);
+                EXPECT_EQ(px(meta.get<Temp>(Id::IrImage::Med).celsius()), med);
+                EXPECT_EQ(proxy.getValue<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), hot);
 
-            cv::Rect rect;
-            cv::Point aCold, aHot;
-            unsigned short mean = 0;
-            referenceArea(img, rect, aCold, aHot, mean);
-            const auto area = meta.get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea);
-            EXPECT_EQ(area.getAreaRect(), rect);
-            EXPECT_EQ(area.getHotSpot().getPos(), aHot);
-            EXPECT_EQ(area.getColdSpot().getPos(), aCold);
-            EXPECT_EQ(px(area.getMeanValue()->value<Temp>().celsius()), mean);
-            EXPECT_EQ(proxy.getValue<cv::Rect_<int>>(Id::MeasAreas::CenterArea::Rect), rect);
-        }
-}
-
-TEST_F(MinMaxTest, ExtremesTiesMeanAndTinyImages) {
-    MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
-    // Ties: two maxima and two minima; the topmost, then leftmost wins, also inside the centre area.
-    cv::Mat img = uniform(8, 8, 20);
-    img.at<unsigned short>(5, 2) = img.at<unsigned short>(3, 6) = img.at<unsigned short>(3, 4) = px(50);
-    img.at<unsigned short>(4, 5) = img.at<unsigned short>(4, 3) = px(5);
-    auto out = run(e, img);
-    const auto& meta = out->getMetaData();
-    EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position), cv::Point(4, 3));
-    EXPECT_EQ(meta.get<cv::Point_<int>>(Id::MeasPoints::ColdSpot::Position), cv::Point(3, 4));
-    const auto area = meta.get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea);
-    EXPECT_EQ(area.getAreaRect(), cv::Rect(2, 2, 4, 4));
-    EXPECT_EQ(area.getHotSpot().getPos(), cv::Point(4, 3));
-    EXPECT_EQ(area.getColdSpot().getPos(), cv::Point(3, 4));
-    EXPECT_FLOAT_EQ(valueOf(meta.get<MeasPoint>(Id::MeasPoints::HotSpot::MeasPoint)), 50.0f);
-
-    // Every pixel outside the tolerance band (-20 .. 120 °C): med = (max + min) / 2, halves dropped.
-    cv::Mat outside = uniform(2, 2, 130);
-    outside.at<unsigned short>(0, 0) = 5001;
-    outside.at<unsigned short>(1, 1) = 60000;
-    proxy.setValue(Id::Gallery::ForceUpdate, true, false);
-    out = run(e, outside);
-    EXPECT_EQ(px(out->getMetaData().get<Temp>(Id::IrImage::Med).celsius()), 32500);
-    EXPECT_EQ(out->getMetaData().get<Temp>(Id::IrImage::Min).getValue().getMark(), MarkedFloat::UnderRange);
-    EXPECT_EQ(out->getMetaData().get<Temp>(Id::IrImage::Max).getValue().getMark(), MarkedFloat::OverRange);
-
-    // 1x1: a centre area of lround(0.5) = 1 at (0, 0).
-    out = run(e, uniform(1, 1, 33));
-    EXPECT_EQ(out->getMetaData().get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea).getAreaRect(),
-              cv::Rect(0, 0, 1, 1));
-    // Odd sizes round half away from zero: 5 x 3 gives 3 x 2 at (1, 0).
-    out = run(e, uniform(3, 5, 33));
-    EXPECT_EQ(out->getMetaData().get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea).getAreaRect(),
-              cv::Rect(1, 0, 3, 2));
+                cv::Rect rect;
+                cv::Point aCold, aHot;
+                unsigned short mean = 0;
+                referenceArea(img, rect, aCold, aHot, mean);
+                const auto area = meta.get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea);
+                EXPECT_EQ(area.getAreaRect(), rect);
+                EXPECT_EQ(area.getHotSpot().getPos(), aHot);
+                EXPECT_EQ(area.getColdSpot().getPos(), aCold);
+                EXPECT_EQ(px(area.getMeanValue()->value<Temp>().celsius()), mean);
+                EXPECT_EQ(proxy.getValue<cv::Rect_<int>>(Id::MeasAreas::CenterArea::Rect), rect);
+            }
+    // Pixels exactly on the tolerance limits are outside the band of the mean.
+    cv::Mat limits = uniform(2, 4, 20);
+    limits.at<unsigned short>(0, 1) = upper;
+    limits.at<unsigned short>(1, 2) = lower;
+    EXPECT_EQ(px(run(e, limits)->getMetaData().get<Temp>(Id::IrImage::Med).celsius()), px(20));
+    // Halves round away from zero: 1 x 1 gives the whole pixel, 5 x 3 gives 3 x 2 at (1, 0).
+    auto rectOf = [&](int rows, int cols) {
+        return run(e, uniform(rows, cols, 20))
+            ->getMetaData()
+            .get<MeasArea>(Id::MeasAreas::CenterArea::MeasArea)
+            .getAreaRect();
+    };
+    EXPECT_EQ(rectOf(1, 1), cv::Rect(0, 0, 1, 1));
+    EXPECT_EQ(rectOf(3, 5), cv::Rect(1, 0, 3, 2));
 }
 
 TEST_F(MinMaxTest, ValidityMarksAgainstTheActiveRange) {
@@ -758,4 +736,30 @@ TEST_F(MinMaxTest, ScalingModes) {
     run(e, wide);
     EXPECT_EQ(log.count("ScalingMode Fancy not supported! (Use Auto, Manual or AutoSpanHint)"), 2);
     EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), lo);
+}
+
+TEST_F(MinMaxTest, ResultsSurviveRecordingAsFileMetadata) {
+    // Everything the element puts into a frame, marks and humidity values included, comes back
+    // equal from the text form raw-frame recordings store it in.
+    proxy.setValue(Id::MeasPoints::MeasPoint1::Visible, true, false);
+    for (bool humidity : {false, true}) {
+        proxy.setValue(Id::Environment::HumidityModeActive, humidity, false);
+        proxy.setValue(Id::Gallery::ForceUpdate, true, false);
+        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
+        cv::Mat img = uniform(6, 8, 20);
+        img.at<unsigned short>(1, 2) = px(400);
+        img.at<unsigned short>(3, 3) = px(-30);
+        auto out = run(e, img);
+        for (const auto& [key, value] : out->getMetaData()) {
+            std::string decodedKey, problem;
+            std::shared_ptr<Variant> decoded;
+            const std::string line = norda::vision::pxm::encodeMetaLine(key, *value);
+            ASSERT_TRUE(norda::vision::pxm::decodeMetaLine(
+                line.substr(std::string(norda::vision::pxm::kMetaPrefix).size()), decodedKey, decoded,
+                problem))
+                << key << ": " << problem;
+            EXPECT_EQ(decodedKey, key);
+            EXPECT_TRUE(*decoded == *value) << key;
+        }
+    }
 }

@@ -1,8 +1,8 @@
+#include "nordalib/vision/imageio/ImageIO.h"
 #include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
-#include "nordalib/vision/imageio/ImageIO.h"
 #include "nordalib/vision/imageio/PxmImage.h"
 #include "tests/support/Shell.h"
 #include "tests/support/TempDir.h"
@@ -387,4 +387,58 @@ TEST(PxmFormat, StandardNetpbmToolsReadOurFilesAndWeReadTheirs) {
     cv::Mat made8 = readPxmImage(dir.file("made8.pgm"));
     EXPECT_EQ(made8.type(), CV_8UC1);
     EXPECT_NEAR(made8.at<uint8_t>(1, 2), 128, 1);
+}
+
+TEST(PxmFormat, RandomDamageEndsCleanlyOrThrowsNeverCrashes) {
+    test::TempDir dir;
+    const std::string path = dir.file("mutant.pxm");
+    {
+        ImageIO writer(0);
+        writer.open(path);
+        auto meta = std::make_shared<exp::DataStorage<std::string>>();
+        meta->setValue("FrameCnt", 7ull);
+        meta->setValue("Name", std::string("a b"));
+        writer.setMetaData(meta);
+        writer.write(randomMat(5, 6, CV_16UC1, 1), "");
+        writer.write(randomMat(4, 3, CV_8UC3, 2), "");
+        writer.write(randomMat(3, 4, CV_32FC1, 3), "");
+    }
+    const std::string original = readFile(path);
+    LogCapture quiet; // truncation warnings are expected here
+    cv::RNG rng(1234);
+    ImageDecoderPxM decoder;
+    for (int round = 0; round < 400; ++round) {
+        std::string bytes = original;
+        const int edits = rng.uniform(1, 4);
+        for (int e = 0; e < edits; ++e) {
+            const size_t at = size_t(rng.uniform(0, int(bytes.size())));
+            switch (rng.uniform(0, 4)) {
+            case 0:
+                bytes[at] = char(rng.uniform(0, 256));
+                break;
+            case 1:
+                bytes.resize(at);
+                break;
+            case 2:
+                bytes.insert(at, 1, "0123456789 -#\n\r\tPAMX"[rng.uniform(0, 21)]);
+                break;
+            default:
+                bytes.erase(at, size_t(rng.uniform(1, 8)));
+                break;
+            }
+            if (bytes.empty())
+                break;
+        }
+        writeFile(path, bytes);
+        ASSERT_TRUE(decoder.open(path));
+        cv::Mat frame;
+        try {
+            for (int i = 0; i < 8 && decoder.grab(frame, nullptr); ++i) {
+                ASSERT_FALSE(frame.empty());
+                ASSERT_LE(frame.total() * frame.elemSize(), bytes.size());
+            }
+        } catch (const Exception& e) {
+            EXPECT_NE(std::string(e.what()).find(path), std::string::npos) << e.what();
+        }
+    }
 }

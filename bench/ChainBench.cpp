@@ -1,0 +1,194 @@
+// The whole live correction and display chain without pacing, on one core: offset, bad pixels,
+// TNR, SPR, SNR, radiometry, distortion, min/max (every cycle a refresh cycle) and palette.
+// Counters: frames per second and each element's share of the cycle.
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/radiometry/RadiometricCalibration.h"
+#include "nordalib/vision/streaming/BadPixelElement.h"
+#include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/MinMaxExtractionElement.h"
+#include "nordalib/vision/streaming/OffsetElement.h"
+#include "nordalib/vision/streaming/PaletteElement.h"
+#include "nordalib/vision/streaming/RadiometryElement.h"
+#include "nordalib/vision/streaming/SnrElement.h"
+#include "nordalib/vision/streaming/SprElement.h"
+#include "nordalib/vision/streaming/TnrElement.h"
+
+#include <benchmark/benchmark.h>
+#include <opencv2/core/utility.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <chrono>
+#include <filesystem>
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using namespace norda::vision;
+
+namespace {
+
+struct Stage {
+    const char* name;
+    std::unique_ptr<StreamingElement> element;
+    double seconds = 0;
+};
+
+class Chain {
+public:
+    explicit Chain(cv::Size size) : m_size(size) {
+        m_dir = std::filesystem::temp_directory_path() /
+                ("norda-chain-bench-" + std::to_string(size.width) + "x" + std::to_string(size.height));
+        std::filesystem::create_directories(m_dir);
+        const std::string calib = m_dir.string() + "/";
+        RadiometricCalibration::makeDefault().save(calib + RadiometricCalibration::kFileName);
+        cv::Mat k = (cv::Mat_<double>(3, 3) << size.width * 0.9, 0, size.width / 2.0, 0, size.width * 0.9,
+                     size.height / 2.0, 0, 0, 1);
+        cv::Mat d = (cv::Mat_<double>(1, 5) << -0.12, 0.03, 0.0005, -0.0004, 0.0);
+        DistortionTable::fromCameraModel(k, d, size).save(calib + "distort.pxm");
+
+        setDefaultParameters(m_store);
+        m_store.setValue<unsigned short>(Id::IrImage::Cols, static_cast<unsigned short>(size.width), false);
+        m_store.setValue<unsigned short>(Id::IrImage::Rows, static_cast<unsigned short>(size.height), false);
+        m_store.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);
+
+        add("Offset", std::make_unique<OffsetElement>(&m_store, calib, nullptr));
+        add("BadPixel",
+            std::make_unique<BadPixelElement>(&m_store, "BadPixel", STREAMING_DATATYPE_CORRECTED));
+        add("Tnr", std::make_unique<TnrElement>(&m_store));
+        add("Spr", std::make_unique<SprElement>(&m_store));
+        add("Snr", std::make_unique<SnrElement>(&m_store));
+        add("Radiometry", std::make_unique<RadiometryElement>(&m_store, calib, RadiometricCamTypeA));
+        add("Distortion", std::make_unique<DistortionElement>(&m_store, calib, RadiometricCamTypeA));
+        add("MinMax", std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true));
+        add("Palette", std::make_unique<PaletteElement>(false));
+
+        // A scene of a 25 °C background with a 60 °C object, as raw counts of a detector.
+        const auto cal = RadiometricCalibration::makeDefault().ranges.at(1);
+        RadiometricConditions cond;
+        cond.emissivity = 0.95;
+        m_shutter = cv::Mat(size, CV_16UC1, cv::Scalar(RadiometricTools::shutterCounts(cal, cond, 8000.0)));
+        m_scene = cv::Mat(size, CV_16UC1, cv::Scalar(RadiometricTools::rawCounts(cal, cond, 298.15, 8000.0)));
+        cv::circle(m_scene, {size.width / 3, size.height / 2}, size.height / 6,
+                   cv::Scalar(RadiometricTools::rawCounts(cal, cond, 333.15, 8000.0)), -1);
+        cv::Mat noise(size, CV_16SC1);
+        cv::randn(noise, 0, 3);
+        cv::add(m_scene, noise, m_scene, cv::noArray(), CV_16U);
+
+        for (int i = 0; i < 4; ++i)
+            cycle(m_shutter, Id::Shutter::StateCaptureOffsetFrame);
+        for (auto& s : m_stages)
+            s.seconds = 0;
+    }
+    ~Chain() {
+        m_stages.clear();
+        std::error_code ec;
+        std::filesystem::remove_all(m_dir, ec);
+    }
+
+    // One cycle; returns whether a display image came out.
+    bool cycle(const cv::Mat& raw, const std::string& shutterState) {
+        FrameMap frames;
+        frames[STREAMING_DATATYPE_RAW] = std::make_unique<Frame>(raw.clone(), metadata(shutterState));
+        for (auto& s : m_stages) {
+            bool present = true;
+            for (auto slot : s.element->getInputTypes())
+                present = present && frames.count(slot) && frames[slot];
+            if (!present)
+                return false;
+            FrameMap outputs;
+            const auto t0 = std::chrono::steady_clock::now();
+            s.element->process(frames, outputs);
+            s.seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+            for (auto& [slot, frame] : outputs)
+                if (frame)
+                    frames[slot] = std::move(frame);
+        }
+        return frames.count(STREAMING_DATATYPE_RGB) && frames[STREAMING_DATATYPE_RGB];
+    }
+
+    const cv::Mat& scene() const { return m_scene; }
+    std::vector<Stage>& stages() { return m_stages; }
+
+private:
+    void add(const char* name, std::unique_ptr<StreamingElement> e) {
+        m_stages.push_back({name, std::move(e)});
+    }
+
+    // What the host copies into every frame: shutter state, conditions and display settings.
+    DataStorage<std::string> metadata(const std::string& state) {
+        static const std::vector<std::string> keys = {Id::Environment::EmissivityValue,
+                                                      Id::Environment::ReflectedTemperature,
+                                                      Id::Environment::Humidity,
+                                                      Id::Environment::HumidityModeActive,
+                                                      Id::Environment::Temperature,
+                                                      Id::Temperatures::Current::TBoardSens50,
+                                                      Id::Temperatures::Current::TBoardSlope,
+                                                      Id::Temperatures::Current::TLens,
+                                                      Id::Temperatures::Shuttering::TBoardSens50,
+                                                      Id::Temperatures::Shuttering::TShutter,
+                                                      Id::ActiveMeasRange::Name,
+                                                      Id::ActiveMeasRange::Top,
+                                                      Id::ActiveMeasRange::Bottom,
+                                                      Id::DeviceInfo::Uptime,
+                                                      Id::ActiveLens::Attached,
+                                                      Id::ActiveLens::Index,
+                                                      Id::ActiveLens::Serial,
+                                                      Id::ProtectiveGlass::Attached,
+                                                      Id::ProtectiveGlass::Transmission,
+                                                      Id::ProtectiveGlass::Emissivity,
+                                                      Id::Palette::ActivePalette,
+                                                      Id::Palette::Colors,
+                                                      Id::Scaling::Mode,
+                                                      Id::Scaling::Min,
+                                                      Id::Scaling::Max,
+                                                      Id::Alarm::AlarmBottomActive,
+                                                      Id::Alarm::AlarmTopActive,
+                                                      Id::Alarm::AlarmTopColor,
+                                                      Id::Alarm::AlarmBottomColor,
+                                                      Id::Alarm::AlarmBottomValue,
+                                                      Id::Alarm::AlarmTopValue,
+                                                      Id::Isotherme::IsothermeActive,
+                                                      Id::Isotherme::IsothermeColor,
+                                                      Id::Isotherme::IsothermeTopValue,
+                                                      Id::Isotherme::IsothermeBottomValue};
+        DataStorage<std::string> meta;
+        for (const auto& k : keys)
+            meta.set(k, m_store.get(k));
+        meta.setValue(Id::Shutter::State, state);
+        meta.setValue(Id::Shutter::Closed, state != Id::Shutter::StateIdle);
+        meta.setValue<unsigned long long>(Id::DeviceInfo::Uptime, 600000);
+        return meta;
+    }
+
+    cv::Size m_size;
+    std::filesystem::path m_dir;
+    DataProxy<std::string> m_store;
+    cv::Mat m_shutter, m_scene;
+    std::vector<Stage> m_stages; // last: destroyed before the store
+};
+
+void BM_WholeChain(benchmark::State& state) {
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    Chain chain({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))});
+    int64_t frames = 0;
+    for (auto _ : state) {
+        if (!chain.cycle(chain.scene(), Id::Shutter::StateIdle)) {
+            state.SkipWithError("the chain produced no display image");
+            break;
+        }
+        ++frames;
+    }
+    double total = 0;
+    for (auto& s : chain.stages())
+        total += s.seconds;
+    state.counters["fps"] = benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
+    for (auto& s : chain.stages())
+        state.counters[std::string("share_") + s.name] = total > 0 ? s.seconds / total : 0;
+    cv::setNumThreads(threads);
+}
+
+} // namespace
+
+BENCHMARK(BM_WholeChain)->Args({640, 480})->Args({1024, 768})->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -1,0 +1,30 @@
+#pragma once
+// SnrElement: edge-preserving spatial smoothing of the offset-corrected frame (slot 2).
+//
+// Keys: Id::SnrElement::Active (written false); the filter's gain follows Id::SprElement::FrameLimit
+// (short, observed): one store value drives both the pattern remover's frame limit and this gain.
+// The filter starts with gain 0 (off) until the store delivers a value.
+
+#include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
+#include "nordalib/vision/streaming/StreamingElement.h"
+
+namespace norda::exp::streaming {
+
+class SnrElement : public StreamingElement {
+public:
+    explicit SnrElement(DataProxy<std::string>* dataProxy);
+    ~SnrElement() override;
+
+    bool process(FrameMap& inputs, FrameMap& outputs) override;
+
+    const vision::SpatialNoiseRemover& filter() const { return m_filter; }
+
+private:
+    void setGain(int16_t gain);
+
+    vision::SpatialNoiseRemover m_filter;
+    DataProxy<std::string>* m_dataProxy;
+    Subscription m_gainObserver; // last: detached first
+};
+
+} // namespace norda::exp::streaming

@@ -1,0 +1,34 @@
+#pragma once
+// SprElement: removes the static column/row pattern from the offset-corrected frame (slot 2).
+//
+// Keys: Id::SprElement::Active (written false), Id::SprElement::Threshold, ::LineLimit and
+// ::FrameLimit (short, observed; the filter starts with all three at 0, i.e. off, until the store
+// delivers values).
+
+#include "nordalib/vision/imgproc/StaticPatternRemover.h"
+#include "nordalib/vision/streaming/StreamingElement.h"
+
+namespace norda::exp::streaming {
+
+class SprElement : public StreamingElement {
+public:
+    explicit SprElement(DataProxy<std::string>* dataProxy);
+    ~SprElement() override;
+
+    bool process(FrameMap& inputs, FrameMap& outputs) override;
+
+    const vision::StaticPatternRemover& filter() const { return m_filter; }
+
+private:
+    void setThreshold(int16_t threshold);
+    void setLineLimit(int16_t limit);
+    void setFrameLimit(int16_t limit);
+
+    vision::StaticPatternRemover m_filter;
+    DataProxy<std::string>* m_dataProxy;
+    Subscription m_thresholdObserver; // last: detached first
+    Subscription m_lineLimitObserver;
+    Subscription m_frameLimitObserver;
+};
+
+} // namespace norda::exp::streaming

@@ -1,0 +1,35 @@
+#pragma once
+// TnrElement: temporal noise reduction of the offset-corrected frame (slot 2, in place).
+//
+// Keys: "TnrElement.Active" (written true), Id::ActiveMeasRange::TnrGain (unsigned char, control
+// gain) and Id::ActiveMeasRange::TnrAlpha (unsigned short, Q11 feedback), read at construction and
+// observed, so every measurement range brings its own tuning.
+
+#include "nordalib/vision/imgproc/TemporalNoiseReduction.h"
+#include "nordalib/vision/streaming/StreamingElement.h"
+
+#include <string>
+
+namespace norda::exp::streaming {
+
+class TnrElement : public StreamingElement {
+public:
+    explicit TnrElement(DataProxy<std::string>* dataProxy);
+    ~TnrElement() override;
+
+    bool process(FrameMap& inputs, FrameMap& outputs) override;
+
+    const vision::TemporalNoiseReduction<short>& filter() const { return m_filter; }
+
+private:
+    void setControlGain(uint8_t gain);
+    void setFeedbackFactor(uint16_t factor);
+
+    vision::TemporalNoiseReduction<short> m_filter;
+    DataProxy<std::string>* m_dataProxy;
+    std::string m_typeName;
+    Subscription m_gainObserver; // last: detached first
+    Subscription m_alphaObserver;
+};
+
+} // namespace norda::exp::streaming

@@ -1,0 +1,241 @@
+#include "nordalib/vision/streaming/PxmRecorderElement.h"
+#include "nordalib/core/cmd/CommandProxy.h"
+#include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/imageio/ImageDecoderPxM.h"
+#include "nordalib/vision/streaming/FileReaderElement.h"
+#include "tests/support/Shell.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+using namespace norda;
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+
+namespace {
+struct Recorder {
+    cmd::CommandProxy commands;
+    std::vector<bool> states;
+    std::vector<unsigned long long> progress;
+    PxmRecorderElement element{STREAMING_DATATYPE_RAW, "PxmRecorder", commands,
+                               [this](bool s) { states.push_back(s); },
+                               [this](unsigned long long p) { progress.push_back(p); }};
+
+    void start(const std::string& file, unsigned long long frames, unsigned short delay,
+               bool shutter = false) {
+        commands.call("PxmRecorder", "Start",
+                      cmd::ParameterPack{makeVariant(file), makeVariant(frames), makeVariant(delay),
+                                         makeVariant(shutter)});
+    }
+    bool cycle(uint16_t value, bool shutterClosed = false) {
+        FrameMap in, out;
+        DataStorage<std::string> meta;
+        meta.setValue(Id::Shutter::Closed, shutterClosed);
+        meta.setValue("Value", value);
+        in[STREAMING_DATATYPE_RAW] =
+            std::make_unique<Frame>(cv::Mat(3, 4, CV_16UC1, cv::Scalar(value)), std::move(meta));
+        return element.process(in, out);
+    }
+};
+
+std::vector<uint16_t> recordedValues(const std::string& path) {
+    vision::ImageDecoderPxM decoder;
+    std::vector<uint16_t> values;
+    if (!decoder.open(path))
+        return values;
+    cv::Mat frame;
+    while (decoder.grab(frame, nullptr)) {
+        values.push_back(frame.at<uint16_t>(0, 0));
+        EXPECT_EQ(decoder.getMetaData().get<unsigned short>("Value"), values.back());
+    }
+    return values;
+}
+} // namespace
+
+TEST(PxmRecorderElement, DeclaresItsCommandsAndChecksArguments) {
+    Recorder r;
+    EXPECT_EQ(r.element.getName(), "PxmRecorderElement");
+    EXPECT_EQ(r.element.getCallableName(), "PxmRecorder");
+    EXPECT_TRUE(r.element.getOutputTypes().empty());
+    auto descriptions = r.commands.getDescriptions("PxmRecorder");
+    ASSERT_EQ(descriptions.size(), 2u);
+    EXPECT_EQ(descriptions[0].getName(), "Start");
+    EXPECT_EQ(descriptions[0].getDescription(), "start pxm recording");
+    EXPECT_EQ(descriptions[0].getReturnType(), std::type_index(typeid(void)));
+    std::vector<std::pair<unsigned, std::string>> parameters;
+    for (const auto& p : descriptions[0].getParameters())
+        parameters.emplace_back(p.getIndex(), p.getName());
+    EXPECT_EQ(parameters,
+              (std::vector<std::pair<unsigned, std::string>>{
+                  {0, "strFilename"}, {1, "u64NumFrames"}, {2, "bCaptShutter"}, {2, "u16Delay"}}));
+    EXPECT_EQ(descriptions[1].getName(), "Stop");
+    EXPECT_EQ(descriptions[1].getDescription(), "stop pxm recording");
+    EXPECT_TRUE(descriptions[1].getParameters().empty());
+
+    test::TempDir dir;
+    const std::string file = dir.file("r.pxm");
+    EXPECT_THROW(
+        r.commands.call("PxmRecorder", "Start",
+                        cmd::ParameterPack{makeVariant(file), makeVariant(3ull), makeVariant(uint16_t(0))}),
+        Exception);
+    EXPECT_THROW(r.commands.call("PxmRecorder", "Start",
+                                 cmd::ParameterPack{makeVariant(file), makeVariant(3ll),
+                                                    makeVariant(uint16_t(0)), makeVariant(false)}),
+                 Exception);
+    EXPECT_TRUE(r.states.empty());
+    EXPECT_FALSE(r.cycle(1));
+    EXPECT_TRUE(r.progress.empty());
+}
+
+TEST(PxmRecorderElement, RecordsCountedOrUntilStopped) {
+    test::TempDir dir;
+    Recorder r;
+    r.start(dir.file("three.pxm"), 3, 0);
+    EXPECT_EQ(r.states, std::vector<bool>{true});
+    r.start(dir.file("ignored.pxm"), 5, 0); // a second Start during a recording is ignored
+    for (uint16_t v = 1; v <= 5; ++v)
+        EXPECT_FALSE(r.cycle(v));
+    EXPECT_EQ(r.progress, (std::vector<unsigned long long>{2, 1, 0}));
+    EXPECT_EQ(r.states, (std::vector<bool>{true, false}));
+    EXPECT_EQ(recordedValues(dir.file("three.pxm")), (std::vector<uint16_t>{1, 2, 3}));
+    EXPECT_FALSE(std::filesystem::exists(dir.file("ignored.pxm")));
+
+    r.progress.clear();
+    r.start(dir.file("open.pxm"), 0, 0);
+    EXPECT_EQ(r.element.getRemainingFrames(), 18446744073709551615ull);
+    for (uint16_t v = 10; v < 14; ++v)
+        r.cycle(v);
+    r.commands.call("PxmRecorder", "Stop", {});
+    r.cycle(99); // closes the file without writing
+    r.commands.call("PxmRecorder", "Stop", {});
+    r.cycle(100);
+    EXPECT_EQ(r.progress.size(), 5u);
+    EXPECT_EQ(r.progress.back(), 0u);
+    EXPECT_EQ(r.states, (std::vector<bool>{true, false, true, false}));
+    EXPECT_EQ(recordedValues(dir.file("open.pxm")), (std::vector<uint16_t>{10, 11, 12, 13}));
+}
+
+TEST(PxmRecorderElement, DelaySkipsClosedShutterAndSpacesFrames) {
+    test::TempDir dir;
+    Recorder r;
+    r.start(dir.file("delay.pxm"), 0, 100);
+    using clock = std::chrono::steady_clock;
+    const auto begin = clock::now();
+    clock::time_point lastClosed;
+    std::vector<clock::time_point> writes;
+    uint16_t value = 0;
+    auto run = [&](bool closed, std::chrono::milliseconds span) {
+        const auto end = clock::now() + span;
+        while (clock::now() < end) {
+            const size_t before = r.progress.empty() ? 0 : r.progress.back();
+            if (closed)
+                lastClosed = clock::now(); // no later than the element's own time stamp
+            r.cycle(++value, closed);
+            if (!r.progress.empty() && r.progress.back() != before && before != 0)
+                writes.push_back(clock::now());
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    };
+    run(false, std::chrono::milliseconds(250));
+    run(true, std::chrono::milliseconds(150));
+    const size_t writesBeforeClosing = writes.size();
+    run(false, std::chrono::milliseconds(250));
+    r.element.stop();
+    r.cycle(0);
+
+    ASSERT_GE(writes.size(), writesBeforeClosing + 1);
+    EXPECT_GE(writes.front() - begin, std::chrono::milliseconds(99));
+    // Measured after each cycle returns, so allow the few microseconds a write takes.
+    for (size_t i = 1; i < writes.size(); ++i)
+        EXPECT_GE(writes[i] - writes[i - 1], std::chrono::milliseconds(99));
+    EXPECT_GE(writes[writesBeforeClosing] - lastClosed, std::chrono::milliseconds(100));
+    // No closed-shutter frame made it into the file.
+    vision::ImageDecoderPxM decoder;
+    ASSERT_TRUE(decoder.open(dir.file("delay.pxm")));
+    cv::Mat frame;
+    size_t frames = 0;
+    while (decoder.grab(frame, nullptr)) {
+        ++frames;
+        EXPECT_FALSE(decoder.getMetaData().get<bool>(Id::Shutter::Closed));
+    }
+    EXPECT_EQ(frames, writes.size());
+}
+
+TEST(PxmRecorderElement, UnopenableFileFailsTheCommandAndLeavesElementIdle) {
+    test::TempDir dir;
+    Recorder r;
+    try {
+        r.start(dir.file("no/such/folder/rec.pxm"), 3, 0);
+        ADD_FAILURE();
+    } catch (const Exception& e) {
+        EXPECT_NE(std::string(e.what()).find("no/such/folder/rec.pxm"), std::string::npos);
+    }
+    EXPECT_TRUE(r.states.empty());
+    EXPECT_EQ(r.element.getRemainingFrames(), 0u);
+    EXPECT_FALSE(r.cycle(1));
+    EXPECT_TRUE(r.progress.empty());
+    r.start(dir.file("rec.pxm"), 1, 0);
+    r.cycle(2);
+    EXPECT_EQ(recordedValues(dir.file("rec.pxm")), std::vector<uint16_t>{2});
+}
+
+TEST(PxmRecorderElement, ThreeHundredFrameRecordingPlaysBackFrameForFrame) {
+    test::TempDir dir;
+    const std::string path = dir.file("vga.pxm");
+    cmd::CommandProxy commands;
+    PxmRecorderElement recorder(STREAMING_DATATYPE_RAW, "Rec", commands, nullptr, nullptr);
+    commands.call("Rec", "Start",
+                  cmd::ParameterPack{makeVariant(path), makeVariant(300ull), makeVariant(uint16_t(0)),
+                                     makeVariant(true)});
+    std::vector<cv::Mat> frames;
+    cv::RNG rng(42);
+    for (int i = 0; i < 300; ++i) {
+        cv::Mat image(480, 640, CV_16UC1);
+        rng.fill(image, cv::RNG::UNIFORM, 0, 65536);
+        frames.push_back(image.clone());
+        DataStorage<std::string> meta;
+        meta.setValue("FrameCnt", static_cast<unsigned long long>(i));
+        meta.setValue(Id::Shutter::Closed, i % 2 == 0);
+        meta.setValue("Sensor.Temperature", 20.0f + 0.01f * float(i));
+        FrameMap in, out;
+        in[STREAMING_DATATYPE_RAW] = std::make_unique<Frame>(image, std::move(meta));
+        recorder.process(in, out);
+    }
+    EXPECT_EQ(recorder.getRemainingFrames(), 0u);
+
+    // Metadata, frame by frame.
+    vision::ImageDecoderPxM decoder;
+    ASSERT_TRUE(decoder.open(path));
+    cv::Mat frame;
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_TRUE(decoder.grab(frame, nullptr));
+        const auto& meta = decoder.getMetaData();
+        ASSERT_EQ(meta.get<unsigned long long>("FrameCnt"), unsigned(i));
+        ASSERT_EQ(meta.get<bool>(Id::Shutter::Closed), i % 2 == 0);
+        ASSERT_EQ(meta.get<float>("Sensor.Temperature"), 20.0f + 0.01f * float(i));
+    }
+    EXPECT_FALSE(decoder.grab(frame, nullptr));
+
+    // Playback: the reader starts at frame 1 and wraps to frame 0 after the last one.
+    FileReaderElement reader(path);
+    ASSERT_EQ(reader.getFrameCount(), 300u);
+    FrameMap in, out;
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_TRUE(reader.process(in, out));
+        const cv::Mat& played = out[STREAMING_DATATYPE_RAW]->getFrameData();
+        ASSERT_EQ(played.type(), CV_16UC1);
+        ASSERT_EQ(cv::norm(played, frames[(i + 1) % 300], cv::NORM_INF), 0.0) << i;
+    }
+
+    // Standard tools see 300 grey images of 640 x 480 at 16 bits.
+    if (!test::haveTool("pamfile") || !test::haveTool("identify"))
+        GTEST_SKIP() << "pamfile or identify is not installed";
+    const std::string listing = test::runCommand("pamfile -allimages '" + path + "'");
+    EXPECT_EQ(test::countOf(listing, "PGM raw, 640 by 480  maxval 65535"), 300u);
+    const std::string identified = test::runCommand("identify '" + path + "'");
+    EXPECT_EQ(test::countOf(identified, "PGM 640x480 640x480+0+0 16-bit Grayscale"), 300u);
+}

@@ -1,0 +1,47 @@
+#include "nordalib/vision/streaming/Yuv422ToRgb888Element.h"
+#include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/imgproc/ColorConvert.h"
+#include "tests/support/Frames.h"
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+using namespace norda;
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using norda::test::makeFrame;
+
+TEST(ColorConversionElement, ConvertsUyvyAndRejectsOtherTypes) {
+    ColorConversionElement element;
+    EXPECT_EQ(element.getName(), "ColorConversionElement");
+    EXPECT_EQ(element.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_YUV422});
+    EXPECT_EQ(element.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RGB});
+
+    cv::Mat yuv(48, 64, CV_8UC2);
+    cv::randu(yuv, cv::Scalar::all(0), cv::Scalar::all(256));
+    FrameMap in, out;
+    in[STREAMING_DATATYPE_YUV422] = makeFrame(yuv, "visual");
+    EXPECT_TRUE(element.process(in, out));
+    Frame& rgb = *out[STREAMING_DATATYPE_RGB];
+    cv::Mat_<cv::Vec3b> expected;
+    norda::vision::ColorConvert::convertUY1VY0ToRGB(yuv, expected);
+    EXPECT_EQ(rgb.getFrameData().type(), CV_8UC3);
+    EXPECT_EQ(cv::norm(rgb.getFrameData(), expected, cv::NORM_INF), 0.0);
+    EXPECT_EQ(rgb.getMetaData().get<std::string>("Origin"), "visual");
+    EXPECT_TRUE(in[STREAMING_DATATYPE_YUV422]->getMetaData().empty());
+
+    for (int type : {CV_8UC3, CV_16UC1, CV_8UC1}) {
+        FrameMap bad, result;
+        bad[STREAMING_DATATYPE_YUV422] = makeFrame(cv::Mat(4, 4, type));
+        try {
+            element.process(bad, result);
+            ADD_FAILURE() << type;
+        } catch (const Exception& e) {
+            EXPECT_STREQ(e.what(), "Wrong Input Type for Conversion , must be Mat2b !!!");
+            EXPECT_EQ(e.location(), "nordalib/vision/streaming/Yuv422ToRgb888Element: 41: "
+                                    "norda::exp::streaming::ColorConversionElement::process(..)");
+        }
+        EXPECT_EQ(result.count(STREAMING_DATATYPE_RGB), 0u);
+        EXPECT_FALSE(bad[STREAMING_DATATYPE_YUV422]->getMetaData().empty());
+    }
+}
