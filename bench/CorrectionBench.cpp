@@ -49,6 +49,13 @@ cv::Mat lensMatrix() {
 }
 const cv::Mat kBarrel = (cv::Mat_<double>(1, 5) << -0.32, 0.11, 0.001, -0.0008, -0.02);
 
+// OpenCV spreads large operations over its thread pool; the comparison is per core.
+struct OneThread {
+    OneThread() : previous(cv::getNumThreads()) { cv::setNumThreads(1); }
+    ~OneThread() { cv::setNumThreads(previous); }
+    int previous;
+};
+
 BadPixelList someBadPixels() {
     std::mt19937 rng(5);
     BadPixelList list;
@@ -103,6 +110,7 @@ static void BM_Offset_Element(benchmark::State& state) {
 BENCHMARK(BM_Offset_Element)->Unit(benchmark::kMicrosecond);
 
 static void BM_Offset_CvSubtract(benchmark::State& state) {
+    OneThread oneThread;
     const cv::Mat raw = noisyRaw(), offset = noisyRaw(2);
     cv::Mat out;
     for (auto _ : state)
@@ -141,6 +149,7 @@ static void BM_Snr(benchmark::State& state) {
 BENCHMARK(BM_Snr)->Unit(benchmark::kMicrosecond);
 
 static void BM_Snr_CvBilateral(benchmark::State& state) {
+    OneThread oneThread;
     cv::Mat src;
     noisyCorrected().convertTo(src, CV_32F);
     cv::Mat out;
@@ -183,6 +192,7 @@ static void BM_Radiometry_Apply(benchmark::State& state) {
 BENCHMARK(BM_Radiometry_Apply)->Unit(benchmark::kMicrosecond);
 
 static void BM_Radiometry_CvLut(benchmark::State& state) {
+    OneThread oneThread;
     // Nearest OpenCV job: an 8-bit table read per pixel (cv::LUT has no 16-bit index).
     cv::Mat src(kSize, CV_8U), out, lut(1, 256, CV_8U);
     cv::randu(src, 0, 255);
@@ -217,6 +227,7 @@ static void BM_Distortion_Table(benchmark::State& state) {
 BENCHMARK(BM_Distortion_Table)->Unit(benchmark::kMicrosecond);
 
 static void BM_Distortion_CvRemapFloatMaps(benchmark::State& state) {
+    OneThread oneThread;
     cv::Mat mapX, mapY;
     cv::initUndistortRectifyMap(lensMatrix(), kBarrel, cv::Mat(), lensMatrix(), kSize, CV_32FC1, mapX, mapY);
     cv::Mat in = noisyRaw(), out;
@@ -226,6 +237,7 @@ static void BM_Distortion_CvRemapFloatMaps(benchmark::State& state) {
 BENCHMARK(BM_Distortion_CvRemapFloatMaps)->Unit(benchmark::kMicrosecond);
 
 static void BM_Distortion_CvRemapFixedMaps(benchmark::State& state) {
+    OneThread oneThread;
     cv::Mat mapX, mapY;
     cv::initUndistortRectifyMap(lensMatrix(), kBarrel, cv::Mat(), lensMatrix(), kSize, CV_16SC2, mapX, mapY);
     cv::Mat in = noisyRaw(), out;
@@ -237,6 +249,7 @@ BENCHMARK(BM_Distortion_CvRemapFixedMaps)->Unit(benchmark::kMicrosecond);
 // Raw counts -> offset -> bad pixels -> TNR -> SPR -> SNR -> radiometry -> distortion, through the
 // elements and their frame maps, as a host runs them.
 static void BM_CorrectionChain(benchmark::State& state) {
+    OneThread oneThread;
     const bool filters = state.range(0) != 0;
     const std::string dir = (std::filesystem::temp_directory_path() / "nordabench-calibration/").string();
     std::filesystem::create_directories(dir);

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/imgproc/BadPixel.h"
 #include "nordalib/vision/imgproc/Palettes.h"
 
 #include <opencv2/core.hpp>
@@ -61,6 +62,7 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Streaming::DisableOffset, false, n);
     p.setValue(Id::Streaming::UpdateValues, false, n);
     p.setValue(Id::Streaming::WarmUp, false, n);
+    p.setValue(Id::IrSensor::BadPixelList, std::vector<vision::BadPixel>(), n);
 
     p.setValue<unsigned short>(Id::IrImage::Cols, 640, n);
     p.setValue<unsigned short>(Id::IrImage::Rows, 480, n);

@@ -8,7 +8,7 @@
 namespace norda::vision {
 
 namespace {
-constexpr int kReach = 8;      // neighbours on each side
+constexpr int kReach = 8;       // neighbours on each side
 constexpr int kSampleStep = 16; // every 16th line is measured
 constexpr int kMinNeighbours = kReach;
 

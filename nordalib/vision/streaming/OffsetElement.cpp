@@ -44,8 +44,9 @@ bool OffsetElement::process(FrameMap& inputs, FrameMap& outputs) {
     std::lock_guard<std::mutex> lock(m_mutex);
     auto& input = inputs[STREAMING_DATATYPE_RAW];
     const cv::Mat& raw = input->getFrameData();
-    if (CV_MAT_DEPTH(raw.type()) != CV_16U && CV_MAT_DEPTH(raw.type()) != CV_16S)
-        NORDA_THROW("raw frame must be 16-bit", "norda::exp::streaming::OffsetElement::process");
+    if ((raw.depth() != CV_16U && raw.depth() != CV_16S) || raw.channels() != 1)
+        NORDA_THROW("raw frame must be 16-bit single-channel, not type " + std::to_string(raw.type()),
+                    "norda::exp::streaming::OffsetElement::process");
     const std::string state = input->getMetaData().get<std::string>(Id::Shutter::State);
 
     if (state == Id::Shutter::StateIdle) {

@@ -66,6 +66,10 @@ bool RadiometryElement::process(FrameMap& inputs, FrameMap& outputs) {
             if (!m_model)
                 NORDA_THROW("no radiometry model loaded",
                             "norda::exp::streaming::RadiometryElement::process");
+            if (input->getFrameData().type() != CV_16SC1) // a view as short would convert, not view
+                NORDA_THROW("frame of type " + std::to_string(input->getFrameData().type()) +
+                                " is not CV_16SC1",
+                            "norda::exp::streaming::RadiometryElement::process");
             cv::Mat_<short> raw = input->getFrameData();
             result = m_model->processFrame(raw);
         } catch (const std::exception& e) {
@@ -97,8 +101,9 @@ bool RadiometryElement::process(FrameMap& inputs, FrameMap& outputs) {
 void RadiometryElement::emitDummy(const cv::Mat& input, DataStorage<std::string>&& metaData,
                                   FrameMap& outputs) {
     // Signed raw shifted into the unsigned range, wrapping in 16 bits: -32768 -> 0, 32767 -> 65535.
-    cv::Mat dummy(input.rows, input.cols, CV_16U);
-    for (int y = 0; y < input.rows; ++y) {
+    cv::Mat dummy(input.rows, input.cols, CV_16U, cv::Scalar(0));
+    const bool sixteenBit = input.depth() == CV_16S || input.depth() == CV_16U;
+    for (int y = 0; sixteenBit && input.channels() == 1 && y < input.rows; ++y) {
         const auto* in = input.ptr<uint16_t>(y);
         auto* out = dummy.ptr<uint16_t>(y);
         for (int x = 0; x < input.cols; ++x)
@@ -111,9 +116,9 @@ void RadiometryElement::emitDummy(const cv::Mat& input, DataStorage<std::string>
 
 void RadiometryElement::loadRadiometry() {
     m_model.reset();
-    const auto cols = m_dataProxy->getValue<unsigned short>(Id::IrImage::Cols);
-    const auto rows = m_dataProxy->getValue<unsigned short>(Id::IrImage::Rows);
     try {
+        const auto cols = m_dataProxy->getValue<unsigned short>(Id::IrImage::Cols);
+        const auto rows = m_dataProxy->getValue<unsigned short>(Id::IrImage::Rows);
         if (m_camType == vision::RadiometricCamTypeB) {
             m_model = std::make_unique<vision::RadiometryTypeB>(cols, rows, 0.01f, m_calibrationPath);
             const bool fast = m_dataProxy->getValue<bool>(Id::DeviceFeatures::FastFrameAvailable);
@@ -122,6 +127,7 @@ void RadiometryElement::loadRadiometry() {
             m_model = std::make_unique<vision::RadiometryTypeA>(cols, rows, 0.01f, m_calibrationPath);
         }
     } catch (const std::exception& e) {
+        m_model.reset();
         // No model: every frame fails in processFrame and becomes a dummy frame, reported once.
         m_log->log(LogLevel::error, "Radiometric model could not be loaded: {}", e.what());
     }

@@ -83,6 +83,17 @@ TEST_F(RadiometryElementTest, ConstructionLoadAndLensStates) {
     ASSERT_TRUE(run(e, test::radiometricMeta()));
     EXPECT_TRUE(valid());
     EXPECT_EQ(logs.count("Frame processing success (error gone)"), 1);
+
+    // A frame of the wrong type is a processing failure: a dummy frame, never converted pixels.
+    in[STREAMING_DATATYPE_CORRECTED] =
+        std::make_unique<Frame>(cv::Mat(kRows, kCols, CV_8UC3, cv::Scalar::all(9)), test::radiometricMeta());
+    ASSERT_TRUE(e.process(in, out));
+    EXPECT_FALSE(valid());
+    EXPECT_EQ(cv::countNonZero(out[STREAMING_DATATYPE_RAD]->getFrameData()), 0);
+    EXPECT_EQ(
+        logs.count(
+            "Error processing frame: frame of type 16 is not CV_16SC1 ...Dummy values will be calculated!"),
+        1);
     for (const auto& r : logs.records())
         EXPECT_EQ(r.logger, "RAD_ELEMENT");
 }
