@@ -399,6 +399,18 @@ TEST_F(ImageWriteTest, CaptureAndTransferHandsTheImageToTheWaitingCaller) {
     EXPECT_FALSE(fs::exists(file("IR" + ImageWriteElement::getFormatedFileNumber(counter) + ".RIX")));
 }
 
+TEST_F(ImageWriteTest, DestroyingTheElementReleasesAWaitingCapture) {
+    auto element = makeElement();
+    auto result =
+        std::async(std::launch::async, [&] { return commands.call("ImageWrite", "CaptureImage", {}); });
+    ASSERT_EQ(result.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout)
+        << "should be waiting";
+    element.reset();
+    const auto bytes = result.get();
+    ASSERT_TRUE(bytes);
+    EXPECT_TRUE(bytes->value<std::vector<char>>().empty());
+}
+
 TEST_F(ImageWriteTest, CaptureTimesOutAfterFifteenSeconds) {
     auto element = makeElement();
     testing::internal::CaptureStdout();
