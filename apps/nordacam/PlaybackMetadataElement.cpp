@@ -63,6 +63,11 @@ bool PlaybackMetadataElement::process(FrameMap& inputs, FrameMap&) {
         if (!frame->isMetaDateAvailable(Id::Shutter::Closed))
             frame->addMetaDate(Id::Shutter::Closed, makeVariant(false));
     }
+    // The store shows the played frame's shutter state, as it shows the live camera's.
+    std::shared_ptr<Variant> state;
+    if (frame->getMetaDate(Id::Shutter::State, state) && state->holds<std::string>() &&
+        m_store.getValue<std::string>(Id::Shutter::State) != state->value<std::string>())
+        m_store.set(Id::Shutter::State, state, true);
     return true;
 }
 
