@@ -421,7 +421,10 @@ cv::Mat_<cv::Vec4b> ImageWriteElement::composeJpegImage(const cv::Mat_<cv::Vec3b
     cv::Mat scaled;
     cv::resize(preview, scaled, kJpegSize, 0, 0, cv::INTER_CUBIC);
     cv::Mat_<cv::Vec4b> base;
-    cv::cvtColor(scaled, base, cv::COLOR_RGB2RGBA); // same byte order, fourth byte 255
+    // The display image holds R, G, B; the overlay's ARGB words lie in memory as B, G, R, A, which
+    // is also the order imwrite expects. The base takes that order, fourth byte 255, so the
+    // picture shows the colours the user saw.
+    cv::cvtColor(scaled, base, cv::COLOR_RGB2BGRA);
     cv::Mat_<cv::Vec4b> scaledOverlay;
     cv::resize(overlay, scaledOverlay, kJpegSize, 0, 0, cv::INTER_CUBIC);
     return blendArgb(scaledOverlay, base);
