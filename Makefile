@@ -9,7 +9,7 @@ SANITIZER_CMAKE_ARGS = -DNORDA_BUILD_BENCH=OFF -DNORDA_BUILD_APPS=OFF -DCMAKE_BU
 # The tests that run several threads at once: the store's notifier, commands arriving during
 # cycles, the image write hand-over and super-resolution threads, the recorder and socket server
 # commands, the coordinate value queries. The thread checker runs these.
-TSAN_TESTS ?= ^(DataProxy|Commands|OffsetElement|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
+TSAN_TESTS ?= ^(DataProxy|Commands|OffsetElementTest|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
 
 .PHONY: all deps configure build test demo bench install test-asan test-tsan fuzz format clean
 
