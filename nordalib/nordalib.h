@@ -75,6 +75,7 @@
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/vision/streaming/PaletteElement.h"
+#include "nordalib/vision/streaming/Pipeline.h"
 #include "nordalib/vision/streaming/PxmRecorderElement.h"
 #include "nordalib/vision/streaming/RadiometryElement.h"
 #include "nordalib/vision/streaming/ResizeElement.h"

@@ -11,6 +11,8 @@ packages=(
     netpbm imagemagick
 )
 packages+=(${NORDA_EXTRA_PACKAGES:-})
+# A headless browser for the live viewer's screenshot test (skipped without it): NORDA_WITH_BROWSER=1.
+if [ "${NORDA_WITH_BROWSER:-0}" = 1 ]; then packages+=(chromium); fi
 
 missing=()
 for p in "${lean[@]}" "${packages[@]}"; do

@@ -1,73 +1,239 @@
-// nordacam: the host program of nordalib.
-//
-// "nordacam demo" fills a parameter store with the factory defaults, observes a key on the
-// store's notifier thread and routes a command through the command registry.
-#include "nordalib/nordalib.h"
+// nordacam: the host program of nordalib -- a simulated thermal camera running the library's
+// whole live chain, a live viewer in the browser, and tools for saved images and calibration.
+#include "apps/nordacam/Demo.h"
+#include "apps/nordacam/Server.h"
+#include "apps/nordacam/Tools.h"
 
+#include "nordalib/core/logging/Logger.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
 #include <iostream>
-#include <future>
-#include <thread>
 
-using namespace norda::exp;
+using namespace nordacam;
 
 namespace {
 
-class Host : public cmd::ICallable {
-public:
-    explicit Host(cmd::CommandProxy& commands) : ICallable(Cmd::ApplicationControlGroup) {
-        registerDelegate(new cmd::Delegate<std::string, std::string>([](const std::string& who) {
-                             return "settings of " + who + " saved";
-                         }),
-                         cmd::DelegateDescription(Cmd::SaveUserSettings, typeid(std::string), "Save user settings",
-                                                  {cmd::PackParameterDescription(0, typeid(std::string), "who",
-                                                                                 "whose settings")}));
-        m_unregister = commands.registerCallable(this, false);
-    }
-    ~Host() override { m_unregister(); }
-
-private:
-    std::function<void()> m_unregister;
+// Options every command that runs the chain shares.
+struct Common {
+    std::string settings;
+    std::vector<std::string> set;
+    std::string calib;
+    std::string out = "out";
+    double fps = 30.0;
+    double shutter = 10.0;
+    bool fast = false;
+    bool quiet = false;
+    float hot = 85.0f;
 };
 
-int demo() {
-    DataProxy<std::string> store;
-    setDefaultParameters(store);
-    auto keys = store.keys();
-    std::cout << "store: " << keys.size() << " keys after setDefaultParameters\n";
-    for (const auto& key : {Id::IrImage::Cols, Id::IrImage::Rows, Id::Environment::EmissivityValue,
-                            Id::ActiveMeasRange::ToleranceTop, Id::Scaling::Mode})
-        std::cout << "  " << key << " = " << store.get(key)->toString() << "\n";
+void addCommon(CLI::App* app, Common& c, bool withOut = true) {
+    app->add_option("--settings", c.settings,
+                    "JSON settings file (read at start, written by SaveUserSettings)");
+    app->add_option("--set", c.set, "KEY=VALUE: set a parameter after the settings file (repeatable)");
+    app->add_option("--calib", c.calib, "calibration folder")->check(CLI::ExistingDirectory);
+    if (withOut)
+        app->add_option("--out", c.out, "output folder for images and recordings")->capture_default_str();
+    app->add_option("--fps", c.fps, "simulated frame rate")
+        ->capture_default_str()
+        ->check(CLI::Range(1.0, 120.0));
+    app->add_option("--shutter-period", c.shutter, "seconds between shutter events")
+        ->capture_default_str()
+        ->check(CLI::Range(1.0, 3600.0));
+    app->add_flag("--fast", c.fast, "do not pace the simulator in real time");
+    app->add_flag("--quiet", c.quiet, "no live status line");
+    app->add_option("--hot", c.hot,
+                    "temperature of the simulated hot object (°C; above 100 the range switches up)")
+        ->capture_default_str()
+        ->check(CLI::Range(-40.0, 340.0));
+}
 
-    const auto pipelineThread = std::this_thread::get_id();
-    std::promise<std::string> seen;
-    auto subscription = store.subscribeValue<float>(Id::Environment::EmissivityValue, [&](const float& e) {
-        seen.set_value(std::string("observer saw emissivity ") + std::to_string(e) +
-                       (std::this_thread::get_id() != pipelineThread ? " on the notifier thread" : " on the caller"));
-    });
-    store.setValue(Id::Environment::EmissivityValue, 0.82f, true);
-    store.flush();
-    std::cout << seen.get_future().get() << "\n";
-
-    cmd::CommandProxy commands;
-    Host host(commands);
-    auto result = commands.call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings,
-                                cmd::ParameterPack{makeVariant(std::string("demo user"))});
-    std::cout << "command " << Cmd::ApplicationControlGroup << "." << Cmd::SaveUserSettings << " -> "
-              << result->value<std::string>() << "\n";
-    try {
-        commands.call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings, cmd::ParameterPack{makeVariant(42)});
-    } catch (const norda::Exception& e) {
-        std::cout << "rejected: " << e.what() << "\n";
-    }
-    return 0;
+CameraOptions cameraOptions(const Common& c) {
+    CameraOptions o;
+    o.calibrationDir = c.calib;
+    o.outputDir = c.out;
+    o.settingsFile = c.settings.empty() ? c.out + "/settings.json" : c.settings;
+    o.assignments = c.set;
+    o.sim.fps = c.fps;
+    o.sim.shutterPeriodS = c.shutter;
+    o.sim.hotC = c.hot;
+    o.realTime = !c.fast;
+    return o;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    const std::string command = argc > 1 ? argv[1] : "demo";
-    if (command == "demo")
-        return demo();
-    std::cerr << "usage: nordacam demo\n";
+    CLI::App app{
+        "nordacam: a thermal camera host for nordalib (simulated detector, live chain, browser viewer)"};
+    app.require_subcommand(1);
+    std::string logLevel;
+    app.add_option("--log-level", logLevel, "console log level: trace, debug, info, warning, error, off")
+        ->check(CLI::IsMember({"trace", "debug", "info", "warning", "error", "critical", "off"}));
+
+    Common demoC, runC, serveC;
+    uint64_t demoFrames = 450, runFrames = 300;
+    auto* demo = app.add_subcommand("demo", "run the simulated camera through the whole live chain");
+    addCommon(demo, demoC);
+    demo->add_option("--frames", demoFrames, "frames to run")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
+
+    std::string input;
+    auto* run = app.add_subcommand("run", "run the live chain on a raw recording");
+    addCommon(run, runC);
+    run->add_option("--input", input, "raw recording (PXM)")->required()->check(CLI::ExistingFile);
+    run->add_option("--frames", runFrames, "frames to run")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
+
+    Common simC;
+    std::string simOut;
+    uint64_t simFrames = 300;
+    auto* simulate = app.add_subcommand("simulate", "write a raw recording of the simulated camera");
+    addCommon(simulate, simC, false);
+    simulate->add_option("--out", simOut, "recording to write (PXM)")->required();
+    simulate->add_option("--frames", simFrames, "frames to write")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100000));
+
+    auto* rix = app.add_subcommand("rix", "inspect and export saved images");
+    rix->require_subcommand(1);
+    std::string rixFile, exportFile, csv, png, tiff;
+    auto* info = rix->add_subcommand("info", "show what a saved image holds");
+    info->add_option("file", rixFile, "saved image (.RIX)")->required();
+    auto* exp = rix->add_subcommand("export", "export the temperatures of a saved image");
+    exp->add_option("file", exportFile, "saved image (.RIX)")->required();
+    auto* csvOpt = exp->add_option("--csv", csv, "temperatures in °C as CSV");
+    auto* pngOpt = exp->add_option("--png", png, "radiometric image as 16-bit PNG (0.01 K per count)");
+    auto* tiffOpt = exp->add_option("--tiff", tiff, "radiometric image as 16-bit TIFF (0.01 K per count)");
+    csvOpt->excludes(pngOpt)->excludes(tiffOpt);
+    pngOpt->excludes(tiffOpt);
+
+    auto* calib = app.add_subcommand("calib", "make calibration files");
+    calib->require_subcommand(1);
+    DistortionParameters dp;
+    std::string distOut = "distort.pxm";
+    auto* dist = calib->add_subcommand("distortion",
+                                       "write distort.pxm from a camera matrix and distortion coefficients");
+    dist->add_option("--out", distOut, "file to write")->capture_default_str();
+    dist->add_option("--width", dp.width, "image width")->capture_default_str()->check(CLI::Range(2, 16384));
+    dist->add_option("--height", dp.height, "image height")
+        ->capture_default_str()
+        ->check(CLI::Range(2, 16384));
+    dist->add_option("--fx", dp.fx, "focal length x (pixels)")->capture_default_str();
+    dist->add_option("--fy", dp.fy, "focal length y (pixels)")->capture_default_str();
+    dist->add_option("--cx", dp.cx, "principal point x")->capture_default_str();
+    dist->add_option("--cy", dp.cy, "principal point y")->capture_default_str();
+    dist->add_option("--k1", dp.k1, "radial coefficient k1")->capture_default_str();
+    dist->add_option("--k2", dp.k2, "radial coefficient k2")->capture_default_str();
+    dist->add_option("--k3", dp.k3, "radial coefficient k3")->capture_default_str();
+    dist->add_option("--p1", dp.p1, "tangential coefficient p1")->capture_default_str();
+    dist->add_option("--p2", dp.p2, "tangential coefficient p2")->capture_default_str();
+
+    std::string badOut = "badpixel.pxm";
+    auto* bad =
+        calib->add_subcommand("badpixel", "write badpixel.pxm: the simulated detector's factory bad pixels");
+    bad->add_option("--out", badOut, "file to write")->capture_default_str();
+
+    ServeOptions so;
+    double serveSeconds = 0;
+    std::string serveInput;
+    auto* srv = app.add_subcommand("serve", "run the live chain behind an HTTP server with a live viewer");
+    addCommon(srv, serveC);
+    srv->add_option("--port", so.port, "TCP port (0: any free port)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
+    srv->add_option("--bind", so.bind, "address to listen on")->capture_default_str();
+    srv->add_option("--input", serveInput, "raw recording to play instead of the simulator")
+        ->check(CLI::ExistingFile);
+    srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
+        ->capture_default_str();
+
+    if (argc > 1 && argv[1][0] != '-') {
+        bool known = false;
+        for (const auto* sub : app.get_subcommands({}))
+            known = known || sub->get_name() == argv[1];
+        if (!known) {
+            std::cerr << "nordacam: error: unknown command \"" << argv[1]
+                      << "\" (commands: demo, run, simulate, rix, calib, serve; see --help)" << std::endl;
+            return 2;
+        }
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::cerr << "nordacam: error: " << e.what() << " (see --help)" << std::endl;
+        return 2;
+    }
+    // The live status line is the program's voice; element records below warnings stay quiet
+    // unless asked for.
+    if (logLevel.empty() && !std::getenv("NORDA_LOG_LEVEL"))
+        logLevel = "warning";
+    if (!logLevel.empty()) {
+        static const char* names[] = {"trace", "debug", "info", "warning", "error", "critical", "off"};
+        for (int i = 0; i < 7; ++i)
+            if (logLevel == names[i])
+                norda::logging::Logger::setConsoleLevel(static_cast<norda::logging::LogLevel>(i));
+    }
+
+    try {
+        if (*demo) {
+            RunOptions o;
+            o.camera = cameraOptions(demoC);
+            o.frames = demoFrames;
+            o.status = !demoC.quiet;
+            return runLive(o, std::cout);
+        }
+        if (*run) {
+            RunOptions o;
+            o.camera = cameraOptions(runC);
+            o.camera.inputFile = input;
+            o.frames = runFrames;
+            o.record = false;
+            o.status = !runC.quiet;
+            return runLive(o, std::cout);
+        }
+        if (*simulate) {
+            auto o = cameraOptions(simC);
+            o.settingsFile = simC.settings;
+            return simulateRecording(o, simOut, simFrames, std::cout);
+        }
+        if (*info)
+            return rixInfo(rixFile, std::cout);
+        if (*exp) {
+            if (!csv.empty())
+                return rixExport(exportFile, ExportFormat::Csv, csv, std::cout);
+            if (!png.empty())
+                return rixExport(exportFile, ExportFormat::Png, png, std::cout);
+            if (!tiff.empty())
+                return rixExport(exportFile, ExportFormat::Tiff, tiff, std::cout);
+            std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
+                      << std::endl;
+            return 2;
+        }
+        if (*dist)
+            return calibDistortion(dp, distOut, std::cout);
+        if (*bad)
+            return calibBadPixel(badOut, std::cout);
+        if (*srv) {
+            so.camera = cameraOptions(serveC);
+            so.camera.inputFile = serveInput;
+            so.seconds = serveSeconds;
+            return serve(so, std::cout);
+        }
+    } catch (const std::exception& e) {
+        std::string what = e.what();
+        for (auto& c : what)
+            if (c == '\n')
+                c = ' ';
+        std::cerr << "nordacam: error: " << what << std::endl;
+        return 1;
+    }
     return 2;
 }

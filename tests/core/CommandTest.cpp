@@ -1,11 +1,14 @@
 #include "nordalib/core/cmd/CommandProxy.h"
 
+#include "tests/support/Messages.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 
 using namespace norda::exp;
+using norda::test::messageOf;
 using namespace norda::exp::cmd;
 
 namespace {
@@ -40,15 +43,6 @@ public:
     std::atomic<int> calls{0};
 };
 
-template <typename F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const norda::Exception& e) {
-        return e.what();
-    }
-    return "<no exception>";
-}
 
 } // namespace
 

@@ -3,23 +3,17 @@
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 
+#include "tests/support/Messages.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 
 using namespace norda::exp;
+using norda::test::messageOf;
 
 namespace {
-template <typename F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const norda::Exception& e) {
-        return e.what();
-    }
-    return "<no exception>";
-}
 } // namespace
 
 TEST(DataProxy, GroupsLookupAndFailureMessages) {

@@ -5,21 +5,15 @@
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
+#include "tests/support/Messages.h"
+
 #include <gtest/gtest.h>
 
 using namespace norda::exp;
+using norda::test::messageOf;
 using namespace norda::exp::streaming;
 
 namespace {
-template <typename F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const norda::Exception& e) {
-        return e.what();
-    }
-    return "<no exception>";
-}
 
 class Copy : public StreamingElement {
 public:

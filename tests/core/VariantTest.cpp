@@ -4,22 +4,16 @@
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/datatypes/Version.h"
 
+#include "tests/support/Messages.h"
+
 #include <gtest/gtest.h>
 
 using namespace norda::exp;
+using norda::test::messageOf;
 using Temp = quantity::Temperature<MarkedFloat>;
 using Rel = quantity::Relation<MarkedFloat>;
 
 namespace {
-template <typename F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const norda::Exception& e) {
-        return e.what();
-    }
-    return "<no exception>";
-}
 } // namespace
 
 TEST(Variant, ExactTypedReadAndMessages) {

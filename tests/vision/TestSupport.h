@@ -6,6 +6,7 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
+#include "tests/support/Messages.h"
 #include "tests/support/TempDir.h"
 
 #include <atomic>
@@ -57,17 +58,6 @@ private:
     mutable std::mutex m_mutex;
     std::vector<LogRecord> m_records;
 };
-
-template <typename F> std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const norda::Exception& e) {
-        return e.what();
-    } catch (const std::exception& e) {
-        return std::string("std: ") + e.what();
-    }
-    return "<no exception>";
-}
 
 inline exp::quantity::Temperature<exp::MarkedFloat> celsius(float t) {
     return exp::quantity::Temperature<exp::MarkedFloat>(exp::MarkedFloat(t));

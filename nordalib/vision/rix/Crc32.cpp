@@ -7,10 +7,10 @@ namespace norda::vision {
 namespace {
 constexpr uint32_t kPolynomial = 0xEDB88320u;
 
-// Slicing-by-4 tables: four input bytes per step keep the checksum far below the cost of
+// Slicing-by-8 tables: eight input bytes per step keep the checksum far below the cost of
 // writing the file.
-constexpr std::array<std::array<uint32_t, 256>, 4> makeTables() {
-    std::array<std::array<uint32_t, 256>, 4> t{};
+constexpr std::array<std::array<uint32_t, 256>, 8> makeTables() {
+    std::array<std::array<uint32_t, 256>, 8> t{};
     for (uint32_t i = 0; i < 256; ++i) {
         uint32_t c = i;
         for (int k = 0; k < 8; ++k)
@@ -18,7 +18,7 @@ constexpr std::array<std::array<uint32_t, 256>, 4> makeTables() {
         t[0][i] = c;
     }
     for (uint32_t i = 0; i < 256; ++i)
-        for (int s = 1; s < 4; ++s)
+        for (int s = 1; s < 8; ++s)
             t[s][i] = (t[s - 1][i] >> 8) ^ t[0][t[s - 1][i] & 0xFFu];
     return t;
 }
@@ -28,12 +28,16 @@ constexpr auto kTables = makeTables();
 uint32_t Crc32::update(uint32_t crc, const void* data, size_t size) {
     const auto* p = static_cast<const uint8_t*>(data);
     uint32_t c = ~crc;
-    while (size >= 4) {
-        c ^= uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-        c = kTables[3][c & 0xFFu] ^ kTables[2][(c >> 8) & 0xFFu] ^ kTables[1][(c >> 16) & 0xFFu] ^
-            kTables[0][c >> 24];
-        p += 4;
-        size -= 4;
+    while (size >= 8) {
+        const uint32_t lo =
+            c ^ (uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24);
+        const uint32_t hi =
+            uint32_t(p[4]) | uint32_t(p[5]) << 8 | uint32_t(p[6]) << 16 | uint32_t(p[7]) << 24;
+        c = kTables[7][lo & 0xFFu] ^ kTables[6][(lo >> 8) & 0xFFu] ^ kTables[5][(lo >> 16) & 0xFFu] ^
+            kTables[4][lo >> 24] ^ kTables[3][hi & 0xFFu] ^ kTables[2][(hi >> 8) & 0xFFu] ^
+            kTables[1][(hi >> 16) & 0xFFu] ^ kTables[0][hi >> 24];
+        p += 8;
+        size -= 8;
     }
     while (size--)
         c = kTables[0][(c ^ *p++) & 0xFFu] ^ (c >> 8);

@@ -32,8 +32,8 @@ public:
         // on slightly smoothed frames, so that noise does not count); a moving object or a
         // changed scene exceeds it.
         double maxResidual = 0.5;
-        int iterations = 12; // back-projection steps
-        double step = 1.0;   // back-projection gain
+        int iterations = 4; // back-projection steps: more sharpen edges into ringing
+        double step = 1.0;  // back-projection gain
     };
 
     struct Registration {

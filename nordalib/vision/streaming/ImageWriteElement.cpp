@@ -73,6 +73,12 @@ ImageWriteElement::ImageWriteElement(const std::string& imageFolder, DataProxy<s
 // registration dies with it anyway).
 ImageWriteElement::~ImageWriteElement() {
     m_pCommandProxy->unregisterCallable(getName());
+    // A caller still waiting for a capture gets an empty result, and leaves before the members
+    // it uses are destroyed.
+    std::unique_lock<std::mutex> lock(m_mutTransfer);
+    m_bClosing = true;
+    m_cvTransfer.notify_all();
+    m_cvTransfer.wait(lock, [this] { return m_iTransferWaiters == 0; });
 }
 
 bool ImageWriteElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
@@ -98,6 +104,7 @@ bool ImageWriteElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
     } catch (const std::exception& e) {
         m_logger->log(LogLevel::error, "Erro during process: {}", e.what());
         m_bSaveRequested = false;
+        m_vecSrFrames.clear(); // the next request collects fresh frames
         m_pDataProxy->setValue(Id::Miscellaneous::SpinnerVisible, false, true);
     }
     return false;
@@ -111,13 +118,21 @@ void ImageWriteElement::triggerSave(bool preview) {
 
 std::vector<char> ImageWriteElement::triggerImageAndTransfer() {
     std::unique_lock<std::mutex> lock(m_mutTransfer);
-    if (m_bTransferRequested || m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveImageMode))
+    if (m_bClosing || m_bTransferRequested || m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveImageMode))
         return {};
     m_bImageReady = false;
     m_bTransferRequested = true;
     m_bSaveRequested = true;
     const auto deadline = std::chrono::steady_clock::now() + kTransferTimeout;
-    if (!m_cvTransfer.wait_until(lock, deadline, [this] { return m_bImageReady; })) {
+    ++m_iTransferWaiters;
+    const bool ready =
+        m_cvTransfer.wait_until(lock, deadline, [this] { return m_bImageReady || m_bClosing; });
+    --m_iTransferWaiters;
+    if (m_bClosing) {
+        m_cvTransfer.notify_all();
+        return {};
+    }
+    if (!ready) {
         m_bTransferRequested = false;
         std::cout << "Error: Timeout waiting for image caputure!" << std::endl;
         return {};
@@ -406,7 +421,10 @@ cv::Mat_<cv::Vec4b> ImageWriteElement::composeJpegImage(const cv::Mat_<cv::Vec3b
     cv::Mat scaled;
     cv::resize(preview, scaled, kJpegSize, 0, 0, cv::INTER_CUBIC);
     cv::Mat_<cv::Vec4b> base;
-    cv::cvtColor(scaled, base, cv::COLOR_RGB2RGBA); // same byte order, fourth byte 255
+    // The display image holds R, G, B; the overlay's ARGB words lie in memory as B, G, R, A, which
+    // is also the order imwrite expects. The base takes that order, fourth byte 255, so the
+    // picture shows the colours the user saw.
+    cv::cvtColor(scaled, base, cv::COLOR_RGB2BGRA);
     cv::Mat_<cv::Vec4b> scaledOverlay;
     cv::resize(overlay, scaledOverlay, kJpegSize, 0, 0, cv::INTER_CUBIC);
     return blendArgb(scaledOverlay, base);
@@ -416,21 +434,21 @@ cv::Mat_<cv::Vec4b> ImageWriteElement::blendArgb(const cv::Mat_<cv::Vec4b>& over
                                                  const cv::Mat_<cv::Vec4b>& under) {
     if (over.empty() || over.rows != under.rows || over.cols != under.cols)
         return {};
+    // Rows as 32-bit words (byte 0 least significant); the alias-safe type keeps the loop legal
+    // and lets the compiler vectorise it.
+    using Word = uint32_t __attribute__((__may_alias__));
     cv::Mat_<cv::Vec4b> out(over.rows, over.cols);
     for (int r = 0; r < over.rows; ++r) {
-        const uint8_t* o = over.ptr(r);
-        const uint8_t* u = under.ptr(r);
-        uint8_t* d = out.ptr(r);
-        for (int c = 0; c < over.cols; ++c, o += 4, u += 4, d += 4) {
-            uint32_t ow, uw;
-            std::memcpy(&ow, o, 4);
-            std::memcpy(&uw, u, 4);
+        const Word* o = reinterpret_cast<const Word*>(over.ptr(r));
+        const Word* u = reinterpret_cast<const Word*>(under.ptr(r));
+        Word* d = reinterpret_cast<Word*>(out.ptr(r));
+        for (int c = 0; c < over.cols; ++c) {
+            const uint32_t ow = o[c], uw = u[c];
             const uint32_t a = ow >> 24;
             // Red and blue share one multiplication, green gets the other; >> 8 divides by 256.
             const uint32_t rb = ((ow & 0x00FF00FFu) * a + (uw & 0x00FF00FFu) * (255u - a)) & 0xFF00FF00u;
             const uint32_t g = ((ow & 0x0000FF00u) * a + (uw & 0x0000FF00u) * (255u - a)) & 0x00FF0000u;
-            const uint32_t result = ((rb + g) >> 8) | (a << 24);
-            std::memcpy(d, &result, 4);
+            d[c] = ((rb + g) >> 8) | (a << 24);
         }
     }
     return out;

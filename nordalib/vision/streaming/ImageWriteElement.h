@@ -106,7 +106,9 @@ private:
     std::condition_variable m_cvTransfer;
     std::mutex m_mutTransfer;
     std::vector<char> m_vecTransferBuffer;
-    bool m_bImageReady = false; // guarded by m_mutTransfer
+    bool m_bImageReady = false; // guarded by m_mutTransfer, as are the two below
+    bool m_bClosing = false;    // the element is being destroyed
+    int m_iTransferWaiters = 0;
     std::atomic<bool> m_bTransferRequested{false};
     std::atomic<bool>& m_bSrBusy;
     STREAMING_DATATYPE m_visualSlot;

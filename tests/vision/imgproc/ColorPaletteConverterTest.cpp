@@ -7,6 +7,8 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "tests/support/Messages.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -21,14 +23,7 @@ using Rel = ColorPaletteConverter::Relation;
 
 namespace {
 
-template <typename F> std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const norda::Exception& e) {
-        return e.what();
-    }
-    return "<no exception>";
-}
+using norda::test::messageOf;
 
 // n colours whose entry k can be recognised from the pixel: (k & 255, k >> 8, 7).
 std::vector<uint8_t> indexTable(size_t n) {

@@ -95,16 +95,25 @@ TEST(SuperResolution, FusedImageBeatsBicubicEnlargement) {
         const char* name;
         std::vector<cv::Point2d> shifts;
         double noise;
+        double opticsBlur = 0; // extra blur of the scene before sensing, in fine pixels
     };
     const std::vector<Case> cases = {
         {"quarter-pixel pattern, noise 4", {{0, 0}, {0.5, 0}, {0, 0.5}, {0.5, 0.5}, {0.25, 0.75}}, 4.0},
         {"hand tremor, noise 8", {{0, 0}, {0.62, -0.31}, {-0.47, 0.58}, {1.33, 0.21}, {-0.18, -1.12}}, 8.0},
         {"hand tremor, noise 20", {{0, 0}, {0.37, 0.71}, {-0.83, -0.42}, {0.54, -0.66}, {1.21, 1.47}}, 20.0},
+        // Softer optics than the calculation assumes (it models only the pixel area).
+        {"soft optics, noise 8",
+         {{0, 0}, {0.29, -0.64}, {-0.71, 0.18}, {0.55, 0.93}, {-1.02, -0.47}},
+         8.0,
+         1.2},
     };
     uint64_t seed = 11;
     for (const auto& c : cases) {
         const cv::Mat scene = makeScene({640, 480}, seed++);
-        const auto frames = senseAll(scene, c.shifts, c.noise, seed++);
+        cv::Mat seen = scene;
+        if (c.opticsBlur > 0)
+            cv::GaussianBlur(scene, seen, cv::Size(0, 0), c.opticsBlur);
+        const auto frames = senseAll(seen, c.shifts, c.noise, seed++);
         Rix rix;
         const float quality = rix.calculateSuperResolutionImage(frames);
         ASSERT_GT(quality, 0.0f) << c.name << ": " << rix.getSuperResolutionFailure();

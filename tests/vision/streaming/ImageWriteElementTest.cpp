@@ -399,6 +399,18 @@ TEST_F(ImageWriteTest, CaptureAndTransferHandsTheImageToTheWaitingCaller) {
     EXPECT_FALSE(fs::exists(file("IR" + ImageWriteElement::getFormatedFileNumber(counter) + ".RIX")));
 }
 
+TEST_F(ImageWriteTest, DestroyingTheElementReleasesAWaitingCapture) {
+    auto element = makeElement();
+    auto result =
+        std::async(std::launch::async, [&] { return commands.call("ImageWrite", "CaptureImage", {}); });
+    ASSERT_EQ(result.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout)
+        << "should be waiting";
+    element.reset();
+    const auto bytes = result.get();
+    ASSERT_TRUE(bytes);
+    EXPECT_TRUE(bytes->value<std::vector<char>>().empty());
+}
+
 TEST_F(ImageWriteTest, CaptureTimesOutAfterFifteenSeconds) {
     auto element = makeElement();
     testing::internal::CaptureStdout();
@@ -566,7 +578,7 @@ TEST_F(ImageWriteTest, JpegOverlayRules) {
     cv::Mat_<cv::Vec3b> preview(120, 160);
     cv::RNG(5).fill(preview, cv::RNG::UNIFORM, 0, 256);
 
-    // A fully transparent overlay leaves the scaled preview at 255/256.
+    // A fully transparent overlay leaves the scaled preview at 255/256, in the writer's B, G, R order.
     const auto picture =
         ImageWriteElement::composeJpegImage(preview, cv::Mat_<cv::Vec4b>(240, 320, cv::Vec4b(0, 0, 0, 0)));
     ASSERT_EQ(picture.size(), cv::Size(640, 480));
@@ -575,7 +587,7 @@ TEST_F(ImageWriteTest, JpegOverlayRules) {
     for (int r = 0; r < 480; r += 7)
         for (int c = 0; c < 640; c += 5)
             for (int ch = 0; ch < 3; ++ch) {
-                ASSERT_EQ(picture(r, c)[ch], (scaled.at<cv::Vec3b>(r, c)[ch] * 255) >> 8);
+                ASSERT_EQ(picture(r, c)[ch], (scaled.at<cv::Vec3b>(r, c)[2 - ch] * 255) >> 8);
                 ASSERT_EQ(picture(r, c)[3], 0);
             }
 
@@ -607,4 +619,11 @@ TEST_F(ImageWriteTest, JpegOverlayRules) {
     const auto mark = jpeg.at<cv::Vec3b>(200, 260);
     EXPECT_GT(mark[2], 240);
     EXPECT_LT(mark[0], 15);
+
+    // A red display image is a red picture.
+    proxy.setValue(Id::Images::GuiJpeg, cv::Mat(240, 320, CV_8UC4, cv::Scalar::all(0)), false);
+    element->createJpegImage(cv::Mat_<cv::Vec3b>(120, 160, cv::Vec3b(255, 0, 0)), file("TR000009.JPG"));
+    const cv::Vec3b red = cv::imread(file("TR000009.JPG")).at<cv::Vec3b>(240, 320); // B, G, R
+    EXPECT_GT(red[2], 240);
+    EXPECT_LT(red[0], 15);
 }

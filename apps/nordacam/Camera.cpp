@@ -1,0 +1,558 @@
+#include "apps/nordacam/Camera.h"
+
+#include "apps/nordacam/PlaybackMetadataElement.h"
+#include "apps/nordacam/StoreStampElement.h"
+#include "apps/nordacam/TeeElement.h"
+
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/logging/Logger.h"
+#include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
+// Each element of the chain is wired when this build of the library has it.
+#ifdef NORDACAM_HAVE_CAPTUREELEMENT
+#include "nordalib/vision/streaming/CaptureElement.h"
+#endif
+#ifdef NORDACAM_HAVE_FILEREADERELEMENT
+#include "nordalib/vision/streaming/FileReaderElement.h"
+#endif
+#ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
+#include "nordalib/vision/streaming/PxmRecorderElement.h"
+#endif
+#ifdef NORDACAM_HAVE_COORDINATEVALUEELEMENT
+#include "nordalib/vision/streaming/CoordinateValueElement.h"
+#endif
+#ifdef NORDACAM_HAVE_OFFSETELEMENT
+#include "nordalib/vision/streaming/OffsetElement.h"
+#endif
+#ifdef NORDACAM_HAVE_BADPIXELELEMENT
+#include "nordalib/vision/streaming/BadPixelElement.h"
+#endif
+#ifdef NORDACAM_HAVE_TNRELEMENT
+#include "nordalib/vision/streaming/TnrElement.h"
+#endif
+#ifdef NORDACAM_HAVE_SPRELEMENT
+#include "nordalib/vision/streaming/SprElement.h"
+#endif
+#ifdef NORDACAM_HAVE_SNRELEMENT
+#include "nordalib/vision/streaming/SnrElement.h"
+#endif
+#ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
+#include "nordalib/vision/streaming/RadiometryElement.h"
+#endif
+#ifdef NORDACAM_HAVE_DISTORTIONELEMENT
+#include "nordalib/vision/streaming/DistortionElement.h"
+#endif
+#ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
+#include "nordalib/vision/streaming/MinMaxExtractionElement.h"
+#endif
+#ifdef NORDACAM_HAVE_PALETTEELEMENT
+#include "nordalib/vision/streaming/PaletteElement.h"
+#endif
+#ifdef NORDACAM_HAVE_PALETTES
+#include "nordalib/vision/imgproc/Palettes.h"
+#endif
+#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
+#include "nordalib/vision/streaming/SocketServerElement.h"
+#endif
+#ifdef NORDACAM_HAVE_IMAGEWRITEELEMENT
+#include "nordalib/vision/streaming/ImageWriteElement.h"
+#endif
+#ifdef NORDACAM_HAVE_PXMENCODER
+#include "nordalib/vision/imageio/PxmEncoder.h"
+#endif
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace nordacam {
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using Temp = quantity::Temperature<MarkedFloat>;
+
+namespace {
+
+// The values the display and image-saving elements take from the frame rather than the store.
+const std::vector<std::string>& displayKeys() {
+    static const std::vector<std::string> keys = {Id::Palette::ActivePalette,
+                                                  Id::Palette::Colors,
+                                                  Id::Scaling::Mode,
+                                                  Id::Scaling::Min,
+                                                  Id::Scaling::Max,
+                                                  Id::Scaling::TempMin,
+                                                  Id::Scaling::TempMax,
+                                                  Id::Environment::HumidityModeActive,
+                                                  Id::Alarm::AlarmBottomActive,
+                                                  Id::Alarm::AlarmTopActive,
+                                                  Id::Alarm::AlarmTopColor,
+                                                  Id::Alarm::AlarmBottomColor,
+                                                  Id::Alarm::AlarmBottomValue,
+                                                  Id::Alarm::AlarmTopValue,
+                                                  Id::Isotherme::IsothermeActive,
+                                                  Id::Isotherme::IsothermeColor,
+                                                  Id::Isotherme::IsothermeTopValue,
+                                                  Id::Isotherme::IsothermeBottomValue,
+                                                  Id::ActiveMeasRange::Top,
+                                                  Id::ActiveMeasRange::Bottom,
+                                                  Id::MeasPoints::CenterSpot::MeasPoint};
+    return keys;
+}
+
+// Metadata saved into every image as generic entries.
+[[maybe_unused]] const std::vector<std::string>& savedKeys() {
+    static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
+                                                  Id::Environment::Humidity,
+                                                  Id::Environment::Temperature,
+                                                  Id::Temperatures::Current::TBoardSens50,
+                                                  Id::ActiveLens::Serial,
+                                                  Id::DeviceInfo::Uptime,
+                                                  Id::MeasPoints::HotSpot::MeasPoint,
+                                                  Id::MeasPoints::ColdSpot::MeasPoint,
+                                                  Id::MeasPoints::CenterSpot::MeasPoint,
+                                                  Id::Palette::ActivePalette};
+    return keys;
+}
+
+std::string withSlash(std::string dir) {
+    if (!dir.empty() && dir.back() != '/')
+        dir += '/';
+    return dir;
+}
+
+} // namespace
+
+std::string defaultCalibrationDir() {
+    // The source tree's while developing, the installed copy otherwise.
+    const std::string source = std::string(NORDA_SOURCE_DIR_APP) + "/data/calibration/";
+    if (norda::utils::existsDirectory(source))
+        return source;
+    return NORDACAM_INSTALLED_CALIBRATION;
+}
+
+Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_settings(m_store) {
+    m_options.calibrationDir =
+        withSlash(m_options.calibrationDir.empty() ? defaultCalibrationDir() : m_options.calibrationDir);
+    if (!m_options.outputDir.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(m_options.outputDir, ec);
+        if (!norda::utils::existsDirectory(m_options.outputDir))
+            throw SettingsError("output folder " + m_options.outputDir + " can not be created");
+        // Find out now, not at the first saved image, whether files can be written there.
+        const std::string probe = m_options.outputDir + "/.nordacam-write-test";
+        if (!std::ofstream(probe))
+            throw SettingsError("output folder " + m_options.outputDir + " is not writable");
+        std::filesystem::remove(probe, ec);
+    }
+
+    // Parameters: factory defaults, then the user's file, then the command line.
+    setDefaultParameters(m_store);
+    m_settings.addCheck(Id::Scaling::Mode, [](const Variant& v) {
+        const auto& mode = v.value<std::string>();
+        return mode == Id::Scaling::Auto || mode == Id::Scaling::Manual || mode == Id::Scaling::AutoSpanHint
+                   ? std::string()
+                   : "\"" + mode + "\" is not a scaling mode (Auto, Manual, AutoSpanHint)";
+    });
+    m_settings.addCheck(Id::ActiveMeasRange::Name, [this](const Variant& v) {
+        const auto number = std::to_string(v.value<unsigned char>());
+        return m_store.getValue<DataStorage<std::string>>(Id::MeasRangePool).contains(number)
+                   ? std::string()
+                   : "measurement range " + number + " is not defined";
+    });
+#ifdef NORDACAM_HAVE_PALETTES
+    m_settings.addCheck(Id::Palette::ActivePalette, [](const Variant& v) {
+        const auto& name = v.value<std::string>();
+        std::string names;
+        for (const auto& n : norda::vision::Palettes::names())
+            names += (names.empty() ? "" : ", ") + n;
+        return norda::vision::Palettes::exists(name) ? std::string()
+                                                     : "unknown palette \"" + name + "\" (" + names + ")";
+    });
+#endif
+    if (!m_options.settingsFile.empty()) {
+        if (norda::utils::existsFile(m_options.settingsFile))
+            m_settings.loadFile(m_options.settingsFile);
+        m_settings.setPath(m_options.settingsFile);
+    }
+    for (const auto& assignment : m_options.assignments)
+        m_settings.applyAssignment(assignment);
+    m_store.flush();
+    m_hostCommands = std::make_unique<HostCommands>(m_commands, m_settings);
+
+#ifdef NORDACAM_HAVE_PALETTES
+    // The colour table follows the palette name, as the camera's menu does.
+    auto applyPalette = [this](const std::string& name) {
+        if (norda::vision::Palettes::exists(name))
+            m_store.setValue(Id::Palette::Colors, norda::vision::Palettes::colors(name), true);
+        else
+            norda::logging::Logger::createSharedLogger("NORDACAM", true)
+                ->log(norda::logging::LogLevel::warning, "unknown palette {}", name);
+    };
+    applyPalette(m_store.getValue<std::string>(Id::Palette::ActivePalette));
+    m_paletteSubscription = m_store.subscribeValue<std::string>(Id::Palette::ActivePalette, applyPalette);
+#endif
+
+    if (m_options.inputFile.empty())
+        m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim,
+                                                      sim::makeResponse(m_options.calibrationDir));
+    m_follower = std::make_unique<MeasRangeFollower>(m_store, [this](unsigned char range) {
+        if (m_sim)
+            m_sim->setRange(range);
+    });
+    m_store.flush();
+
+    buildChain();
+    m_pipeline.setCycleObserver([this](const FrameMap& frames, uint64_t cycle) { onCycle(frames, cycle); });
+    if (m_sim && m_options.realTime)
+        m_pipeline.setMinimumCyclePeriod(
+            std::chrono::microseconds(static_cast<long long>(1e6 / m_options.sim.fps)));
+}
+
+Camera::~Camera() {
+    m_mjpegHub.close();
+    m_pxmHub.close();
+    m_pipeline.stop();
+    m_paletteSubscription.reset();
+    m_store.flush();
+}
+
+void Camera::addStage(const std::string& type, std::unique_ptr<StreamingElement> element,
+                      const std::string& role, std::vector<STREAMING_DATATYPE> optional) {
+    m_stages.push_back({type, element->getName(), role, true});
+    m_pipeline.add(std::move(element), std::move(optional));
+}
+
+void Camera::missingStage(const std::string& element, const std::string& role) {
+    m_stages.push_back({element, element, role, false});
+}
+
+bool Camera::has(const std::string& element) const {
+    for (const auto& s : m_stages)
+        if (s.type == element && s.available)
+            return true;
+    return false;
+}
+
+std::vector<std::string> Camera::missing() const {
+    std::vector<std::string> out;
+    for (const auto& s : m_stages)
+        if (!s.available)
+            out.push_back(s.type);
+    return out;
+}
+
+void Camera::buildChain() {
+    [[maybe_unused]] const std::string& calib = m_options.calibrationDir;
+#if defined(NORDACAM_HAVE_RADIOMETRYELEMENT) || defined(NORDACAM_HAVE_DISTORTIONELEMENT)
+    // Interchangeable lenses: per-lens transmission and distortion tables.
+    const auto camType = norda::vision::RadiometricCamTypeB;
+#endif
+
+    // Source.
+    if (m_sim) {
+#ifdef NORDACAM_HAVE_CAPTUREELEMENT
+        addStage(
+            "CaptureElement",
+            std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, [this] { return m_sim->nextFrame(); }),
+            "frame source: simulated detector");
+#else
+        missingStage("CaptureElement", "frame source: simulated detector");
+#endif
+    } else {
+#ifdef NORDACAM_HAVE_FILEREADERELEMENT
+        if (!norda::utils::existsFile(m_options.inputFile))
+            throw SettingsError("input file " + m_options.inputFile + " does not exist");
+        auto recorded = PlaybackMetadataElement::readRecording(m_options.inputFile);
+        if (recorded.empty())
+            throw SettingsError("input file " + m_options.inputFile + " holds no frame");
+        addStage("FileReaderElement", std::make_unique<FileReaderElement>(m_options.inputFile),
+                 "frame source: recording");
+        addStage("PlaybackMetadataElement",
+                 std::make_unique<PlaybackMetadataElement>(m_store, std::move(recorded)),
+                 "recorded metadata of the played frames");
+#else
+        missingStage("FileReaderElement", "frame source: recording");
+#endif
+    }
+
+    // Taps on the raw frames, before the offset element takes their metadata.
+#ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
+    // The recorder takes a copy in the otherwise unused slot 1 (see TeeElement).
+    const auto recordSlot = static_cast<STREAMING_DATATYPE>(1);
+    addStage("TeeElement", std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"),
+             "raw frame copy");
+    addStage("PxmRecorderElement",
+             std::make_unique<PxmRecorderElement>(
+                 recordSlot, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
+                 [this](unsigned long long remaining) { m_recordRemaining = remaining; }),
+             "raw recording");
+#else
+    missingStage("PxmRecorderElement", "raw recording");
+#endif
+#ifdef NORDACAM_HAVE_COORDINATEVALUEELEMENT
+    {
+        auto element = std::make_unique<CoordinateValueElement>();
+        auto* raw = element.get();
+        m_rawLookup = [raw](unsigned short x, unsigned short y) { return raw->valuefromCoordinate(x, y); };
+        addStage("CoordinateValueElement", std::move(element), "raw value lookup");
+    }
+#else
+    missingStage("CoordinateValueElement", "raw value lookup");
+#endif
+
+    // Sensor correction.
+#ifdef NORDACAM_HAVE_OFFSETELEMENT
+    addStage("OffsetElement", std::make_unique<OffsetElement>(&m_store, calib, nullptr), "offset correction");
+#else
+    missingStage("OffsetElement", "offset correction");
+#endif
+#ifdef NORDACAM_HAVE_BADPIXELELEMENT
+    addStage("BadPixelElement",
+             std::make_unique<BadPixelElement>(&m_store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED),
+             "bad-pixel replacement");
+#else
+    missingStage("BadPixelElement", "bad-pixel replacement");
+#endif
+#ifdef NORDACAM_HAVE_TNRELEMENT
+    addStage("TnrElement", std::make_unique<TnrElement>(&m_store), "temporal noise reduction");
+#else
+    missingStage("TnrElement", "temporal noise reduction");
+#endif
+#ifdef NORDACAM_HAVE_SPRELEMENT
+    addStage("SprElement", std::make_unique<SprElement>(&m_store), "static pattern removal");
+#else
+    missingStage("SprElement", "static pattern removal");
+#endif
+#ifdef NORDACAM_HAVE_SNRELEMENT
+    addStage("SnrElement", std::make_unique<SnrElement>(&m_store), "spatial noise removal");
+#else
+    missingStage("SnrElement", "spatial noise removal");
+#endif
+#ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
+    addStage("RadiometryElement", std::make_unique<RadiometryElement>(&m_store, calib, camType),
+             "radiometry");
+#else
+    missingStage("RadiometryElement", "radiometry");
+#endif
+#ifdef NORDACAM_HAVE_DISTORTIONELEMENT
+    addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),
+             "lens distortion");
+#else
+    missingStage("DistortionElement", "lens distortion");
+#endif
+
+    // Measurement and display.
+#ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
+    addStage("MinMaxExtractionElement",
+             std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
+             "measurement, range automatics, scaling");
+#else
+    missingStage("MinMaxExtractionElement", "measurement, range automatics, scaling");
+#endif
+    addStage("StoreStampElement",
+             std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
+                                                 "DisplaySettings"),
+             "display settings into the frame");
+#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
+    // The radiometric stream sends the frame before the palette moves its metadata on.
+    if (m_options.streams)
+        addStage("SocketServerElement",
+                 std::make_unique<SocketServerElement>(
+                     STREAMING_DATATYPE_RAD_CONST, [this](Frame& f, unsigned long long, bool) { sendPxm(f); },
+                     m_commands, kPxmStreamName, 0),
+                 "radiometric stream");
+#endif
+#ifdef NORDACAM_HAVE_PALETTEELEMENT
+    addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
+#else
+    missingStage("PaletteElement", "palette");
+#endif
+
+    // Sinks.
+#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
+    if (m_options.streams) {
+        addStage("SocketServerElement",
+                 std::make_unique<SocketServerElement>(
+                     STREAMING_DATATYPE_RGB, [this](Frame& f, unsigned long long, bool) { sendJpeg(f); },
+                     m_commands, kMjpegStreamName, 0),
+                 "display stream");
+        // A stream runs while someone watches it.
+        auto demand = [this](const std::string& callable) {
+            return [this, callable](bool on) {
+                try {
+                    if (on)
+                        m_commands.call(callable, "Start", cmd::ParameterPack{makeVariant(0u)});
+                    else
+                        m_commands.call(callable, "Stop", cmd::ParameterPack{});
+                } catch (const std::exception& e) {
+                    norda::logging::Logger::createSharedLogger("NORDACAM", true)
+                        ->log(norda::logging::LogLevel::error, "stream {}: {}", callable, e.what());
+                }
+            };
+        };
+        m_mjpegHub.setDemandCallback(demand(kMjpegStreamName));
+        m_pxmHub.setDemandCallback(demand(kPxmStreamName));
+    }
+#else
+    if (m_options.streams)
+        missingStage("SocketServerElement", "display and radiometric streams");
+#endif
+#ifdef NORDACAM_HAVE_IMAGEWRITEELEMENT
+    {
+        std::string folder = withSlash(m_options.outputDir.empty() ? std::string("./") : m_options.outputDir);
+        folder.pop_back();
+        addStage("ImageWriteElement",
+                 std::make_unique<ImageWriteElement>(
+                     folder, &m_store, &m_commands, savedKeys(), [](DataStorage<std::string>) {}, 0, m_srFlag,
+                     STREAMING_DATATYPE_YUV422),
+                 "image saving", {STREAMING_DATATYPE_YUV422});
+    }
+#else
+    missingStage("ImageWriteElement", "image saving");
+#endif
+}
+
+void Camera::start(uint64_t cycles) {
+    m_pipeline.startThread(cycles);
+}
+
+void Camera::stop() {
+    m_pipeline.stop();
+}
+
+void Camera::runCycle() {
+    m_pipeline.runCycle();
+}
+
+void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
+    const auto now = std::chrono::steady_clock::now();
+    if (m_lastCycleTime.time_since_epoch().count() != 0) {
+        const double dt = std::chrono::duration<double>(now - m_lastCycleTime).count();
+        if (dt > 0)
+            m_fps = m_fps == 0.0 ? 1.0 / dt : 0.9 * m_fps + 0.1 / dt;
+    }
+    m_lastCycleTime = now;
+
+    auto find = [&](STREAMING_DATATYPE slot) -> const Frame* {
+        auto it = frames.find(slot);
+        return it != frames.end() && it->second ? it->second.get() : nullptr;
+    };
+    const Frame* rad = find(STREAMING_DATATYPE_RAD_CONST);
+    if (!rad)
+        rad = find(STREAMING_DATATYPE_RAD);
+    const Frame* rgb = find(STREAMING_DATATYPE_RGB);
+
+    std::lock_guard<std::mutex> lock(m_snapshotMutex);
+    m_snapshot.cycle = cycle;
+    m_snapshot.fps = m_fps;
+    if (rad && !rad->getFrameData().empty()) {
+        m_snapshot.rad = rad->getFrameData().clone();
+        // The palette moves the metadata on to the display image.
+        m_snapshot.meta = rgb && rad->getMetaData().size() == 0 ? rgb->getMetaData() : rad->getMetaData();
+        auto counter = m_snapshot.meta.getVariant("FrameCnt");
+        if (counter && counter->holds<unsigned long long>())
+            m_snapshot.frame = counter->value<unsigned long long>();
+        if (m_sim)
+            m_snapshot.truth = m_sim->truth();
+    }
+    if (rgb && !rgb->getFrameData().empty())
+        m_snapshot.rgb = rgb->getFrameData().clone();
+}
+
+Camera::Snapshot Camera::snapshot() const {
+    std::lock_guard<std::mutex> lock(m_snapshotMutex);
+    return m_snapshot;
+}
+
+float Camera::temperatureAt(int x, int y) const {
+    std::lock_guard<std::mutex> lock(m_snapshotMutex);
+    const cv::Mat& rad = m_snapshot.rad;
+    if (rad.empty())
+        throw NotAvailable("a radiometric frame");
+    if (x < 0 || y < 0 || x >= rad.cols || y >= rad.rows)
+        throw std::out_of_range("position " + std::to_string(x) + "," + std::to_string(y) +
+                                " is outside the " + std::to_string(rad.cols) + "x" +
+                                std::to_string(rad.rows) + " image");
+    return norda::vision::RadiometricTools::getFloat(rad.at<uint16_t>(y, x));
+}
+
+unsigned short Camera::rawAt(int x, int y) const {
+    if (!m_rawLookup)
+        throw NotAvailable("the raw value lookup (CoordinateValueElement)");
+    return m_rawLookup(static_cast<unsigned short>(std::max(0, x)),
+                       static_cast<unsigned short>(std::max(0, y)));
+}
+
+void Camera::sendJpeg(Frame& frame) {
+    const cv::Mat& rgb = frame.getFrameData();
+    if (rgb.empty())
+        return;
+    cv::Mat bgr;
+    cv::cvtColor(rgb, bgr, cv::COLOR_RGB2BGR);
+    std::vector<uchar> jpeg;
+    cv::imencode(".jpg", bgr, jpeg, {cv::IMWRITE_JPEG_QUALITY, 85});
+    m_mjpegHub.publish(std::make_shared<const std::string>(jpeg.begin(), jpeg.end()));
+}
+
+void Camera::sendPxm([[maybe_unused]] Frame& frame) {
+#ifdef NORDACAM_HAVE_PXMENCODER
+    norda::vision::PxmEncoder encoder;
+    auto encoded = encoder.encode(frame.getFrameData(), &frame.getMetaData());
+    auto data = std::make_shared<std::string>(*encoded.header);
+    data->append(reinterpret_cast<const char*>(encoded.payload), encoded.payloadSize);
+    m_pxmHub.publish(std::move(data));
+#endif
+}
+
+std::string Camera::saveImage(std::chrono::milliseconds timeout) {
+    if (!has("ImageWriteElement"))
+        throw NotAvailable("saving images (ImageWriteElement)");
+    const unsigned int before = m_store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
+    m_commands.call(kImageWriteCallable, "TriggerImageSave", cmd::ParameterPack{makeVariant(false)});
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const auto name = m_store.getValue<std::string>(Id::Miscellaneous::LastImageFileName);
+        if (!name.empty() && m_store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter) != before)
+            return name;
+        if (!m_pipeline.isRunning())
+            m_pipeline.runCycle();
+        else
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    throw std::runtime_error("the image was not saved within " + std::to_string(timeout.count()) + " ms");
+}
+
+std::vector<char> Camera::captureImage() {
+    if (!has("ImageWriteElement"))
+        throw NotAvailable("capturing images (ImageWriteElement)");
+    auto result = m_commands.call(kImageWriteCallable, "CaptureImage", cmd::ParameterPack{});
+    if (!result)
+        return {};
+    return result->value<std::vector<char>>();
+}
+
+void Camera::startRecording(const std::string& fileName, unsigned long long frames) {
+    if (!has("PxmRecorderElement"))
+        throw NotAvailable("raw recording (PxmRecorderElement)");
+    m_commands.call(kRecorderName, "Start",
+                    cmd::ParameterPack{makeVariant(fileName),
+                                       makeVariant(static_cast<unsigned long long>(frames)),
+                                       makeVariant(static_cast<unsigned short>(0)), makeVariant(false)});
+    m_recording = true;
+    m_recordRemaining = frames;
+}
+
+void Camera::stopRecording() {
+    if (!has("PxmRecorderElement"))
+        throw NotAvailable("raw recording (PxmRecorderElement)");
+    m_commands.call(kRecorderName, "Stop", cmd::ParameterPack{});
+}
+
+} // namespace nordacam

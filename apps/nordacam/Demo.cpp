@@ -1,0 +1,311 @@
+#include "apps/nordacam/Demo.h"
+
+#include "apps/nordacam/Measure.h"
+
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/utils/FileUtils.h"
+
+#ifdef NORDACAM_HAVE_IMAGEIO
+#include "nordalib/vision/imageio/ImageIO.h"
+#endif
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <set>
+#include <thread>
+#include <unistd.h>
+
+namespace nordacam {
+
+using namespace norda::exp;
+using Temp = quantity::Temperature<MarkedFloat>;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string bar(double fraction, int width) {
+    const int full = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * width);
+    return "[" + std::string(full, '#') + std::string(width - full, '.') + "]";
+}
+
+std::string temp(const SpotReading& s) {
+    if (!s.valid)
+        return "--";
+    return fmt::format("{:.1f}°C{}", s.celsius,
+                       s.mark == 0   ? ""
+                       : s.mark == 5 ? "↑"
+                       : s.mark == 3 ? "↓"
+                                     : "~");
+}
+
+std::map<std::string, fs::file_time_type> listFiles(const std::string& dir) {
+    std::map<std::string, fs::file_time_type> files;
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(dir, ec))
+        if (entry.is_regular_file())
+            files[entry.path().filename().string()] = entry.last_write_time();
+    return files;
+}
+
+// "20261121-103141": recordings of different runs do not overwrite each other.
+std::string fileStamp() {
+    const std::time_t now = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&now, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%Y%m%d-%H%M%S", &tm);
+    return buf;
+}
+
+std::atomic<bool> g_interrupted{false};
+void onInterrupt(int) {
+    g_interrupted = true;
+}
+
+struct Accuracy {
+    struct Sums {
+        double sum = 0, worst = 0;
+        int n = 0;
+        float lastTrue = 0, lastMeasured = 0;
+        void add(float measured, float truth) {
+            const double e = measured - truth;
+            sum += e;
+            worst = std::max(worst, std::abs(e));
+            ++n;
+            lastTrue = truth;
+            lastMeasured = measured;
+        }
+        double mean() const { return n ? sum / n : 0.0; }
+    };
+    std::map<std::string, Sums> objects;
+    Sums hotSpot, centreSpot;
+    unsigned long long lastFrame = ~0ull;
+};
+
+} // namespace
+
+int runLive(const RunOptions& options, std::ostream& out) {
+    Camera camera(options.camera);
+    const bool simulated = camera.simulator() != nullptr;
+    out << "nordacam: " << (simulated ? "simulated 640x480 camera" : "recording " + options.camera.inputFile)
+        << ", " << options.frames << " frames, output folder " << options.camera.outputDir << "\n";
+    if (simulated)
+        out << "  detector response: " << camera.simulator()->response().describe() << "\n";
+    out << "  chain:";
+    for (const auto& s : camera.stages())
+        if (s.available)
+            out << " " << s.element;
+    out << "\n";
+    const auto missing = camera.missing();
+    if (!missing.empty()) {
+        out << "  not available in this build:";
+        for (const auto& m : missing)
+            out << " " << m;
+        out << "\n";
+    }
+
+    const auto before = listFiles(options.camera.outputDir);
+    const std::string recording = options.camera.outputDir + "/RAW" + fileStamp() + ".pxm";
+    bool recordingStarted = false;
+    if (options.record && camera.has("PxmRecorderElement")) {
+        camera.startRecording(recording, options.recordFrames);
+        recordingStarted = true;
+    }
+    std::set<uint64_t> saveAt;
+    for (unsigned i = 1; i <= options.saves; ++i)
+        saveAt.insert(options.frames * i / (options.saves + 1));
+    std::vector<std::string> saveErrors;
+
+    // Ctrl-C ends the run early but cleanly: the recording is closed and the summary printed.
+    g_interrupted = false;
+    auto previousInt = std::signal(SIGINT, onInterrupt);
+    auto previousTerm = std::signal(SIGTERM, onInterrupt);
+    camera.start(options.frames);
+    const bool tty = ::isatty(STDOUT_FILENO) && &out == &std::cout;
+    Accuracy accuracy;
+    auto lastPrint = std::chrono::steady_clock::now() - std::chrono::seconds(10);
+    std::string lastLine;
+    while (true) {
+        const bool running = camera.pipeline().isRunning();
+        const auto snap = camera.snapshot();
+        const uint64_t cycle = camera.pipeline().cycles();
+
+        // Scheduled saves.
+        while (!saveAt.empty() && cycle >= *saveAt.begin()) {
+            saveAt.erase(saveAt.begin());
+            if (camera.has("ImageWriteElement")) {
+                try {
+                    camera.commands().call(kImageWriteCallable, "TriggerImageSave",
+                                           cmd::ParameterPack{makeVariant(false)});
+                } catch (const std::exception& e) {
+                    saveErrors.push_back(e.what());
+                }
+            }
+        }
+
+        // Accuracy once warm, one sample per radiometric frame seen.
+        if (!snap.rad.empty() && snap.truth && snap.frame != accuracy.lastFrame && warm(snap) &&
+            snap.truth->shutterState == Id::Shutter::StateIdle) {
+            accuracy.lastFrame = snap.frame;
+            for (const auto& o : measureObjects(snap))
+                accuracy.objects[o.name].add(o.measuredC, o.trueC);
+            for (const auto& s : readSpots(camera.store()))
+                if (s.name == "hot" && s.valid)
+                    accuracy.hotSpot.add(s.celsius, snap.truth->hotC);
+                else if (s.name == "centre" && s.valid)
+                    accuracy.centreSpot.add(s.celsius, snap.truth->centreC);
+        }
+
+        const auto now = std::chrono::steady_clock::now();
+        if (options.status && (now - lastPrint > std::chrono::milliseconds(tty ? 150 : 2000) || !running)) {
+            lastPrint = now;
+            auto spots = readSpots(camera.store());
+            if (snap.rad.empty()) // nothing measured yet: the store holds only its defaults
+                for (auto& s : spots)
+                    s.valid = false;
+            const auto range = camera.store().getValue<unsigned char>(Id::ActiveMeasRange::Name);
+            const auto bottom = camera.store().getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius();
+            const auto top = camera.store().getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius();
+            const bool warmingUp = camera.store().getValue<bool>(Id::Streaming::WarmUp);
+            std::string line = fmt::format(
+                "{} {:3.0f}% {:5}/{} {:4.1f} fps | hot {} cold {} centre {} | range {} ({:.0f}..{:.0f}°C) | "
+                "{} | {}",
+                bar(static_cast<double>(cycle) / options.frames, 20), 100.0 * cycle / options.frames, cycle,
+                options.frames, snap.fps, temp(spots[0]), temp(spots[1]), temp(spots[2]),
+                static_cast<int>(range), bottom, top, warmingUp ? "warm-up" : "warm",
+                camera.store().getValue<std::string>(Id::Shutter::State));
+            if (camera.recording())
+                line += fmt::format(" | REC {}", camera.recordingRemaining());
+            if (tty)
+                out << "\r" << line << "\033[K" << std::flush;
+            else if (line != lastLine)
+                out << line << "\n";
+            lastLine = line;
+        }
+        if (!running)
+            break;
+        if (g_interrupted.load()) {
+            camera.stop();
+            continue; // one more round prints the final status
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    std::signal(SIGINT, previousInt);
+    std::signal(SIGTERM, previousTerm);
+    if (tty)
+        out << "\n";
+    camera.pipeline().join();
+    if (recordingStarted && camera.recording())
+        camera.stopRecording(), camera.runCycle(); // the next cycle closes the file
+
+    // Summary.
+    const auto stats = camera.pipeline().statistics();
+    out << "\nPipeline: " << stats.cycles << " cycles, " << fmt::format("{:.1f}", stats.meanCycleMs)
+        << " ms a cycle on average, worst " << fmt::format("{:.1f}", stats.worstCycleMs) << " ms\n";
+    for (const auto& e : stats.elements)
+        out << fmt::format(
+            "  {:<26} {:>6} runs {:>5} skipped {:>4} failed  mean {:6.2f} ms  worst {:6.2f} ms{}\n", e.name,
+            e.calls, e.skipped, e.failures, e.meanMs, e.worstMs,
+            e.lastError.empty() ? "" : "  last error: " + e.lastError);
+
+    int code = 0;
+    if (simulated) {
+        out << "\nMeasured against the true scene (after warm-up, shutter open):\n";
+        if (accuracy.objects.empty() && accuracy.hotSpot.n == 0) {
+            out << "  no radiometric frame after warm-up";
+            if (!missing.empty())
+                out << " (the chain is incomplete in this build)";
+            out << "\n";
+        }
+        for (const auto& [name, s] : accuracy.objects)
+            out << fmt::format(
+                "  {:<12} true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K "
+                "({} frames)\n",
+                name, s.lastTrue, s.lastMeasured, s.mean(), s.worst, s.n);
+        if (accuracy.centreSpot.n > 0) {
+            const auto& c = accuracy.centreSpot;
+            out << fmt::format(
+                "  centre spot  true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K\n",
+                c.lastTrue, c.lastMeasured, c.mean(), c.worst);
+        }
+        if (accuracy.hotSpot.n > 0) {
+            const auto& h = accuracy.hotSpot;
+            const bool ok = std::abs(h.mean()) <= 0.5;
+            out << fmt::format(
+                "  hot spot     true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K"
+                "  -> {} (tolerance 0.5 K)\n",
+                h.lastTrue, h.lastMeasured, h.mean(), h.worst, ok ? "within" : "OUTSIDE");
+            if (!ok)
+                code = 4;
+        }
+    }
+    if (!camera.snapshot().rad.empty()) {
+        out << "\nLast measurement:";
+        for (const auto& s : readSpots(camera.store()))
+            out << "  " << s.name << " " << temp(s) << (s.valid ? fmt::format(" at ({}, {})", s.x, s.y) : "");
+        out << "\n";
+    }
+    for (const auto& e : saveErrors)
+        out << "  image save failed: " << e << "\n";
+
+    const auto after = listFiles(options.camera.outputDir);
+    out << "\nFiles written to " << options.camera.outputDir << ":\n";
+    int written = 0;
+    for (const auto& [name, time] : after) {
+        auto it = before.find(name);
+        if (it != before.end() && it->second == time)
+            continue;
+        std::error_code ec;
+        const auto size = fs::file_size(fs::path(options.camera.outputDir) / name, ec);
+        out << fmt::format("  {:<24} {:>10} bytes\n", name, ec ? 0 : size);
+        ++written;
+    }
+    if (written == 0)
+        out << "  none\n";
+    return code;
+}
+
+int simulateRecording([[maybe_unused]] const CameraOptions& options, [[maybe_unused]] const std::string& file,
+                      [[maybe_unused]] uint64_t frames, [[maybe_unused]] std::ostream& out) {
+#ifdef NORDACAM_HAVE_IMAGEIO
+    DataProxy<std::string> store;
+    setDefaultParameters(store);
+    Settings settings(store);
+    if (!options.settingsFile.empty() && norda::utils::existsFile(options.settingsFile))
+        settings.loadFile(options.settingsFile);
+    for (const auto& a : options.assignments)
+        settings.applyAssignment(a);
+    sim::SceneSimulator simulator(store, options.sim,
+                                  sim::makeResponse(options.calibrationDir.empty()
+                                                        ? defaultCalibrationDir()
+                                                        : options.calibrationDir + "/"));
+    MeasRangeFollower follower(store, [&](unsigned char r) { simulator.setRange(r); });
+    norda::vision::ImageIO writer(8);
+    writer.open(file);
+    for (uint64_t i = 0; i < frames; ++i) {
+        auto frame = simulator.nextFrame();
+        writer.setMetaData(std::make_shared<DataStorage<std::string>>(frame->releaseMetaData()));
+        writer.write(frame->getFrameData(), "");
+        // Without an offset element the shutter closes by frame count; the offset element of a
+        // later playback writes "Opening" after its four frames itself.
+    }
+    writer.close();
+    out << "nordacam: wrote " << frames << " raw frames (" << options.sim.width << "x" << options.sim.height
+        << ", 16 bit, with metadata) to " << file << "\n";
+    return 0;
+#else
+    throw NotAvailable("writing PXM recordings (ImageIO)");
+#endif
+}
+
+} // namespace nordacam

@@ -1,0 +1,72 @@
+#pragma once
+// The live chain behind an HTTP server.
+//
+//   /              the live viewer: image with hot, cold and centre spot, live temperatures,
+//                  palette and scaling controls, save and record buttons, click for temperature
+//   /stream.mjpg   the display image as Motion JPEG (multipart/x-mixed-replace)
+//   /stream.pxm    the radiometric frames as a multipart stream of PXM frames with metadata
+//   /snapshot.jpg  the newest display image
+//   /api/status, /api/measurements, /api/temperature?x=&y=, /api/palettes
+//   /api/settings (GET all user settings, POST a JSON object), /api/settings/<key> (GET, PUT)
+//   /api/commands (GET), /api/commands/<callable>/<command> (POST a JSON array of arguments)
+//   /api/save (POST), /api/capture (GET: the "CaptureImage" bytes as a download)
+//   /api/record/start (POST {"file": "...pxm", "frames": N}), /api/record/stop (POST)
+//   /api/files (GET), /files/<name> (GET: a file of the output folder)
+//
+// Streams run on the element's commands while someone watches; each client gets the newest frame
+// and skips what it cannot take, so a slow client never slows the pipeline. Errors are JSON
+// {"error": "..."} with a 4xx status (503 for what this build does not have). File names taken
+// from requests are plain names inside the output folder.
+
+#include "apps/nordacam/Camera.h"
+
+#include <atomic>
+#include <memory>
+#include <ostream>
+#include <string>
+
+namespace httplib {
+class Server;
+}
+
+namespace nordacam {
+
+class WebServer {
+public:
+    explicit WebServer(Camera& camera);
+    ~WebServer();
+    WebServer(const WebServer&) = delete;
+    WebServer& operator=(const WebServer&) = delete;
+
+    // Binds (port 0: any free port) and returns the port; throws std::runtime_error when the
+    // address or port cannot be used.
+    int bind(const std::string& host, int port);
+    // Serves until stop(); blocking.
+    void run();
+    void stop();
+    int port() const { return m_port; }
+
+    // A plain file name ([A-Za-z0-9._-], no leading dot) inside `folder`; throws otherwise.
+    static std::string fileInFolder(const std::string& folder, const std::string& name);
+
+private:
+    void routes();
+
+    Camera& m_camera;
+    std::unique_ptr<httplib::Server> m_server;
+    std::atomic<bool> m_stopping{false};
+    std::atomic<int> m_streams{0};
+    int m_port = 0;
+};
+
+struct ServeOptions {
+    CameraOptions camera;
+    std::string bind = "127.0.0.1";
+    int port = 8080;
+    double seconds = 0.0; // 0: until interrupted
+};
+
+// Runs the chain and the server; returns the process exit code.
+int serve(const ServeOptions& options, std::ostream& out);
+
+} // namespace nordacam

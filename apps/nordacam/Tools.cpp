@@ -1,0 +1,203 @@
+#include "apps/nordacam/Tools.h"
+
+#include "apps/nordacam/Camera.h"
+#include "apps/nordacam/Settings.h"
+
+#include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
+#ifdef NORDACAM_HAVE_RIX
+#include "nordalib/vision/rix/Rix.h"
+#endif
+#ifdef NORDACAM_HAVE_DISTORTIONTABLE
+#include "nordalib/vision/imgproc/DistortionTable.h"
+#endif
+#ifdef NORDACAM_HAVE_BADPIXELMAP
+#include "nordalib/vision/imgproc/BadPixelMap.h"
+#endif
+
+#include "apps/nordacam/sim/SceneSimulator.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+
+#include <fmt/format.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+namespace nordacam {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[maybe_unused]] std::string utcTime(unsigned long long ms) {
+    const std::time_t s = static_cast<std::time_t>(ms / 1000);
+    std::tm tm{};
+    gmtime_r(&s, &tm);
+    char buf[64];
+    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
+    return fmt::format("{}.{:03} UTC", buf, ms % 1000);
+}
+
+[[maybe_unused]] void requireFile(const std::string& file) {
+    if (!norda::utils::existsFile(file))
+        throw SettingsError("no such file: " + file);
+}
+
+} // namespace
+
+#ifdef NORDACAM_HAVE_RIX
+namespace {
+norda::vision::Rix loadRix(const std::string& file) {
+    requireFile(file);
+    norda::vision::Rix rix;
+    rix.load(file);
+    return rix;
+}
+} // namespace
+#endif
+
+int rixInfo([[maybe_unused]] const std::string& file, [[maybe_unused]] std::ostream& out) {
+#ifdef NORDACAM_HAVE_RIX
+    using norda::vision::RadiometricTools;
+    const auto rix = loadRix(file);
+    const auto& rad = rix.getRadiometricImage();
+    std::error_code ec;
+    out << file << "\n";
+    out << fmt::format("  file size        {} bytes, format version {}{}\n", fs::file_size(file, ec),
+                       rix.getFileVersion().toString(),
+                       rix.isSuperResolutionFile() ? ", super-resolution" : "");
+    out << "  taken            " << utcTime(rix.getFileDateTime()) << "\n";
+    out << "  UUID             " << rix.getFileUuidString() << "\n";
+    out << fmt::format("  radiometric      {} x {}, 16 bit (0.01 K per count)\n", rad.cols, rad.rows);
+    const auto& mm = rix.getMinMax();
+    out << fmt::format("  minimum          {:.2f} °C at ({}, {})\n", RadiometricTools::getFloat(mm.min),
+                       mm.minPosition.x, mm.minPosition.y);
+    out << fmt::format("  maximum          {:.2f} °C at ({}, {})\n", RadiometricTools::getFloat(mm.max),
+                       mm.maxPosition.x, mm.maxPosition.y);
+    if (!rad.empty())
+        out << fmt::format("  centre           {:.2f} °C at ({}, {})\n",
+                           RadiometricTools::getFloat(rad(rad.rows / 2, rad.cols / 2)), rad.cols / 2,
+                           rad.rows / 2);
+    out << fmt::format("  scaling          {:.2f} .. {:.2f} °C\n", rix.getScalingMin().celsius(),
+                       rix.getScalingMax().celsius());
+    out << fmt::format("  emissivity       {:.3f}, reflected {:.2f} °C\n", rix.getEmissivityOriginal(),
+                       rix.getReflectedTempOriginal().celsius());
+    out << "  contents        ";
+    out << " radiometric image";
+    if (!rix.getPreviewImageRgb().empty())
+        out << fmt::format(", preview {}x{}", rix.getPreviewImageRgb().cols, rix.getPreviewImageRgb().rows);
+    if (!rix.getVisualImageYuv2().empty())
+        out << fmt::format(", visual {}x{}", rix.getVisualImageYuv2().cols, rix.getVisualImageYuv2().rows);
+    if (!rix.getSrFrames().empty())
+        out << fmt::format(", {} super-resolution frames", rix.getSrFrames().size());
+    if (!rix.getSuperResolutionImage().empty())
+        out << ", super-resolution image";
+    out << "\n  settings (" << rix.getGenerics().size() << ")\n";
+    for (const auto& [key, value] : rix.getGenerics())
+        out << "    " << key << " = " << (value ? toJson(*value).dump() : std::string("null")) << "\n";
+    return 0;
+#else
+    throw NotAvailable("reading saved images (Rix)");
+#endif
+}
+
+int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportFormat format,
+              [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
+#ifdef NORDACAM_HAVE_RIX
+    using norda::vision::RadiometricTools;
+    const auto rix = loadRix(file);
+    const auto& rad = rix.getRadiometricImage();
+    if (rad.empty())
+        throw SettingsError(file + " holds no radiometric image");
+    if (format == ExportFormat::Csv) {
+        const std::string tmp = outFile + ".tmp";
+        {
+            std::ofstream o(tmp);
+            if (!o)
+                throw SettingsError("can not write " + outFile);
+            for (int y = 0; y < rad.rows; ++y) {
+                for (int x = 0; x < rad.cols; ++x)
+                    o << (x ? ";" : "") << fmt::format("{:.2f}", RadiometricTools::getFloat(rad(y, x)));
+                o << "\n";
+            }
+            if (!o)
+                throw SettingsError("writing " + outFile + " failed");
+        }
+        fs::rename(tmp, outFile);
+        out << fmt::format("wrote {} x {} temperatures (°C, ';'-separated) to {}\n", rad.cols, rad.rows,
+                           outFile);
+        return 0;
+    }
+    if (!cv::imwrite(outFile, rad))
+        throw SettingsError("can not write " + outFile);
+    out << fmt::format("wrote the {} x {} radiometric image (16 bit, 0.01 K per count) to {}\n", rad.cols,
+                       rad.rows, outFile);
+    const auto stem = fs::path(outFile).replace_extension().string();
+    if (!rix.getPreviewImageRgb().empty()) {
+        cv::Mat bgr;
+        cv::cvtColor(rix.getPreviewImageRgb(), bgr, cv::COLOR_RGB2BGR);
+        if (cv::imwrite(stem + "-preview.png", bgr))
+            out << "wrote the preview image to " << stem << "-preview.png\n";
+    }
+    if (!rix.getVisualImageYuv2().empty()) {
+        cv::Mat bgr;
+        cv::cvtColor(rix.getVisualImageYuv2(), bgr, cv::COLOR_YUV2BGR_UYVY);
+        if (cv::imwrite(stem + "-visual.png", bgr))
+            out << "wrote the visual image to " << stem << "-visual.png\n";
+    }
+    return 0;
+#else
+    throw NotAvailable("reading saved images (Rix)");
+#endif
+}
+
+int calibDistortion([[maybe_unused]] const DistortionParameters& p,
+                    [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
+#ifdef NORDACAM_HAVE_DISTORTIONTABLE
+    if (p.fx <= 0 || p.fy <= 0)
+        throw SettingsError("the focal lengths must be positive");
+    const cv::Mat camera = (cv::Mat_<double>(3, 3) << p.fx, 0, p.cx, 0, p.fy, p.cy, 0, 0, 1);
+    const cv::Mat coefficients = (cv::Mat_<double>(1, 5) << p.k1, p.k2, p.p1, p.p2, p.k3);
+    const auto table =
+        norda::vision::DistortionTable::fromCameraModel(camera, coefficients, cv::Size(p.width, p.height));
+    const auto parent = fs::path(outFile).parent_path();
+    if (!parent.empty())
+        fs::create_directories(parent);
+    table.save(outFile);
+    out << fmt::format(
+        "wrote the {} x {} distortion table (fx {} fy {} cx {} cy {}, k1 {} k2 {} p1 {} p2 {} k3 {}) "
+        "to {}\n",
+        p.width, p.height, p.fx, p.fy, p.cx, p.cy, p.k1, p.k2, p.p1, p.p2, p.k3, outFile);
+    return 0;
+#else
+    throw NotAvailable("building distortion tables (DistortionTable)");
+#endif
+}
+
+int calibBadPixel([[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
+#ifdef NORDACAM_HAVE_BADPIXELMAP
+    norda::exp::DataProxy<std::string> store;
+    norda::exp::setDefaultParameters(store);
+    const sim::SimulatorConfig config;
+    sim::SceneSimulator detector(store, config, std::make_shared<sim::PlanckResponse>());
+    norda::vision::BadPixelList list;
+    for (const auto& p : detector.deadPixels())
+        list.push_back(
+            {static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
+    for (const auto& p : detector.stuckPixels())
+        list.push_back(
+            {static_cast<uint16_t>(p.x), static_cast<uint16_t>(p.y), norda::vision::BadPixelOrigin::Factory});
+    norda::vision::BadPixelMap::write(outFile, list, cv::Size(config.width, config.height));
+    out << "wrote " << list.size() << " factory bad pixels of the " << config.width << "x" << config.height
+        << " detector to " << outFile << "\n";
+    return 0;
+#else
+    throw NotAvailable("writing bad-pixel files (BadPixelMap)");
+#endif
+}
+
+} // namespace nordacam

@@ -1,0 +1,30 @@
+#pragma once
+// The file tools of nordacam: saved images (rix info / rix export) and calibration files.
+
+#include <ostream>
+#include <string>
+
+namespace nordacam {
+
+// Size, date, UUID, settings, min/max/centre temperatures and contents of a saved image.
+int rixInfo(const std::string& file, std::ostream& out);
+
+enum class ExportFormat { Csv, Png, Tiff };
+// The temperatures of a saved image: CSV in °C (one row per image row), or the radiometric image
+// as 16-bit PNG/TIFF (pixel = 0.01 K from absolute zero); for PNG and TIFF the preview and the
+// visual image are written beside it (<name>-preview.png, <name>-visual.png) when present.
+int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out);
+
+struct DistortionParameters {
+    double fx = 560.0, fy = 560.0, cx = 319.5, cy = 239.5;
+    double k1 = -0.18, k2 = 0.06, p1 = 0.0, p2 = 0.0, k3 = 0.0;
+    int width = 640, height = 480;
+};
+// Writes the distortion table of a lens (camera matrix and distortion coefficients) as distort.pxm.
+int calibDistortion(const DistortionParameters& parameters, const std::string& outFile, std::ostream& out);
+
+// Writes the factory bad-pixel list of the simulated detector (its dead and stuck pixels) as
+// badpixel.pxm.
+int calibBadPixel(const std::string& outFile, std::ostream& out);
+
+} // namespace nordacam

@@ -1,0 +1,215 @@
+#ifdef NORDACAM_CORE
+#include "apps/nordacam/Settings.h"
+#include "apps/nordacam/HostCommands.h"
+#include "apps/nordacam/MeasRangeFollower.h"
+
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+
+using namespace norda::exp;
+using namespace nordacam;
+using Temp = quantity::Temperature<MarkedFloat>;
+using json = nlohmann::json;
+
+namespace {
+
+void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+std::string errorOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const SettingsError& e) {
+        return e.what();
+    }
+    return "<no error>";
+}
+
+struct Store {
+    DataProxy<std::string> store;
+    Settings settings{store};
+    Store() { setDefaultParameters(store); }
+};
+
+} // namespace
+
+TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
+    Store s;
+    // Numbers, booleans and text of the command line.
+    s.settings.applyAssignment("Environment.EmissivityValue=0.82");
+    s.settings.applyAssignment("Alarm.AlarmTopActive=true");
+    s.settings.applyAssignment("Miscellaneous.ImageCounter=41");
+    s.settings.applyAssignment("Scaling.Mode=Manual");
+    s.settings.applyAssignment("Palette.ActivePalette=rainbow");
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::EmissivityValue), 0.82f);
+    EXPECT_TRUE(s.store.getValue<bool>(Id::Alarm::AlarmTopActive));
+    EXPECT_EQ(s.store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
+    EXPECT_EQ(s.store.getValue<std::string>(Id::Scaling::Mode), "Manual");
+
+    // Temperatures in their text form and the short forms.
+    s.settings.applyAssignment("Scaling.TempMax=45");
+    EXPECT_FLOAT_EQ(s.store.getValue<Temp>(Id::Scaling::TempMax).celsius(), 45.0f);
+    s.settings.applyAssignment("Scaling.TempMin=293.15K");
+    EXPECT_NEAR(s.store.getValue<Temp>(Id::Scaling::TempMin).celsius(), 20.0f, 1e-3);
+    s.settings.applyAssignment("Environment.ReflectedTemperature=25,0,C");
+    EXPECT_FLOAT_EQ(s.store.getValue<Temp>(Id::Environment::ReflectedTemperature).celsius(), 25.0f);
+    s.settings.applyAssignment("Environment.Humidity=65%");
+    EXPECT_NEAR(s.store.getValue<quantity::Relation<MarkedFloat>>(Id::Environment::Humidity).ratio(), 0.65f,
+                1e-6);
+    s.settings.applyAssignment("MeasPoints.MeasPoint1.Position=10,20");
+    EXPECT_EQ(s.store.getValue<cv::Point_<int>>(Id::MeasPoints::MeasPoint1::Position),
+              cv::Point_<int>(10, 20));
+
+    // JSON values.
+    s.settings.set(Id::Environment::EmissivityValue, json(0.9));
+    s.settings.set(Id::Scaling::TempMax, json(60));
+    EXPECT_FLOAT_EQ(s.store.getValue<Temp>(Id::Scaling::TempMax).celsius(), 60.0f);
+    EXPECT_EQ(s.settings.get(Id::Environment::EmissivityValue), json(0.9)); // not 0.899999976
+
+    // Bad input: one line naming the key, and the store unchanged.
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("No.Such.Key=1"); }), "unknown setting No.Such.Key");
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Environment.EmissivityValue"); }),
+              "--set Environment.EmissivityValue: expected KEY=VALUE");
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Environment.EmissivityValue=high"); }),
+              "setting Environment.EmissivityValue: \"high\" is not a valid float");
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Miscellaneous.ImageCounter=-1"); }),
+              "setting Miscellaneous.ImageCounter: -1 is out of range for unsigned int");
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Miscellaneous.ImageCounter=1.5"); }),
+              "setting Miscellaneous.ImageCounter: expected an integer, got 1.5");
+    EXPECT_NE(errorOf([&] { s.settings.applyAssignment("Scaling.TempMax=hot"); }).find("is not a valid"),
+              std::string::npos);
+    EXPECT_EQ(errorOf([&] { s.settings.set(Id::Alarm::AlarmTopActive, json(3)); }),
+              "setting Alarm.AlarmTopActive: expected a boolean, got 3");
+    EXPECT_EQ(errorOf([&] { s.settings.set(Id::Scaling::Mode, json(true)); }),
+              "setting Scaling.Mode: expected std::string, got a boolean");
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("IrImage.Max=20"); }),
+              "setting IrImage.Max is read-only");
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::EmissivityValue), 0.9f);
+
+    // Checks beyond the type.
+    s.settings.addCheck(Id::Scaling::Mode, [](const Variant& v) {
+        return v.value<std::string>() == "Sideways" ? std::string("not a mode") : std::string();
+    });
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Scaling.Mode=Sideways"); }),
+              "setting Scaling.Mode: not a mode");
+    EXPECT_EQ(errorOf([&] {
+                  s.settings.apply(json{{"Scaling.Mode", "Sideways"}}, "request");
+              }),
+              "request: setting Scaling.Mode: not a mode");
+    EXPECT_EQ(s.store.getValue<std::string>(Id::Scaling::Mode), "Manual");
+}
+
+TEST(NordacamSettings, FileIsAppliedAllOrNothingAndSavedAtomically) {
+    norda::test::TempDir dir;
+    Store s;
+    const auto path = dir.file("settings.json");
+
+    writeFile(
+        path,
+        R"({"Environment.EmissivityValue": 0.7, "Scaling.TempMin": "10", "Alarm.AlarmTopActive": true})");
+    s.settings.loadFile(path);
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::EmissivityValue), 0.7f);
+    EXPECT_EQ(s.settings.path(), path);
+
+    // One bad entry: nothing of the file is applied.
+    writeFile(path, R"({"Environment.EmissivityValue": 0.5, "Bogus.Key": 1})");
+    EXPECT_EQ(errorOf([&] { s.settings.loadFile(path); }),
+              "settings file " + path + ": unknown setting Bogus.Key");
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::EmissivityValue), 0.7f);
+
+    writeFile(path, R"({"Environment.EmissivityValue": 0.5,)");
+    const auto malformed = errorOf([&] { s.settings.loadFile(path); });
+    EXPECT_EQ(malformed.rfind("settings file " + path + ": malformed JSON", 0), 0u) << malformed;
+    EXPECT_EQ(malformed.find('\n'), std::string::npos);
+    writeFile(path, "[1, 2]");
+    EXPECT_EQ(errorOf([&] { s.settings.loadFile(path); }),
+              "settings file " + path + ": expected a JSON object of key/value pairs");
+    EXPECT_EQ(errorOf([&] { s.settings.loadFile(dir.file("missing.json")); }),
+              "settings file " + dir.file("missing.json") + ": can not be read");
+
+    // Saving keeps foreign keys, writes the user's keys (not results) and reads back the same.
+    writeFile(path, R"({"Newer.Feature": 7})");
+    s.settings.setPath(path);
+    s.settings.applyAssignment("Miscellaneous.ImageCounter=12");
+    s.settings.save();
+    std::ifstream in(path);
+    const auto saved = json::parse(in);
+    EXPECT_EQ(saved["Newer.Feature"], 7);
+    EXPECT_EQ(saved["Miscellaneous.ImageCounter"], 12);
+    EXPECT_FALSE(saved.contains(Id::IrImage::Max));
+    EXPECT_FALSE(saved.contains(Id::MeasPoints::HotSpot::MeasPoint));
+    EXPECT_TRUE(saved.contains(Id::MeasPoints::HotSpot::Visible));
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+        EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos) << "temporary file left";
+
+    Store fresh;
+    json mine = saved;
+    mine.erase("Newer.Feature");
+    fresh.settings.apply(mine, "saved");
+    EXPECT_EQ(fresh.settings.userSettings(), s.settings.userSettings());
+
+    Store nowhere;
+    nowhere.settings.setPath(dir.file("no/such/folder/settings.json"));
+    EXPECT_THROW(nowhere.settings.save(), SettingsError);
+}
+
+TEST(NordacamSettings, SaveUserSettingsCommandWritesTheFile) {
+    norda::test::TempDir dir;
+    Store s;
+    s.settings.setPath(dir.file("user.json"));
+    cmd::CommandProxy commands;
+    {
+        HostCommands host(commands, s.settings);
+        s.settings.applyAssignment("Miscellaneous.ImageCounter=5");
+        EXPECT_EQ(commands.call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings, {}), nullptr);
+        std::ifstream in(dir.file("user.json"));
+        EXPECT_EQ(json::parse(in)["Miscellaneous.ImageCounter"], 5);
+
+        Store other;
+        other.settings.setPath(dir.file("missing/user.json"));
+        cmd::CommandProxy otherCommands;
+        HostCommands failing(otherCommands, other.settings);
+        EXPECT_THROW(otherCommands.call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings, {}),
+                     norda::Exception);
+    }
+    EXPECT_FALSE(commands.hasCallable(Cmd::ApplicationControlGroup));
+}
+
+TEST(NordacamMeasRange, ActiveRangeFollowsTheNameAndRefusesUnknownRanges) {
+    DataProxy<std::string> store;
+    setDefaultParameters(store);
+    std::atomic<int> switchedTo{-1};
+    MeasRangeFollower follower(store, [&](unsigned char r) { switchedTo = r; });
+    store.flush();
+    EXPECT_EQ(switchedTo.load(), 1);
+
+    store.setValue<unsigned char>(Id::ActiveMeasRange::Name, 2, true);
+    store.flush();
+    store.flush(); // the follower's own writes are delivered in a second round
+    EXPECT_EQ(switchedTo.load(), 2);
+    EXPECT_EQ(follower.active(), 2);
+    EXPECT_FLOAT_EQ(store.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius(), 350.0f);
+    EXPECT_FLOAT_EQ(store.getValue<Temp>(Id::ActiveMeasRange::DisplayBottom).celsius(), -10.0f);
+
+    store.setValue<unsigned char>(Id::ActiveMeasRange::Name, 7, true);
+    store.flush();
+    store.flush();
+    EXPECT_EQ(follower.active(), 2);
+    EXPECT_EQ(store.getValue<unsigned char>(Id::ActiveMeasRange::Name), 2);
+    EXPECT_EQ(switchedTo.load(), 2);
+
+    store.setValue<unsigned char>(Id::ActiveMeasRange::Name, 1, true);
+    store.flush();
+    store.flush();
+    EXPECT_EQ(switchedTo.load(), 1);
+    EXPECT_FLOAT_EQ(store.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius(), 120.0f);
+}
+#endif

@@ -1,0 +1,111 @@
+#ifdef NORDACAM_CORE
+#include "apps/nordacam/Tools.h"
+#include "apps/nordacam/Camera.h"
+
+#include "tests/support/TempDir.h"
+
+#if defined(NORDACAM_HAVE_RIX) && defined(NORDACAM_HAVE_IMAGEWRITEELEMENT) &&                                \
+    defined(NORDACAM_HAVE_CAPTUREELEMENT)
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "nordalib/vision/rix/Rix.h"
+#define NORDACAM_TEST_RIX 1
+#endif
+#ifdef NORDACAM_HAVE_DISTORTIONTABLE
+#include "nordalib/vision/imgproc/DistortionTable.h"
+#endif
+#ifdef NORDACAM_HAVE_BADPIXELMAP
+#include "nordalib/vision/imgproc/BadPixelMap.h"
+#endif
+
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+
+#include <fstream>
+#include <sstream>
+
+using namespace nordacam;
+
+#ifdef NORDACAM_TEST_RIX
+TEST(NordacamTools, SavedImageIsDescribedAndExportedLosslessly) {
+    norda::test::TempDir dir;
+    CameraOptions o;
+    o.outputDir = dir.file("out");
+    o.settingsFile = dir.file("out/settings.json");
+    o.realTime = false;
+    o.sim.uptimeStartMs = 130000;
+    std::string file;
+    {
+        Camera camera(o);
+        for (int i = 0; i < 12; ++i)
+            camera.runCycle();
+        file = camera.saveImage(std::chrono::seconds(10));
+    }
+    norda::vision::Rix rix;
+    rix.load(file);
+
+    std::ostringstream info;
+    EXPECT_EQ(rixInfo(file, info), 0);
+    EXPECT_NE(info.str().find("640 x 480"), std::string::npos) << info.str();
+    EXPECT_NE(info.str().find(rix.getFileUuidString()), std::string::npos);
+    EXPECT_NE(info.str().find("ActiveLens.Serial"), std::string::npos);
+
+    std::ostringstream log;
+    ASSERT_EQ(rixExport(file, ExportFormat::Csv, dir.file("t.csv"), log), 0);
+    std::ifstream csv(dir.file("t.csv"));
+    std::string line;
+    int rows = 0;
+    while (std::getline(csv, line)) {
+        if (rows == 240) {
+            // Column 320 of row 240 is the centre pixel, to the hundredth of a degree.
+            std::stringstream cells(line);
+            std::string cell;
+            for (int c = 0; c <= 320; ++c)
+                std::getline(cells, cell, ';');
+            EXPECT_NEAR(std::stod(cell),
+                        norda::vision::RadiometricTools::getFloat(rix.getRadiometricImage()(240, 320)),
+                        0.006);
+        }
+        EXPECT_EQ(std::count(line.begin(), line.end(), ';'), 639);
+        ++rows;
+    }
+    EXPECT_EQ(rows, 480);
+
+    for (auto [format, name] :
+         {std::pair{ExportFormat::Png, "t.png"}, std::pair{ExportFormat::Tiff, "t.tiff"}}) {
+        ASSERT_EQ(rixExport(file, format, dir.file(name), log), 0);
+        const cv::Mat back = cv::imread(dir.file(name), cv::IMREAD_UNCHANGED);
+        ASSERT_EQ(back.type(), CV_16UC1) << name;
+        EXPECT_EQ(cv::norm(back, rix.getRadiometricImage(), cv::NORM_INF), 0.0) << name;
+    }
+    EXPECT_FALSE(cv::imread(dir.file("t-preview.png")).empty());
+    EXPECT_THROW(rixInfo(dir.file("none.RIX"), log), std::exception);
+    std::ofstream(dir.file("junk.RIX")) << "not an image";
+    EXPECT_THROW(rixInfo(dir.file("junk.RIX"), log), std::exception);
+}
+#endif
+
+#if defined(NORDACAM_HAVE_DISTORTIONTABLE) && defined(NORDACAM_HAVE_BADPIXELMAP)
+TEST(NordacamTools, CalibrationFilesAreReadByTheLibrary) {
+    norda::test::TempDir dir;
+    std::ostringstream log;
+    DistortionParameters p;
+    ASSERT_EQ(calibDistortion(p, dir.file("lens1/distort.pxm"), log), 0);
+    const auto table = norda::vision::DistortionTable::load(dir.file("lens1/distort.pxm"), 480, 640);
+    EXPECT_EQ(table.entries().size(), 640u * 480u);
+    p.fx = 0;
+    EXPECT_THROW(calibDistortion(p, dir.file("bad.pxm"), log), std::exception);
+
+    ASSERT_EQ(calibBadPixel(dir.file("badpixel.pxm"), log), 0);
+    cv::Size size;
+    const auto list = norda::vision::BadPixelMap::read(dir.file("badpixel.pxm"), &size);
+    EXPECT_EQ(size, cv::Size(640, 480));
+    EXPECT_EQ(list.size(), 12u); // the simulated detector's dead and stuck pixels
+
+    // The shipped files are these very files.
+    const std::string shipped = std::string(NORDA_SOURCE_DIR) + "/data/calibration/";
+    EXPECT_EQ(norda::vision::BadPixelMap::read(shipped + "badpixel.pxm"), list);
+    EXPECT_EQ(norda::vision::DistortionTable::load(shipped + "lens1/distort.pxm", 480, 640).entries().size(),
+              table.entries().size());
+}
+#endif
+#endif

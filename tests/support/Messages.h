@@ -1,0 +1,23 @@
+#pragma once
+// The message a call throws, for comparing failure texts.
+
+#include "nordalib/core/exception/Exception.h"
+
+#include <string>
+
+namespace norda::test {
+
+// The norda::Exception message of f() ("std: ..." for other standard exceptions, "<no exception>").
+template <typename F>
+std::string messageOf(F&& f) {
+    try {
+        f();
+    } catch (const norda::Exception& e) {
+        return e.what();
+    } catch (const std::exception& e) {
+        return std::string("std: ") + e.what();
+    }
+    return "<no exception>";
+}
+
+} // namespace norda::test
