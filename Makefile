@@ -3,6 +3,14 @@ BUILD     ?= build
 PREFIX    ?= /usr/local
 JOBS      ?= $(shell nproc)
 CMAKE_ARGS ?=
+CTEST_ARGS ?=
+# Sanitizer builds: no benchmarks, debug info at a moderate optimisation. The host program is
+# built where its tests run (they stay out of thread-checked builds).
+SANITIZER_CMAKE_ARGS = -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+# The tests that run several threads at once: the store's notifier, commands arriving during
+# cycles, the image write hand-over and super-resolution threads, the recorder and socket server
+# commands, the coordinate value queries, the pipeline's own thread. The thread checker runs these.
+TSAN_TESTS ?= ^(DataProxy|Commands|Pipeline|OffsetElementTest|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
 
 .PHONY: all deps configure build test demo bench install test-asan test-tsan fuzz format clean
 
@@ -18,7 +26,7 @@ build: configure
 	cmake --build $(BUILD) -j$(JOBS)
 
 test: build
-	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS) --timeout 600
+	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS) --timeout 600 $(CTEST_ARGS)
 
 demo: build
 	@if [ -x $(BUILD)/apps/nordacam/nordacam ]; then $(BUILD)/apps/nordacam/nordacam demo; \
@@ -31,10 +39,14 @@ install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)
 
 test-asan:
-	$(MAKE) test BUILD=build-asan CMAKE_ARGS="-DNORDA_SANITIZE=address -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo"
+	ASAN_OPTIONS="detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1" \
+	UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1" \
+	    $(MAKE) test BUILD=build-asan CMAKE_ARGS="-DNORDA_SANITIZE=address $(SANITIZER_CMAKE_ARGS) -DNORDA_BUILD_APPS=ON"
 
 test-tsan:
-	$(MAKE) test BUILD=build-tsan CMAKE_ARGS="-DNORDA_SANITIZE=thread -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo"
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/sanitizers/tsan.supp" \
+	    $(MAKE) test BUILD=build-tsan CMAKE_ARGS="-DNORDA_SANITIZE=thread $(SANITIZER_CMAKE_ARGS) -DNORDA_BUILD_APPS=OFF" \
+	    CTEST_ARGS='-R "$(TSAN_TESTS)"'
 
 FUZZ_SECONDS ?= 60
 # Each fuzz target for FUZZ_SECONDS, from its seeds in fuzz/corpus/<target> (finds land in build-fuzz/).

@@ -93,7 +93,16 @@ void ImageIO::write(const cv::Mat& image, const std::string& fileName) {
     if (fileName.empty()) {
         if (m_fd < 0)
             NORDA_THROW("PXM write without an open file", "norda::vision::ImageIO::write");
-        writeFrame(m_fd, m_fileName, image);
+        // A frame that fails half-way (disk full) is cut off again, so the sequence still ends on
+        // a complete frame and later frames, once there is room, follow it readably.
+        const off_t end = ::lseek(m_fd, 0, SEEK_CUR);
+        try {
+            writeFrame(m_fd, m_fileName, image);
+        } catch (...) {
+            if (end >= 0 && ::ftruncate(m_fd, end) == 0)
+                ::lseek(m_fd, end, SEEK_SET);
+            throw;
+        }
         ++m_frames;
         if (m_syncInterval > 0 && m_frames % uint64_t(m_syncInterval) == 0 && ::fsync(m_fd) != 0 &&
             errno != EINVAL)

@@ -1,4 +1,5 @@
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
+#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
 
@@ -8,9 +9,8 @@ namespace {
 // out[i] = (in[s] w00 + 32768 + in[b+1] w11 + in[s+1] w01 + in[b] w10) >> 16, s = i + offset,
 // b = s + cols, unsigned 32-bit. Built for AVX2 as well, chosen at load time.
 template <typename T>
-__attribute__((target_clones("avx2", "default"))) void resample(const DistortionEntry* __restrict e,
-                                                                const T* __restrict src, T* __restrict dst,
-                                                                size_t n, size_t cols) {
+NORDA_TARGET_CLONES_AVX2 void resample(const DistortionEntry* __restrict e, const T* __restrict src,
+                                       T* __restrict dst, size_t n, size_t cols) {
     for (size_t i = 0; i < n; ++i, ++e) {
         __builtin_prefetch(e + 96); // the table (10 bytes a pixel) outgrows the cache at full frames
         const T* s = src + (static_cast<ptrdiff_t>(i) + e->offset);

@@ -1,4 +1,5 @@
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
+#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
 
@@ -25,9 +26,9 @@ template <typename T> inline T blend(int32_t c, float acc, float total) {
 // The interior of one row (pixels 1 .. n): one branch-free pass per neighbour. Built for AVX2 as
 // well, chosen at load time where the processor has it.
 template <typename T>
-__attribute__((target_clones("avx2", "default"))) void
-interiorRow(const T* __restrict up, const T* __restrict mid, const T* __restrict down, T* __restrict dst,
-            int n, float gain, float invGain, float* __restrict total, float* __restrict acc) {
+NORDA_TARGET_CLONES_AVX2 void interiorRow(const T* __restrict up, const T* __restrict mid,
+                                          const T* __restrict down, T* __restrict dst, int n, float gain,
+                                          float invGain, float* __restrict total, float* __restrict acc) {
     std::fill(total, total + n, 1.0f);
     std::fill(acc, acc + n, 0.0f);
     const T* lines[3] = {up, mid, down};

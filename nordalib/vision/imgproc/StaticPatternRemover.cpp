@@ -1,4 +1,5 @@
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
+#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
 
@@ -20,9 +21,8 @@ constexpr int kMinNeighbours = kReach;
 // or the end of the line), one-sided linear extrapolations 2 v[i+j] - v[i+2j] from a side that is
 // still level stand in. A pixel without a level neighbourhood gives no residual. Each step is a
 // branch-free loop over the whole line, so noisy lines cost no mispredictions.
-__attribute__((target_clones("avx2", "default"))) void lineResiduals(const int16_t* __restrict v, int n,
-                                                                     int threshold, int64_t* __restrict sum,
-                                                                     int32_t* __restrict count) {
+NORDA_TARGET_CLONES_AVX2 void lineResiduals(const int16_t* __restrict v, int n, int threshold,
+                                            int64_t* __restrict sum, int32_t* __restrict count) {
     std::vector<int32_t> buffers(3 * static_cast<size_t>(n), 0);
     int32_t* __restrict s = buffers.data();
     int32_t* __restrict k = s + n;

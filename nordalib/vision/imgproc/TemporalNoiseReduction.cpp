@@ -1,4 +1,5 @@
 #include "nordalib/vision/imgproc/TemporalNoiseReduction.h"
+#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
 
@@ -11,8 +12,8 @@ namespace {
 // One row: h' = x + a(|x - h|) (h - x) in 1/16 counts, a in Q11. The weight is computed, not looked
 // up, so the loop vectorises; built for AVX2 as well, chosen at load time.
 template <typename T>
-__attribute__((target_clones("avx2", "default"))) void filterRow(T* __restrict px, int32_t* __restrict h,
-                                                                 int n, int32_t gain, int32_t slope) {
+NORDA_TARGET_CLONES_AVX2 void filterRow(T* __restrict px, int32_t* __restrict h, int n, int32_t gain,
+                                        int32_t slope) {
     for (int x = 0; x < n; ++x) {
         const int32_t v = static_cast<int32_t>(px[x]) * 16;
         const int32_t diff = h[x] - v;

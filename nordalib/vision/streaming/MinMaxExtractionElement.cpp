@@ -1,4 +1,5 @@
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
+#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
@@ -26,7 +27,7 @@ constexpr float kHumidityScaleTop = 55.0f; // °C, upper scaling limit in humidi
 // supports it. Sums are accumulated in 32 bits over chunks of at most 65536 pixels, which cannot
 // overflow, and widened per chunk.
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__)) && !defined(__SANITIZE_ADDRESS__)
-#define NORDA_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
+#define NORDA_ROW_KERNEL NORDA_TARGET_CLONES_AVX2
 #else
 #define NORDA_ROW_KERNEL
 #endif

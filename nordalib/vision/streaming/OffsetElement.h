@@ -18,6 +18,7 @@
 #include "nordalib/vision/imgproc/BadPixelDetector.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -57,7 +58,7 @@ private:
     cv::Mat m_offset;
     cv::Mat m_accumulator;
     BufferPool* m_bufferPool;
-    bool m_disableOffset = false;
+    std::atomic<bool> m_disableOffset{false}; // written by the store's observer thread
     CuratorStorage m_badPixelFiles;
     std::string m_calibrationPath;
 

@@ -44,12 +44,6 @@ TEST(CoordinateValueElement, AnswersFromTheLatestRawFrame) {
 }
 
 TEST(CoordinateValueElement, QueriesFromOtherThreadsWhileFramesArrive) {
-#if defined(__SANITIZE_THREAD__)
-    // The pixel buffers are kept alive by OpenCV's atomic reference counts, which run inside the
-    // uninstrumented OpenCV library: the thread checker cannot see that ordering and would report
-    // every hand-over as a race.
-    GTEST_SKIP() << "reference counting inside OpenCV is invisible to the thread checker";
-#endif
     CoordinateValueElement element;
     std::atomic<bool> done{false};
     std::atomic<int> bad{0};

@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 
 using namespace norda;
 using namespace norda::exp;
@@ -203,4 +205,36 @@ TEST_F(OffsetElementTest, BadPixelFileLoadReloadAndDamage) {
         errors +=
             r.level == logging::LogLevel::error && r.message.find("could not be read") != std::string::npos;
     EXPECT_EQ(errors, 1);
+}
+
+TEST_F(OffsetElementTest, StoreNotificationsDuringCyclesAreSerialised) {
+    const std::string file = test::slashed(dir) + "badpixel.pxm";
+    vision::BadPixelMap::write(file, {{3, 2, vision::BadPixelOrigin::Factory}}, {8, 6});
+    OffsetElement e(&proxy, test::slashed(dir), nullptr);
+    std::atomic<bool> done{false};
+    std::thread host([&] {
+        for (int i = 0; !done; ++i) {
+            proxy.setValue(Id::Streaming::DisableOffset, i % 2 == 0);
+            proxy.setValue(Id::Streaming::UpdateValues, true);
+            std::this_thread::yield();
+        }
+    });
+    for (int cycle = 0; cycle < 400; ++cycle) {
+        const bool capturing = cycle % 20 < 4;
+        run(e, static_cast<uint16_t>(100 + cycle % 7),
+            capturing ? Id::Shutter::StateCaptureOffsetFrame : Id::Shutter::StateIdle);
+        if (!capturing && out.count(STREAMING_DATATYPE_CORRECTED)) {
+            const cv::Mat& c = out[STREAMING_DATATYPE_CORRECTED]->getFrameData();
+            ASSERT_EQ(c.size(), cv::Size(8, 6));
+        }
+        out.clear();
+    }
+    done = true;
+    host.join();
+    proxy.setValue(Id::Streaming::DisableOffset, false);
+    proxy.flush();
+    EXPECT_EQ(e.badPixels().front(), (vision::BadPixel{3, 2, vision::BadPixelOrigin::Factory}));
+    capture(e, {50, 50, 50, 50});
+    ASSERT_TRUE(run(e, 80, Id::Shutter::StateIdle));
+    EXPECT_EQ(out[STREAMING_DATATYPE_CORRECTED]->getFrameData().at<int16_t>(0, 0), 30);
 }

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -238,4 +239,37 @@ TEST(PxmRecorderElement, ThreeHundredFrameRecordingPlaysBackFrameForFrame) {
     EXPECT_EQ(test::countOf(listing, "PGM raw, 640 by 480  maxval 65535"), 300u);
     const std::string identified = test::runCommand("identify '" + path + "'");
     EXPECT_EQ(test::countOf(identified, "PGM 640x480 640x480+0+0 16-bit Grayscale"), 300u);
+}
+
+TEST(PxmRecorderElement, CommandsFromAnotherThreadDuringCycles) {
+    test::TempDir dir;
+    Recorder r;
+    std::atomic<bool> done{false};
+    std::atomic<int> files{0};
+    std::thread ui([&] {
+        while (!done) {
+            r.start(dir.file("rec" + std::to_string(files++) + ".pxm"), files % 3, 0);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            r.commands.call("PxmRecorder", "Stop", {});
+            (void)r.element.getRemainingFrames();
+            (void)r.element.getTimeDiffSinceLastShutter();
+        }
+    });
+    for (uint16_t v = 1; v <= 1500; ++v)
+        r.cycle(v);
+    done = true;
+    ui.join();
+    r.element.stop();
+    r.cycle(0);
+    // The callbacks ran under the element's lock, so the vectors are consistent: states alternate.
+    ASSERT_FALSE(r.states.empty());
+    for (size_t i = 0; i < r.states.size(); ++i)
+        EXPECT_EQ(r.states[i], i % 2 == 0);
+    EXPECT_FALSE(r.states.back());
+    // Every file holds consecutive frames, whole.
+    for (int i = 0; i < files; ++i) {
+        const auto values = recordedValues(dir.file("rec" + std::to_string(i) + ".pxm"));
+        for (size_t k = 1; k < values.size(); ++k)
+            EXPECT_GT(values[k], values[k - 1]);
+    }
 }

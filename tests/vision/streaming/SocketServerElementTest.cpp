@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 using namespace norda;
 using namespace norda::exp;
 using namespace norda::exp::streaming;
@@ -112,4 +115,33 @@ TEST(SocketServerElement, FrameDropsPassEveryNthFrame) {
     for (int i = 0; i < 4; ++i)
         s.cycle();
     EXPECT_EQ(s.sent.size(), 7u);
+}
+
+TEST(SocketServerElement, CommandsFromAnotherThreadDuringCycles) {
+    cmd::CommandProxy commands;
+    std::atomic<int> sent{0};
+    SocketServerElement element(
+        STREAMING_DATATYPE_RGB, [&](Frame&, unsigned long long, bool) { ++sent; }, commands, "Stream", 1);
+    std::atomic<bool> done{false};
+    std::thread ui([&] {
+        for (unsigned int i = 0; !done; ++i) {
+            commands.call("Stream", "Start", cmd::ParameterPack{makeVariant(i % 4)});
+            element.setCompression(i % 2 == 0);
+            element.setFrameDrops(static_cast<int>(i % 3));
+            commands.call("Stream", "Stop", {});
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        FrameMap in, out;
+        in[STREAMING_DATATYPE_RGB] = std::make_unique<Frame>(cv::Mat(4, 8, CV_8UC3));
+        EXPECT_FALSE(element.process(in, out));
+    }
+    done = true;
+    ui.join();
+    commands.call("Stream", "Stop", {});
+    const int before = sent;
+    FrameMap in, out;
+    in[STREAMING_DATATYPE_RGB] = std::make_unique<Frame>(cv::Mat(4, 8, CV_8UC3));
+    element.process(in, out);
+    EXPECT_EQ(sent, before); // stopped is stopped
 }

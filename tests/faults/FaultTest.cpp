@@ -1,0 +1,345 @@
+// Faults from outside: a full disk while recording or writing calibration files, a recording
+// process killed in the middle of a frame, and calibration files that are missing or damaged.
+//
+// A full disk is simulated with a file-size limit in a forked child (SIGXFSZ ignored, so writes
+// past the limit fail with EFBIG like on a full file system); the child reports through its exit
+// status and the parent checks the files it left.
+
+#include "nordalib/core/cmd/CommandProxy.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/vision/imageio/ImageDecoderPxM.h"
+#include "nordalib/vision/imageio/PxmImage.h"
+#include "nordalib/vision/imgproc/BadPixelMap.h"
+#include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/OffsetElement.h"
+#include "nordalib/vision/streaming/PxmRecorderElement.h"
+#include "nordalib/vision/streaming/RadiometryElement.h"
+#include "tests/vision/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace norda;
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+
+namespace {
+constexpr int kRows = 48, kCols = 64;
+
+// Runs `body` in a child process limited to files of `limit` bytes; returns its exit code.
+int inChildWithFileLimit(rlim_t limit, const std::function<int()>& body) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit r{limit, RLIM_INFINITY}; // soft limit only: the body may make room again
+        if (::setrlimit(RLIMIT_FSIZE, &r) != 0)
+            ::_exit(99);
+        int code = 98;
+        try {
+            code = body();
+        } catch (...) {
+        }
+        ::_exit(code);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::unique_ptr<Frame> rawFrame(uint16_t value) {
+    DataStorage<std::string> meta;
+    meta.setValue("Value", value);
+    return std::make_unique<Frame>(cv::Mat(kRows, kCols, CV_16UC1, cv::Scalar(value)), std::move(meta));
+}
+
+// Every frame that reads back: its value and whether its pixels all carry that value.
+std::vector<uint16_t> readBack(const std::string& file) {
+    std::vector<uint16_t> values;
+    vision::ImageDecoderPxM decoder;
+    if (!decoder.open(file))
+        return values;
+    cv::Mat frame;
+    try {
+        while (decoder.grab(frame, nullptr)) {
+            const auto v = decoder.getMetaData().get<unsigned short>("Value");
+            EXPECT_EQ(cv::countNonZero(frame != v), 0) << "frame " << values.size() << " damaged";
+            values.push_back(v);
+        }
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "reading back " << file << ": " << e.what();
+    }
+    return values;
+}
+
+std::vector<uint16_t> iota(uint16_t from, size_t count) {
+    std::vector<uint16_t> v(count);
+    for (size_t i = 0; i < count; ++i)
+        v[i] = static_cast<uint16_t>(from + i);
+    return v;
+}
+
+// The entries of a table that moves every pixel `shift` columns to the left (clamped at the right
+// edge): each entry addresses the top-left pixel of a 2x2 block inside the frame.
+std::vector<vision::DistortionEntry> shiftEntries(int rows, int cols, int shift) {
+    std::vector<vision::DistortionEntry> entries(size_t(rows) * cols);
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < cols; ++x) {
+            const int sx = std::min(x + shift, cols - 1);
+            const int y0 = std::min(y, rows - 2), x0 = std::min(sx, cols - 2);
+            const int i = y * cols + x;
+            vision::DistortionEntry e{static_cast<int16_t>(y0 * cols + x0 - i), 0, 0, 0, 0};
+            const bool right = sx > x0, below = y > y0;
+            (right ? (below ? e.w11 : e.w01) : (below ? e.w10 : e.w00)) = 65535;
+            entries[size_t(i)] = e;
+        }
+    return entries;
+}
+
+std::string contentOf(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+} // namespace
+
+TEST(Faults, DiskFullWhileRecordingKeepsCompleteFramesAndThePipelineRunning) {
+    test::TempDir dir;
+    const std::string earlier = dir.file("earlier.pxm"), full = dir.file("full.pxm");
+    const rlim_t limit = 20 * 1024; // room for a few frames of 6 KiB
+    const int code = inChildWithFileLimit(limit, [&] {
+        cmd::CommandProxy commands;
+        bool recording = false;
+        PxmRecorderElement recorder(
+            STREAMING_DATATYPE_RAW, "Rec", commands, [&](bool s) { recording = s; }, nullptr);
+        auto start = [&](const std::string& file) {
+            commands.call("Rec", "Start",
+                          cmd::ParameterPack{makeVariant(file), makeVariant(0ull), makeVariant(uint16_t(0)),
+                                             makeVariant(false)});
+        };
+        // A short recording that fits, then one that runs into the limit.
+        start(earlier);
+        for (uint16_t v = 1; v <= 2; ++v) {
+            FrameMap in, out;
+            in[STREAMING_DATATYPE_RAW] = rawFrame(v);
+            recorder.process(in, out);
+        }
+        recorder.stop();
+        FrameMap closing, none;
+        recorder.process(closing, none);
+        if (recording)
+            return 10;
+
+        start(full);
+        int failures = 0, cycles = 0;
+        for (uint16_t v = 100; v < 120; ++v, ++cycles) {
+            FrameMap in, out;
+            in[STREAMING_DATATYPE_RAW] = rawFrame(v);
+            if (v == 115) { // room again
+                rlimit r{RLIM_INFINITY, RLIM_INFINITY};
+                if (::setrlimit(RLIMIT_FSIZE, &r) != 0)
+                    return 14;
+            }
+            try {
+                recorder.process(in, out); // the host's loop logs the failure and goes on
+            } catch (const Exception& e) {
+                if (std::string(e.what()).find("File too large") == std::string::npos ||
+                    std::string(e.what()).find("full.pxm") == std::string::npos)
+                    return 11;
+                ++failures;
+            }
+        }
+        recorder.stop();
+        FrameMap in, out;
+        in[STREAMING_DATATYPE_RAW] = rawFrame(999);
+        recorder.process(in, out);
+        if (recording)
+            return 12;
+        return failures > 0 && cycles == 20 ? 0 : 13;
+    });
+    ASSERT_EQ(code, 0);
+    EXPECT_EQ(readBack(earlier), iota(1, 2));
+    // The frames written before the disk filled, then those after room was made; nothing between.
+    const auto values = readBack(full);
+    ASSERT_GE(values.size(), 6u);
+    const size_t before = values.size() - 5;
+    EXPECT_GE(before, 1u);
+    EXPECT_LT(before, 4u);
+    auto expected = iota(100, before);
+    for (uint16_t v = 115; v < 120; ++v)
+        expected.push_back(v);
+    EXPECT_EQ(values, expected);
+}
+
+TEST(Faults, DiskFullWhileWritingCalibrationKeepsTheOldFile) {
+    test::TempDir dir;
+    const std::string table = dir.file("distort.pxm"), badPixels = dir.file("badpixel.pxm"),
+                      image = dir.file("offset.pxm");
+    vision::DistortionTable(shiftEntries(kRows, kCols, 0), kRows, kCols).save(table);
+    vision::BadPixelMap::write(badPixels, {{3, 2, vision::BadPixelOrigin::Factory}}, {kCols, kRows});
+    vision::writePxmImage(image, cv::Mat(kRows, kCols, CV_16UC1, cv::Scalar(7)));
+    const std::string tableBefore = contentOf(table), badBefore = contentOf(badPixels),
+                      imageBefore = contentOf(image);
+
+    const int code = inChildWithFileLimit(2048, [&] {
+        int failures = 0;
+        auto expectFailure = [&](const std::function<void()>& write) {
+            try {
+                write();
+            } catch (const Exception& e) {
+                failures += std::string(e.what()).find("File too large") != std::string::npos;
+            }
+        };
+        expectFailure(
+            [&] { vision::DistortionTable(shiftEntries(kRows, kCols, 1), kRows, kCols).save(table); });
+        vision::BadPixelList many;
+        for (uint16_t y = 0; y < kRows; ++y)
+            for (uint16_t x = 0; x < kCols; x += 2)
+                many.push_back({x, y, vision::BadPixelOrigin::Factory});
+        expectFailure([&] { vision::BadPixelMap::write(badPixels, many, {kCols, kRows}); });
+        expectFailure([&] { vision::writePxmImage(image, cv::Mat(kRows, kCols, CV_16UC1, cv::Scalar(9))); });
+        return failures;
+    });
+    EXPECT_EQ(code, 3) << "every write must fail with the file-size error";
+    EXPECT_EQ(contentOf(table), tableBefore);
+    EXPECT_EQ(contentOf(badPixels), badBefore);
+    EXPECT_EQ(contentOf(image), imageBefore);
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+        EXPECT_EQ(entry.path().extension(), ".pxm") << "left behind: " << entry.path();
+    EXPECT_EQ(vision::DistortionTable::load(table, kRows, kCols).rows(), kRows);
+}
+
+TEST(Faults, RecordingKilledMidFrameKeepsEveryCompleteFrame) {
+    test::TempDir dir;
+    const std::string file = dir.file("killed.pxm");
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::close(pipe[0]);
+        cmd::CommandProxy commands;
+        PxmRecorderElement recorder(STREAMING_DATATYPE_RAW, "Rec", commands, nullptr, nullptr);
+        recorder.start(file, 0, 0, false);
+        // Large frames, so that the kill lands inside a frame's write most of the time.
+        for (uint32_t n = 0;; ++n) {
+            FrameMap in, out;
+            DataStorage<std::string> meta;
+            meta.setValue("Value", static_cast<uint16_t>(n));
+            in[STREAMING_DATATYPE_RAW] = std::make_unique<Frame>(
+                cv::Mat(480, 640, CV_16UC1, cv::Scalar(static_cast<uint16_t>(n))), std::move(meta));
+            recorder.process(in, out);
+            if (n == 5) {
+                char c = 1;
+                if (::write(pipe[1], &c, 1) != 1)
+                    ::_exit(1);
+            }
+        }
+    }
+    ::close(pipe[1]);
+    char c = 0;
+    ASSERT_EQ(::read(pipe[0], &c, 1), 1);
+    ::close(pipe[0]);
+    ::usleep(20000);
+    ::kill(pid, SIGKILL);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+
+    const auto size = std::filesystem::file_size(file);
+    const auto values = readBack(file);
+    ASSERT_GE(values.size(), 6u);
+    EXPECT_EQ(values, iota(0, values.size()));
+    // Nothing more than the last frame, possibly cut off, follows the frames that read back.
+    const size_t frameBytes = size_t(480) * 640 * 2;
+    EXPECT_LT(size, (values.size() + 1) * (frameBytes + 4096));
+    std::printf("killed recording: %zu complete frames in %llu bytes\n", values.size(),
+                static_cast<unsigned long long>(size));
+}
+
+TEST(Faults, DamagedRadiometryCalibrationGivesInvalidDummyFrames) {
+    test::TempDir dir;
+    const std::string good = contentOf(test::calibrationDir() + "radiometry.json");
+    DataProxy<std::string> proxy;
+    setDefaultParameters(proxy);
+    proxy.setValue<unsigned short>(Id::IrImage::Cols, 8, false);
+    proxy.setValue<unsigned short>(Id::IrImage::Rows, 4, false);
+    test::LogCapture logs;
+    const std::vector<std::pair<std::string, std::string>> damages = {
+        {"empty", ""},
+        {"cut in half", good.substr(0, good.size() / 2)},
+        {"not json", "\x89PNG\r\n\x1a\n garbage"},
+        {"no ranges", R"({"version": 1, "ranges": []})"},
+        {"wrong types", R"({"version": 1, "ranges": [{"range": "one", "R1": "x", "R2": null}]})"},
+        {"array", "[1, 2, 3]"},
+        {"deep nesting", std::string(100000, '[')},
+    };
+    for (const auto& [what, content] : damages) {
+        SCOPED_TRACE(what);
+        std::ofstream(dir.file("radiometry.json"), std::ios::binary | std::ios::trunc) << content;
+        RadiometryElement e(&proxy, test::slashed(dir), vision::RadiometricCamTypeA);
+        for (int i = 0; i < 2; ++i) {
+            FrameMap in, out;
+            in[STREAMING_DATATYPE_CORRECTED] =
+                std::make_unique<Frame>(cv::Mat(4, 8, CV_16S, cv::Scalar(1000)), test::radiometricMeta());
+            EXPECT_TRUE(e.process(in, out));
+            ASSERT_TRUE(out[STREAMING_DATATYPE_RAD]);
+            EXPECT_FALSE(out[STREAMING_DATATYPE_RAD]->getMetaData().get<bool>(Id::Temperatures::Validity));
+        }
+    }
+}
+
+TEST(Faults, DamagedSensorCalibrationTablesMeanNoCorrection) {
+    test::TempDir dir;
+    DataProxy<std::string> proxy;
+    setDefaultParameters(proxy);
+    proxy.setValue<unsigned short>(Id::IrImage::Cols, 6, false);
+    proxy.setValue<unsigned short>(Id::IrImage::Rows, 4, false);
+    test::LogCapture logs;
+
+    auto far = shiftEntries(4, 6, 0);
+    far[5].offset = 30000; // would read far outside the frame
+    std::string farTable;
+    {
+        // Written without the table's own checks, as a damaged file would be.
+        cv::Mat raw(4, 6, CV_16UC(5), far.data());
+        vision::writePxmImage(dir.file("probe.pxm"), raw);
+        farTable = contentOf(dir.file("probe.pxm"));
+        std::filesystem::remove(dir.file("probe.pxm"));
+    }
+    const std::vector<std::pair<std::string, std::string>> damages = {
+        {"empty", ""},
+        {"header only", "P5\n6 4\n65535\n"},
+        {"cut off samples", "P5\n6 4\n65535\n" + std::string(10, '\0')},
+        {"huge size", "P5\n4000000000 4000000000\n65535\n"},
+        {"negative size", "P5\n-6 4\n255\n"},
+        {"random bytes", std::string("\x01\xff\x7f\x00\x13\x37\x42", 7)},
+        {"table entries out of the frame", farTable},
+    };
+    const cv::Mat frame = [] {
+        cv::Mat f(4, 6, CV_16U);
+        for (int i = 0; i < 24; ++i)
+            f.at<uint16_t>(i / 6, i % 6) = static_cast<uint16_t>(100 + i);
+        return f;
+    }();
+    for (const auto& [what, content] : damages) {
+        SCOPED_TRACE(what);
+        std::ofstream(dir.file("distort.pxm"), std::ios::binary | std::ios::trunc) << content;
+        std::ofstream(dir.file("badpixel.pxm"), std::ios::binary | std::ios::trunc) << content;
+
+        DistortionElement distortion(&proxy, test::slashed(dir), vision::RadiometricCamTypeA);
+        EXPECT_FALSE(distortion.ready());
+        FrameMap in, out;
+        in[STREAMING_DATATYPE_RAD] = std::make_unique<Frame>(frame.clone());
+        EXPECT_TRUE(distortion.process(in, out));
+        ASSERT_TRUE(out[STREAMING_DATATYPE_RAD]);
+        EXPECT_EQ(cv::countNonZero(out[STREAMING_DATATYPE_RAD]->getFrameData() != frame), 0);
+
+        OffsetElement offset(&proxy, test::slashed(dir), nullptr);
+        EXPECT_TRUE(offset.badPixels().empty());
+    }
+}
