@@ -33,6 +33,7 @@
 #include "nordalib/core/memory/MemoryAcsii.h"
 #include "nordalib/core/memory/MemoryBinary.h"
 #include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/core/utils/TargetClones.h"
 #include "nordalib/vision/climate/AutoSpanHint.h"
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
