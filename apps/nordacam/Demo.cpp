@@ -35,7 +35,11 @@ namespace {
 
 std::string bar(double fraction, int width) {
     const int full = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * width);
-    return "[" + std::string(full, '#') + std::string(width - full, '.') + "]";
+    std::string text(width + 2, '.');
+    text.front() = '[';
+    text.back() = ']';
+    std::fill_n(text.begin() + 1, full, '#');
+    return text;
 }
 
 std::string temp(const SpotReading& s) {
