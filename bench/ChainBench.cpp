@@ -117,41 +117,17 @@ private:
 
     // What the host copies into every frame: shutter state, conditions and display settings.
     DataStorage<std::string> metadata(const std::string& state) {
-        static const std::vector<std::string> keys = {Id::Environment::EmissivityValue,
-                                                      Id::Environment::ReflectedTemperature,
-                                                      Id::Environment::Humidity,
-                                                      Id::Environment::HumidityModeActive,
-                                                      Id::Environment::Temperature,
-                                                      Id::Temperatures::Current::TBoardSens50,
-                                                      Id::Temperatures::Current::TBoardSlope,
-                                                      Id::Temperatures::Current::TLens,
-                                                      Id::Temperatures::Shuttering::TBoardSens50,
-                                                      Id::Temperatures::Shuttering::TShutter,
-                                                      Id::ActiveMeasRange::Name,
-                                                      Id::ActiveMeasRange::Top,
-                                                      Id::ActiveMeasRange::Bottom,
-                                                      Id::DeviceInfo::Uptime,
-                                                      Id::ActiveLens::Attached,
-                                                      Id::ActiveLens::Index,
-                                                      Id::ActiveLens::Serial,
-                                                      Id::ProtectiveGlass::Attached,
-                                                      Id::ProtectiveGlass::Transmission,
-                                                      Id::ProtectiveGlass::Emissivity,
-                                                      Id::Palette::ActivePalette,
-                                                      Id::Palette::Colors,
-                                                      Id::Scaling::Mode,
-                                                      Id::Scaling::Min,
-                                                      Id::Scaling::Max,
-                                                      Id::Alarm::AlarmBottomActive,
-                                                      Id::Alarm::AlarmTopActive,
-                                                      Id::Alarm::AlarmTopColor,
-                                                      Id::Alarm::AlarmBottomColor,
-                                                      Id::Alarm::AlarmBottomValue,
-                                                      Id::Alarm::AlarmTopValue,
-                                                      Id::Isotherme::IsothermeActive,
-                                                      Id::Isotherme::IsothermeColor,
-                                                      Id::Isotherme::IsothermeTopValue,
-                                                      Id::Isotherme::IsothermeBottomValue};
+        static const std::vector<std::string> keys = [] {
+            std::vector<std::string> k = PaletteElement::metadataKeys();
+            k.insert(k.end(),
+                     {Id::Environment::EmissivityValue, Id::Environment::ReflectedTemperature,
+                      Id::Temperatures::Current::TBoardSens50, Id::Temperatures::Current::TBoardSlope,
+                      Id::Temperatures::Current::TLens, Id::Temperatures::Shuttering::TBoardSens50,
+                      Id::Temperatures::Shuttering::TShutter, Id::ActiveMeasRange::Name, Id::ActiveLens::Attached,
+                      Id::ActiveLens::Index, Id::ActiveLens::Serial, Id::ProtectiveGlass::Attached,
+                      Id::ProtectiveGlass::Transmission, Id::ProtectiveGlass::Emissivity});
+            return k;
+        }();
         DataStorage<std::string> meta;
         for (const auto& k : keys)
             meta.set(k, m_store.get(k));

@@ -82,27 +82,11 @@ namespace {
 
 // The values the display and image-saving elements take from the frame rather than the store.
 const std::vector<std::string>& displayKeys() {
-    static const std::vector<std::string> keys = {Id::Palette::ActivePalette,
-                                                  Id::Palette::Colors,
-                                                  Id::Scaling::Mode,
-                                                  Id::Scaling::Min,
-                                                  Id::Scaling::Max,
-                                                  Id::Scaling::TempMin,
-                                                  Id::Scaling::TempMax,
-                                                  Id::Environment::HumidityModeActive,
-                                                  Id::Alarm::AlarmBottomActive,
-                                                  Id::Alarm::AlarmTopActive,
-                                                  Id::Alarm::AlarmTopColor,
-                                                  Id::Alarm::AlarmBottomColor,
-                                                  Id::Alarm::AlarmBottomValue,
-                                                  Id::Alarm::AlarmTopValue,
-                                                  Id::Isotherme::IsothermeActive,
-                                                  Id::Isotherme::IsothermeColor,
-                                                  Id::Isotherme::IsothermeTopValue,
-                                                  Id::Isotherme::IsothermeBottomValue,
-                                                  Id::ActiveMeasRange::Top,
-                                                  Id::ActiveMeasRange::Bottom,
-                                                  Id::MeasPoints::CenterSpot::MeasPoint};
+    static const std::vector<std::string> keys = [] {
+        std::vector<std::string> k = PaletteElement::metadataKeys();
+        k.insert(k.end(), {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
+        return k;
+    }();
     return keys;
 }
 

@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace norda::exp::streaming {
 
@@ -34,6 +35,10 @@ public:
     ~PaletteElement() override;
 
     bool process(FrameMap& inputs, FrameMap& outputs) override;
+
+    // The metadata keys the element reads from each frame: a host copies them from its store into
+    // every frame that is to be coloured.
+    static const std::vector<std::string>& metadataKeys();
 
 protected:
     // The converter, for hosts or tests that look at or add to the colour regions.
