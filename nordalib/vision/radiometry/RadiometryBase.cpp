@@ -216,4 +216,16 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
     ++m_tableBuilds;
 }
 
+std::vector<unsigned> RadiometryBase::commonRequiredData() {
+    return {RadiometryId::Emis,
+            RadiometryId::Treflected,
+            RadiometryId::TboardCurrent,
+            RadiometryId::TboardShuttering,
+            RadiometryId::TShutterShuttering,
+            RadiometryId::MeasRange,
+            RadiometryId::TBoardSlope,
+            RadiometryId::TauPg,
+            RadiometryId::EmisPg};
+}
+
 } // namespace norda::vision

@@ -61,6 +61,9 @@ protected:
     // Type-specific additions to the conditions (lens, frame mode) and data the type requires.
     virtual void completeConditions(RadiometricConditions& conditions) const = 0;
     virtual std::vector<unsigned> requiredData() const = 0;
+    // The conditions every model needs: emissivity, reflected, board and shutter temperatures,
+    // range, board slope and protective glass.
+    static std::vector<unsigned> commonRequiredData();
 
     double kelvinOf(unsigned id) const;
     [[noreturn]] void fail(const std::string& message, const char* function) const;

@@ -9,15 +9,7 @@ RadiometryTypeA::RadiometryTypeA(unsigned short cols, unsigned short rows, float
 void RadiometryTypeA::completeConditions(RadiometricConditions&) const {}
 
 std::vector<unsigned> RadiometryTypeA::requiredData() const {
-    return {RadiometryId::Emis,
-            RadiometryId::Treflected,
-            RadiometryId::TboardCurrent,
-            RadiometryId::TboardShuttering,
-            RadiometryId::TShutterShuttering,
-            RadiometryId::MeasRange,
-            RadiometryId::TBoardSlope,
-            RadiometryId::TauPg,
-            RadiometryId::EmisPg};
+    return commonRequiredData();
 }
 
 } // namespace norda::vision

@@ -25,18 +25,9 @@ void RadiometryTypeB::completeConditions(RadiometricConditions& c) const {
 }
 
 std::vector<unsigned> RadiometryTypeB::requiredData() const {
-    return {RadiometryId::Emis,
-            RadiometryId::Treflected,
-            RadiometryId::TboardCurrent,
-            RadiometryId::TboardShuttering,
-            RadiometryId::TShutterShuttering,
-            RadiometryId::MeasRange,
-            RadiometryId::TBoardSlope,
-            RadiometryId::TauPg,
-            RadiometryId::EmisPg,
-            RadiometryId::LensIndex,
-            RadiometryId::LensSerial,
-            RadiometryId::TlensCurrent};
+    auto ids = commonRequiredData();
+    ids.insert(ids.end(), {RadiometryId::LensIndex, RadiometryId::LensSerial, RadiometryId::TlensCurrent});
+    return ids;
 }
 
 } // namespace norda::vision
