@@ -12,7 +12,7 @@ SANITIZER_CMAKE_ARGS = -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 # commands, the coordinate value queries, the pipeline's own thread. The thread checker runs these.
 TSAN_TESTS ?= ^(DataProxy|Commands|Pipeline|OffsetElementTest|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
 
-.PHONY: all deps configure build test demo bench install test-asan test-tsan fuzz format clean
+.PHONY: all deps configure build test demo bench install test-asan test-tsan fuzz load soak format clean
 
 all: build
 
@@ -53,7 +53,7 @@ FUZZ_SECONDS ?= 60
 fuzz:
 	@NORDA_EXTRA_PACKAGES="clang libclang-rt-14-dev" bash tools/install-deps.sh
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORDA_SANITIZE=address \
-	    -DNORDA_FUZZ=ON -DNORDA_BUILD_TESTS=OFF -DNORDA_BUILD_BENCH=OFF -DNORDA_BUILD_APPS=OFF
+	    -DNORDA_FUZZ=ON -DNORDA_BUILD_TESTS=OFF -DNORDA_BUILD_BENCH=OFF -DNORDA_BUILD_APPS=ON
 	cmake --build build-fuzz -j$(JOBS)
 	@set -e; for t in build-fuzz/fuzz/fuzz_*; do \
 	    name=$$(basename $$t); mkdir -p build-fuzz/corpus/$$name build-fuzz/finds/$$name; \
@@ -61,6 +61,15 @@ fuzz:
 	    $$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 \
 	        -artifact_prefix=build-fuzz/finds/$$name/ build-fuzz/corpus/$$name fuzz/corpus/$$name; \
 	done
+
+# `nordacam serve` under load (20 stream clients, some stalled, the API polled) for 5 minutes with
+# figures every 30 s; `soak` for 10 minutes. The test suite runs the same test for 30 s.
+LOAD_TEST = $(BUILD)/tests/nordalib_tests --gtest_filter='NordacamServerLoad.*'
+load: build
+	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=300 NORDA_LOAD_REPORT_SECONDS=30 $(LOAD_TEST)
+
+soak: build
+	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=600 NORDA_LOAD_REPORT_SECONDS=60 $(LOAD_TEST)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -12,58 +12,24 @@
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-// Each element of the chain is wired when this build of the library has it.
-#ifdef NORDACAM_HAVE_CAPTUREELEMENT
-#include "nordalib/vision/streaming/CaptureElement.h"
-#endif
-#ifdef NORDACAM_HAVE_FILEREADERELEMENT
-#include "nordalib/vision/streaming/FileReaderElement.h"
-#endif
-#ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
-#include "nordalib/vision/streaming/PxmRecorderElement.h"
-#endif
-#ifdef NORDACAM_HAVE_COORDINATEVALUEELEMENT
-#include "nordalib/vision/streaming/CoordinateValueElement.h"
-#endif
-#ifdef NORDACAM_HAVE_OFFSETELEMENT
-#include "nordalib/vision/streaming/OffsetElement.h"
-#endif
-#ifdef NORDACAM_HAVE_BADPIXELELEMENT
-#include "nordalib/vision/streaming/BadPixelElement.h"
-#endif
-#ifdef NORDACAM_HAVE_TNRELEMENT
-#include "nordalib/vision/streaming/TnrElement.h"
-#endif
-#ifdef NORDACAM_HAVE_SPRELEMENT
-#include "nordalib/vision/streaming/SprElement.h"
-#endif
-#ifdef NORDACAM_HAVE_SNRELEMENT
-#include "nordalib/vision/streaming/SnrElement.h"
-#endif
-#ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
-#include "nordalib/vision/streaming/RadiometryElement.h"
-#endif
-#ifdef NORDACAM_HAVE_DISTORTIONELEMENT
-#include "nordalib/vision/streaming/DistortionElement.h"
-#endif
-#ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
-#include "nordalib/vision/streaming/MinMaxExtractionElement.h"
-#endif
-#ifdef NORDACAM_HAVE_PALETTEELEMENT
-#include "nordalib/vision/streaming/PaletteElement.h"
-#endif
-#ifdef NORDACAM_HAVE_PALETTES
-#include "nordalib/vision/imgproc/Palettes.h"
-#endif
-#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
-#include "nordalib/vision/streaming/SocketServerElement.h"
-#endif
-#ifdef NORDACAM_HAVE_IMAGEWRITEELEMENT
-#include "nordalib/vision/streaming/ImageWriteElement.h"
-#endif
-#ifdef NORDACAM_HAVE_PXMENCODER
+// The elements of the chain.
 #include "nordalib/vision/imageio/PxmEncoder.h"
-#endif
+#include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/streaming/BadPixelElement.h"
+#include "nordalib/vision/streaming/CaptureElement.h"
+#include "nordalib/vision/streaming/CoordinateValueElement.h"
+#include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/FileReaderElement.h"
+#include "nordalib/vision/streaming/ImageWriteElement.h"
+#include "nordalib/vision/streaming/MinMaxExtractionElement.h"
+#include "nordalib/vision/streaming/OffsetElement.h"
+#include "nordalib/vision/streaming/PaletteElement.h"
+#include "nordalib/vision/streaming/PxmRecorderElement.h"
+#include "nordalib/vision/streaming/RadiometryElement.h"
+#include "nordalib/vision/streaming/SnrElement.h"
+#include "nordalib/vision/streaming/SocketServerElement.h"
+#include "nordalib/vision/streaming/SprElement.h"
+#include "nordalib/vision/streaming/TnrElement.h"
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -84,14 +50,15 @@ namespace {
 const std::vector<std::string>& displayKeys() {
     static const std::vector<std::string> keys = [] {
         std::vector<std::string> k = PaletteElement::metadataKeys();
-        k.insert(k.end(), {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
+        k.insert(k.end(),
+                 {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
         return k;
     }();
     return keys;
 }
 
 // Metadata saved into every image as generic entries.
-[[maybe_unused]] const std::vector<std::string>& savedKeys() {
+const std::vector<std::string>& savedKeys() {
     static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
                                                   Id::Environment::Humidity,
                                                   Id::Environment::Temperature,
@@ -150,7 +117,6 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
                    ? std::string()
                    : "measurement range " + number + " is not defined";
     });
-#ifdef NORDACAM_HAVE_PALETTES
     m_settings.addCheck(Id::Palette::ActivePalette, [](const Variant& v) {
         const auto& name = v.value<std::string>();
         std::string names;
@@ -159,7 +125,6 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
         return norda::vision::Palettes::exists(name) ? std::string()
                                                      : "unknown palette \"" + name + "\" (" + names + ")";
     });
-#endif
     if (!m_options.settingsFile.empty()) {
         if (norda::utils::existsFile(m_options.settingsFile))
             m_settings.loadFile(m_options.settingsFile);
@@ -170,7 +135,6 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     m_store.flush();
     m_hostCommands = std::make_unique<HostCommands>(m_commands, m_settings);
 
-#ifdef NORDACAM_HAVE_PALETTES
     // The colour table follows the palette name, as the camera's menu does.
     auto applyPalette = [this](const std::string& name) {
         if (norda::vision::Palettes::exists(name))
@@ -181,7 +145,6 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     };
     applyPalette(m_store.getValue<std::string>(Id::Palette::ActivePalette));
     m_paletteSubscription = m_store.subscribeValue<std::string>(Id::Palette::ActivePalette, applyPalette);
-#endif
 
     if (m_options.inputFile.empty())
         m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim,
@@ -209,48 +172,29 @@ Camera::~Camera() {
 
 void Camera::addStage(const std::string& type, std::unique_ptr<StreamingElement> element,
                       const std::string& role, std::vector<STREAMING_DATATYPE> optional) {
-    m_stages.push_back({type, element->getName(), role, true});
+    m_stages.push_back({type, element->getName(), role});
     m_pipeline.add(std::move(element), std::move(optional));
-}
-
-void Camera::missingStage(const std::string& element, const std::string& role) {
-    m_stages.push_back({element, element, role, false});
 }
 
 bool Camera::has(const std::string& element) const {
     for (const auto& s : m_stages)
-        if (s.type == element && s.available)
+        if (s.type == element)
             return true;
     return false;
 }
 
-std::vector<std::string> Camera::missing() const {
-    std::vector<std::string> out;
-    for (const auto& s : m_stages)
-        if (!s.available)
-            out.push_back(s.type);
-    return out;
-}
-
 void Camera::buildChain() {
-    [[maybe_unused]] const std::string& calib = m_options.calibrationDir;
-#if defined(NORDACAM_HAVE_RADIOMETRYELEMENT) || defined(NORDACAM_HAVE_DISTORTIONELEMENT)
+    const std::string& calib = m_options.calibrationDir;
     // Interchangeable lenses: per-lens transmission and distortion tables.
     const auto camType = norda::vision::RadiometricCamTypeB;
-#endif
 
     // Source.
     if (m_sim) {
-#ifdef NORDACAM_HAVE_CAPTUREELEMENT
         addStage(
             "CaptureElement",
             std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, [this] { return m_sim->nextFrame(); }),
             "frame source: simulated detector");
-#else
-        missingStage("CaptureElement", "frame source: simulated detector");
-#endif
     } else {
-#ifdef NORDACAM_HAVE_FILEREADERELEMENT
         if (!norda::utils::existsFile(m_options.inputFile))
             throw SettingsError("input file " + m_options.inputFile + " does not exist");
         auto recorded = PlaybackMetadataElement::readRecording(m_options.inputFile);
@@ -261,13 +205,9 @@ void Camera::buildChain() {
         addStage("PlaybackMetadataElement",
                  std::make_unique<PlaybackMetadataElement>(m_store, std::move(recorded)),
                  "recorded metadata of the played frames");
-#else
-        missingStage("FileReaderElement", "frame source: recording");
-#endif
     }
 
     // Taps on the raw frames, before the offset element takes their metadata.
-#ifdef NORDACAM_HAVE_PXMRECORDERELEMENT
     // The recorder takes a copy in the otherwise unused slot 1 (see TeeElement).
     const auto recordSlot = static_cast<STREAMING_DATATYPE>(1);
     addStage("TeeElement", std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"),
@@ -277,74 +217,34 @@ void Camera::buildChain() {
                  recordSlot, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
                  [this](unsigned long long remaining) { m_recordRemaining = remaining; }),
              "raw recording");
-#else
-    missingStage("PxmRecorderElement", "raw recording");
-#endif
-#ifdef NORDACAM_HAVE_COORDINATEVALUEELEMENT
     {
         auto element = std::make_unique<CoordinateValueElement>();
         auto* raw = element.get();
         m_rawLookup = [raw](unsigned short x, unsigned short y) { return raw->valuefromCoordinate(x, y); };
         addStage("CoordinateValueElement", std::move(element), "raw value lookup");
     }
-#else
-    missingStage("CoordinateValueElement", "raw value lookup");
-#endif
 
     // Sensor correction.
-#ifdef NORDACAM_HAVE_OFFSETELEMENT
     addStage("OffsetElement", std::make_unique<OffsetElement>(&m_store, calib, nullptr), "offset correction");
-#else
-    missingStage("OffsetElement", "offset correction");
-#endif
-#ifdef NORDACAM_HAVE_BADPIXELELEMENT
     addStage("BadPixelElement",
              std::make_unique<BadPixelElement>(&m_store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED),
              "bad-pixel replacement");
-#else
-    missingStage("BadPixelElement", "bad-pixel replacement");
-#endif
-#ifdef NORDACAM_HAVE_TNRELEMENT
     addStage("TnrElement", std::make_unique<TnrElement>(&m_store), "temporal noise reduction");
-#else
-    missingStage("TnrElement", "temporal noise reduction");
-#endif
-#ifdef NORDACAM_HAVE_SPRELEMENT
     addStage("SprElement", std::make_unique<SprElement>(&m_store), "static pattern removal");
-#else
-    missingStage("SprElement", "static pattern removal");
-#endif
-#ifdef NORDACAM_HAVE_SNRELEMENT
     addStage("SnrElement", std::make_unique<SnrElement>(&m_store), "spatial noise removal");
-#else
-    missingStage("SnrElement", "spatial noise removal");
-#endif
-#ifdef NORDACAM_HAVE_RADIOMETRYELEMENT
     addStage("RadiometryElement", std::make_unique<RadiometryElement>(&m_store, calib, camType),
              "radiometry");
-#else
-    missingStage("RadiometryElement", "radiometry");
-#endif
-#ifdef NORDACAM_HAVE_DISTORTIONELEMENT
     addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),
              "lens distortion");
-#else
-    missingStage("DistortionElement", "lens distortion");
-#endif
 
     // Measurement and display.
-#ifdef NORDACAM_HAVE_MINMAXEXTRACTIONELEMENT
     addStage("MinMaxExtractionElement",
              std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
              "measurement, range automatics, scaling");
-#else
-    missingStage("MinMaxExtractionElement", "measurement, range automatics, scaling");
-#endif
     addStage("StoreStampElement",
              std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
                                                  "DisplaySettings"),
              "display settings into the frame");
-#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
     // The radiometric stream sends the frame before the palette moves its metadata on.
     if (m_options.streams)
         addStage("SocketServerElement",
@@ -352,15 +252,9 @@ void Camera::buildChain() {
                      STREAMING_DATATYPE_RAD_CONST, [this](Frame& f, unsigned long long, bool) { sendPxm(f); },
                      m_commands, kPxmStreamName, 0),
                  "radiometric stream");
-#endif
-#ifdef NORDACAM_HAVE_PALETTEELEMENT
     addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
-#else
-    missingStage("PaletteElement", "palette");
-#endif
 
     // Sinks.
-#ifdef NORDACAM_HAVE_SOCKETSERVERELEMENT
     if (m_options.streams) {
         addStage("SocketServerElement",
                  std::make_unique<SocketServerElement>(
@@ -384,11 +278,6 @@ void Camera::buildChain() {
         m_mjpegHub.setDemandCallback(demand(kMjpegStreamName));
         m_pxmHub.setDemandCallback(demand(kPxmStreamName));
     }
-#else
-    if (m_options.streams)
-        missingStage("SocketServerElement", "display and radiometric streams");
-#endif
-#ifdef NORDACAM_HAVE_IMAGEWRITEELEMENT
     {
         std::string folder = withSlash(m_options.outputDir.empty() ? std::string("./") : m_options.outputDir);
         folder.pop_back();
@@ -398,9 +287,6 @@ void Camera::buildChain() {
                      STREAMING_DATATYPE_YUV422),
                  "image saving", {STREAMING_DATATYPE_YUV422});
     }
-#else
-    missingStage("ImageWriteElement", "image saving");
-#endif
 }
 
 void Camera::start(uint64_t cycles) {
@@ -468,8 +354,6 @@ float Camera::temperatureAt(int x, int y) const {
 }
 
 unsigned short Camera::rawAt(int x, int y) const {
-    if (!m_rawLookup)
-        throw NotAvailable("the raw value lookup (CoordinateValueElement)");
     return m_rawLookup(static_cast<unsigned short>(std::max(0, x)),
                        static_cast<unsigned short>(std::max(0, y)));
 }
@@ -485,19 +369,15 @@ void Camera::sendJpeg(Frame& frame) {
     m_mjpegHub.publish(std::make_shared<const std::string>(jpeg.begin(), jpeg.end()));
 }
 
-void Camera::sendPxm([[maybe_unused]] Frame& frame) {
-#ifdef NORDACAM_HAVE_PXMENCODER
+void Camera::sendPxm(Frame& frame) {
     norda::vision::PxmEncoder encoder;
     auto encoded = encoder.encode(frame.getFrameData(), &frame.getMetaData());
     auto data = std::make_shared<std::string>(*encoded.header);
     data->append(reinterpret_cast<const char*>(encoded.payload), encoded.payloadSize);
     m_pxmHub.publish(std::move(data));
-#endif
 }
 
 std::string Camera::saveImage(std::chrono::milliseconds timeout) {
-    if (!has("ImageWriteElement"))
-        throw NotAvailable("saving images (ImageWriteElement)");
     const unsigned int before = m_store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
     m_commands.call(kImageWriteCallable, "TriggerImageSave", cmd::ParameterPack{makeVariant(false)});
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -514,8 +394,6 @@ std::string Camera::saveImage(std::chrono::milliseconds timeout) {
 }
 
 std::vector<char> Camera::captureImage() {
-    if (!has("ImageWriteElement"))
-        throw NotAvailable("capturing images (ImageWriteElement)");
     auto result = m_commands.call(kImageWriteCallable, "CaptureImage", cmd::ParameterPack{});
     if (!result)
         return {};
@@ -523,8 +401,6 @@ std::vector<char> Camera::captureImage() {
 }
 
 void Camera::startRecording(const std::string& fileName, unsigned long long frames) {
-    if (!has("PxmRecorderElement"))
-        throw NotAvailable("raw recording (PxmRecorderElement)");
     m_commands.call(kRecorderName, "Start",
                     cmd::ParameterPack{makeVariant(fileName),
                                        makeVariant(static_cast<unsigned long long>(frames)),
@@ -534,8 +410,6 @@ void Camera::startRecording(const std::string& fileName, unsigned long long fram
 }
 
 void Camera::stopRecording() {
-    if (!has("PxmRecorderElement"))
-        throw NotAvailable("raw recording (PxmRecorderElement)");
     m_commands.call(kRecorderName, "Stop", cmd::ParameterPack{});
 }
 

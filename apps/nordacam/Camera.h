@@ -10,9 +10,6 @@
 //   -> radiometry -> distortion -> min/max -> display settings into the frame -> palette
 //   -> stream senders (display image, radiometric frame) -> image writer
 //
-// The chain is assembled from the elements this build of the library has; a missing one is
-// listed in stages() as not available and whatever needs it reports so instead of faking data.
-//
 // At the end of every cycle the host keeps a copy of the newest radiometric frame and display
 // image with their measurement metadata, for the status line, the summary and the HTTP server.
 
@@ -36,11 +33,10 @@
 
 namespace nordacam {
 
-// Raised for a request this build cannot serve (an element the library does not have yet).
+// Raised for what the camera cannot give now or in this set-up (no frame yet, streams not wired).
 class NotAvailable : public std::runtime_error {
 public:
-    explicit NotAvailable(const std::string& what)
-        : std::runtime_error(what + " is not available in this build") {}
+    explicit NotAvailable(const std::string& what) : std::runtime_error(what + " is not available") {}
 };
 
 struct CameraOptions {
@@ -69,7 +65,6 @@ public:
         std::string type;    // the element's class
         std::string element; // its name in the pipeline
         std::string role;
-        bool available;
     };
     // What the host kept of the newest cycle.
     struct Snapshot {
@@ -96,7 +91,6 @@ public:
     const std::vector<Stage>& stages() const { return m_stages; }
     // Whether the chain holds an element of that class.
     bool has(const std::string& elementType) const;
-    std::vector<std::string> missing() const;
 
     // Runs the chain on the pipeline thread (0: until stop()).
     void start(uint64_t cycles = 0);
@@ -129,7 +123,6 @@ private:
     void addStage(const std::string& type, std::unique_ptr<norda::exp::streaming::StreamingElement> element,
                   const std::string& role,
                   std::vector<norda::exp::streaming::STREAMING_DATATYPE> optional = {});
-    void missingStage(const std::string& element, const std::string& role);
     void onCycle(const norda::exp::streaming::FrameMap& frames, uint64_t cycle);
     void sendJpeg(norda::exp::Frame& frame);
     void sendPxm(norda::exp::Frame& frame);

@@ -7,9 +7,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
 
-#ifdef NORDACAM_HAVE_IMAGEIO
 #include "nordalib/vision/imageio/ImageIO.h"
-#endif
 
 #include <fmt/format.h>
 
@@ -107,16 +105,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
         out << "  detector response: " << camera.simulator()->response().describe() << "\n";
     out << "  chain:";
     for (const auto& s : camera.stages())
-        if (s.available)
-            out << " " << s.element;
+        out << " " << s.element;
     out << "\n";
-    const auto missing = camera.missing();
-    if (!missing.empty()) {
-        out << "  not available in this build:";
-        for (const auto& m : missing)
-            out << " " << m;
-        out << "\n";
-    }
 
     const auto before = listFiles(options.camera.outputDir);
     const std::string recording = options.camera.outputDir + "/RAW" + fileStamp() + ".pxm";
@@ -225,12 +215,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
     int code = 0;
     if (simulated) {
         out << "\nMeasured against the true scene (after warm-up, shutter open):\n";
-        if (accuracy.objects.empty() && accuracy.hotSpot.n == 0) {
-            out << "  no radiometric frame after warm-up";
-            if (!missing.empty())
-                out << " (the chain is incomplete in this build)";
-            out << "\n";
-        }
+        if (accuracy.objects.empty() && accuracy.hotSpot.n == 0)
+            out << "  no radiometric frame after warm-up\n";
         for (const auto& [name, s] : accuracy.objects)
             out << fmt::format(
                 "  {:<12} true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K "
@@ -279,9 +265,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
     return code;
 }
 
-int simulateRecording([[maybe_unused]] const CameraOptions& options, [[maybe_unused]] const std::string& file,
-                      [[maybe_unused]] uint64_t frames, [[maybe_unused]] std::ostream& out) {
-#ifdef NORDACAM_HAVE_IMAGEIO
+int simulateRecording(const CameraOptions& options, const std::string& file, uint64_t frames,
+                      std::ostream& out) {
     DataProxy<std::string> store;
     setDefaultParameters(store);
     Settings settings(store);
@@ -307,9 +292,6 @@ int simulateRecording([[maybe_unused]] const CameraOptions& options, [[maybe_unu
     out << "nordacam: wrote " << frames << " raw frames (" << options.sim.width << "x" << options.sim.height
         << ", 16 bit, with metadata) to " << file << "\n";
     return 0;
-#else
-    throw NotAvailable("writing PXM recordings (ImageIO)");
-#endif
 }
 
 } // namespace nordacam

@@ -3,9 +3,7 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
 
-#ifdef NORDACAM_HAVE_IMAGEDECODERPXM
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
-#endif
 
 namespace nordacam {
 
@@ -71,10 +69,8 @@ bool PlaybackMetadataElement::process(FrameMap& inputs, FrameMap&) {
     return true;
 }
 
-std::vector<DataStorage<std::string>>
-PlaybackMetadataElement::readRecording([[maybe_unused]] const std::string& file) {
+std::vector<DataStorage<std::string>> PlaybackMetadataElement::readRecording(const std::string& file) {
     std::vector<DataStorage<std::string>> out;
-#ifdef NORDACAM_HAVE_IMAGEDECODERPXM
     norda::vision::ImageDecoderPxM decoder;
     if (!decoder.open(file))
         NORDA_THROW("can not open " + file, "nordacam::PlaybackMetadataElement::readRecording");
@@ -82,7 +78,6 @@ PlaybackMetadataElement::readRecording([[maybe_unused]] const std::string& file)
     while (decoder.grab(frame, nullptr))
         out.push_back(decoder.getMetaData());
     decoder.close();
-#endif
     return out;
 }
 

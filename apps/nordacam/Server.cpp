@@ -7,9 +7,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-#ifdef NORDACAM_HAVE_PALETTES
 #include "nordalib/vision/imgproc/Palettes.h"
-#endif
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
@@ -19,7 +17,9 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
+#include <sys/socket.h>
 #include <thread>
 
 namespace nordacam {
@@ -33,7 +33,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kMaxStreams = 16;
+// Stream clients served at once; the pool keeps threads beyond them for the page and the API.
+constexpr int kMaxStreams = 32;
+constexpr int kApiThreads = 8;
+// A stream client whose connection takes nothing for this long is dropped.
+constexpr int kStalledClientSeconds = 5;
+// Send buffer of each connection (the kernel doubles it). Without a cap it grows to megabytes, so
+// a slow viewer would see the live image seconds late and a stalled one would be noticed only
+// after that much data; a radiometric frame (0.6 MB) still fits in one buffer.
+constexpr int kSendBufferBytes = 512 * 1024;
 
 // Failures a handler reports, with their status.
 struct HttpError : std::runtime_error {
@@ -65,6 +73,15 @@ template <typename F> httplib::Server::Handler guarded(F f) {
             reply(res, {{"error", e.what()}}, 409);
         }
     };
+}
+
+// The answer to a failed request that no handler explained.
+void errorPage(httplib::Response& res) {
+    if (res.body.empty())
+        reply(res,
+              {{"error", res.status == 404 ? std::string("not found")
+                                           : "bad request (HTTP status " + std::to_string(res.status) + ")"}},
+              res.status);
 }
 
 json parseBody(const httplib::Request& req) {
@@ -145,8 +162,16 @@ std::string WebServer::fileInFolder(const std::string& folder, const std::string
 }
 
 WebServer::WebServer(Camera& camera) : m_camera(camera), m_server(std::make_unique<httplib::Server>()) {
-    m_server->new_task_queue = [] { return new httplib::ThreadPool(kMaxStreams + 8); };
+    m_server->new_task_queue = [] { return new httplib::ThreadPool(kMaxStreams + kApiThreads); };
     m_server->set_payload_max_length(1 << 20);
+    m_server->set_write_timeout(kStalledClientSeconds, 0);
+    // Accepted connections inherit the listening socket's buffer size.
+    m_server->set_socket_options([this](socket_t sock) {
+        httplib::default_socket_options(sock);
+        const int size = kSendBufferBytes;
+        ::setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+        m_listenSocket = sock;
+    });
     routes();
 }
 
@@ -167,6 +192,10 @@ int WebServer::bind(const std::string& host, int port) {
                                      " (address not available or port in use)");
         m_port = port;
     }
+    // The HTTP library listens with a backlog of 5: a page, its streams and a few viewers
+    // connecting at once would overflow it and wait a second for the connection to be retried.
+    if (m_listenSocket >= 0)
+        ::listen(m_listenSocket, SOMAXCONN);
     return m_port;
 }
 
@@ -182,11 +211,41 @@ void WebServer::stop() {
         m_server->stop();
 }
 
+struct WebServer::Route {
+    std::string method;
+    std::regex pattern;
+    httplib::Server::Handler handler;
+};
+
+void WebServer::add(const std::string& method, const std::string& pattern, httplib::Server::Handler handler) {
+    m_routes.push_back({method, std::regex(pattern), handler});
+    if (method == "GET")
+        m_server->Get(pattern, std::move(handler));
+    else if (method == "POST")
+        m_server->Post(pattern, std::move(handler));
+    else
+        m_server->Put(pattern, std::move(handler));
+}
+
+void WebServer::handle(httplib::Request& req, httplib::Response& res) const {
+    for (const auto& route : m_routes)
+        if ((route.method == req.method || (req.method == "HEAD" && route.method == "GET")) &&
+            std::regex_match(req.path, req.matches, route.pattern)) {
+            route.handler(req, res);
+            if (res.status == -1)
+                res.status = 200;
+            if (res.status >= 400)
+                errorPage(res);
+            return;
+        }
+    res.status = 404;
+    errorPage(res);
+}
+
 void WebServer::routes() {
-    auto& srv = *m_server;
     Camera& cam = m_camera;
 
-    srv.Get("/", [](const httplib::Request&, httplib::Response& res) {
+    add("GET", "/", [](const httplib::Request&, httplib::Response& res) {
         res.set_content(viewerPage(), "text/html; charset=utf-8");
     });
 
@@ -223,18 +282,17 @@ void WebServer::routes() {
                 [this](bool) { --m_streams; });
         });
     };
-    srv.Get("/stream.mjpg", stream(cam.mjpegHub(), "SocketServerElement", "image/jpeg"));
-    srv.Get("/stream.pxm", stream(cam.pxmHub(), "SocketServerElement", "image/x-portable-anymap"));
+    add("GET", "/stream.mjpg", stream(cam.mjpegHub(), "SocketServerElement", "image/jpeg"));
+    add("GET", "/stream.pxm", stream(cam.pxmHub(), "SocketServerElement", "image/x-portable-anymap"));
 
-    srv.Get("/snapshot.jpg", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                const auto snap = cam.snapshot();
-                if (snap.rgb.empty())
-                    throw NotAvailable("a display image");
-                res.set_content(jpegOf(snap.rgb), "image/jpeg");
-            }));
+    add("GET", "/snapshot.jpg", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            const auto snap = cam.snapshot();
+            if (snap.rgb.empty())
+                throw NotAvailable("a display image");
+            res.set_content(jpegOf(snap.rgb), "image/jpeg");
+        }));
 
-    srv.Get(
-        "/api/status", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+    add("GET", "/api/status", guarded([this, &cam](const httplib::Request&, httplib::Response& res) {
             const auto stats = cam.pipeline().statistics();
             json elements = json::array();
             for (const auto& e : stats.elements)
@@ -247,208 +305,210 @@ void WebServer::routes() {
                                     {"lastError", e.lastError}});
             json stages = json::array();
             for (const auto& s : cam.stages())
-                stages.push_back(
-                    {{"type", s.type}, {"element", s.element}, {"role", s.role}, {"available", s.available}});
+                stages.push_back({{"type", s.type}, {"element", s.element}, {"role", s.role}});
             reply(res, {{"cycles", stats.cycles},
                         {"fps", cam.snapshot().fps},
+                        {"streamClients",
+                         {{"mjpeg", cam.mjpegHub().readers()},
+                          {"pxm", cam.pxmHub().readers()},
+                          {"total", m_streams.load()}}},
                         {"meanCycleMs", stats.meanCycleMs},
                         {"stages", stages},
                         {"elements", elements}});
         }));
 
-    srv.Get("/api/measurements", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                const auto snap = cam.snapshot();
-                auto& store = cam.store();
-                json spots = json::array();
-                for (auto s : readSpots(store)) {
-                    s.valid = s.valid && !snap.rad.empty(); // before the first frame: only defaults
-                    spots.push_back(toJson(s));
-                }
-                json j = {{"frame", snap.frame},
-                          {"cycle", snap.cycle},
-                          {"fps", snap.fps},
-                          {"width", snap.rad.empty() ? 640 : snap.rad.cols},
-                          {"height", snap.rad.empty() ? 480 : snap.rad.rows},
-                          {"spots", spots},
-                          {"warmup", store.getValue<bool>(Id::Streaming::WarmUp)},
-                          {"shutter", store.getValue<std::string>(Id::Shutter::State)},
-                          {"recording", cam.recording()},
-                          {"recordingRemaining", cam.recordingRemaining()},
-                          {"range",
-                           {{"name", store.getValue<unsigned char>(Id::ActiveMeasRange::Name)},
-                            {"bottom", store.getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius()},
-                            {"top", store.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius()}}}};
-                if (!snap.rad.empty()) {
-                    double mn, mx;
-                    cv::minMaxIdx(snap.rad, &mn, &mx);
-                    j["image"] = {
-                        {"min", norda::vision::RadiometricTools::getFloat(static_cast<uint16_t>(mn))},
-                        {"max", norda::vision::RadiometricTools::getFloat(static_cast<uint16_t>(mx))},
-                        {"mean", norda::vision::RadiometricTools::getFloat(
-                                     static_cast<uint16_t>(cv::mean(snap.rad)[0] + 0.5))}};
-                    json objects = json::array();
-                    for (const auto& o : measureObjects(snap))
-                        objects.push_back(toJson(o));
-                    if (!objects.empty())
-                        j["objects"] = objects;
-                }
-                reply(res, j);
-            }));
+    add("GET", "/api/measurements", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            const auto snap = cam.snapshot();
+            auto& store = cam.store();
+            json spots = json::array();
+            for (auto s : readSpots(store)) {
+                s.valid = s.valid && !snap.rad.empty(); // before the first frame: only defaults
+                spots.push_back(toJson(s));
+            }
+            json j = {{"frame", snap.frame},
+                      {"cycle", snap.cycle},
+                      {"fps", snap.fps},
+                      {"width", snap.rad.empty() ? 640 : snap.rad.cols},
+                      {"height", snap.rad.empty() ? 480 : snap.rad.rows},
+                      {"spots", spots},
+                      {"warmup", store.getValue<bool>(Id::Streaming::WarmUp)},
+                      {"shutter", store.getValue<std::string>(Id::Shutter::State)},
+                      {"recording", cam.recording()},
+                      {"recordingRemaining", cam.recordingRemaining()},
+                      {"range",
+                       {{"name", store.getValue<unsigned char>(Id::ActiveMeasRange::Name)},
+                        {"bottom", store.getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius()},
+                        {"top", store.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius()}}}};
+            if (!snap.rad.empty()) {
+                double mn, mx;
+                cv::minMaxIdx(snap.rad, &mn, &mx);
+                j["image"] = {{"min", norda::vision::RadiometricTools::getFloat(static_cast<uint16_t>(mn))},
+                              {"max", norda::vision::RadiometricTools::getFloat(static_cast<uint16_t>(mx))},
+                              {"mean", norda::vision::RadiometricTools::getFloat(
+                                           static_cast<uint16_t>(cv::mean(snap.rad)[0] + 0.5))}};
+                json objects = json::array();
+                for (const auto& o : measureObjects(snap))
+                    objects.push_back(toJson(o));
+                if (!objects.empty())
+                    j["objects"] = objects;
+            }
+            reply(res, j);
+        }));
 
-    srv.Get("/api/temperature", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                const int x = intParam(req, "x"), y = intParam(req, "y");
-                json j = {{"x", x}, {"y", y}, {"celsius", cam.temperatureAt(x, y)}};
-                try {
-                    j["raw"] = cam.rawAt(x, y);
-                } catch (const NotAvailable&) {
-                    // The temperature alone is still an answer.
-                }
-                reply(res, j);
-            }));
+    add("GET", "/api/temperature", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const int x = intParam(req, "x"), y = intParam(req, "y");
+            json j = {{"x", x}, {"y", y}, {"celsius", cam.temperatureAt(x, y)}};
+            try {
+                j["raw"] = cam.rawAt(x, y);
+            } catch (const NotAvailable&) {
+                // The temperature alone is still an answer.
+            }
+            reply(res, j);
+        }));
 
-    srv.Get("/api/palettes", guarded([](const httplib::Request&, [[maybe_unused]] httplib::Response& res) {
-#ifdef NORDACAM_HAVE_PALETTES
-                reply(res, {{"palettes", norda::vision::Palettes::names()}});
-#else
-                throw NotAvailable("the palette list (Palettes)");
-#endif
-            }));
+    add("GET", "/api/palettes", guarded([](const httplib::Request&, httplib::Response& res) {
+            reply(res, {{"palettes", norda::vision::Palettes::names()}});
+        }));
 
-    srv.Get("/api/settings", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                reply(res, cam.settings().userSettings());
-            }));
-    srv.Post("/api/settings", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                 const json body = parseBody(req);
-                 cam.settings().apply(body, "request");
-                 reply(res, {{"applied", body.size()}});
-             }));
-    srv.Get(R"(/api/settings/([A-Za-z0-9_.]+))",
-            guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                const std::string key = req.matches[1];
-                try {
-                    reply(res, {{"key", key}, {"value", cam.settings().get(key)}});
-                } catch (const SettingsError& e) {
-                    throw HttpError(404, e.what());
-                }
-            }));
-    srv.Put(R"(/api/settings/([A-Za-z0-9_.]+))",
-            guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                const std::string key = req.matches[1];
-                const json body = parseBody(req);
-                cam.settings().set(key, body.is_object() && body.contains("value") ? body["value"] : body);
+    add("GET", "/api/settings", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            reply(res, cam.settings().userSettings());
+        }));
+    add("POST", "/api/settings", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const json body = parseBody(req);
+            cam.settings().apply(body, "request");
+            reply(res, {{"applied", body.size()}});
+        }));
+    add("GET", R"(/api/settings/([A-Za-z0-9_.]+))",
+        guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const std::string key = req.matches[1];
+            try {
                 reply(res, {{"key", key}, {"value", cam.settings().get(key)}});
-            }));
+            } catch (const SettingsError& e) {
+                throw HttpError(404, e.what());
+            }
+        }));
+    add("PUT", R"(/api/settings/([A-Za-z0-9_.]+))",
+        guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const std::string key = req.matches[1];
+            const json body = parseBody(req);
+            cam.settings().set(key, body.is_object() && body.contains("value") ? body["value"] : body);
+            reply(res, {{"key", key}, {"value", cam.settings().get(key)}});
+        }));
 
-    srv.Get("/api/commands", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                json out = json::object();
-                for (const auto& callable : cam.commands().getCallableNames()) {
-                    json commands = json::array();
-                    for (const auto& d : cam.commands().getDescriptions(callable)) {
-                        json params = json::array();
-                        for (const auto& p : d.getParameters())
-                            params.push_back({{"index", p.getIndex()},
-                                              {"name", p.getName()},
-                                              {"type", typeName(p.getType())},
-                                              {"description", p.getDescription()}});
-                        commands.push_back({{"name", d.getName()},
-                                            {"description", d.getDescription()},
-                                            {"returns", typeName(d.getReturnType())},
-                                            {"parameters", params}});
-                    }
-                    out[callable] = commands;
+    add("GET", "/api/commands", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            json out = json::object();
+            for (const auto& callable : cam.commands().getCallableNames()) {
+                json commands = json::array();
+                for (const auto& d : cam.commands().getDescriptions(callable)) {
+                    json params = json::array();
+                    for (const auto& p : d.getParameters())
+                        params.push_back({{"index", p.getIndex()},
+                                          {"name", p.getName()},
+                                          {"type", typeName(p.getType())},
+                                          {"description", p.getDescription()}});
+                    commands.push_back({{"name", d.getName()},
+                                        {"description", d.getDescription()},
+                                        {"returns", typeName(d.getReturnType())},
+                                        {"parameters", params}});
                 }
-                reply(res, out);
-            }));
-    srv.Post(R"(/api/commands/([A-Za-z0-9_]+)/([A-Za-z0-9_]+))",
-             guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                 const std::string callable = req.matches[1], command = req.matches[2];
-                 if (!cam.commands().hasCallable(callable))
-                     throw HttpError(404, "unknown callable " + callable);
-                 const json body = req.body.empty() ? json::array() : parseBody(req);
-                 if (!body.is_array())
-                     throw HttpError(400, "the arguments must be a JSON array");
-                 std::vector<std::type_index> types;
-                 for (const auto& d : cam.commands().getDescriptions(callable))
-                     if (d.getName() == command)
-                         for (const auto& p : d.getParameters())
-                             types.push_back(p.getType());
-                 cmd::ParameterPack pack;
-                 for (size_t i = 0; i < body.size(); ++i)
-                     pack.add(argument(body[i], i < types.size() ? types[i] : std::type_index(typeid(void))));
-                 std::shared_ptr<Variant> result;
-                 try {
-                     result = cam.commands().call(callable, command, pack);
-                 } catch (const norda::Exception& e) {
-                     throw HttpError(400, e.what());
-                 }
-                 json j = {{"callable", callable}, {"command", command}};
-                 if (result && result->holds<std::vector<char>>())
-                     j["bytes"] = result->value<std::vector<char>>().size();
-                 else if (result)
-                     j["result"] = toJson(*result);
-                 reply(res, j);
-             }));
+                out[callable] = commands;
+            }
+            reply(res, out);
+        }));
+    add("POST", R"(/api/commands/([A-Za-z0-9_]+)/([A-Za-z0-9_]+))",
+        guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const std::string callable = req.matches[1], command = req.matches[2];
+            if (!cam.commands().hasCallable(callable))
+                throw HttpError(404, "unknown callable " + callable);
+            const json body = req.body.empty() ? json::array() : parseBody(req);
+            if (!body.is_array())
+                throw HttpError(400, "the arguments must be a JSON array");
+            std::vector<std::type_index> types;
+            std::vector<std::string> names;
+            for (const auto& d : cam.commands().getDescriptions(callable))
+                if (d.getName() == command)
+                    for (const auto& p : d.getParameters()) {
+                        types.push_back(p.getType());
+                        names.push_back(p.getName());
+                    }
+            cmd::ParameterPack pack;
+            for (size_t i = 0; i < body.size(); ++i) {
+                auto arg = argument(body[i], i < types.size() ? types[i] : std::type_index(typeid(void)));
+                // A file a command writes is named like any other file from a request: a
+                // plain name inside the output folder.
+                if (i < names.size() && names[i].find("Filename") != std::string::npos &&
+                    arg->holds<std::string>())
+                    arg = makeVariant(
+                        WebServer::fileInFolder(cam.options().outputDir, arg->value<std::string>()));
+                pack.add(arg);
+            }
+            std::shared_ptr<Variant> result;
+            try {
+                result = cam.commands().call(callable, command, pack);
+            } catch (const norda::Exception& e) {
+                throw HttpError(400, e.what());
+            }
+            json j = {{"callable", callable}, {"command", command}};
+            if (result && result->holds<std::vector<char>>())
+                j["bytes"] = result->value<std::vector<char>>().size();
+            else if (result)
+                j["result"] = toJson(*result);
+            reply(res, j);
+        }));
 
-    srv.Post("/api/save", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                 const auto path = cam.saveImage(std::chrono::seconds(10));
-                 reply(res, {{"file", fs::path(path).filename().string()}, {"path", path}});
-             }));
-    srv.Get("/api/capture", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                auto bytes = cam.captureImage();
-                if (bytes.empty())
-                    throw HttpError(409, "no image was captured (timeout or preview mode)");
-                res.set_header("Content-Disposition", "attachment; filename=\"capture.rix\"");
-                res.set_content(std::string(bytes.begin(), bytes.end()), "application/octet-stream");
-            }));
-    srv.Post("/api/record/start", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                 const json body = parseBody(req);
-                 std::string name = body.value("file", "");
-                 if (name.empty())
-                     name = "rec-" +
-                            std::to_string(std::chrono::duration_cast<std::chrono::seconds>(
-                                               std::chrono::system_clock::now().time_since_epoch())
-                                               .count()) +
-                            ".pxm";
-                 if (name.size() < 5 || name.substr(name.size() - 4) != ".pxm")
-                     throw HttpError(400, "a recording's name ends in .pxm");
-                 const auto path = WebServer::fileInFolder(cam.options().outputDir, name);
-                 const auto frames = body.value("frames", 300ull);
-                 if (cam.recording())
-                     throw HttpError(409, "a recording is running");
-                 cam.startRecording(path, frames);
-                 reply(res, {{"file", name}, {"frames", frames}});
-             }));
-    srv.Post("/api/record/stop", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                 cam.stopRecording();
-                 reply(res, {{"stopped", true}});
-             }));
-    srv.Get("/api/files", guarded([&cam](const httplib::Request&, httplib::Response& res) {
-                json files = json::array();
-                std::error_code ec;
-                for (const auto& e : fs::directory_iterator(cam.options().outputDir, ec))
-                    if (e.is_regular_file())
-                        files.push_back({{"name", e.path().filename().string()}, {"size", e.file_size()}});
-                reply(res, files);
-            }));
-    srv.Get(R"(/files/([^/]+))", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
-                const auto path = WebServer::fileInFolder(cam.options().outputDir, req.matches[1]);
-                std::ifstream in(path, std::ios::binary);
-                if (!in)
-                    throw HttpError(404, "no file " + std::string(req.matches[1]));
-                std::ostringstream data;
-                data << in.rdbuf();
-                res.set_header("Content-Disposition",
-                               "attachment; filename=\"" + std::string(req.matches[1]) + "\"");
-                res.set_content(data.str(), "application/octet-stream");
-            }));
-    srv.set_error_handler([](const httplib::Request&, httplib::Response& res) {
-        if (res.body.empty())
-            reply(res,
-                  {{"error", res.status == 404
-                                 ? std::string("not found")
-                                 : "bad request (HTTP status " + std::to_string(res.status) + ")"}},
-                  res.status);
-    });
+    add("POST", "/api/save", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            const auto path = cam.saveImage(std::chrono::seconds(10));
+            reply(res, {{"file", fs::path(path).filename().string()}, {"path", path}});
+        }));
+    add("GET", "/api/capture", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            auto bytes = cam.captureImage();
+            if (bytes.empty())
+                throw HttpError(409, "no image was captured (timeout or preview mode)");
+            res.set_header("Content-Disposition", "attachment; filename=\"capture.rix\"");
+            res.set_content(std::string(bytes.begin(), bytes.end()), "application/octet-stream");
+        }));
+    add("POST", "/api/record/start", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const json body = parseBody(req);
+            std::string name = body.value("file", "");
+            if (name.empty())
+                name = "rec-" +
+                       std::to_string(std::chrono::duration_cast<std::chrono::seconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count()) +
+                       ".pxm";
+            if (name.size() < 5 || name.substr(name.size() - 4) != ".pxm")
+                throw HttpError(400, "a recording's name ends in .pxm");
+            const auto path = WebServer::fileInFolder(cam.options().outputDir, name);
+            const auto frames = body.value("frames", 300ull);
+            if (cam.recording())
+                throw HttpError(409, "a recording is running");
+            cam.startRecording(path, frames);
+            reply(res, {{"file", name}, {"frames", frames}});
+        }));
+    add("POST", "/api/record/stop", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            cam.stopRecording();
+            reply(res, {{"stopped", true}});
+        }));
+    add("GET", "/api/files", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            json files = json::array();
+            std::error_code ec;
+            for (const auto& e : fs::directory_iterator(cam.options().outputDir, ec))
+                if (e.is_regular_file())
+                    files.push_back({{"name", e.path().filename().string()}, {"size", e.file_size()}});
+            reply(res, files);
+        }));
+    add("GET", R"(/files/([^/]+))", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            const auto path = WebServer::fileInFolder(cam.options().outputDir, req.matches[1]);
+            std::ifstream in(path, std::ios::binary);
+            if (!in)
+                throw HttpError(404, "no file " + std::string(req.matches[1]));
+            std::ostringstream data;
+            data << in.rdbuf();
+            res.set_header("Content-Disposition",
+                           "attachment; filename=\"" + std::string(req.matches[1]) + "\"");
+            res.set_content(data.str(), "application/octet-stream");
+        }));
+    m_server->set_error_handler([](const httplib::Request&, httplib::Response& res) { errorPage(res); });
 }
 
 namespace {
@@ -468,13 +528,6 @@ int serve(const ServeOptions& options, std::ostream& out) {
     std::thread http([&] { server.run(); });
     out << "nordacam: serving http://" << options.bind << ":" << port << "/ (output folder "
         << cameraOptions.outputDir << ")" << std::endl;
-    const auto missing = camera.missing();
-    if (!missing.empty()) {
-        out << "  not available in this build:";
-        for (const auto& m : missing)
-            out << " " << m;
-        out << std::endl;
-    }
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
     const auto start = std::chrono::steady_clock::now();

@@ -15,19 +15,23 @@
 //
 // Streams run on the element's commands while someone watches; each client gets the newest frame
 // and skips what it cannot take, so a slow client never slows the pipeline. Errors are JSON
-// {"error": "..."} with a 4xx status (503 for what this build does not have). File names taken
-// from requests are plain names inside the output folder.
+// {"error": "..."} with a 4xx status (503 for what is not available now: no frame yet, too many
+// stream clients). File names taken from requests are plain names inside the output folder.
 
 #include "apps/nordacam/Camera.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace httplib {
 class Server;
-}
+struct Request;
+struct Response;
+} // namespace httplib
 
 namespace nordacam {
 
@@ -49,14 +53,23 @@ public:
     // A plain file name ([A-Za-z0-9._-], no leading dot) inside `folder`; throws otherwise.
     static std::string fileInFolder(const std::string& folder, const std::string& name);
 
+    // Answers one request (method, decoded path, parameters, body) the way the server does, without
+    // a connection: the same routes, errors and error page. Streams only get their response set up.
+    void handle(httplib::Request& req, httplib::Response& res) const;
+
 private:
+    struct Route;
     void routes();
+    void add(const std::string& method, const std::string& pattern,
+             std::function<void(const httplib::Request&, httplib::Response&)> handler);
 
     Camera& m_camera;
     std::unique_ptr<httplib::Server> m_server;
+    std::vector<Route> m_routes;
     std::atomic<bool> m_stopping{false};
     std::atomic<int> m_streams{0};
     int m_port = 0;
+    int m_listenSocket = -1;
 };
 
 struct ServeOptions {

@@ -6,15 +6,9 @@
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-#ifdef NORDACAM_HAVE_RIX
-#include "nordalib/vision/rix/Rix.h"
-#endif
-#ifdef NORDACAM_HAVE_DISTORTIONTABLE
-#include "nordalib/vision/imgproc/DistortionTable.h"
-#endif
-#ifdef NORDACAM_HAVE_BADPIXELMAP
 #include "nordalib/vision/imgproc/BadPixelMap.h"
-#endif
+#include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/rix/Rix.h"
 
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "nordalib/core/keys/DefaultParameters.h"
@@ -33,7 +27,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[maybe_unused]] std::string utcTime(unsigned long long ms) {
+std::string utcTime(unsigned long long ms) {
     const std::time_t s = static_cast<std::time_t>(ms / 1000);
     std::tm tm{};
     gmtime_r(&s, &tm);
@@ -42,14 +36,13 @@ namespace {
     return fmt::format("{}.{:03} UTC", buf, ms % 1000);
 }
 
-[[maybe_unused]] void requireFile(const std::string& file) {
+void requireFile(const std::string& file) {
     if (!norda::utils::existsFile(file))
         throw SettingsError("no such file: " + file);
 }
 
 } // namespace
 
-#ifdef NORDACAM_HAVE_RIX
 namespace {
 norda::vision::Rix loadRix(const std::string& file) {
     requireFile(file);
@@ -58,10 +51,8 @@ norda::vision::Rix loadRix(const std::string& file) {
     return rix;
 }
 } // namespace
-#endif
 
-int rixInfo([[maybe_unused]] const std::string& file, [[maybe_unused]] std::ostream& out) {
-#ifdef NORDACAM_HAVE_RIX
+int rixInfo(const std::string& file, std::ostream& out) {
     using norda::vision::RadiometricTools;
     const auto rix = loadRix(file);
     const auto& rad = rix.getRadiometricImage();
@@ -100,14 +91,9 @@ int rixInfo([[maybe_unused]] const std::string& file, [[maybe_unused]] std::ostr
     for (const auto& [key, value] : rix.getGenerics())
         out << "    " << key << " = " << (value ? toJson(*value).dump() : std::string("null")) << "\n";
     return 0;
-#else
-    throw NotAvailable("reading saved images (Rix)");
-#endif
 }
 
-int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportFormat format,
-              [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
-#ifdef NORDACAM_HAVE_RIX
+int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out) {
     using norda::vision::RadiometricTools;
     const auto rix = loadRix(file);
     const auto& rad = rix.getRadiometricImage();
@@ -150,14 +136,9 @@ int rixExport([[maybe_unused]] const std::string& file, [[maybe_unused]] ExportF
             out << "wrote the visual image to " << stem << "-visual.png\n";
     }
     return 0;
-#else
-    throw NotAvailable("reading saved images (Rix)");
-#endif
 }
 
-int calibDistortion([[maybe_unused]] const DistortionParameters& p,
-                    [[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
-#ifdef NORDACAM_HAVE_DISTORTIONTABLE
+int calibDistortion(const DistortionParameters& p, const std::string& outFile, std::ostream& out) {
     if (p.fx <= 0 || p.fy <= 0)
         throw SettingsError("the focal lengths must be positive");
     const cv::Mat camera = (cv::Mat_<double>(3, 3) << p.fx, 0, p.cx, 0, p.fy, p.cy, 0, 0, 1);
@@ -173,13 +154,9 @@ int calibDistortion([[maybe_unused]] const DistortionParameters& p,
         "to {}\n",
         p.width, p.height, p.fx, p.fy, p.cx, p.cy, p.k1, p.k2, p.p1, p.p2, p.k3, outFile);
     return 0;
-#else
-    throw NotAvailable("building distortion tables (DistortionTable)");
-#endif
 }
 
-int calibBadPixel([[maybe_unused]] const std::string& outFile, [[maybe_unused]] std::ostream& out) {
-#ifdef NORDACAM_HAVE_BADPIXELMAP
+int calibBadPixel(const std::string& outFile, std::ostream& out) {
     norda::exp::DataProxy<std::string> store;
     norda::exp::setDefaultParameters(store);
     const sim::SimulatorConfig config;
@@ -195,9 +172,6 @@ int calibBadPixel([[maybe_unused]] const std::string& outFile, [[maybe_unused]] 
     out << "wrote " << list.size() << " factory bad pixels of the " << config.width << "x" << config.height
         << " detector to " << outFile << "\n";
     return 0;
-#else
-    throw NotAvailable("writing bad-pixel files (BadPixelMap)");
-#endif
 }
 
 } // namespace nordacam

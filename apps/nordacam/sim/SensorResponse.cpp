@@ -2,9 +2,7 @@
 
 #include "nordalib/core/utils/FileUtils.h"
 
-#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
-#endif
 
 #include <cmath>
 #include <fmt/format.h>
@@ -46,7 +44,6 @@ float PlanckResponse::shutterCounts(const Conditions& c) const {
     return static_cast<float>(responsivity(c.range) * radiance(c.shutterC + 273.15));
 }
 
-#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
 namespace {
 
 // The radiometry library's camera model run backwards, with the camera's own calibration: what
@@ -103,14 +100,11 @@ private:
 };
 
 } // namespace
-#endif
 
-std::shared_ptr<const SensorResponse> makeResponse([[maybe_unused]] const std::string& calibrationDir) {
-#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
+std::shared_ptr<const SensorResponse> makeResponse(const std::string& calibrationDir) {
     const std::string file = calibrationDir + norda::vision::RadiometricCalibration::kFileName;
     if (norda::utils::existsFile(file))
         return std::make_shared<CalibratedResponse>(norda::vision::RadiometricCalibration::load(file), file);
-#endif
     return std::make_shared<PlanckResponse>();
 }
 

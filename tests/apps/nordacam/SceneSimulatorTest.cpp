@@ -5,9 +5,7 @@
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 
-#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
-#endif
 
 #include <gtest/gtest.h>
 
@@ -153,7 +151,6 @@ TEST(SceneSimulator, PlanckResponseHasTheConfiguredGain) {
     EXPECT_FLOAT_EQ(r.shutterCounts(c), r.sceneCounts(25.0f, c));
 }
 
-#ifdef NORDACAM_HAVE_RADIOMETRICCALIBRATION
 TEST(SceneSimulator, CalibratedResponseInvertsTheRadiometricModel) {
     const std::string dir = std::string(NORDA_SOURCE_DIR) + "/data/calibration/";
     auto response = makeResponse(dir);
@@ -182,5 +179,4 @@ TEST(SceneSimulator, CalibratedResponseInvertsTheRadiometricModel) {
         }
     }
 }
-#endif
 #endif
