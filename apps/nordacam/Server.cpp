@@ -51,7 +51,8 @@ struct HttpError : std::runtime_error {
 
 void reply(httplib::Response& res, const json& body, int status = 200) {
     res.status = status;
-    res.set_content(body.dump(), "application/json");
+    // Messages quote what the request held, which need not be UTF-8.
+    res.set_content(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json");
 }
 
 // Runs a handler, turning exceptions into JSON errors.
@@ -152,6 +153,12 @@ std::string jpegOf(const cv::Mat& rgb) {
 
 } // namespace
 
+struct WebServer::Route {
+    std::string method;
+    std::regex pattern;
+    httplib::Server::Handler handler;
+};
+
 std::string WebServer::fileInFolder(const std::string& folder, const std::string& name) {
     if (name.empty() || name.size() > 128 || name[0] == '.')
         throw HttpError(400, "invalid file name \"" + name + "\"");
@@ -210,12 +217,6 @@ void WebServer::stop() {
     if (m_server)
         m_server->stop();
 }
-
-struct WebServer::Route {
-    std::string method;
-    std::regex pattern;
-    httplib::Server::Handler handler;
-};
 
 void WebServer::add(const std::string& method, const std::string& pattern, httplib::Server::Handler handler) {
     m_routes.push_back({method, std::regex(pattern), handler});

@@ -199,8 +199,15 @@ bool isUserKey(const std::string& key) {
 
 std::shared_ptr<Variant> parseTextFor(const Variant& current, const std::string& text,
                                       const std::string& key) {
-    if (current.holds<std::string>())
+    if (current.holds<std::string>()) {
+        // Text from the command line is raw bytes; the settings file and the API speak UTF-8.
+        try {
+            (void)json(text).dump();
+        } catch (const json::type_error&) {
+            fail(key, "the text is not valid UTF-8");
+        }
         return std::make_shared<Variant_<std::string>>(text);
+    }
     if (isArithmetic(current)) {
         const std::string t = trim(text);
         if (current.holds<bool>()) {

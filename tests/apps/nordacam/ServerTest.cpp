@@ -90,6 +90,64 @@ TEST(NordacamServer, FileNamesFromRequestsStayInTheOutputFolder) {
         EXPECT_THROW(WebServer::fileInFolder("/data/out", bad), std::exception) << bad;
 }
 
+TEST(NordacamServer, RequestsAreAnsweredWithoutAConnection) {
+    norda::test::TempDir dir;
+    CameraOptions o;
+    o.outputDir = dir.file("out");
+    o.streams = true;
+    o.realTime = false;
+    Camera camera(o);
+    WebServer server(camera);
+    auto ask = [&](const std::string& method, const std::string& path, const std::string& body = "") {
+        httplib::Request req;
+        req.method = method;
+        req.path = path;
+        req.body = body;
+        httplib::Response res;
+        server.handle(req, res);
+        return res;
+    };
+    EXPECT_EQ(ask("GET", "/api/status").status, 200);
+    EXPECT_EQ(ask("HEAD", "/api/status").status, 200);
+    for (const auto& [method, path] : std::vector<std::pair<std::string, std::string>>{
+             {"GET", "/api/nothing"}, {"DELETE", "/api/settings"}, {"GET", "/files/a/b"}}) {
+        const auto res = ask(method, path);
+        EXPECT_EQ(res.status, 404) << method << " " << path;
+        EXPECT_NE(res.body.find("\"error\""), std::string::npos) << method << " " << path;
+    }
+    EXPECT_EQ(ask("GET", "/snapshot.jpg").status, 503); // no frame yet
+
+    // A file a command writes is a plain name inside the output folder, as on every other route.
+    const std::string start = "/api/commands/" + kRecorderName + "/Start";
+    const std::string rest = R"(, 1, {"type": "u16", "value": 0}, {"type": "bool", "value": false}])";
+    for (const std::string name : {"../escaped.pxm", "/tmp/escaped.pxm", ".hidden.pxm"}) {
+        const auto res = ask("POST", start, "[\"" + name + "\"" + rest);
+        EXPECT_EQ(res.status, 400) << name << ": " << res.body;
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.file("escaped.pxm")));
+    const auto inside = ask("POST", start, R"(["inside.pxm")" + rest);
+    ASSERT_EQ(inside.status, 200) << inside.body;
+    camera.runCycle();
+    camera.runCycle();
+    EXPECT_TRUE(std::filesystem::exists(dir.file("out/inside.pxm")));
+
+    // Requests found by fuzzing (kept in fuzz/corpus/fuzz_http_api/regression-*): each gets a 4xx
+    // answer whose body is valid JSON naming the error.
+    const std::pair<std::string, std::string> finds[] = {
+        // Bytes that are not UTF-8 in a malformed body, quoted by the parser's message.
+        {"/api/settings", "{\"Palette.Acti\xff\xff\xff\xffvePalette\": "},
+    };
+    for (const auto& [path, body] : finds) {
+        const auto res = ask("POST", path, body);
+        EXPECT_GE(res.status, 400) << path;
+        EXPECT_LT(res.status, 500) << path;
+        EXPECT_TRUE(nlohmann::json::parse(res.body, nullptr, false).contains("error")) << res.body;
+    }
+    const auto badName = ask("GET", "/files/\xff\xfe.rix");
+    EXPECT_EQ(badName.status, 400);
+    EXPECT_TRUE(nlohmann::json::parse(badName.body, nullptr, false).contains("error")) << badName.body;
+}
+
 TEST(NordacamServer, StreamsAndApiAnswerRealClients) {
     norda::test::TempDir dir;
     LiveServer live(dir.file("out"));

@@ -53,6 +53,10 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
     EXPECT_TRUE(s.store.getValue<bool>(Id::Alarm::AlarmTopActive));
     EXPECT_EQ(s.store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
     EXPECT_EQ(s.store.getValue<std::string>(Id::Scaling::Mode), "Manual");
+    // Command-line bytes that are not UTF-8 would make the settings unwritable as JSON.
+    EXPECT_EQ(errorOf([&] { s.settings.applyAssignment("Scaling.Mode=Man\xff"); }),
+              "setting Scaling.Mode: the text is not valid UTF-8");
+    EXPECT_NO_THROW((void)s.settings.userSettings().dump());
 
     // Temperatures in their text form and the short forms.
     s.settings.applyAssignment("Scaling.TempMax=45");
