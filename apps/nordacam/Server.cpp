@@ -358,13 +358,7 @@ void WebServer::routes() {
 
     add("GET", "/api/temperature", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
             const int x = intParam(req, "x"), y = intParam(req, "y");
-            json j = {{"x", x}, {"y", y}, {"celsius", cam.temperatureAt(x, y)}};
-            try {
-                j["raw"] = cam.rawAt(x, y);
-            } catch (const NotAvailable&) {
-                // The temperature alone is still an answer.
-            }
-            reply(res, j);
+            reply(res, {{"x", x}, {"y", y}, {"celsius", cam.temperatureAt(x, y)}, {"raw", cam.rawAt(x, y)}});
         }));
 
     add("GET", "/api/palettes", guarded([](const httplib::Request&, httplib::Response& res) {

@@ -484,9 +484,12 @@ TEST(NordacamServerLoad, ClientsOfEveryKindDoNotHoldUpThePipelineOrEachOther) {
     std::vector<std::thread> threads;
     for (auto& c : clients)
         threads.emplace_back([&load, c = c.get()] {
-            c->kind == Kind::Steady    ? steadyReader(*c, load)
-            : c->kind == Kind::Stalled ? stalledReader(*c, load)
-                                       : reconnectingReader(*c, load);
+            if (c->kind == Kind::Steady)
+                steadyReader(*c, load);
+            else if (c->kind == Kind::Stalled)
+                stalledReader(*c, load);
+            else
+                reconnectingReader(*c, load);
         });
     threads.emplace_back([&] { pollApi(load.port, load, api); });
 
@@ -526,16 +529,19 @@ TEST(NordacamServerLoad, ClientsOfEveryKindDoNotHoldUpThePipelineOrEachOther) {
             sum += r;
         }
         int streams = -1;
+        long requests = 0, failures = 0;
         {
             std::lock_guard<std::mutex> lock(api.mutex);
             if (api.status.contains("streamClients"))
                 streams = api.status["streamClients"].value("total", -1);
+            requests = api.requests;
+            failures = api.failures;
         }
         std::printf("[load] t=%5.1f s: pipeline %.1f fps, steady readers %.1f min / %.1f mean frames/s, "
                     "%d stream clients at the server, RSS %.1f MB (%+.1f since warm-up), %ld threads, "
                     "API %ld requests (%ld failed)\n",
                     s.t, (s.cycles - last.cycles) / (s.t - last.t), lo, sum / frames.size(), streams,
-                    s.rssKb / 1024.0, (s.rssKb - warm.rssKb) / 1024.0, s.threads, api.requests, api.failures);
+                    s.rssKb / 1024.0, (s.rssKb - warm.rssKb) / 1024.0, s.threads, requests, failures);
         std::fflush(stdout);
         last = s;
         lastFrames = frames;
