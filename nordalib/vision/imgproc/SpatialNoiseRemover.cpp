@@ -90,14 +90,16 @@ void SpatialNoiseRemover::process(const cv::Mat& in, cv::Mat& out) {
     if (in.type() != CV_16SC1 && in.type() != CV_16UC1)
         NORDA_THROW("spatial noise removal needs a CV_16SC1 or CV_16UC1 frame",
                     "norda::vision::SpatialNoiseRemover::process");
-    if (out.data == in.data && !in.empty())
+    if (&out == &in && !in.empty())
         NORDA_THROW("spatial noise removal can not work in place",
                     "norda::vision::SpatialNoiseRemover::process");
     const int gain = m_gain;
     if (gain <= 0 || in.empty()) {
-        in.copyTo(out);
+        out = in; // nothing to compute: the output shares the input's pixels
         return;
     }
+    if (out.data == in.data)
+        out.release(); // still sharing the pixels of an earlier pass-through
     out.create(in.size(), in.type());
     if (in.type() == CV_16SC1)
         run<int16_t>(in, out, gain);
