@@ -49,6 +49,18 @@ public:
             n += r.message == message;
         return n;
     }
+    bool has(logging::LogLevel level, const std::string& message) const {
+        for (const auto& r : records())
+            if (r.level == level && r.message == message)
+                return true;
+        return false;
+    }
+    int countPrefix(const std::string& prefix) const {
+        int n = 0;
+        for (const auto& r : records())
+            n += r.message.rfind(prefix, 0) == 0;
+        return n;
+    }
     void clear() {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_records.clear();
