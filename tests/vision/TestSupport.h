@@ -12,6 +12,7 @@
 #include <atomic>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,10 +56,11 @@ public:
                 return true;
         return false;
     }
-    int countPrefix(const std::string& prefix) const {
+    // Records starting with `prefix`, of the given level or any.
+    int countPrefix(const std::string& prefix, std::optional<logging::LogLevel> level = {}) const {
         int n = 0;
         for (const auto& r : records())
-            n += r.message.rfind(prefix, 0) == 0;
+            n += r.message.rfind(prefix, 0) == 0 && (!level || r.level == *level);
         return n;
     }
     void clear() {

@@ -119,12 +119,7 @@ void referenceArea(const cv::Mat& img, cv::Rect& rect, cv::Point& cold, cv::Poin
 
 TEST_F(MinMaxTest, ConstructionChecksAndWiring) {
     auto failureOf = [&](DataProxy<std::string>* p, STREAMING_DATATYPE slot) {
-        try {
-            MinMaxExtractionElement e(p, slot, true);
-        } catch (const norda::Exception& ex) {
-            return std::pair<std::string, std::string>{ex.what(), ex.location()};
-        }
-        return std::pair<std::string, std::string>{"<none>", ""};
+        return norda::test::failureOf([&] { MinMaxExtractionElement e(p, slot, true); });
     };
     const std::string function =
         "norda::exp::streaming::MinMaxExtractionElement::MinMaxExtractionElement(..)";

@@ -4,7 +4,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
-#include "tests/support/Shell.h"
+#include "tests/support/Messages.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -169,12 +169,10 @@ TEST(PxmRecorderElement, DelaySkipsClosedShutterAndSpacesFrames) {
 TEST(PxmRecorderElement, UnopenableFileFailsTheCommandAndLeavesElementIdle) {
     test::TempDir dir;
     Recorder r;
-    try {
-        r.start(dir.file("no/such/folder/rec.pxm"), 3, 0);
-        ADD_FAILURE();
-    } catch (const Exception& e) {
-        EXPECT_NE(std::string(e.what()).find("no/such/folder/rec.pxm"), std::string::npos);
-    }
+    EXPECT_NE(test::messageOf([&] {
+                  r.start(dir.file("no/such/folder/rec.pxm"), 3, 0);
+              }).find("no/such/folder/rec.pxm"),
+              std::string::npos);
     EXPECT_TRUE(r.states.empty());
     EXPECT_EQ(r.element.getRemainingFrames(), 0u);
     EXPECT_FALSE(r.cycle(1));
@@ -231,14 +229,6 @@ TEST(PxmRecorderElement, ThreeHundredFrameRecordingPlaysBackFrameForFrame) {
         ASSERT_EQ(played.type(), CV_16UC1);
         ASSERT_EQ(cv::norm(played, frames[(i + 1) % 300], cv::NORM_INF), 0.0) << i;
     }
-
-    // Standard tools see 300 grey images of 640 x 480 at 16 bits.
-    if (!test::haveTool("pamfile") || !test::haveTool("identify"))
-        GTEST_SKIP() << "pamfile or identify is not installed";
-    const std::string listing = test::runCommand("pamfile -allimages '" + path + "'");
-    EXPECT_EQ(test::countOf(listing, "PGM raw, 640 by 480  maxval 65535"), 300u);
-    const std::string identified = test::runCommand("identify '" + path + "'");
-    EXPECT_EQ(test::countOf(identified, "PGM 640x480 640x480+0+0 16-bit Grayscale"), 300u);
 }
 
 TEST(PxmRecorderElement, CommandsFromAnotherThreadDuringCycles) {
