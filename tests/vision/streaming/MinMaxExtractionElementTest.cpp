@@ -52,6 +52,15 @@ protected:
         return cv::Mat(rows, cols, CV_16UC1, cv::Scalar(px(t)));
     }
     MeasPoint storedPoint(const std::string& key) { return proxy.getValue<MeasPoint>(key); }
+    // The display limits in the store, as pixel values and as encoded temperatures.
+    std::pair<int, int> limits() {
+        return {proxy.getValue<unsigned short>(Id::Scaling::Min),
+                proxy.getValue<unsigned short>(Id::Scaling::Max)};
+    }
+    std::pair<int, int> limitTemps() {
+        return {px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()),
+                px(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius())};
+    }
     static cv::Point hotPos(const std::unique_ptr<Frame>& f) {
         return f->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position);
     }
@@ -452,8 +461,7 @@ TEST_F(MinMaxTest, HumidityModeGivesSurfaceMoistureAndDewPointScale) {
     EXPECT_NEAR(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius(), dew.celsius(), 1e-4);
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMin).getValue().isValid());
     EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius(), 55.0f);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), px(dew.celsius()));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(55.0f));
+    EXPECT_EQ(limits(), (std::pair<int, int>(px(dew.celsius()), px(55.0f))));
 
     // Out-of-range climate input still gives a finite, marked dew point, published as a valid limit.
     proxy.setValue(Id::Environment::Humidity, Rel(MarkedFloat(1.7f)), false);
@@ -614,10 +622,8 @@ TEST_F(MinMaxTest, ScalingModes) {
     img.at<unsigned short>(1, 1) = px(21);
     auto out = run(e, img);
     const int mid = (px(20) + px(21)) / 2;
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), mid - 250);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), mid + 250);
-    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()), mid - 250);
-    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius()), mid + 250);
+    EXPECT_EQ(limits(), std::make_pair(mid - 250, mid + 250));
+    EXPECT_EQ(limitTemps(), std::make_pair(mid - 250, mid + 250));
     // Wide images keep their extremes; limits carry validity marks.
     cv::Mat wide = uniform(6, 6, 20);
     wide.at<unsigned short>(2, 2) = px(200);
@@ -626,8 +632,7 @@ TEST_F(MinMaxTest, ScalingModes) {
     EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().getMark(), MarkedFloat::OverRange);
     // Near the encoding's bottom the widened span stops at 0.
     run(e, cv::Mat(3, 3, CV_16UC1, cv::Scalar(100)));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), 0);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), 350);
+    EXPECT_EQ(limits(), std::make_pair(0, 350));
 
     // Limits that moved by 0.5 degrees or less against the last one and the frame's are not
     // republished.
@@ -649,8 +654,7 @@ TEST_F(MinMaxTest, ScalingModes) {
     proxy.setValue(Id::Scaling::TempMin, celsius(10, MarkedFloat::OutOfTolerance), false);
     proxy.setValue(Id::Scaling::TempMax, celsius(35, MarkedFloat::OverRange), false);
     run(e, img);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), px(10));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(35));
+    EXPECT_EQ(limits(), (std::pair<int, int>(px(10), px(35))));
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMin).getValue().isValid());
     EXPECT_FLOAT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius(), 35.0f);
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().isValid());
@@ -664,9 +668,8 @@ TEST_F(MinMaxTest, ScalingModes) {
     unsigned short lo = 0, hi = 0;
     ASSERT_TRUE(norda::vision::AutoSpanHint::calculateAutoSpanHint(
         lo, hi, celsius(21), celsius(-5), celsius(RadiometricTools::getFloat(med)), 0.7f, 0.3f, 0.7f));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), lo);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), hi);
-    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()), lo);
+    EXPECT_EQ(limits(), (std::pair<int, int>(lo, hi)));
+    EXPECT_EQ(limitTemps().first, lo);
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().isValid());
 
     // Anything else is reported every cycle and leaves the limits alone.
