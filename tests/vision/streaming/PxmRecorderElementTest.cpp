@@ -5,6 +5,7 @@
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
 #include "tests/support/Messages.h"
+#include "tests/support/Shell.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -229,6 +230,14 @@ TEST(PxmRecorderElement, ThreeHundredFrameRecordingPlaysBackFrameForFrame) {
         ASSERT_EQ(played.type(), CV_16UC1);
         ASSERT_EQ(cv::norm(played, frames[(i + 1) % 300], cv::NORM_INF), 0.0) << i;
     }
+
+    // Standard tools see 300 grey images of 640 x 480 at 16 bits.
+    if (!test::haveTool("pamfile") || !test::haveTool("identify"))
+        GTEST_SKIP() << "pamfile or identify is not installed";
+    const std::string listing = test::runCommand("pamfile -allimages '" + path + "'");
+    EXPECT_EQ(test::countOf(listing, "PGM raw, 640 by 480  maxval 65535"), 300u);
+    const std::string identified = test::runCommand("identify '" + path + "'");
+    EXPECT_EQ(test::countOf(identified, "PGM 640x480 640x480+0+0 16-bit Grayscale"), 300u);
 }
 
 TEST(PxmRecorderElement, CommandsFromAnotherThreadDuringCycles) {
