@@ -48,14 +48,10 @@ TEST(DistortionCorrection, EntriesFollowTheIntegerArithmetic) {
     EXPECT_EQ(out.at<uint16_t>(1, 0), 1000);
 
     cv::Mat wrong(3, 3, CV_16U, cv::Scalar(0));
-    try {
-        dc.processImpl(wrong, out);
-        FAIL();
-    } catch (const norda::Exception& e) {
-        EXPECT_STREQ(e.what(), "Input image size does not fit to distortion data size!");
-        EXPECT_EQ(e.location(), "nordalib/vision/imgproc/DistortionCorrection: 129: "
-                                "norda::vision::DistortionCorrection::processImpl(..)");
-    }
+    EXPECT_EQ(test::failureOf([&] { dc.processImpl(wrong, out); }),
+              std::make_pair(std::string("Input image size does not fit to distortion data size!"),
+                             std::string("nordalib/vision/imgproc/DistortionCorrection: 129: "
+                                         "norda::vision::DistortionCorrection::processImpl(..)")));
     EXPECT_NE(test::messageOf([&] { dc.processImpl(cv::Mat(2, 3, CV_16S), out); }).find("type"),
               std::string::npos);
     EXPECT_FALSE(DistortionCorrection<>().ready());
