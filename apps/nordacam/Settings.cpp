@@ -3,6 +3,7 @@
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/utils/FileUtils.h"
 
 #include <fmt/format.h>
 #include <opencv2/core.hpp>
@@ -420,21 +421,11 @@ void Settings::save() const {
     for (const auto& [key, value] : mine.items())
         out[key] = value;
 
-    const std::string tmp = m_path + ".tmp" + std::to_string(::getpid());
-    {
-        std::ofstream o(tmp, std::ios::trunc);
-        if (!o)
-            throw SettingsError("settings file " + m_path + ": can not write " + tmp);
-        o << out.dump(2) << "\n";
-        o.flush();
-        if (!o) {
-            std::remove(tmp.c_str());
-            throw SettingsError("settings file " + m_path + ": write failed");
-        }
-    }
-    if (std::rename(tmp.c_str(), m_path.c_str()) != 0) {
-        std::remove(tmp.c_str());
-        throw SettingsError("settings file " + m_path + ": can not replace it");
+    const std::string text = out.dump(2) + "\n";
+    try {
+        norda::utils::writeFileAtomically(m_path, text.data(), text.size());
+    } catch (const norda::Exception& e) {
+        throw SettingsError(std::string("settings file not saved, the old one is kept: ") + e.what());
     }
 }
 

@@ -100,20 +100,18 @@ int rixExport(const std::string& file, ExportFormat format, const std::string& o
     if (rad.empty())
         throw SettingsError(file + " holds no radiometric image");
     if (format == ExportFormat::Csv) {
-        const std::string tmp = outFile + ".tmp";
-        {
-            std::ofstream o(tmp);
-            if (!o)
-                throw SettingsError("can not write " + outFile);
-            for (int y = 0; y < rad.rows; ++y) {
-                for (int x = 0; x < rad.cols; ++x)
-                    o << (x ? ";" : "") << fmt::format("{:.2f}", RadiometricTools::getFloat(rad(y, x)));
-                o << "\n";
-            }
-            if (!o)
-                throw SettingsError("writing " + outFile + " failed");
+        std::string csv;
+        csv.reserve(size_t(rad.total()) * 8);
+        for (int y = 0; y < rad.rows; ++y) {
+            for (int x = 0; x < rad.cols; ++x)
+                csv += fmt::format("{}{:.2f}", x ? ";" : "", RadiometricTools::getFloat(rad(y, x)));
+            csv += "\n";
         }
-        fs::rename(tmp, outFile);
+        try {
+            norda::utils::writeFileAtomically(outFile, csv.data(), csv.size());
+        } catch (const norda::Exception& e) {
+            throw SettingsError(e.what());
+        }
         out << fmt::format("wrote {} x {} temperatures (°C, ';'-separated) to {}\n", rad.cols, rad.rows,
                            outFile);
         return 0;

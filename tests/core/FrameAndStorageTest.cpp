@@ -2,7 +2,6 @@
 #include "nordalib/core/datatypes/Frame.h"
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/logging/Logger.h"
-#include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include "tests/support/Messages.h"
@@ -118,12 +117,6 @@ TEST(MeasTypes, MarksUnitsAndMeanValueRule) {
               "Only QuantityBase<MarkedFloat> types are allowed!");
     area.setMeanValue(quantity::Relation<MarkedFloat>(MarkedFloat(0.5f)));
     EXPECT_TRUE(area.getMeanValue()->holds<quantity::Relation<MarkedFloat>>());
-
-    using norda::vision::RadiometricTools;
-    EXPECT_EQ(RadiometricTools::getUint16(0.0f), 27315);
-    EXPECT_NEAR(RadiometricTools::getFloat(RadiometricTools::getUint16(36.6f)), 36.6f, 0.006f);
-    EXPECT_EQ(RadiometricTools::getUint16(-300.0f), 0);
-    EXPECT_EQ(RadiometricTools::getUint16(1000.0f), 65535);
 }
 
 TEST(Logger, SharedByNameAndListenedTo) {

@@ -1,5 +1,6 @@
-// Faults from outside: a full disk while recording or writing calibration files, a recording
-// process killed in the middle of a frame, and calibration files that are missing or damaged.
+// Faults from outside: a full disk while recording or saving images, settings or calibration files,
+// a recording process killed in the middle of a frame, and calibration files that are missing or
+// damaged.
 //
 // A full disk is simulated with a file-size limit in a forked child (SIGXFSZ ignored, so writes
 // past the limit fail with EFBIG like on a full file system); the child reports through its exit
@@ -11,7 +12,9 @@
 #include "nordalib/vision/imageio/PxmImage.h"
 #include "nordalib/vision/imgproc/BadPixelMap.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/ImageWriteElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/vision/streaming/PxmRecorderElement.h"
 #include "nordalib/vision/streaming/RadiometryElement.h"
@@ -174,6 +177,80 @@ TEST(Faults, DiskFullWhileRecordingKeepsCompleteFramesAndThePipelineRunning) {
     for (uint16_t v = 115; v < 120; ++v)
         expected.push_back(v);
     EXPECT_EQ(values, expected);
+}
+
+TEST(Faults, DiskFullWhileSavingAnImageKeepsEarlierImagesAndTheChainRunning) {
+    using Temp = quantity::Temperature<MarkedFloat>;
+    test::TempDir dir;
+    const std::string folder = test::slashed(dir);
+    const int code = inChildWithFileLimit(RLIM_INFINITY, [&] {
+        DataProxy<std::string> proxy;
+        setDefaultParameters(proxy);
+        proxy.setValue<unsigned int>(Id::Miscellaneous::ImageCounter, 41, false);
+        proxy.setValue(Id::Miscellaneous::SaveJpeg, true, false);
+        cmd::CommandProxy commands;
+        std::atomic<bool> busy{false};
+        test::LogCapture logs;
+        ImageWriteElement writer(dir.path().string(), &proxy, &commands, {}, {}, 0, busy,
+                                 STREAMING_DATATYPE_YUV422);
+        auto cycle = [&] {
+            FrameMap in, out;
+            in[STREAMING_DATATYPE_RAD_CONST] =
+                std::make_unique<Frame>(cv::Mat(120, 160, CV_16UC1, cv::Scalar(30000)));
+            DataStorage<std::string> meta;
+            meta.setValue(Id::Scaling::TempMax, Temp(MarkedFloat(40.0f)));
+            meta.setValue(Id::Scaling::TempMin, Temp(MarkedFloat(15.0f)));
+            meta.setValue(Id::Environment::EmissivityValue, 0.95f);
+            meta.setValue(Id::Environment::ReflectedTemperature, Temp(MarkedFloat(21.0f)));
+            in[STREAMING_DATATYPE_RGB] = std::make_unique<Frame>(
+                cv::Mat(120, 160, CV_8UC3, cv::Scalar(10, 120, 230)), std::move(meta));
+            in[STREAMING_DATATYPE_YUV422] =
+                std::make_unique<Frame>(cv::Mat(768, 1024, CV_8UC2, cv::Scalar(128, 60)));
+            writer.process(in, out); // never throws: the element reports and goes on
+        };
+        writer.triggerSave(false);
+        cycle();
+        if (proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter) != 42)
+            return 10;
+
+        rlimit r{8 * 1024, RLIM_INFINITY}; // the disk fills up: far too little for an image
+        if (::setrlimit(RLIMIT_FSIZE, &r) != 0)
+            return 11;
+        writer.triggerSave(false);
+        cycle();
+        proxy.flush();
+        const auto records = logs.records();
+        const bool reported = std::any_of(records.begin(), records.end(), [&](const test::LogRecord& l) {
+            return l.level == logging::LogLevel::error &&
+                   l.message.find("Image " + folder + "IR000042.RIX Write fail:") != std::string::npos &&
+                   l.message.find("File too large") != std::string::npos;
+        });
+        if (!reported || !proxy.getValue<bool>(Id::Miscellaneous::ErrorImageSaving))
+            return 12;
+        if (proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter) != 42 ||
+            proxy.getValue<bool>(Id::Miscellaneous::SpinnerVisible))
+            return 13;
+
+        r.rlim_cur = RLIM_INFINITY; // room again: the next request saves as usual
+        if (::setrlimit(RLIMIT_FSIZE, &r) != 0)
+            return 14;
+        cycle(); // the failed request is not retried by itself
+        if (proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter) != 42)
+            return 15;
+        writer.triggerSave(false);
+        cycle();
+        return proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter) == 43 ? 0 : 16;
+    });
+    ASSERT_EQ(code, 0);
+    vision::Rix first, second;
+    EXPECT_NO_THROW(first.load(dir.file("IR000041.RIX")));
+    EXPECT_NO_THROW(second.load(dir.file("IR000042.RIX")));
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+        const std::string name = entry.path().filename().string();
+        EXPECT_TRUE(name == "IR000041.RIX" || name == "IR000042.RIX" || name == "TR000041.JPG" ||
+                    name == "TR000042.JPG")
+            << "left behind: " << name;
+    }
 }
 
 TEST(Faults, DiskFullWhileWritingCalibrationKeepsTheOldFile) {
@@ -343,3 +420,41 @@ TEST(Faults, DamagedSensorCalibrationTablesMeanNoCorrection) {
         EXPECT_TRUE(offset.badPixels().empty());
     }
 }
+
+#ifdef NORDACAM_CORE
+#include "apps/nordacam/Settings.h"
+
+TEST(Faults, DiskFullWhileSavingSettingsKeepsTheOldFile) {
+    test::TempDir dir;
+    const std::string path = dir.file("settings.json");
+    {
+        DataProxy<std::string> store;
+        setDefaultParameters(store);
+        nordacam::Settings settings(store);
+        settings.setPath(path);
+        settings.applyAssignment("Miscellaneous.ImageCounter=12");
+        settings.save();
+    }
+    const std::string before = contentOf(path);
+    const int code = inChildWithFileLimit(512, [&] {
+        DataProxy<std::string> store;
+        setDefaultParameters(store);
+        nordacam::Settings settings(store);
+        settings.setPath(path);
+        settings.applyAssignment("Miscellaneous.ImageCounter=13");
+        try {
+            settings.save();
+        } catch (const nordacam::SettingsError& e) {
+            const std::string text = e.what();
+            return text.find("File too large") != std::string::npos && text.find(path) != std::string::npos
+                       ? 0
+                       : 2;
+        }
+        return 1;
+    });
+    EXPECT_EQ(code, 0) << "the save must fail with the file-size error";
+    EXPECT_EQ(contentOf(path), before);
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+        EXPECT_EQ(entry.path().filename(), "settings.json") << "left behind: " << entry.path();
+}
+#endif

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,19 @@ public:
         int n = 0;
         for (const auto& r : records())
             n += r.message == message;
+        return n;
+    }
+    bool has(logging::LogLevel level, const std::string& message) const {
+        for (const auto& r : records())
+            if (r.level == level && r.message == message)
+                return true;
+        return false;
+    }
+    // Records starting with `prefix`, of the given level or any.
+    int countPrefix(const std::string& prefix, std::optional<logging::LogLevel> level = {}) const {
+        int n = 0;
+        for (const auto& r : records())
+            n += r.message.rfind(prefix, 0) == 0 && (!level || r.level == *level);
         return n;
     }
     void clear() {

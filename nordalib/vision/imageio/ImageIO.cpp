@@ -2,13 +2,13 @@
 
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/logging/Logger.h"
+#include "nordalib/core/utils/FileUtils.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace norda::vision {
@@ -19,34 +19,6 @@ std::shared_ptr<logging::Logger> logger() {
     return log;
 }
 
-// Writes both buffers completely, resuming after short writes and interruptions.
-bool writeAll(int fd, const void* a, size_t aSize, const void* b, size_t bSize) {
-    iovec parts[2] = {{const_cast<void*>(a), aSize}, {const_cast<void*>(b), bSize}};
-    int index = 0;
-    while (index < 2) {
-        if (parts[index].iov_len == 0) {
-            ++index;
-            continue;
-        }
-        ssize_t n = ::writev(fd, parts + index, 2 - index);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        size_t left = size_t(n);
-        while (index < 2 && left >= parts[index].iov_len) {
-            left -= parts[index].iov_len;
-            parts[index].iov_len = 0;
-            ++index;
-        }
-        if (index < 2) {
-            parts[index].iov_base = static_cast<char*>(parts[index].iov_base) + left;
-            parts[index].iov_len -= left;
-        }
-    }
-    return true;
-}
 } // namespace
 
 ImageIO::ImageIO(int syncInterval) : m_syncInterval(syncInterval) {}
@@ -110,33 +82,14 @@ void ImageIO::write(const cv::Mat& image, const std::string& fileName) {
                         "norda::vision::ImageIO::write");
         return;
     }
-    // A single image (a calibration table) replaces the old file atomically: it is written and
-    // synced under a temporary name first, so a crash never leaves a half-written table behind.
-    const std::string temporary = fileName + ".tmp";
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-        NORDA_THROW(
-            fmt::format("PXM file '{}' can not be opened for writing: {}", fileName, std::strerror(errno)),
-            "norda::vision::ImageIO::write");
-    try {
-        writeFrame(fd, fileName, image);
-        if (::fsync(fd) != 0 && errno != EINVAL)
-            NORDA_THROW(fmt::format("PXM file '{}': sync failed: {}", fileName, std::strerror(errno)),
-                        "norda::vision::ImageIO::write");
-    } catch (...) {
-        ::close(fd);
-        ::unlink(temporary.c_str());
-        throw;
-    }
-    if (::close(fd) != 0 || ::rename(temporary.c_str(), fileName.c_str()) != 0) {
-        int err = errno;
-        ::unlink(temporary.c_str());
-        NORDA_THROW(fmt::format("PXM file '{}' could not be written: {}", fileName, std::strerror(err)),
-                    "norda::vision::ImageIO::write");
-    }
+    // A single image (a calibration table) replaces the old file atomically: a crash or a full disk
+    // never leaves a half-written table behind.
+    const auto encoded = encode(fileName, image);
+    utils::writeFileAtomically(
+        fileName, {{encoded.header->data(), encoded.header->size()}, {encoded.payload, encoded.payloadSize}});
 }
 
-void ImageIO::writeFrame(int fd, const std::string& fileName, const cv::Mat& image) {
+PxmEncoder::Encoded ImageIO::encode(const std::string& fileName, const cv::Mat& image) {
     auto meta = std::move(m_metaData);
     m_metaData.reset();
     auto encoded = m_encoder.encode(image, meta.get());
@@ -144,7 +97,13 @@ void ImageIO::writeFrame(int fd, const std::string& fileName, const cv::Mat& ima
         if (m_warnedKeys.insert(key).second)
             logger()->log(logging::LogLevel::warning,
                           "metadata '{}' has no one-line text form and is not stored in '{}'", key, fileName);
-    if (!writeAll(fd, encoded.header->data(), encoded.header->size(), encoded.payload, encoded.payloadSize))
+    return encoded;
+}
+
+void ImageIO::writeFrame(int fd, const std::string& fileName, const cv::Mat& image) {
+    const auto encoded = encode(fileName, image);
+    if (!utils::writeAll(
+            fd, {{encoded.header->data(), encoded.header->size()}, {encoded.payload, encoded.payloadSize}}))
         NORDA_THROW(fmt::format("PXM file '{}': writing frame failed: {}", fileName, std::strerror(errno)),
                     "norda::vision::ImageIO::write");
 }

@@ -54,6 +54,7 @@ public:
     const std::string& fileName() const { return m_fileName; }
 
 private:
+    PxmEncoder::Encoded encode(const std::string& fileName, const cv::Mat& image);
     void writeFrame(int fd, const std::string& fileName, const cv::Mat& image);
 
     int m_syncInterval;

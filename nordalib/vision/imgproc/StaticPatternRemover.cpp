@@ -85,15 +85,17 @@ void StaticPatternRemover::process(const cv::Mat& in, cv::Mat& out) {
     if (in.type() != CV_16SC1)
         NORDA_THROW("static pattern removal needs a CV_16SC1 frame",
                     "norda::vision::StaticPatternRemover::process");
-    if (out.data == in.data && !in.empty())
+    if (&out == &in && !in.empty())
         NORDA_THROW("static pattern removal can not work in place",
                     "norda::vision::StaticPatternRemover::process");
     const int threshold = m_threshold, lineLimit = m_lineLimit, frameLimit = m_frameLimit;
     if (threshold <= 0 || lineLimit <= 0 || frameLimit <= 0) {
         reset();
-        in.copyTo(out);
+        out = in; // nothing to compute: the output shares the input's pixels
         return;
     }
+    if (out.data == in.data)
+        out.release(); // still sharing the pixels of an earlier pass-through
     if (in.size() != m_size) {
         m_size = in.size();
         m_column.assign(static_cast<size_t>(in.cols), 0);

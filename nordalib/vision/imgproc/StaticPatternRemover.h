@@ -10,8 +10,9 @@
 // (every 16th line sampled) is added to the estimate with the rate 6 / `frameLimit`, so the
 // estimate settles within about `frameLimit` frames and follows a drifting pattern with that time
 // constant. `lineLimit` bounds the correction of any column or row (counts), so a failure can never
-// subtract more than that. Any parameter <= 0 turns the filter off (the frame is copied) and
-// forgets the estimate. The setters may be called from another thread than process().
+// subtract more than that. Any parameter <= 0 turns the filter off and forgets the estimate; the
+// output then shares the input's pixels, no copy. The setters may be called from another thread
+// than process().
 
 #include <opencv2/core.hpp>
 
@@ -32,7 +33,7 @@ public:
     int lineLimit() const { return m_lineLimit; }
     int frameLimit() const { return m_frameLimit; }
 
-    // CV_16SC1 in, CV_16SC1 out (allocated as needed; may not alias `in`).
+    // CV_16SC1 in, CV_16SC1 out (allocated as needed; not the same matrix as `in`).
     void process(const cv::Mat& in, cv::Mat& out);
     void reset();
 

@@ -1,4 +1,5 @@
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/core/utils/FileUtils.h"
 
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/vision/rix/Crc32.h"
@@ -187,8 +188,6 @@ uint64_t mix64(uint64_t k) {
     k ^= k >> 33;
     return k;
 }
-
-std::atomic<unsigned> g_tempCounter{0};
 
 } // namespace
 
@@ -400,45 +399,8 @@ void Rix::save(const std::string& path, bool superResolution) const {
     std::vector<char> bytes;
     save(bytes, superResolution);
 
-    // Write beside the target, then rename: readers and a crash see the old file or the new one,
-    // never a part.
-    const std::filesystem::path target(path);
-    const std::filesystem::path temp =
-        target.parent_path() /
-        fmt::format(".{}.{}-{}.tmp", target.filename().string(), ::getpid(), g_tempCounter++);
-    auto fail = [&](const std::string& what, int error) {
-        ::unlink(temp.c_str());
-        NORDA_THROW(
-            fmt::format("can not write radiometric image file {}: {}: {}", path, what, std::strerror(error)),
-            kFunctionSave);
-    };
-    const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        const int error = errno;
-        NORDA_THROW(fmt::format("can not write radiometric image file {}: {}", path, std::strerror(error)),
-                    kFunctionSave);
-    }
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            const int error = n < 0 ? errno : EIO;
-            ::close(fd);
-            fail("write", error);
-        }
-        done += static_cast<size_t>(n);
-    }
-    if (::fsync(fd) != 0) {
-        const int error = errno;
-        ::close(fd);
-        fail("fsync", error);
-    }
-    if (::close(fd) != 0)
-        fail("close", errno);
-    if (::rename(temp.c_str(), target.c_str()) != 0)
-        fail("rename", errno);
+    // Readers and a crash see the old file or the new one, never a part.
+    utils::writeFileAtomically(path, bytes.data(), bytes.size());
 }
 
 void Rix::load(const std::string& path) {

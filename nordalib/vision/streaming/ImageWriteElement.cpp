@@ -405,9 +405,14 @@ void ImageWriteElement::createJpegImage(cv::Mat_<cv::Vec3b> preview, const std::
 
     const cv::Mat_<cv::Vec4b> overlay = m_pDataProxy->get(Id::Images::GuiJpeg)->value<cv::Mat>();
     const cv::Mat_<cv::Vec4b> picture = composeJpegImage(preview, overlay);
-    if (!picture.empty() && !cv::imwrite(fileName, picture, {}))
-        NORDA_THROW("could not write JPEG file " + fileName,
-                    "norda::exp::streaming::ImageWriteElement::createJpegImage");
+    if (!picture.empty()) {
+        // Encoded in memory and replaced atomically: a full disk leaves no cut-off picture.
+        std::vector<uchar> jpeg;
+        if (!cv::imencode(".jpg", picture, jpeg))
+            NORDA_THROW("could not encode JPEG file " + fileName,
+                        "norda::exp::streaming::ImageWriteElement::createJpegImage");
+        utils::writeFileAtomically(fileName, jpeg.data(), jpeg.size());
+    }
     // The overlay goes back unchanged: the next image finds a usable overlay even when the user
     // interface publishes none, and observers learn that the picture was taken.
     m_pDataProxy->set(Id::Images::GuiJpeg, std::make_shared<Variant_<cv::Mat>>(cv::Mat(overlay.clone())),

@@ -85,37 +85,31 @@ TEST(ColorPaletteConverter, LinearBinsClampAndBandEdges) {
     ColorPaletteConverter c;
     const auto t256 = indexTable(256);
     // A span of 256 values: one value per colour; the ends clamp.
-    auto px = paint(c, {0, 999, 1000, 1001, 1128, 1255, 1256, 1257, 65535}, 1000, 1256, t256);
-    const std::vector<size_t> want{0, 0, 0, 1, 128, 255, 255, 255, 255};
-    for (size_t i = 0; i < want.size(); ++i)
-        EXPECT_EQ(px[i], entry(t256, want[i])) << "pixel " << i;
-
     // Four colours over 100 values: bins of 25, only the upper limit itself reaches the last one.
+    // lower > upper: the palette runs backwards (`upper` gets the last colour, `lower` the first);
+    // lower == upper: a threshold. No division by zero.
     const auto t4 = indexTable(4);
-    px = paint(c, {100, 124, 125, 149, 150, 174, 175, 199, 200}, 100, 200, t4);
-    const std::vector<size_t> want4{0, 0, 1, 1, 2, 2, 3, 3, 3};
-    for (size_t i = 0; i < want4.size(); ++i)
-        EXPECT_EQ(px[i], entry(t4, want4[i])) << "pixel " << i;
-
-    // lower > upper: the palette runs backwards; lower == upper: a threshold. No division by zero.
-    px = paint(c, {100, 125, 199, 200, 300}, 200, 100, t4);
-    EXPECT_EQ(px[0], entry(t4, 3)); // `upper` gets the last colour
-    EXPECT_EQ(px[1], entry(t4, 2));
-    EXPECT_EQ(px[2], entry(t4, 0));
-    EXPECT_EQ(px[3], entry(t4, 0)); // `lower` gets the first
-    EXPECT_EQ(px[4], entry(t4, 0));
-    px = paint(c, {0, 499, 500, 501, 65535}, 500, 500, t4);
-    EXPECT_EQ(px[2], entry(t4, 0));
-    EXPECT_EQ(px[3], entry(t4, 3));
-    EXPECT_EQ(px[4], entry(t4, 3));
-    px = paint(c, {0, 65535}, 65535, 65535, t4);
-    EXPECT_EQ(px[1], entry(t4, 0));
+    const struct {
+        std::vector<uint16_t> values;
+        uint16_t lower, upper;
+        const std::vector<uint8_t>& table;
+        std::vector<size_t> want;
+    } cases[] = {
+        {{0, 999, 1000, 1001, 1128, 1255, 1256, 65535}, 1000, 1256, t256, {0, 0, 0, 1, 128, 255, 255, 255}},
+        {{100, 124, 125, 149, 150, 174, 175, 199, 200}, 100, 200, t4, {0, 0, 1, 1, 2, 2, 3, 3, 3}},
+        {{100, 125, 199, 200, 300}, 200, 100, t4, {3, 2, 0, 0, 0}},
+        {{0, 499, 500, 501, 65535}, 500, 500, t4, {0, 0, 0, 3, 3}},
+        {{0, 65535}, 65535, 65535, t4, {0, 0}}};
+    for (const auto& k : cases) {
+        const auto px = paint(c, k.values, k.lower, k.upper, k.table);
+        for (size_t i = 0; i < k.want.size(); ++i)
+            EXPECT_EQ(px[i], entry(k.table, k.want[i])) << k.lower << ".." << k.upper << " pixel " << i;
+    }
 
     // B, G, R order on request.
     ColorPaletteConverter bgr(true);
     EXPECT_TRUE(bgr.isBgr());
-    px = paint(bgr, {1001}, 1000, 1256, t256);
-    EXPECT_EQ(px[0], cv::Vec3b(7, 0, 1));
+    EXPECT_EQ(paint(bgr, {1001}, 1000, 1256, t256)[0], cv::Vec3b(7, 0, 1));
 }
 
 TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
@@ -237,18 +231,15 @@ TEST(ColorPaletteConverter, RegionsAndColourTablesAreChecked) {
 
 TEST(ColorPaletteConverter, HumidityViewFollowsTheTrafficLight) {
     using C = ColorPaletteConverter;
-    EXPECT_EQ(C::humidityColour(0.0f), cv::Vec3b(0, 200, 0));
-    EXPECT_EQ(C::humidityColour(0.6399f), cv::Vec3b(0, 200, 0));
-    EXPECT_EQ(C::humidityColour(0.64f), cv::Vec3b(0, 200, 0));
-    EXPECT_EQ(C::humidityColour(0.72f), cv::Vec3b(255, 255, 0));
+    const std::pair<float, cv::Vec3b> fixed[] = {
+        {0.0f, {0, 200, 0}},    {0.6399f, {0, 200, 0}}, {0.64f, {0, 200, 0}},
+        {0.72f, {255, 255, 0}}, {0.80f, {255, 0, 0}},   {0.9999f, {255, 0, 0}},
+        {1.0f, {0, 0, 255}},    {5.0f, {0, 0, 255}},    {std::nanf(""), {0, 200, 0}}};
+    for (const auto& [ratio, colour] : fixed)
+        EXPECT_EQ(C::humidityColour(ratio), colour) << ratio;
     EXPECT_NEAR(C::humidityColour(0.68f)[0], 128, 1); // half way from green to yellow
     EXPECT_NEAR(C::humidityColour(0.68f)[1], 228, 1);
     EXPECT_LE(C::humidityColour(0.7999f)[1], 1); // almost red
-    EXPECT_EQ(C::humidityColour(0.80f), cv::Vec3b(255, 0, 0));
-    EXPECT_EQ(C::humidityColour(0.9999f), cv::Vec3b(255, 0, 0));
-    EXPECT_EQ(C::humidityColour(1.0f), cv::Vec3b(0, 0, 255));
-    EXPECT_EQ(C::humidityColour(5.0f), cv::Vec3b(0, 0, 255));
-    EXPECT_EQ(C::humidityColour(std::nanf("")), cv::Vec3b(0, 200, 0));
 
     // Every pixel as the climate library sees it: air 20 °C at 50 % has its dew point near 9.3 °C.
     const Temp air(20.0f);
@@ -276,8 +267,7 @@ TEST(ColorPaletteConverter, HumidityViewFollowsTheTrafficLight) {
     EXPECT_EQ(colourAt(20.0f), cv::Vec3b(0, 200, 0)); // 50 %
     EXPECT_EQ(colourAt(12.0f), cv::Vec3b(0, 0, 255)); // 83 %: mould risk (B, G, R order)
     EXPECT_EQ(colourAt(9.0f), cv::Vec3b(255, 0, 0));  // below the dew point: condensation
-    const auto builds = c.tableBuilds();
-    EXPECT_EQ(builds, 1u);
+    EXPECT_EQ(c.tableBuilds(), 1u);
     cv::Mat_<uint16_t> warm(1, 1, RadiometricTools::getUint16(20.0f));
     c.palletizeHumid(warm, rgb, air, Rel(0.9f), false, {}); // new climate: new table
     EXPECT_EQ(c.tableBuilds(), 2u);

@@ -158,7 +158,7 @@ TEST(StaticPatternRemover, RemovesStripesAndKeepsEdges) {
     EXPECT_NEAR(edge, 200.0, 10.0);
     EXPECT_LE(edgeWidth(out, 150, 170), edgeWidth(clean, 150, 170) + 0.5);
 
-    // The line limit bounds every correction; zero settings copy the frame and forget.
+    // The line limit bounds every correction; zero settings pass the frame through and forget.
     for (float c : spr.columnPattern())
         EXPECT_LE(std::abs(c), 50.0f);
     StaticPatternRemover limited(40, 2, 4);
@@ -168,8 +168,14 @@ TEST(StaticPatternRemover, RemovesStripesAndKeepsEdges) {
         EXPECT_LE(std::abs(c), 2.0f);
     spr.setFrameLimit(0);
     spr.process(striped, out);
-    EXPECT_EQ(cv::norm(out, striped, cv::NORM_INF), 0.0);
+    EXPECT_EQ(out.data, striped.data); // passed through without a copy
     EXPECT_TRUE(spr.columnPattern().empty());
+    // Switched on again with `out` still sharing the input: a fresh output, the input untouched.
+    const cv::Mat original = striped.clone();
+    spr.setFrameLimit(4);
+    spr.process(striped, out);
+    EXPECT_NE(out.data, striped.data);
+    EXPECT_EQ(cv::norm(original, striped, cv::NORM_INF), 0.0);
     EXPECT_NE(test::messageOf([&] { spr.process(striped, striped); }).find("in place"), std::string::npos);
 }
 

@@ -1,6 +1,6 @@
 #include "nordalib/vision/imgproc/Palettes.h"
 
-#include "nordalib/core/exception/Exception.h"
+#include "tests/support/Messages.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -35,14 +35,9 @@ TEST(Palettes, NamesTablesAndUnknownName) {
         EXPECT_EQ(Palettes::colors(name).size(), Palettes::kBytes) << name;
     }
     EXPECT_FALSE(Palettes::exists("Iron"));
-    try {
-        (void)Palettes::colors("sepia");
-        FAIL() << "no exception";
-    } catch (const norda::Exception& e) {
-        EXPECT_STREQ(e.what(),
-                     "unknown palette 'sepia' (available: iron, rainbow, rainbow_hc, grey, grey_inverted, "
-                     "inferno, viridis)");
-    }
+    EXPECT_EQ(norda::test::messageOf([] { (void)Palettes::colors("sepia"); }),
+              "unknown palette 'sepia' (available: iron, rainbow, rainbow_hc, grey, grey_inverted, "
+              "inferno, viridis)");
 }
 
 TEST(Palettes, EndpointsAndMonotonicLightness) {

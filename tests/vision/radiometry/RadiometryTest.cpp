@@ -37,6 +37,26 @@ RadiometricConditions conditionsOf(float emissivity, float reflected, bool glass
     c.emisPg = glass ? 0.05f : 0.0f;
     return c;
 }
+
+// Hands the model the frame conditions of `meta` as the element does, without protective glass;
+// with `lens`, the range and lens entries as well.
+void setConditions(RadiometryBase& model, const exp::DataStorage<std::string>& meta, bool lens = false) {
+    std::vector<std::pair<const char*, unsigned>> ids = {
+        {"Environment.EmissivityValue", RadiometryId::Emis},
+        {"Environment.ReflectedTemperature", RadiometryId::Treflected},
+        {"Temperatures.Current.TBoardSens50", RadiometryId::TboardCurrent},
+        {"Temperatures.Shuttering.TBoardSens50", RadiometryId::TboardShuttering},
+        {"Temperatures.Shuttering.TShutter", RadiometryId::TShutterShuttering},
+        {"Temperatures.Current.TBoardSlope", RadiometryId::TBoardSlope}};
+    if (lens)
+        ids.insert(ids.end(), {{"ActiveMeasRange.Name", RadiometryId::MeasRange},
+                               {"ActiveLens.Index", RadiometryId::LensIndex},
+                               {"Temperatures.Current.TLens", RadiometryId::TlensCurrent}});
+    for (const auto& [key, id] : ids)
+        model.setData(id, meta.getVariant(key));
+    model.setData(RadiometryId::TauPg, makeVariant(1.0f));
+    model.setData(RadiometryId::EmisPg, makeVariant(0.0f));
+}
 } // namespace
 
 TEST(RadiometricTools, PlanckCurveAndItsInverse) {
@@ -133,18 +153,8 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
               "unknown radiometry data id 99");
 
     const auto meta = test::radiometricMeta();
-    const std::pair<const char*, unsigned> ids[] = {
-        {"Environment.EmissivityValue", RadiometryId::Emis},
-        {"Environment.ReflectedTemperature", RadiometryId::Treflected},
-        {"Temperatures.Current.TBoardSens50", RadiometryId::TboardCurrent},
-        {"Temperatures.Shuttering.TBoardSens50", RadiometryId::TboardShuttering},
-        {"Temperatures.Shuttering.TShutter", RadiometryId::TShutterShuttering},
-        {"Temperatures.Current.TBoardSlope", RadiometryId::TBoardSlope}};
-    for (const auto& [key, id] : ids)
-        model.setData(id, meta.getVariant(key));
+    setConditions(model, meta);
     model.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(7));
-    model.setData(RadiometryId::TauPg, makeVariant(1.0f));
-    model.setData(RadiometryId::EmisPg, makeVariant(0.0f));
     EXPECT_NE(
         test::messageOf([&] { model.processFrame(raw); }).find("no calibration for measurement range 7"),
         std::string::npos);
@@ -166,11 +176,8 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
     cv::Mat_<short> ramp(1, 4);
     ramp << -3000, 0, 3000, 30000;
     RadiometryTypeA wide(4, 1, 0.01f, test::calibrationDir());
-    for (const auto& [key, id] : ids)
-        wide.setData(id, meta.getVariant(key));
+    setConditions(wide, meta);
     wide.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(1));
-    wide.setData(RadiometryId::TauPg, makeVariant(1.0f));
-    wide.setData(RadiometryId::EmisPg, makeVariant(0.0f));
     auto t = wide.processFrame(ramp);
     EXPECT_LT(t(0, 0), t(0, 1));
     EXPECT_LT(t(0, 1), t(0, 2));
@@ -183,21 +190,7 @@ TEST(RadiometryModel, TypeBLensAndSlowFrame) {
     cal.ranges[1].slowFrameGain = 0.5;
     cal.save(test::slashed(dir) + RadiometricCalibration::kFileName);
     RadiometryTypeB model(2, 1, 0.01f, test::slashed(dir));
-    const auto meta = test::radiometricMeta(0.9f, 10.0f);
-    const std::pair<const char*, unsigned> ids[] = {
-        {"Environment.EmissivityValue", RadiometryId::Emis},
-        {"Environment.ReflectedTemperature", RadiometryId::Treflected},
-        {"Temperatures.Current.TBoardSens50", RadiometryId::TboardCurrent},
-        {"Temperatures.Shuttering.TBoardSens50", RadiometryId::TboardShuttering},
-        {"Temperatures.Shuttering.TShutter", RadiometryId::TShutterShuttering},
-        {"Temperatures.Current.TBoardSlope", RadiometryId::TBoardSlope},
-        {"ActiveMeasRange.Name", RadiometryId::MeasRange},
-        {"ActiveLens.Index", RadiometryId::LensIndex},
-        {"Temperatures.Current.TLens", RadiometryId::TlensCurrent}};
-    for (const auto& [key, id] : ids)
-        model.setData(id, meta.getVariant(key));
-    model.setData(RadiometryId::TauPg, makeVariant(1.0f));
-    model.setData(RadiometryId::EmisPg, makeVariant(0.0f));
+    setConditions(model, test::radiometricMeta(0.9f, 10.0f), true);
     cv::Mat_<short> raw(1, 2, short(1000));
     EXPECT_EQ(test::messageOf([&] { model.processFrame(raw); }), "radiometry data LensSerial is not set");
     model.setData(RadiometryId::LensSerial, makeVariant(std::string("L25-999999")));

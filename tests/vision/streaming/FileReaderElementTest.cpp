@@ -1,6 +1,7 @@
 #include "nordalib/vision/streaming/FileReaderElement.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imageio/ImageIO.h"
+#include "tests/support/Messages.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -57,21 +58,13 @@ TEST(FileReaderElement, PlaysFromFrameOneLoopingCountingAndPaced) {
 TEST(FileReaderElement, UnusableFilesFailConstruction) {
     test::TempDir dir;
     const std::string missing = dir.file("missing.pxm");
-    try {
-        FileReaderElement reader(missing);
-        ADD_FAILURE();
-    } catch (const Exception& e) {
-        EXPECT_EQ(std::string(e.what()), "File open failed! Filename: " + missing);
-        EXPECT_EQ(e.location(), "nordalib/vision/streaming/FileReaderElement: 35: "
-                                "norda::exp::streaming::FileReaderElement::FileReaderElement(..)");
-    }
+    EXPECT_EQ(test::failureOf([&] { FileReaderElement reader(missing); }),
+              std::make_pair("File open failed! Filename: " + missing,
+                             std::string("nordalib/vision/streaming/FileReaderElement: 35: "
+                                         "norda::exp::streaming::FileReaderElement::FileReaderElement(..)")));
     std::ofstream(dir.file("empty.pxm")).close();
-    try {
-        FileReaderElement reader(dir.file("empty.pxm"));
-        ADD_FAILURE();
-    } catch (const Exception& e) {
-        EXPECT_EQ(std::string(e.what()), "File holds no frame! Filename: " + dir.file("empty.pxm"));
-    }
+    EXPECT_EQ(test::messageOf([&] { FileReaderElement reader(dir.file("empty.pxm")); }),
+              "File holds no frame! Filename: " + dir.file("empty.pxm"));
     std::ofstream(dir.file("junk.pxm")) << "not a frame at all";
     EXPECT_THROW(FileReaderElement reader(dir.file("junk.pxm")), Exception);
 

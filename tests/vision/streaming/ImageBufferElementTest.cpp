@@ -2,6 +2,7 @@
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
+#include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>
 
@@ -86,19 +87,12 @@ TEST(ImageBufferElement, CurrentDepthIsSharedBetweenInstances) {
 TEST(ImageBufferElement, ConstructionNeedsANumericLatency) {
     EXPECT_THROW(ImageBufferElement(3, STREAMING_DATATYPE_YUV422, nullptr), Exception);
     DataProxy<std::string> proxy;
-    try {
-        ImageBufferElement element(3, STREAMING_DATATYPE_YUV422, &proxy);
-        ADD_FAILURE();
-    } catch (const Exception& e) {
-        EXPECT_STREQ(e.what(), "value: Viscam.MaximumImageLatency could not be found!");
-    }
+    auto failure = [&] {
+        return test::messageOf([&] { ImageBufferElement e(3, STREAMING_DATATYPE_YUV422, &proxy); });
+    };
+    EXPECT_EQ(failure(), "value: Viscam.MaximumImageLatency could not be found!");
     proxy.setValue(Id::Viscam::MaximumImageLatency, std::string("fast"));
-    try {
-        ImageBufferElement element(3, STREAMING_DATATYPE_YUV422, &proxy);
-        ADD_FAILURE();
-    } catch (const Exception& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("Variant-type (", 0), 0u) << e.what();
-    }
+    EXPECT_EQ(failure().rfind("Variant-type (", 0), 0u) << failure();
     proxy.setValue(Id::Viscam::MaximumImageLatency, 120); // an int converts
     EXPECT_NO_THROW(ImageBufferElement(3, STREAMING_DATATYPE_YUV422, &proxy));
 }

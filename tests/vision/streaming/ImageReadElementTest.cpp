@@ -71,8 +71,6 @@ TEST_F(ImageReadTest, DeliversTheStoredImageWithItsSettingsEveryCycle) {
     EXPECT_EQ(reader.getOutputTypes(),
               (std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_YUV422}));
     EXPECT_TRUE(reader.isBlocking());
-    EXPECT_EQ(reader.getPriority(), 4);
-    EXPECT_EQ(reader.getDataProxy(), &proxy);
 
     FrameMap in, out;
     EXPECT_FALSE(reader.process(in, out)) << "nothing to show yet";

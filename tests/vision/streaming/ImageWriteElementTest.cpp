@@ -44,12 +44,8 @@ protected:
                        false); // the 500 ms overlay wait only where wanted
         proxy.setValue<unsigned int>(Id::Miscellaneous::ImageCounter, 41, false);
     }
-    void TearDown() override {
-        // Detached super-resolution threads use the store: let them finish first.
-        for (int i = 0;
-             i < 600 && (busy || proxy.getValue<int>(Id::Miscellaneous::SuperResolutionCount) != 0); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    // Detached super-resolution threads use the store: let them finish first.
+    void TearDown() override { waitForSuperResolution(); }
 
     std::unique_ptr<ImageWriteElement> makeElement(STREAMING_DATATYPE visualSlot = STREAMING_DATATYPE_YUV422,
                                                    std::vector<std::string> keys = {
@@ -89,6 +85,13 @@ protected:
             return r.level == level && r.message.find(text) != std::string::npos;
         });
     }
+    // One cycle of `e` on `in`; returns what the element left of its inputs.
+    FrameMap cycle(ImageWriteElement& e, FrameMap in) {
+        FrameMap out;
+        e.process(in, out);
+        return in;
+    }
+    FrameMap cycle(ImageWriteElement& e) { return cycle(e, frames()); }
     std::string file(const std::string& name) const { return folder + "/" + name; }
     void touch(const std::string& name) { std::ofstream(file(name)) << "old"; }
     void waitForSuperResolution() {
@@ -136,12 +139,11 @@ TEST_F(ImageWriteTest, WiringAndCommands) {
     EXPECT_EQ(proxy.getValue<std::string>(Id::Miscellaneous::LastImageFileName), "");
     EXPECT_TRUE(proxy.getValue<bool>(Id::Miscellaneous::SaveImageMode));
 
-    try {
-        ImageWriteElement bad(folder, nullptr, &commands, {}, {}, 0, busy, STREAMING_DATATYPE_YUV422);
-        FAIL();
-    } catch (const norda::Exception& e) {
-        EXPECT_STREQ(e.what(), "Pointer to DataProxy is mandatory for this element!");
-    }
+    EXPECT_EQ(norda::test::messageOf([&] {
+                  ImageWriteElement bad(folder, nullptr, &commands, {}, {}, 0, busy,
+                                        STREAMING_DATATYPE_YUV422);
+              }),
+              "Pointer to DataProxy is mandatory for this element!");
 }
 
 TEST_F(ImageWriteTest, SaveReplacesFilesOfTheSameNumberAndAdvancesTheCounter) {
@@ -191,17 +193,14 @@ TEST_F(ImageWriteTest, SaveReplacesFilesOfTheSameNumberAndAdvancesTheCounter) {
     EXPECT_TRUE(logged("Leave save function", LogLevel::debug));
 
     // The request is done: the next cycle saves nothing.
-    auto again = frames();
-    element->process(again, out);
+    EXPECT_TRUE(cycle(*element)[STREAMING_DATATYPE_RAD_CONST]);
     EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 42u);
-    EXPECT_TRUE(again[STREAMING_DATATYPE_RAD_CONST]);
 
     // A preview-mode save marks the real save; without a host command the failure is logged.
     commands.unregisterCallable(Cmd::ApplicationControlGroup);
     proxy.setValue(Id::Miscellaneous::SaveJpeg, false, false);
     element->triggerSave(true);
-    auto third = frames();
-    element->process(third, out);
+    cycle(*element);
     EXPECT_TRUE(fs::exists(file("IR000042.RIX")));
     EXPECT_TRUE(proxy.getValue<bool>(Id::Miscellaneous::ImageRealSave));
     EXPECT_TRUE(logged("Can not save user settings: ", LogLevel::error));
@@ -209,7 +208,6 @@ TEST_F(ImageWriteTest, SaveReplacesFilesOfTheSameNumberAndAdvancesTheCounter) {
 
 TEST_F(ImageWriteTest, FileNamesAndPlaceFolders) {
     EXPECT_EQ(ImageWriteElement::getFormatedFileNumber(0), "000000");
-    EXPECT_EQ(ImageWriteElement::getFormatedFileNumber(41), "000041");
     EXPECT_EQ(ImageWriteElement::getFormatedFileNumber(1234567), "1234567");
     auto element = makeElement();
     EXPECT_EQ(element->getFilename(0, "IR", "RIX"), folder + "/IR000000.RIX");
@@ -244,9 +242,7 @@ TEST_F(ImageWriteTest, FileNamesAndPlaceFolders) {
     proxy.setValue(Id::PlaceTag::MeasSiteFolder, std::string("site1"), false);
     touch("TR000041.JPG");
     element->triggerSave(false);
-    auto in = frames();
-    FrameMap out;
-    element->process(in, out);
+    cycle(*element);
     EXPECT_TRUE(fs::exists(folder + "/site1/IR000041.RIX"));
     EXPECT_FALSE(fs::exists(file("TR000041.JPG")));
 }
@@ -279,7 +275,7 @@ TEST_F(ImageWriteTest, FrameSelectionAndGalleryFrames) {
     auto both = frames();
     both[STREAMING_DATATYPE_YUV422_HIRES] =
         std::make_unique<Frame>(cv::Mat(1944, 2592, CV_8UC2, cv::Scalar(1, 2)));
-    element->process(both, out);
+    both = cycle(*element, std::move(both));
     EXPECT_FALSE(both[STREAMING_DATATYPE_YUV422]);
     EXPECT_TRUE(both[STREAMING_DATATYPE_YUV422_HIRES]);
     Rix saved;
@@ -288,8 +284,7 @@ TEST_F(ImageWriteTest, FrameSelectionAndGalleryFrames) {
 
     // No visual frame at all: saved without one.
     element->triggerSave(false);
-    auto noVisual = frames({});
-    element->process(noVisual, out);
+    cycle(*element, frames({}));
     saved.load(file("IR000042.RIX"));
     EXPECT_TRUE(saved.getVisualImageYuv2().empty());
 
@@ -308,10 +303,8 @@ TEST_F(ImageWriteTest, HighResolutionVisualSwitchesTheCameraAndWaitsForTheFullIm
     auto element = makeElement(STREAMING_DATATYPE_YUV422_HIRES);
     proxy.setValue(Id::Viscam::CurrentImageResolution, std::string("VGA"), false);
     element->triggerSave(false);
-    FrameMap out;
-    for (int cycle = 0; cycle < 2; ++cycle) { // preview-sized frames until the camera has switched
-        auto small = frames({640, 480}, STREAMING_DATATYPE_YUV422_HIRES);
-        element->process(small, out);
+    for (int i = 0; i < 2; ++i) { // preview-sized frames until the camera has switched
+        cycle(*element, frames({640, 480}, STREAMING_DATATYPE_YUV422_HIRES));
         EXPECT_EQ(proxy.getValue<std::string>(Id::Viscam::CurrentImageResolution),
                   Id::Viscam::Resolution::Qsxga);
         EXPECT_TRUE(logged("Leave save function", LogLevel::debug));
@@ -319,8 +312,7 @@ TEST_F(ImageWriteTest, HighResolutionVisualSwitchesTheCameraAndWaitsForTheFullIm
     EXPECT_TRUE(fs::is_empty(folder));
     EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
 
-    auto full = frames({2592, 1944}, STREAMING_DATATYPE_YUV422_HIRES);
-    element->process(full, out);
+    cycle(*element, frames({2592, 1944}, STREAMING_DATATYPE_YUV422_HIRES));
     EXPECT_EQ(proxy.getValue<std::string>(Id::Viscam::CurrentImageResolution), "VGA") << "old mode restored";
     Rix saved;
     saved.load(file("IR000041.RIX"));
@@ -333,14 +325,11 @@ TEST_F(ImageWriteTest, SuperResolutionCollectsFiveFramesThenFusesInTheBackground
     proxy.setValue(Id::Miscellaneous::SuperResolution, true, false);
     auto element = makeElement();
     element->triggerSave(false);
-    FrameMap out;
-    for (int cycle = 0; cycle < 4; ++cycle) {
-        auto in = frames({1024, 768}, STREAMING_DATATYPE_YUV422, 1);
-        element->process(in, out);
-        EXPECT_TRUE(fs::is_empty(folder)) << "cycle " << cycle;
+    for (int i = 0; i < 4; ++i) {
+        cycle(*element);
+        EXPECT_TRUE(fs::is_empty(folder)) << "cycle " << i;
     }
-    auto fifth = frames({1024, 768}, STREAMING_DATATYPE_YUV422, 1);
-    element->process(fifth, out);
+    cycle(*element);
     EXPECT_TRUE(fs::exists(file("IR000041.RIX")));
     EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 42u);
     waitForSuperResolution();
@@ -356,10 +345,8 @@ TEST_F(ImageWriteTest, SuperResolutionCollectsFiveFramesThenFusesInTheBackground
 
     // The collected frames were cleared: the next image collects five again.
     element->triggerSave(false);
-    for (int cycle = 0; cycle < 4; ++cycle) {
-        auto in = frames();
-        element->process(in, out);
-    }
+    for (int i = 0; i < 4; ++i)
+        cycle(*element);
     EXPECT_FALSE(fs::exists(file("IR000042.RIX")));
 }
 
@@ -372,8 +359,7 @@ TEST_F(ImageWriteTest, CaptureAndTransferHandsTheImageToTheWaitingCaller) {
     auto refused = commands.call("ImageWrite", "CaptureImage", {});
     ASSERT_TRUE(refused);
     EXPECT_TRUE(refused->value<std::vector<char>>().empty());
-    auto drain = frames();
-    element->process(drain, out); // the preview save itself
+    cycle(*element); // the preview save itself
     proxy.setValue(Id::Miscellaneous::SaveImageMode, false, false);
     const auto counter = proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
 
@@ -418,9 +404,7 @@ TEST_F(ImageWriteTest, CaptureTimesOutAfterFifteenSeconds) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error: Timeout waiting for image caputure!\n");
     EXPECT_TRUE(bytes.empty());
     // The request stays and becomes an ordinary save on the next cycle.
-    auto in = frames();
-    FrameMap out;
-    element->process(in, out);
+    cycle(*element);
     EXPECT_TRUE(fs::exists(file("IR000041.RIX")));
 }
 
@@ -429,9 +413,7 @@ TEST_F(ImageWriteTest, UnwritableFolderKeepsCounterAndEarlierFiles) {
     fs::create_directories(file("IR000041.RIX/occupied")); // the target name is taken by a directory
     auto element = makeElement();
     element->triggerSave(false);
-    auto in = frames();
-    FrameMap out;
-    element->process(in, out);
+    cycle(*element);
     EXPECT_TRUE(logged("Image " + file("IR000041.RIX") + " Write fail:", LogLevel::error));
     EXPECT_TRUE(proxy.getValue<bool>(Id::Miscellaneous::ErrorImageSaving));
     EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
@@ -446,8 +428,7 @@ TEST_F(ImageWriteTest, UnwritableFolderKeepsCounterAndEarlierFiles) {
                               STREAMING_DATATYPE_YUV422);
     proxy.setValue(Id::Miscellaneous::ErrorImageSaving, false, false);
     nowhere.triggerSave(false);
-    auto more = frames();
-    nowhere.process(more, out);
+    cycle(nowhere);
     EXPECT_TRUE(proxy.getValue<bool>(Id::Miscellaneous::ErrorImageSaving));
     EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
 
@@ -455,17 +436,15 @@ TEST_F(ImageWriteTest, UnwritableFolderKeepsCounterAndEarlierFiles) {
     auto noScaling = frames();
     noScaling[STREAMING_DATATYPE_RGB]->removeMetaDate(Id::Scaling::TempMax);
     element->triggerSave(false);
-    element->process(noScaling, out);
+    cycle(*element, std::move(noScaling));
     EXPECT_TRUE(logged("Erro during process: Could not find parameter Scaling.TempMax", LogLevel::error));
-    auto after = frames();
-    element->process(after, out);
-    EXPECT_TRUE(after[STREAMING_DATATYPE_RAD_CONST]) << "request was cleared";
+    EXPECT_TRUE(cycle(*element)[STREAMING_DATATYPE_RAD_CONST]) << "request was cleared";
 
     // A radiometric frame of the wrong type is refused, not converted.
     auto eightBit = frames();
     eightBit[STREAMING_DATATYPE_RAD_CONST]->getFrameData() = cv::Mat(120, 160, CV_8UC1, cv::Scalar(7));
     element->triggerSave(false);
-    element->process(eightBit, out);
+    cycle(*element, std::move(eightBit));
     EXPECT_TRUE(logged("Erro during process: radiometric image has type CV_8UC1, expected CV_16UC1",
                        LogLevel::error));
 
@@ -473,11 +452,9 @@ TEST_F(ImageWriteTest, UnwritableFolderKeepsCounterAndEarlierFiles) {
     auto empty = frames({});
     empty[STREAMING_DATATYPE_RGB]->getFrameData() = cv::Mat();
     element->triggerSave(false);
-    element->process(empty, out);
+    cycle(*element, std::move(empty));
     EXPECT_EQ(proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter), 41u);
-    auto next = frames();
-    element->process(next, out);
-    EXPECT_TRUE(next[STREAMING_DATATYPE_RAD_CONST]) << "request was ended by the empty preview";
+    EXPECT_TRUE(cycle(*element)[STREAMING_DATATYPE_RAD_CONST]) << "request was ended by the empty preview";
 }
 
 TEST_F(ImageWriteTest, SuperResolutionThreadBookkeeping) {

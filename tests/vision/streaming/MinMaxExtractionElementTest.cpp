@@ -6,17 +6,17 @@
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/imageio/PxmFormat.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <mutex>
 #include <random>
 
 using namespace norda::exp;
 using namespace norda::exp::streaming;
-using norda::logging::Logger;
 using norda::logging::LogLevel;
+using norda::test::LogCapture;
 using norda::vision::RadiometricTools;
 using Temp = quantity::Temperature<MarkedFloat>;
 using Rel = quantity::Relation<MarkedFloat>;
@@ -29,46 +29,6 @@ unsigned short px(float celsius) {
 Temp celsius(float t, uint8_t mark = 0) {
     return Temp(MarkedFloat::withMark(t, mark));
 }
-
-// Collects the MINMAX logger's records for the lifetime of the object.
-struct LogCapture {
-    std::mutex mutex;
-    std::vector<std::pair<LogLevel, std::string>> records;
-    LogCapture() {
-        Logger::setListener([this](const std::string& logger, LogLevel level, const std::string& message) {
-            if (logger != "MINMAX")
-                return;
-            std::lock_guard<std::mutex> lock(mutex);
-            records.emplace_back(level, message);
-        });
-    }
-    ~LogCapture() { Logger::setListener({}); }
-    int count(const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex);
-        int n = 0;
-        for (const auto& [level, message] : records)
-            n += message == text;
-        return n;
-    }
-    bool has(LogLevel level, const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex);
-        for (const auto& r : records)
-            if (r.first == level && r.second == text)
-                return true;
-        return false;
-    }
-    int countPrefix(const std::string& prefix) {
-        std::lock_guard<std::mutex> lock(mutex);
-        int n = 0;
-        for (const auto& r : records)
-            n += r.second.rfind(prefix, 0) == 0;
-        return n;
-    }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mutex);
-        records.clear();
-    }
-};
 
 class MinMaxTest : public ::testing::Test {
 protected:
@@ -92,6 +52,18 @@ protected:
         return cv::Mat(rows, cols, CV_16UC1, cv::Scalar(px(t)));
     }
     MeasPoint storedPoint(const std::string& key) { return proxy.getValue<MeasPoint>(key); }
+    // The display limits in the store, as pixel values and as encoded temperatures.
+    std::pair<int, int> limits() {
+        return {proxy.getValue<unsigned short>(Id::Scaling::Min),
+                proxy.getValue<unsigned short>(Id::Scaling::Max)};
+    }
+    std::pair<int, int> limitTemps() {
+        return {px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()),
+                px(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius())};
+    }
+    static cv::Point hotPos(const std::unique_ptr<Frame>& f) {
+        return f->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position);
+    }
     static float valueOf(const MeasPoint& p) { return p.getValue()->value<Temp>().celsius(); }
     static uint8_t markOf(const MeasPoint& p) { return p.getValue()->value<Temp>().getValue().getMark(); }
 
@@ -155,37 +127,29 @@ void referenceArea(const cv::Mat& img, cv::Rect& rect, cv::Point& cold, cv::Poin
 } // namespace
 
 TEST_F(MinMaxTest, ConstructionChecksAndWiring) {
-    auto messageOf = [&](DataProxy<std::string>* p,
-                         STREAMING_DATATYPE slot) -> std::pair<std::string, std::string> {
-        try {
-            MinMaxExtractionElement e(p, slot, true);
-        } catch (const norda::Exception& ex) {
-            return {ex.what(), ex.location()};
-        }
-        return {"<none>", ""};
+    auto failureOf = [&](DataProxy<std::string>* p, STREAMING_DATATYPE slot) {
+        return norda::test::failureOf([&] { MinMaxExtractionElement e(p, slot, true); });
     };
     const std::string function =
         "norda::exp::streaming::MinMaxExtractionElement::MinMaxExtractionElement(..)";
-    auto [m0, l0] = messageOf(nullptr, STREAMING_DATATYPE_RAD);
-    EXPECT_EQ(m0, "Pointer to DataProxy is mandatory for this element!");
-    EXPECT_EQ(l0.rfind("nordalib/vision/streaming/MinMaxExtractionElement: ", 0), 0u) << l0;
-    EXPECT_NE(l0.find(function), std::string::npos) << l0;
+    // The null store is reported first, whatever the slot.
+    for (auto slot : {STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_RGB}) {
+        auto [m, l] = failureOf(nullptr, slot);
+        EXPECT_EQ(m, "Pointer to DataProxy is mandatory for this element!");
+        EXPECT_EQ(l.rfind("nordalib/vision/streaming/MinMaxExtractionElement: ", 0), 0u) << l;
+        EXPECT_NE(l.find(function), std::string::npos) << l;
+    }
     for (auto slot : {STREAMING_DATATYPE_CORRECTED, STREAMING_DATATYPE_RGB, STREAMING_DATATYPE_YUV422}) {
-        auto [m, l] = messageOf(&proxy, slot);
+        auto [m, l] = failureOf(&proxy, slot);
         EXPECT_EQ(m, "Input must be of Type STREAMING_DATATYPE_RAD or STREAMING_DATATYPE_RAD_CONST");
         EXPECT_NE(l.find(function), std::string::npos);
     }
-    // The null store is reported first, whatever the slot.
-    EXPECT_EQ(messageOf(nullptr, STREAMING_DATATYPE_RGB).first,
-              "Pointer to DataProxy is mandatory for this element!");
 
     MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD_CONST, true);
     EXPECT_EQ(e.getName(), "MinMaxExtractionElement");
     EXPECT_EQ(e.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
     EXPECT_EQ(e.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
     EXPECT_FALSE(e.isBlocking());
-    EXPECT_EQ(e.getPriority(), 0);
-    EXPECT_EQ(MinMaxExtractionElement::m_u8LowTempRange, 1);
 
     // Same slot in and out: the frame stays where it is.
     FrameMap frames;
@@ -224,12 +188,9 @@ TEST_F(MinMaxTest, AutoRangeSetupFromPool) {
         EXPECT_TRUE(log.has(LogLevel::info, "AutoRange disabled there are not enough ranges defined"));
     }
     proxy.remove(Id::MeasRangePool);
-    try {
-        MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
-        ADD_FAILURE() << "a missing pool must throw";
-    } catch (const norda::Exception& ex) {
-        EXPECT_STREQ(ex.what(), "value: MeasRangePool could not be found!");
-    }
+    EXPECT_EQ(
+        norda::test::messageOf([&] { MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true); }),
+        "value: MeasRangePool could not be found!");
 }
 
 TEST_F(MinMaxTest, WholeImageAndCentreAreaMatchThePlainReference) {
@@ -301,32 +262,35 @@ TEST_F(MinMaxTest, ValidityMarksAgainstTheActiveRange) {
     proxy.setValue(Id::Gallery::ForceUpdate, true, false);
     MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
 
-    auto hotMark = [&](unsigned short hotPixel) {
+    // The extreme pixel at (1, 1) gives the hot spot, at (2, 2) the cold spot.
+    auto mark = [&](bool hot, unsigned short pixel) {
         cv::Mat img = uniform(4, 4, 20);
-        img.at<unsigned short>(1, 1) = hotPixel;
+        img.at<unsigned short>(hot ? 1 : 2, hot ? 1 : 2) = pixel;
         run(e, img);
-        return markOf(storedPoint(Id::MeasPoints::HotSpot::MeasPoint));
+        return markOf(
+            storedPoint(hot ? Id::MeasPoints::HotSpot::MeasPoint : Id::MeasPoints::ColdSpot::MeasPoint));
     };
-    EXPECT_EQ(hotMark(px(120)), MarkedFloat::Valid); // equal to the tolerance top: inside
-    EXPECT_EQ(hotMark(px(120) + 1), MarkedFloat::OutOfTolerance);
-    EXPECT_EQ(hotMark(px(150)), MarkedFloat::OutOfTolerance); // equal to the display top: 1, not 5
-    EXPECT_EQ(hotMark(px(150) + 1), MarkedFloat::OverRange);
-    auto coldMark = [&](unsigned short coldPixel) {
-        cv::Mat img = uniform(4, 4, 20);
-        img.at<unsigned short>(2, 2) = coldPixel;
-        run(e, img);
-        return markOf(storedPoint(Id::MeasPoints::ColdSpot::MeasPoint));
-    };
-    EXPECT_EQ(coldMark(px(-20)), MarkedFloat::Valid);
-    EXPECT_EQ(coldMark(px(-20) - 1), MarkedFloat::OutOfTolerance);
-    EXPECT_EQ(coldMark(px(-40)), MarkedFloat::OutOfTolerance);
-    EXPECT_EQ(coldMark(px(-40) - 1), MarkedFloat::UnderRange);
+    // Equal to the tolerance border: inside; equal to the display border: out of tolerance only.
+    const struct {
+        bool hot;
+        unsigned short pixel;
+        uint8_t mark;
+    } cases[] = {{true, px(120), MarkedFloat::Valid},
+                 {true, uint16_t(px(120) + 1), MarkedFloat::OutOfTolerance},
+                 {true, px(150), MarkedFloat::OutOfTolerance},
+                 {true, uint16_t(px(150) + 1), MarkedFloat::OverRange},
+                 {false, px(-20), MarkedFloat::Valid},
+                 {false, uint16_t(px(-20) - 1), MarkedFloat::OutOfTolerance},
+                 {false, px(-40), MarkedFloat::OutOfTolerance},
+                 {false, uint16_t(px(-40) - 1), MarkedFloat::UnderRange}};
+    for (const auto& c : cases)
+        EXPECT_EQ(mark(c.hot, c.pixel), c.mark) << c.hot << " " << c.pixel;
 
     // A marked border: results keep the mark the radiometry gave them (none), even far outside.
     proxy.setValue(Id::ActiveMeasRange::DisplayBottom, celsius(dispBottom, MarkedFloat::OutOfTolerance),
                    false);
-    EXPECT_EQ(hotMark(px(300)), MarkedFloat::Valid);
-    EXPECT_EQ(coldMark(px(-100)), MarkedFloat::Valid);
+    EXPECT_EQ(mark(true, px(300)), MarkedFloat::Valid);
+    EXPECT_EQ(mark(false, px(-100)), MarkedFloat::Valid);
 }
 
 TEST_F(MinMaxTest, UserPointsClampingActivityAndMetadataRules) {
@@ -414,12 +378,11 @@ TEST_F(MinMaxTest, RefreshRhythmWrapsWithTheEightBitCounter) {
             // The hot pixel moves every frame: the frame's hot spot shows whether it was refreshed.
             cv::Mat img = uniform(4, 300, 20);
             img.at<unsigned short>(1, i) = px(60);
-            auto out = run(e, img);
-            if (out->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position).x == i)
+            const int x = hotPos(run(e, img)).x;
+            if (x == i)
                 refreshed.push_back(i);
             else // throttled frames re-publish the last refresh
-                EXPECT_EQ(out->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position).x,
-                          refreshed.back());
+                EXPECT_EQ(x, refreshed.back());
         }
         std::vector<int> expected;
         const int period = fast ? 20 : 6;
@@ -436,16 +399,11 @@ TEST_F(MinMaxTest, RefreshRhythmWrapsWithTheEightBitCounter) {
     proxy.setValue(Id::Gallery::ForceUpdate, true, false);
     cv::Mat img = uniform(4, 4, 20);
     img.at<unsigned short>(2, 3) = px(70);
-    EXPECT_EQ(run(e, img)->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
-              cv::Point(3, 2));
+    EXPECT_EQ(hotPos(run(e, img)), cv::Point(3, 2));
     proxy.setValue(Id::Gallery::ForceUpdate, false, false);
     for (int i = 1; i < 6; ++i)
-        EXPECT_EQ(
-            run(e, uniform(4, 4, 20))->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
-            cv::Point(3, 2));
-    EXPECT_EQ(
-        run(e, uniform(4, 4, 20))->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
-        cv::Point(0, 0));
+        EXPECT_EQ(hotPos(run(e, uniform(4, 4, 20))), cv::Point(3, 2));
+    EXPECT_EQ(hotPos(run(e, uniform(4, 4, 20))), cv::Point(0, 0));
 }
 
 TEST_F(MinMaxTest, EmptyMissingAndWrongInput) {
@@ -466,20 +424,15 @@ TEST_F(MinMaxTest, EmptyMissingAndWrongInput) {
     // Empty cycles do not advance the rhythm: the next real frame is still a refresh.
     cv::Mat img = uniform(3, 3, 20);
     img.at<unsigned short>(2, 2) = px(40);
-    EXPECT_EQ(run(e, img)->getMetaData().get<cv::Point_<int>>(Id::MeasPoints::HotSpot::Position),
-              cv::Point(2, 2));
+    EXPECT_EQ(hotPos(run(e, img)), cv::Point(2, 2));
 
     FrameMap bad, out3;
     bad[STREAMING_DATATYPE_RAD] = std::make_unique<Frame>(cv::Mat(3, 3, CV_16SC1, cv::Scalar(0)));
     EXPECT_THROW(e.process(bad, out3), norda::Exception);
 
     proxy.remove(Id::Environment::Humidity);
-    try {
-        run(e, img);
-        ADD_FAILURE() << "missing key must throw";
-    } catch (const norda::Exception& ex) {
-        EXPECT_STREQ(ex.what(), "value: Environment.Humidity could not be found!");
-    }
+    EXPECT_EQ(norda::test::messageOf([&] { run(e, img); }),
+              "value: Environment.Humidity could not be found!");
 }
 
 TEST_F(MinMaxTest, HumidityModeGivesSurfaceMoistureAndDewPointScale) {
@@ -508,8 +461,7 @@ TEST_F(MinMaxTest, HumidityModeGivesSurfaceMoistureAndDewPointScale) {
     EXPECT_NEAR(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius(), dew.celsius(), 1e-4);
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMin).getValue().isValid());
     EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius(), 55.0f);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), px(dew.celsius()));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(55.0f));
+    EXPECT_EQ(limits(), (std::pair<int, int>(px(dew.celsius()), px(55.0f))));
 
     // Out-of-range climate input still gives a finite, marked dew point, published as a valid limit.
     proxy.setValue(Id::Environment::Humidity, Rel(MarkedFloat(1.7f)), false);
@@ -594,36 +546,31 @@ TEST_F(MinMaxTest, HotTestNeedsThreeInteriorPixels) {
             run(e, img, rangeMeta(1));
         return proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name) == 2;
     };
-    cv::Mat base = uniform(8, 8, 30);
-    cv::Mat single = base.clone();
-    single.at<unsigned short>(4, 4) = px(300);
-    EXPECT_FALSE(switchesUp(single));
-    cv::Mat oneNeighbour = single.clone();
-    oneNeighbour.at<unsigned short>(3, 3) = px(99);
-    EXPECT_FALSE(switchesUp(oneNeighbour));
-    cv::Mat below = oneNeighbour.clone();
-    below.at<unsigned short>(5, 3) = below.at<unsigned short>(5, 5) = px(99); // lower neighbours do not count
-    EXPECT_FALSE(switchesUp(below));
+    // An 8 x 8 image at 30 °C with the given pixels set.
+    using Pixels = std::vector<std::tuple<int, int, unsigned short>>;
+    auto image = [&](const Pixels& pixels) {
+        cv::Mat img = uniform(8, 8, 30);
+        for (auto [row, col, value] : pixels)
+            img.at<unsigned short>(row, col) = value;
+        return img;
+    };
+    const Pixels oneNeighbour = {{4, 4, px(300)}, {3, 3, px(99)}};
+    EXPECT_FALSE(switchesUp(image({{4, 4, px(300)}})));
+    EXPECT_FALSE(switchesUp(image(oneNeighbour)));
+    Pixels below = oneNeighbour; // lower neighbours do not count
+    below.insert(below.end(), {{5, 3, px(99)}, {5, 5, px(99)}});
+    EXPECT_FALSE(switchesUp(image(below)));
     // Neighbours must be above 98, the pixel above 100: equal is not enough.
-    cv::Mat edge = base.clone();
-    edge.at<unsigned short>(4, 4) = px(100);
-    edge.at<unsigned short>(3, 3) = edge.at<unsigned short>(3, 5) = px(99);
-    EXPECT_FALSE(switchesUp(edge));
-    edge.at<unsigned short>(4, 4) = px(100) + 1;
+    EXPECT_FALSE(switchesUp(image({{4, 4, px(100)}, {3, 3, px(99)}, {3, 5, px(99)}})));
+    const cv::Mat edge =
+        image({{4, 4, static_cast<unsigned short>(px(100) + 1)}, {3, 3, px(99)}, {3, 5, px(99)}});
     EXPECT_TRUE(switchesUp(edge));
     // A hot frame around the image (first/last row and column) is never tested.
-    cv::Mat ring = base.clone();
-    ring.row(0).setTo(px(300));
-    ring.row(7).setTo(px(300));
-    ring.col(0).setTo(px(300));
-    ring.col(7).setTo(px(300));
-    ring.row(6).setTo(px(300)); // under the last row: tested, but its upper neighbours are cool
-    ring.row(6).colRange(1, 7).setTo(px(30));
+    cv::Mat ring(8, 8, CV_16UC1, cv::Scalar(px(300)));
+    ring(cv::Rect(1, 1, 6, 6)).setTo(px(30));
     EXPECT_FALSE(switchesUp(ring));
-    cv::Mat corner = base.clone();
+    cv::Mat corner = image({{1, 7, px(300)}, {1, 0, px(300)}}); // first and last column: outside
     corner.row(0).setTo(px(300));
-    corner.at<unsigned short>(1, 7) = px(300); // last column: outside the tested interior
-    corner.at<unsigned short>(1, 0) = px(300); // first column
     EXPECT_FALSE(switchesUp(corner));
     corner.at<unsigned short>(1, 6) = px(300); // interior with both upper diagonals hot
     EXPECT_TRUE(switchesUp(corner));
@@ -675,10 +622,8 @@ TEST_F(MinMaxTest, ScalingModes) {
     img.at<unsigned short>(1, 1) = px(21);
     auto out = run(e, img);
     const int mid = (px(20) + px(21)) / 2;
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), mid - 250);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), mid + 250);
-    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()), mid - 250);
-    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius()), mid + 250);
+    EXPECT_EQ(limits(), std::make_pair(mid - 250, mid + 250));
+    EXPECT_EQ(limitTemps(), std::make_pair(mid - 250, mid + 250));
     // Wide images keep their extremes; limits carry validity marks.
     cv::Mat wide = uniform(6, 6, 20);
     wide.at<unsigned short>(2, 2) = px(200);
@@ -687,8 +632,7 @@ TEST_F(MinMaxTest, ScalingModes) {
     EXPECT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().getMark(), MarkedFloat::OverRange);
     // Near the encoding's bottom the widened span stops at 0.
     run(e, cv::Mat(3, 3, CV_16UC1, cv::Scalar(100)));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), 0);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), 350);
+    EXPECT_EQ(limits(), std::make_pair(0, 350));
 
     // Limits that moved by 0.5 degrees or less against the last one and the frame's are not
     // republished.
@@ -710,8 +654,7 @@ TEST_F(MinMaxTest, ScalingModes) {
     proxy.setValue(Id::Scaling::TempMin, celsius(10, MarkedFloat::OutOfTolerance), false);
     proxy.setValue(Id::Scaling::TempMax, celsius(35, MarkedFloat::OverRange), false);
     run(e, img);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), px(10));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), px(35));
+    EXPECT_EQ(limits(), (std::pair<int, int>(px(10), px(35))));
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMin).getValue().isValid());
     EXPECT_FLOAT_EQ(proxy.getValue<Temp>(Id::Scaling::TempMax).celsius(), 35.0f);
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().isValid());
@@ -725,9 +668,8 @@ TEST_F(MinMaxTest, ScalingModes) {
     unsigned short lo = 0, hi = 0;
     ASSERT_TRUE(norda::vision::AutoSpanHint::calculateAutoSpanHint(
         lo, hi, celsius(21), celsius(-5), celsius(RadiometricTools::getFloat(med)), 0.7f, 0.3f, 0.7f));
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Min), lo);
-    EXPECT_EQ(proxy.getValue<unsigned short>(Id::Scaling::Max), hi);
-    EXPECT_EQ(px(proxy.getValue<Temp>(Id::Scaling::TempMin).celsius()), lo);
+    EXPECT_EQ(limits(), (std::pair<int, int>(lo, hi)));
+    EXPECT_EQ(limitTemps().first, lo);
     EXPECT_TRUE(proxy.getValue<Temp>(Id::Scaling::TempMax).getValue().isValid());
 
     // Anything else is reported every cycle and leaves the limits alone.

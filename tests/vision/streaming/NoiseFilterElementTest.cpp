@@ -23,13 +23,9 @@ TEST(NoiseFilterElements, ConstructionKeysAndSharedFrameLimit) {
               "Pointer to DataProxy is mandatory for this element!");
     EXPECT_EQ(test::messageOf([] { SprElement e(nullptr); }),
               "Pointer to DataProxy is mandatory for this element!");
-    EXPECT_EQ(test::messageOf([] { SnrElement e(nullptr); }),
-              "Pointer to DataProxy is mandatory for this element!");
-    try {
-        SnrElement e(nullptr);
-    } catch (const norda::Exception& ex) {
-        EXPECT_NE(ex.location().find("norda::exp::streaming::SnrElement::SnrElement(..)"), std::string::npos);
-    }
+    const auto [snrMessage, snrLocation] = test::failureOf([] { SnrElement e(nullptr); });
+    EXPECT_EQ(snrMessage, "Pointer to DataProxy is mandatory for this element!");
+    EXPECT_NE(snrLocation.find("norda::exp::streaming::SnrElement::SnrElement(..)"), std::string::npos);
 
     DataProxy<std::string> proxy;
     setDefaultParameters(proxy);

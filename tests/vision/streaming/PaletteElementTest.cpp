@@ -5,11 +5,13 @@
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/imgproc/Palettes.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 using namespace norda::exp;
 using namespace norda::exp::streaming;
+using norda::test::celsius;
 using norda::vision::ColorPaletteConverter;
 using norda::vision::Palettes;
 using norda::vision::RadiometricTools;
@@ -37,9 +39,6 @@ DataStorage<std::string> defaultMeta() {
     return meta;
 }
 
-Temp celsius(float t) {
-    return Temp(MarkedFloat(t));
-}
 uint16_t px(float t) {
     return RadiometricTools::getUint16(t);
 }
@@ -62,6 +61,11 @@ struct Rig {
     uint64_t builds() { return element.converter().tableBuilds(); }
 };
 
+// The first `n` pixels of the image's first row.
+std::vector<cv::Vec3b> row(const cv::Mat_<cv::Vec3b>& img, int n) {
+    return {img.begin(), img.begin() + n};
+}
+
 cv::Vec3b ironAt(size_t k) {
     const auto& t = Palettes::colors("iron");
     return {t[3 * k], t[3 * k + 1], t[3 * k + 2]};
@@ -75,8 +79,6 @@ TEST(PaletteElement, WiringAndOneCycle) {
     EXPECT_EQ(rig.element.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
     EXPECT_EQ(rig.element.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RGB});
     EXPECT_FALSE(rig.element.isBlocking());
-    EXPECT_EQ(rig.element.getPriority(), 0);
-    EXPECT_EQ(rig.element.getDataProxy(), nullptr);
 
     // Manual 0..40 °C over the iron palette; a hot column, a cold column, one in the middle.
     rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Manual);
@@ -92,16 +94,12 @@ TEST(PaletteElement, WiringAndOneCycle) {
     EXPECT_EQ(out->getFrameData().size(), rig.raw.size());
     EXPECT_EQ(out->getMetaData().size(), metaKeys);
     EXPECT_TRUE(rig.inputs.at(STREAMING_DATATYPE_RAD_CONST)->getMetaData().empty());
-    const auto img = rig.image();
-    EXPECT_EQ(img(0, 0), ironAt(0));
-    EXPECT_EQ(img(0, 1), ironAt(255));
-    EXPECT_EQ(img(0, 2), ironAt(128));
+    EXPECT_EQ(row(rig.image(), 3), (std::vector<cv::Vec3b>{ironAt(0), ironAt(255), ironAt(128)}));
 
     // Manual limits in the wrong order still paint: the palette runs backwards.
     rig.request(px(40.0f), px(0.0f));
     ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.image()(0, 0), ironAt(255));
-    EXPECT_EQ(rig.image()(0, 1), ironAt(0));
+    EXPECT_EQ(row(rig.image(), 2), (std::vector<cv::Vec3b>{ironAt(255), ironAt(0)}));
 }
 
 // Automatic scaling: the limits follow the request with a hysteresis band and a step beyond it.
@@ -186,15 +184,11 @@ TEST(PaletteElement, ColourRegionsFollowTheBands) {
     rig.meta.setValue(Id::Alarm::AlarmTopActive, true);
     rig.meta.setValue(Id::Alarm::AlarmBottomActive, true);
     ASSERT_TRUE(rig.cycle());
-    auto img = rig.image();
-    EXPECT_EQ(img(0, 0), cv::Vec3b(0, 255, 0)); // isotherm 0x0000FF00
-    EXPECT_EQ(img(0, 1), cv::Vec3b(255, 0, 0)); // upper alarm 0x00FF0000
-    EXPECT_EQ(img(0, 2), cv::Vec3b(0, 0, 255)); // lower alarm 0x000000FF
-    EXPECT_EQ(img(0, 3), ironAt(51));
-    EXPECT_EQ(img(0, 4), cv::Vec3b(255, 0, 0));
-    EXPECT_EQ(img(0, 5), ironAt(255));
-    EXPECT_EQ(img(0, 6), cv::Vec3b(0, 0, 255)); // both band ends are inclusive
-    EXPECT_EQ(img(0, 7), cv::Vec3b(0, 0, 255)); // -40 °C is the range bottom
+    // Isotherm 0x0000FF00, upper alarm 0x00FF0000, lower alarm 0x000000FF; both band ends are
+    // inclusive, and -40 °C is the range bottom.
+    const cv::Vec3b isotherm(0, 255, 0), upper(255, 0, 0), lower(0, 0, 255);
+    EXPECT_EQ(row(rig.image(), 8),
+              (std::vector<cv::Vec3b>{isotherm, upper, lower, ironAt(51), upper, ironAt(255), lower, lower}));
 
     // An inverted upper alarm band (alarm above the range top) fails inside the converter: the
     // failure is swallowed, the cycle succeeds, and the lower alarm is left as it was.
@@ -241,10 +235,7 @@ TEST(PaletteElement, HumidityModeLeavesScalingAndRegionsAlone) {
     EXPECT_EQ(rig.element.lowerLimit(), 29990);
     EXPECT_EQ(rig.element.upperLimit(), 31010);
     EXPECT_FALSE(rig.element.converter().hasColorRegion(1));
-    const auto img = rig.image();
-    EXPECT_EQ(img(0, 0), cv::Vec3b(0, 200, 0));
-    EXPECT_EQ(img(0, 1), cv::Vec3b(255, 0, 0));
-    EXPECT_EQ(img(0, 2), cv::Vec3b(0, 0, 255));
+    EXPECT_EQ(row(rig.image(), 3), (std::vector<cv::Vec3b>{{0, 200, 0}, {255, 0, 0}, {0, 0, 255}}));
 
     // Humidity values are read only in humidity mode.
     rig.meta.remove(Id::Environment::Humidity);
@@ -254,12 +245,14 @@ TEST(PaletteElement, HumidityModeLeavesScalingAndRegionsAlone) {
 }
 
 TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
-    std::vector<std::pair<norda::logging::LogLevel, std::string>> records;
-    norda::logging::Logger::setListener(
-        [&](const std::string& logger, norda::logging::LogLevel level, const std::string& message) {
-            if (logger == "PALETTE")
-                records.emplace_back(level, message);
-        });
+    norda::test::LogCapture log;
+    auto records = [&] {
+        std::vector<norda::test::LogRecord> own;
+        for (const auto& r : log.records())
+            if (r.logger == "PALETTE")
+                own.push_back(r);
+        return own;
+    };
     Rig rig;
     ASSERT_TRUE(rig.cycle());
     auto* previous = rig.outputs.at(STREAMING_DATATYPE_RGB).get();
@@ -269,15 +262,15 @@ TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
         EXPECT_FALSE(rig.cycle());
         EXPECT_EQ(rig.outputs.at(STREAMING_DATATYPE_RGB).get(), previous); // left as it was
     }
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].first, norda::logging::LogLevel::error);
-    EXPECT_EQ(records[0].second, "no display image: Could not find parameter Scaling.Min");
+    ASSERT_EQ(records().size(), 1u);
+    EXPECT_EQ(records()[0].level, norda::logging::LogLevel::error);
+    EXPECT_EQ(records()[0].message, "no display image: Could not find parameter Scaling.Min");
 
     rig.request(30000, 31000);
     EXPECT_TRUE(rig.cycle());
     EXPECT_TRUE(rig.cycle());
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[1].first, norda::logging::LogLevel::info);
+    ASSERT_EQ(records().size(), 2u);
+    EXPECT_EQ(records()[1].level, norda::logging::LogLevel::info);
 
     // Mistyped keys, a frame of the wrong type, no frame at all: one record for the episode.
     rig.meta.setValue(Id::Alarm::AlarmTopColor, 5); // int instead of unsigned int
@@ -293,14 +286,13 @@ TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
     EXPECT_FALSE(out[STREAMING_DATATYPE_RGB]);
     FrameMap empty;
     EXPECT_FALSE(rig.element.process(empty, out));
-    ASSERT_EQ(records.size(), 3u);
-    EXPECT_NE(records[2].second.find("type does not match: int != unsigned int"), std::string::npos)
-        << records[2].second;
+    ASSERT_EQ(records().size(), 3u);
+    EXPECT_NE(records()[2].message.find("type does not match: int != unsigned int"), std::string::npos)
+        << records()[2].message;
     PaletteElement fresh(false); // its own episode
     in[STREAMING_DATATYPE_RAD_CONST] =
         std::make_unique<Frame>(cv::Mat(4, 4, CV_16UC3), DataStorage<std::string>(rig.meta));
     EXPECT_FALSE(fresh.process(in, out));
-    ASSERT_EQ(records.size(), 4u);
-    EXPECT_EQ(records[3].second, "no display image: expects a CV_16UC1 frame, got CV_16UC3");
-    norda::logging::Logger::setListener({});
+    ASSERT_EQ(records().size(), 4u);
+    EXPECT_EQ(records()[3].message, "no display image: expects a CV_16UC1 frame, got CV_16UC3");
 }

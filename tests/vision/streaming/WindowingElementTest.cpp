@@ -1,6 +1,7 @@
 #include "nordalib/vision/streaming/WindowingElement.h"
 #include "nordalib/core/exception/Exception.h"
 #include "tests/support/Frames.h"
+#include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>
 
@@ -48,14 +49,10 @@ TEST(WindowingElement, CutsCentredWindowOrPassesOnAsPrescribed) {
     element.setWindowSize(330, 120);
     in[STREAMING_DATATYPE_RAW] = makeFrame(ramp(240, 320));
     out.clear();
-    try {
-        element.process(in, out);
-        ADD_FAILURE();
-    } catch (const Exception& e) {
-        EXPECT_STREQ(e.what(), "Windowing Failed! ROI outside of current image! 320, 240");
-        EXPECT_EQ(e.location(), "nordalib/vision/streaming/WindowingElement: 50: "
-                                "norda::exp::streaming::WindowingElement::process(..)");
-    }
+    EXPECT_EQ(test::failureOf([&] { element.process(in, out); }),
+              std::make_pair(std::string("Windowing Failed! ROI outside of current image! 320, 240"),
+                             std::string("nordalib/vision/streaming/WindowingElement: 50: "
+                                         "norda::exp::streaming::WindowingElement::process(..)")));
     EXPECT_TRUE(out.empty());
 
     // Empty frames pass on; 8-bit frames cannot be cut as 16-bit words and are refused.

@@ -2,6 +2,7 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "tests/support/Frames.h"
+#include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
@@ -33,14 +34,11 @@ TEST(ColorConversionElement, ConvertsUyvyAndRejectsOtherTypes) {
     for (int type : {CV_8UC3, CV_16UC1, CV_8UC1}) {
         FrameMap bad, result;
         bad[STREAMING_DATATYPE_YUV422] = makeFrame(cv::Mat(4, 4, type));
-        try {
-            element.process(bad, result);
-            ADD_FAILURE() << type;
-        } catch (const Exception& e) {
-            EXPECT_STREQ(e.what(), "Wrong Input Type for Conversion , must be Mat2b !!!");
-            EXPECT_EQ(e.location(), "nordalib/vision/streaming/Yuv422ToRgb888Element: 41: "
-                                    "norda::exp::streaming::ColorConversionElement::process(..)");
-        }
+        EXPECT_EQ(test::failureOf([&] { element.process(bad, result); }),
+                  std::make_pair(std::string("Wrong Input Type for Conversion , must be Mat2b !!!"),
+                                 std::string("nordalib/vision/streaming/Yuv422ToRgb888Element: 41: "
+                                             "norda::exp::streaming::ColorConversionElement::process(..)")))
+            << type;
         EXPECT_EQ(result.count(STREAMING_DATATYPE_RGB), 0u);
         EXPECT_FALSE(bad[STREAMING_DATATYPE_YUV422]->getMetaData().empty());
     }
