@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 #include <opencv2/core.hpp>
 
-#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <climits>
