@@ -16,7 +16,8 @@ line number, so the same list applies after other changes moved lines.
     tools/mutation/mutate.py compare before.tsv after.tsv
 
 A build that fails counts as "uncompilable" (the mutation is then worthless, not killed); a test
-that fails, crashes or runs past --timeout kills the mutation.
+that fails, crashes or runs past --timeout kills the mutation. The whole suite runs for every
+mutation, the slow tests (--slow) last and only when the others have passed.
 """
 
 import argparse
@@ -29,6 +30,8 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 DEFAULT_LIST = os.path.join(ROOT, "tools", "mutation", "mutations.txt")
+# Run after the rest of the suite has passed: a mutation the quick tests kill costs seconds.
+SLOW_TESTS = "NordacamServerLoad|CaptureTimesOut|ThreeHundredFrame|InstallConsumer"
 
 
 class Mutation:
@@ -137,18 +140,21 @@ def failed_tests(build):
 
 
 def suite(args, log):
-    """Runs ctest; returns (status, failing tests)."""
+    """Runs the whole suite with ctest, the quick tests first and the slow ones (--slow) only when
+    the quick ones all pass; returns (status, failing tests)."""
     last = os.path.join(args.build, "Testing", "Temporary", "LastTestsFailed.log")
-    if os.path.exists(last):
-        os.remove(last)
-    cmd = ["ctest", "--test-dir", args.build, "-j", str(args.jobs), "--timeout", str(args.timeout),
-           "--stop-on-failure"] + args.ctest_args
-    rc = run(cmd, args.suite_timeout, log)
-    if rc is None:
-        return "killed", ["(suite time limit)"]
-    if rc == 0:
-        return "survived", []
-    return "killed", failed_tests(args.build) or [f"(ctest exit {rc})"]
+    phases = [["-E", args.slow], ["-R", args.slow]] if args.slow else [[]]
+    for selection in phases:
+        if os.path.exists(last):
+            os.remove(last)
+        cmd = ["ctest", "--test-dir", args.build, "-j", str(args.jobs), "--timeout", str(args.timeout),
+               "--stop-on-failure"] + selection + args.ctest_args
+        rc = run(cmd, args.suite_timeout, log)
+        if rc is None:
+            return "killed", ["(suite time limit)"]
+        if rc != 0:
+            return "killed", failed_tests(args.build) or [f"(ctest exit {rc})"]
+    return "survived", []
 
 
 def build(args, log):
@@ -290,6 +296,8 @@ def main():
     r.add_argument("--suite-timeout", type=int, default=900, help="seconds the whole suite may take")
     r.add_argument("--build-timeout", type=int, default=1800)
     r.add_argument("--no-sanity", action="store_true", help="skip the run of the unmutated suite")
+    r.add_argument("--slow", default=SLOW_TESTS,
+                   help="ctest regex of the slow tests, run after the others pass ('' runs all at once)")
     r.add_argument("ctest_args", nargs="*", help="further ctest arguments (after --)")
     s = sub.add_parser("summary", help="killed/total and the survivors of a results file")
     s.add_argument("results")
