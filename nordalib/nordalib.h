@@ -50,6 +50,7 @@
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/imgproc/Registration.h"
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
 #include "nordalib/vision/imgproc/TemporalNoiseReduction.h"

@@ -68,6 +68,7 @@ const std::vector<std::string>& savedKeys() {
                                                   Id::MeasPoints::HotSpot::MeasPoint,
                                                   Id::MeasPoints::ColdSpot::MeasPoint,
                                                   Id::MeasPoints::CenterSpot::MeasPoint,
+                                                  Id::MeasAreas::CenterArea::MeasArea,
                                                   Id::Palette::ActivePalette};
     return keys;
 }
@@ -232,6 +233,12 @@ void Camera::buildChain() {
     addStage("TnrElement", std::make_unique<TnrElement>(&m_store), "temporal noise reduction");
     addStage("SprElement", std::make_unique<SprElement>(&m_store), "static pattern removal");
     addStage("SnrElement", std::make_unique<SnrElement>(&m_store), "spatial noise removal");
+    // The two filters take their settings only when a key is written: writing the store's values
+    // again makes them run what the store shows.
+    for (const std::string& key :
+         {Id::SprElement::Threshold, Id::SprElement::LineLimit, Id::SprElement::FrameLimit})
+        m_store.set(key, m_store.get(key), true);
+    m_store.flush();
     addStage("RadiometryElement", std::make_unique<RadiometryElement>(&m_store, calib, camType),
              "radiometry");
     addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),

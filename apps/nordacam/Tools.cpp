@@ -3,6 +3,7 @@
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/Settings.h"
 
+#include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
@@ -39,6 +40,57 @@ std::string utcTime(unsigned long long ms) {
 void requireFile(const std::string& file) {
     if (!norda::utils::existsFile(file))
         throw SettingsError("no such file: " + file);
+}
+
+std::string markText(uint8_t mark) {
+    using norda::exp::MarkedFloat;
+    switch (mark) {
+    case MarkedFloat::Valid:
+        return "valid";
+    case MarkedFloat::OutOfTolerance:
+        return "outside tolerance";
+    case MarkedFloat::UnderRange:
+        return "under range";
+    case MarkedFloat::OverRange:
+        return "over range";
+    default:
+        return fmt::format("mark {}", mark);
+    }
+}
+
+// A temperature or relative humidity as the user reads it, with its validity mark.
+std::string quantityText(const std::shared_ptr<norda::exp::Variant>& v) {
+    using namespace norda::exp;
+    if (v && v->holds<quantity::Temperature<MarkedFloat>>()) {
+        const auto& t = v->value<quantity::Temperature<MarkedFloat>>();
+        return fmt::format("{:.2f} °C, {}", t.celsius(), markText(t.getValue().getMark()));
+    }
+    if (v && v->holds<quantity::Relation<MarkedFloat>>()) {
+        const auto& r = v->value<quantity::Relation<MarkedFloat>>();
+        return fmt::format("{:.1f} %, {}", r.percent(), markText(r.getValue().getMark()));
+    }
+    return v ? toJson(*v).dump() : std::string("none");
+}
+
+std::string pointText(const norda::exp::MeasPoint& p) {
+    return fmt::format("({}, {}) {}", p.getX(), p.getY(), quantityText(p.getValue()));
+}
+
+// Measurement points and areas in positions and temperatures; other values as JSON.
+std::string settingText(const std::shared_ptr<norda::exp::Variant>& v) {
+    using namespace norda::exp;
+    if (v && v->holds<MeasPoint>())
+        return pointText(v->value<MeasPoint>());
+    if (v && v->holds<MeasArea>()) {
+        const auto& a = v->value<MeasArea>();
+        const auto r = a.getAreaRect();
+        return fmt::format("{} x {} at ({}, {}): hot {}; cold {}; mean {}", r.width, r.height, r.x, r.y,
+                           pointText(a.getHotSpot()), pointText(a.getColdSpot()),
+                           quantityText(a.getMeanValue()));
+    }
+    if (v && (v->holds<quantity::Temperature<MarkedFloat>>() || v->holds<quantity::Relation<MarkedFloat>>()))
+        return quantityText(v);
+    return v ? toJson(*v).dump() : std::string("null");
 }
 
 } // namespace
@@ -89,7 +141,7 @@ int rixInfo(const std::string& file, std::ostream& out) {
         out << ", super-resolution image";
     out << "\n  settings (" << rix.getGenerics().size() << ")\n";
     for (const auto& [key, value] : rix.getGenerics())
-        out << "    " << key << " = " << (value ? toJson(*value).dump() : std::string("null")) << "\n";
+        out << "    " << key << " = " << settingText(value) << "\n";
     return 0;
 }
 

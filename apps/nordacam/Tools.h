@@ -6,7 +6,8 @@
 
 namespace nordacam {
 
-// Size, date, UUID, settings, min/max/centre temperatures and contents of a saved image.
+// Size, date, UUID, settings (measurement points and areas as positions and temperatures with their
+// validity), min/max/centre temperatures and contents of a saved image.
 int rixInfo(const std::string& file, std::ostream& out);
 
 enum class ExportFormat { Csv, Png, Tiff };

@@ -6,7 +6,6 @@
 #include "nordalib/core/datatypes/MeasRangeBorders.h"
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/datatypes/Version.h"
-#include "nordalib/vision/imgproc/BadPixel.h"
 
 namespace norda::exp {
 
@@ -44,8 +43,6 @@ VariantRegistry::VariantRegistry() {
     add<MeasRangeBorders>();
     add<Version>();
     add<DataStorage<std::string>>();
-    add<vision::BadPixel>();
-    add<std::vector<vision::BadPixel>>();
 }
 
 VariantRegistry& VariantRegistry::instance() {
@@ -66,7 +63,8 @@ const VariantRegistry::Codec& VariantRegistry::codec(const std::string& tag) con
     return it->second; // entries are never removed
 }
 
-std::shared_ptr<Variant> VariantRegistry::fromBinary(const std::string& tag, MemoryBinary& m, Endianness e) const {
+std::shared_ptr<Variant> VariantRegistry::fromBinary(const std::string& tag, MemoryBinary& m,
+                                                     Endianness e) const {
     return codec(tag).fromBinary(m, e);
 }
 
@@ -83,7 +81,8 @@ struct DepthGuard {
     DepthGuard() {
         if (++t_depth > kMaxDepth) {
             --t_depth;
-            NORDA_THROW("stored values nested deeper than " + std::to_string(kMaxDepth), "norda::exp::readVariant");
+            NORDA_THROW("stored values nested deeper than " + std::to_string(kMaxDepth),
+                        "norda::exp::readVariant");
         }
     }
     ~DepthGuard() { --t_depth; }

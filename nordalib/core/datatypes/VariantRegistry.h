@@ -2,8 +2,9 @@
 // Decoding of stored values back into Variants of the type they were written from.
 //
 // A stored value carries its Serializer tag ("f32", "string", "Temperature", ...). The registry
-// maps tags back to types; every persistable type of the library is registered when the registry
-// is first used (VariantRegistry.cpp). A type added later registers itself there too.
+// maps tags back to types: the framework's types are registered when the registry is first used
+// (VariantRegistry.cpp); the vision libraries register theirs with add<T>() when the library is
+// loaded (vision/imgproc/Registration.cpp).
 
 #include "nordalib/core/datatypes/Variant.h"
 
@@ -19,8 +20,7 @@ class VariantRegistry {
 public:
     static VariantRegistry& instance();
 
-    template <typename T>
-    void add() {
+    template <typename T> void add() {
         Codec c;
         c.fromBinary = [](MemoryBinary& m, Endianness e) -> std::shared_ptr<Variant> {
             return std::make_shared<Variant_<T>>(Serializer<T>::read(m, e));

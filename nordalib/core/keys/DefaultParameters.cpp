@@ -2,20 +2,32 @@
 
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/keys/Keys.h"
-#include "nordalib/vision/imgproc/BadPixel.h"
-#include "nordalib/vision/imgproc/Palettes.h"
 
 #include <opencv2/core.hpp>
+
+#include <mutex>
+#include <vector>
 
 namespace norda::exp {
 
 namespace {
 using Temp = quantity::Temperature<MarkedFloat>;
 using Rel = quantity::Relation<MarkedFloat>;
-Temp celsius(float t) { return Temp(MarkedFloat(t)); }
+Temp celsius(float t) {
+    return Temp(MarkedFloat(t));
+}
 
-const char* kRangeItems[] = {"Name",          "ToleranceTop", "ToleranceBottom", "DisplayTop", "DisplayBottom",
-                             "Top",           "Bottom",       "TnrGain",         "TnrAlpha"};
+struct Providers {
+    std::mutex mutex;
+    std::vector<std::function<void(DataProxy<std::string>&)>> list;
+};
+Providers& providers() {
+    static Providers p;
+    return p;
+}
+
+const char* kRangeItems[] = {"Name", "ToleranceTop", "ToleranceBottom", "DisplayTop", "DisplayBottom",
+                             "Top",  "Bottom",       "TnrGain",         "TnrAlpha"};
 } // namespace
 
 DataStorage<std::string> makeMeasRange(unsigned char number, float toleranceBottom, float toleranceTop,
@@ -62,7 +74,6 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Streaming::DisableOffset, false, n);
     p.setValue(Id::Streaming::UpdateValues, false, n);
     p.setValue(Id::Streaming::WarmUp, false, n);
-    p.setValue(Id::IrSensor::BadPixelList, std::vector<vision::BadPixel>(), n);
 
     p.setValue<unsigned short>(Id::IrImage::Cols, 640, n);
     p.setValue<unsigned short>(Id::IrImage::Rows, 480, n);
@@ -121,23 +132,68 @@ void setDefaultParameters(DataProxy<std::string>& p) {
         cv::Point_<int> at;
     };
     const Point points[] = {
-        {Id::MeasPoints::HotSpot::Visible, Id::MeasPoints::HotSpot::Position, Id::MeasPoints::HotSpot::MeasPoint, true, {0, 0}},
-        {Id::MeasPoints::ColdSpot::Visible, Id::MeasPoints::ColdSpot::Position, Id::MeasPoints::ColdSpot::MeasPoint, true, {0, 0}},
-        {Id::MeasPoints::CenterSpot::Visible, Id::MeasPoints::CenterSpot::Position, Id::MeasPoints::CenterSpot::MeasPoint, true, {320, 240}},
-        {Id::MeasPoints::LaserSpot::Visible, Id::MeasPoints::LaserSpot::Position, Id::MeasPoints::LaserSpot::MeasPoint, false, {320, 240}},
-        {Id::MeasPoints::MeasPoint1::Visible, Id::MeasPoints::MeasPoint1::Position, Id::MeasPoints::MeasPoint1::MeasPoint, false, {160, 120}},
-        {Id::MeasPoints::MeasPoint2::Visible, Id::MeasPoints::MeasPoint2::Position, Id::MeasPoints::MeasPoint2::MeasPoint, false, {480, 120}},
-        {Id::MeasPoints::MeasPoint3::Visible, Id::MeasPoints::MeasPoint3::Position, Id::MeasPoints::MeasPoint3::MeasPoint, false, {160, 360}},
-        {Id::MeasPoints::MeasPoint4::Visible, Id::MeasPoints::MeasPoint4::Position, Id::MeasPoints::MeasPoint4::MeasPoint, false, {480, 360}},
-        {Id::MeasPoints::MeasPoint5::Visible, Id::MeasPoints::MeasPoint5::Position, Id::MeasPoints::MeasPoint5::MeasPoint, false, {320, 120}},
-        {Id::MeasPoints::DeltaT1::Visible, Id::MeasPoints::DeltaT1::Position, Id::MeasPoints::DeltaT1::MeasPoint, false, {200, 240}},
-        {Id::MeasPoints::DeltaT2::Visible, Id::MeasPoints::DeltaT2::Position, Id::MeasPoints::DeltaT2::MeasPoint, false, {440, 240}},
+        {Id::MeasPoints::HotSpot::Visible,
+         Id::MeasPoints::HotSpot::Position,
+         Id::MeasPoints::HotSpot::MeasPoint,
+         true,
+         {0, 0}},
+        {Id::MeasPoints::ColdSpot::Visible,
+         Id::MeasPoints::ColdSpot::Position,
+         Id::MeasPoints::ColdSpot::MeasPoint,
+         true,
+         {0, 0}},
+        {Id::MeasPoints::CenterSpot::Visible,
+         Id::MeasPoints::CenterSpot::Position,
+         Id::MeasPoints::CenterSpot::MeasPoint,
+         true,
+         {320, 240}},
+        {Id::MeasPoints::LaserSpot::Visible,
+         Id::MeasPoints::LaserSpot::Position,
+         Id::MeasPoints::LaserSpot::MeasPoint,
+         false,
+         {320, 240}},
+        {Id::MeasPoints::MeasPoint1::Visible,
+         Id::MeasPoints::MeasPoint1::Position,
+         Id::MeasPoints::MeasPoint1::MeasPoint,
+         false,
+         {160, 120}},
+        {Id::MeasPoints::MeasPoint2::Visible,
+         Id::MeasPoints::MeasPoint2::Position,
+         Id::MeasPoints::MeasPoint2::MeasPoint,
+         false,
+         {480, 120}},
+        {Id::MeasPoints::MeasPoint3::Visible,
+         Id::MeasPoints::MeasPoint3::Position,
+         Id::MeasPoints::MeasPoint3::MeasPoint,
+         false,
+         {160, 360}},
+        {Id::MeasPoints::MeasPoint4::Visible,
+         Id::MeasPoints::MeasPoint4::Position,
+         Id::MeasPoints::MeasPoint4::MeasPoint,
+         false,
+         {480, 360}},
+        {Id::MeasPoints::MeasPoint5::Visible,
+         Id::MeasPoints::MeasPoint5::Position,
+         Id::MeasPoints::MeasPoint5::MeasPoint,
+         false,
+         {320, 120}},
+        {Id::MeasPoints::DeltaT1::Visible,
+         Id::MeasPoints::DeltaT1::Position,
+         Id::MeasPoints::DeltaT1::MeasPoint,
+         false,
+         {200, 240}},
+        {Id::MeasPoints::DeltaT2::Visible,
+         Id::MeasPoints::DeltaT2::Position,
+         Id::MeasPoints::DeltaT2::MeasPoint,
+         false,
+         {440, 240}},
     };
     for (const auto& pt : points) {
         p.setValue(pt.visible, pt.on, n);
         p.setValue(pt.position, pt.at, n);
-        p.setValue(pt.measPoint, MeasPoint(static_cast<unsigned short>(pt.at.x), static_cast<unsigned short>(pt.at.y),
-                                           celsius(20)),
+        p.setValue(pt.measPoint,
+                   MeasPoint(static_cast<unsigned short>(pt.at.x), static_cast<unsigned short>(pt.at.y),
+                             celsius(20)),
                    n);
     }
     p.setValue(Id::DeltaT::Active, false, n);
@@ -154,9 +210,6 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue<unsigned short>(Id::Scaling::Max, 31315, n); // 40 °C
     p.setValue(Id::Scaling::TempIn, celsius(20), n);
     p.setValue(Id::Scaling::TempOut, celsius(0), n);
-
-    p.setValue(Id::Palette::ActivePalette, std::string("iron"), n);
-    p.setValue(Id::Palette::Colors, vision::Palettes::colors("iron"), n);
 
     p.setValue(Id::Alarm::AlarmBottomActive, false, n);
     p.setValue(Id::Alarm::AlarmTopActive, false, n);
@@ -190,6 +243,19 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Viscam::CurrentImageResolution, Id::Viscam::Resolution::Qvga, n);
     p.setValue(Id::Viscam::MaximumImageLatency, 120.0f, n);
     p.setValue(Id::Viscam::CaptureTime, 40.0f, n);
+
+    std::vector<std::function<void(DataProxy<std::string>&)>> more;
+    {
+        std::lock_guard<std::mutex> lock(providers().mutex);
+        more = providers().list;
+    }
+    for (const auto& provider : more)
+        provider(p);
+}
+
+void addDefaultParameters(std::function<void(DataProxy<std::string>&)> provider) {
+    std::lock_guard<std::mutex> lock(providers().mutex);
+    providers().list.push_back(std::move(provider));
 }
 
 } // namespace norda::exp

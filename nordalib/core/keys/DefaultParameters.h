@@ -4,6 +4,7 @@
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/datatypes/DataStorage.h"
 
+#include <functional>
 #include <string>
 
 namespace norda::exp {
@@ -14,6 +15,11 @@ namespace norda::exp {
 // scaling with the iron palette, all measurement points defined, JPEG saving on. Existing values
 // are overwritten.
 void setDefaultParameters(DataProxy<std::string>& proxy);
+
+// Adds the defaults of a part of the library beyond the framework (written, without notification,
+// after the framework's own by every later setDefaultParameters). The vision libraries add theirs
+// (the bad-pixel list, the palette) when the library is loaded; hosts need not call this.
+void addDefaultParameters(std::function<void(DataProxy<std::string>&)> provider);
 
 // The settings of one measurement range as stored in Id::MeasRangePool (item names of the
 // ActiveMeasRange group). `number` is the range number.

@@ -126,12 +126,12 @@ void RadiometryElement::loadRadiometry() {
         } else {
             m_model = std::make_unique<vision::RadiometryTypeA>(cols, rows, 0.01f, m_calibrationPath);
         }
+        m_log->log(LogLevel::info, "load/reload radiomety data");
     } catch (const std::exception& e) {
         m_model.reset();
         // No model: every frame fails in processFrame and becomes a dummy frame, reported once.
         m_log->log(LogLevel::error, "Radiometric model could not be loaded: {}", e.what());
     }
-    m_log->log(LogLevel::info, "load/reload radiomety data");
     m_errorBudget = 100;
 }
 

@@ -3,7 +3,9 @@
 //
 // Keys: Id::SnrElement::Active (written false); the filter's gain follows Id::SprElement::FrameLimit
 // (short, observed): one store value drives both the pattern remover's frame limit and this gain.
-// The filter starts with gain 0 (off) until the store delivers a value.
+// The filter starts with gain 0 (off) and takes a value only when the key is written: a host whose
+// store already holds it writes it again, with notification, after constructing the element, as
+// for SprElement.
 
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
 #include "nordalib/vision/streaming/StreamingElement.h"

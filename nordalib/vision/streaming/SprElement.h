@@ -2,8 +2,11 @@
 // SprElement: removes the static column/row pattern from the offset-corrected frame (slot 2).
 //
 // Keys: Id::SprElement::Active (written false), Id::SprElement::Threshold, ::LineLimit and
-// ::FrameLimit (short, observed; the filter starts with all three at 0, i.e. off, until the store
-// delivers values).
+// ::FrameLimit (short, observed). The filter starts with all three at 0, i.e. off, and takes a
+// value only when its key is written: a host whose store already holds the settings writes them
+// again, with notification, after constructing the element (and flushes the store before the
+// first frame), e.g. `store.set(Id::SprElement::Threshold, store.get(Id::SprElement::Threshold),
+// true)` for each of the three keys. Otherwise the store shows settings the filter does not use.
 
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
 #include "nordalib/vision/streaming/StreamingElement.h"

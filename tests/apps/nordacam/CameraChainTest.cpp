@@ -3,6 +3,8 @@
 #include "apps/nordacam/Measure.h"
 
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/streaming/SnrElement.h"
+#include "nordalib/vision/streaming/SprElement.h"
 #include "tests/support/TempDir.h"
 
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
@@ -42,6 +44,18 @@ TEST(NordacamCamera, ChainHoldsEveryStage) {
         EXPECT_TRUE(camera.has(element)) << element;
     // Streams are wired for the server only.
     EXPECT_FALSE(camera.has("SocketServerElement"));
+    // The noise filters run the settings the store shows.
+    auto& store = camera.store();
+    const auto* spr =
+        dynamic_cast<const norda::exp::streaming::SprElement*>(camera.pipeline().find("SprElement"));
+    const auto* snr =
+        dynamic_cast<const norda::exp::streaming::SnrElement*>(camera.pipeline().find("SnrElement"));
+    ASSERT_TRUE(spr && snr);
+    EXPECT_EQ(spr->filter().threshold(), store.getValue<short>(Id::SprElement::Threshold));
+    EXPECT_EQ(spr->filter().lineLimit(), store.getValue<short>(Id::SprElement::LineLimit));
+    EXPECT_EQ(spr->filter().frameLimit(), store.getValue<short>(Id::SprElement::FrameLimit));
+    EXPECT_EQ(snr->filter().gain(), store.getValue<short>(Id::SprElement::FrameLimit));
+    EXPECT_GT(snr->filter().gain(), 0);
     // What the camera cannot give yet says so instead of answering with made-up data.
     EXPECT_THROW(camera.temperatureAt(1, 1), NotAvailable); // no frame yet
     EXPECT_THROW(Camera([&] {

@@ -4,11 +4,13 @@
 
 #include "tests/support/TempDir.h"
 
+#include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/vision/imgproc/BadPixelMap.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/rix/Rix.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 
@@ -39,6 +41,16 @@ TEST(NordacamTools, SavedImageIsDescribedAndExportedLosslessly) {
     EXPECT_NE(info.str().find("640 x 480"), std::string::npos) << info.str();
     EXPECT_NE(info.str().find(rix.getFileUuidString()), std::string::npos);
     EXPECT_NE(info.str().find("ActiveLens.Serial"), std::string::npos);
+    // Measurement points and areas as positions and temperatures with their validity.
+    const auto hot = rix.getGenerics().get<norda::exp::MeasPoint>("MeasPoints.HotSpot.MeasPoint");
+    const auto hotC =
+        hot.getValue()->value<norda::exp::quantity::Temperature<norda::exp::MarkedFloat>>().celsius();
+    EXPECT_NE(info.str().find(fmt::format("MeasPoints.HotSpot.MeasPoint = ({}, {}) {:.2f} °C, valid\n",
+                                          hot.getX(), hot.getY(), hotC)),
+              std::string::npos)
+        << info.str();
+    EXPECT_NE(info.str().find("MeasAreas.CenterArea.MeasArea = 320 x 240 at (160, 120): hot ("),
+              std::string::npos);
 
     std::ostringstream log;
     ASSERT_EQ(rixExport(file, ExportFormat::Csv, dir.file("t.csv"), log), 0);
