@@ -126,15 +126,17 @@ TEST(Faults, DiskFullWhileRecordingKeepsCompleteFramesAndThePipelineRunning) {
                                              makeVariant(false)});
         };
         // A short recording that fits, then one that runs into the limit.
+        auto record = [&](uint16_t from, uint16_t to) {
+            for (uint16_t v = from; v < to; ++v) {
+                FrameMap in, out;
+                in[STREAMING_DATATYPE_RAW] = rawFrame(v);
+                recorder.process(in, out);
+            }
+        };
         start(earlier);
-        for (uint16_t v = 1; v <= 2; ++v) {
-            FrameMap in, out;
-            in[STREAMING_DATATYPE_RAW] = rawFrame(v);
-            recorder.process(in, out);
-        }
+        record(1, 3);
         recorder.stop();
-        FrameMap closing, none;
-        recorder.process(closing, none);
+        record(0, 1); // closes the file
         if (recording)
             return 10;
 
@@ -158,9 +160,7 @@ TEST(Faults, DiskFullWhileRecordingKeepsCompleteFramesAndThePipelineRunning) {
             }
         }
         recorder.stop();
-        FrameMap in, out;
-        in[STREAMING_DATATYPE_RAW] = rawFrame(999);
-        recorder.process(in, out);
+        record(999, 1000);
         if (recording)
             return 12;
         return failures > 0 && cycles == 20 ? 0 : 13;
@@ -219,13 +219,8 @@ TEST(Faults, DiskFullWhileSavingAnImageKeepsEarlierImagesAndTheChainRunning) {
         writer.triggerSave(false);
         cycle();
         proxy.flush();
-        const auto records = logs.records();
-        const bool reported = std::any_of(records.begin(), records.end(), [&](const test::LogRecord& l) {
-            return l.level == logging::LogLevel::error &&
-                   l.message.find("Image " + folder + "IR000042.RIX Write fail:") != std::string::npos &&
-                   l.message.find("File too large") != std::string::npos;
-        });
-        if (!reported || !proxy.getValue<bool>(Id::Miscellaneous::ErrorImageSaving))
+        if (logs.countPrefix("Image " + folder + "IR000042.RIX Write fail:", logging::LogLevel::error) != 1 ||
+            !proxy.getValue<bool>(Id::Miscellaneous::ErrorImageSaving))
             return 12;
         if (proxy.getValue<unsigned int>(Id::Miscellaneous::ImageCounter) != 42 ||
             proxy.getValue<bool>(Id::Miscellaneous::SpinnerVisible))
@@ -332,10 +327,7 @@ TEST(Faults, RecordingKilledMidFrameKeepsEveryCompleteFrame) {
     ASSERT_GE(values.size(), 6u);
     EXPECT_EQ(values, iota(0, values.size()));
     // Nothing more than the last frame, possibly cut off, follows the frames that read back.
-    const size_t frameBytes = size_t(480) * 640 * 2;
-    EXPECT_LT(size, (values.size() + 1) * (frameBytes + 4096));
-    std::printf("killed recording: %zu complete frames in %llu bytes\n", values.size(),
-                static_cast<unsigned long long>(size));
+    EXPECT_LT(size, (values.size() + 1) * (size_t(480) * 640 * 2 + 4096));
 }
 
 TEST(Faults, DamagedRadiometryCalibrationGivesInvalidDummyFrames) {
@@ -346,13 +338,10 @@ TEST(Faults, DamagedRadiometryCalibrationGivesInvalidDummyFrames) {
     proxy.setValue<unsigned short>(Id::IrImage::Cols, 8, false);
     proxy.setValue<unsigned short>(Id::IrImage::Rows, 4, false);
     test::LogCapture logs;
+    // Parsing every kind of damage is the fuzz target's; here: what the element makes of it.
     const std::vector<std::pair<std::string, std::string>> damages = {
-        {"empty", ""},
         {"cut in half", good.substr(0, good.size() / 2)},
-        {"not json", "\x89PNG\r\n\x1a\n garbage"},
-        {"no ranges", R"({"version": 1, "ranges": []})"},
         {"wrong types", R"({"version": 1, "ranges": [{"range": "one", "R1": "x", "R2": null}]})"},
-        {"array", "[1, 2, 3]"},
         {"deep nesting", std::string(100000, '[')},
     };
     for (const auto& [what, content] : damages) {
@@ -368,6 +357,9 @@ TEST(Faults, DamagedRadiometryCalibrationGivesInvalidDummyFrames) {
             EXPECT_FALSE(out[STREAMING_DATATYPE_RAD]->getMetaData().get<bool>(Id::Temperatures::Validity));
         }
     }
+    // Only the failure is reported, never the success of a load.
+    EXPECT_EQ(logs.count("load/reload radiomety data"), 0);
+    EXPECT_EQ(logs.countPrefix("Radiometric model could not be loaded: "), int(damages.size()));
 }
 
 TEST(Faults, DamagedSensorCalibrationTablesMeanNoCorrection) {
@@ -390,11 +382,8 @@ TEST(Faults, DamagedSensorCalibrationTablesMeanNoCorrection) {
     }
     const std::vector<std::pair<std::string, std::string>> damages = {
         {"empty", ""},
-        {"header only", "P5\n6 4\n65535\n"},
         {"cut off samples", "P5\n6 4\n65535\n" + std::string(10, '\0')},
         {"huge size", "P5\n4000000000 4000000000\n65535\n"},
-        {"negative size", "P5\n-6 4\n255\n"},
-        {"random bytes", std::string("\x01\xff\x7f\x00\x13\x37\x42", 7)},
         {"table entries out of the frame", farTable},
     };
     const cv::Mat frame = [] {

@@ -1,7 +1,6 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/sim/SceneSimulator.h"
 
-#include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 
@@ -11,7 +10,6 @@
 
 using namespace norda::exp;
 using namespace nordacam::sim;
-using Temp = quantity::Temperature<MarkedFloat>;
 
 namespace {
 
@@ -38,14 +36,8 @@ TEST(SceneSimulator, ShutterSequenceFollowsTheOffsetElementOrFrameCount) {
     std::vector<std::string> states;
     for (int i = 0; i < 8; ++i)
         states.push_back(stateOf(*sim.nextFrame()));
-    const std::vector<std::string> expected = {"CaptureOffsetFrame",
-                                               "CaptureOffsetFrame",
-                                               "CaptureOffsetFrame",
-                                               "CaptureOffsetFrame",
-                                               "CaptureOffsetFrame",
-                                               "CaptureOffsetFrame",
-                                               "Opening",
-                                               "Idle"};
+    std::vector<std::string> expected(6, "CaptureOffsetFrame");
+    expected.insert(expected.end(), {"Opening", "Idle"});
     EXPECT_EQ(states, expected);
     EXPECT_EQ(store.getValue<std::string>(Id::Shutter::State), "Idle");
 
@@ -66,89 +58,29 @@ TEST(SceneSimulator, ShutterSequenceFollowsTheOffsetElementOrFrameCount) {
     EXPECT_EQ(stateOf(*sim.nextFrame()), "Idle");
 }
 
-TEST(SceneSimulator, FramesCarryTheMetadataTheChainReads) {
-    DataProxy<std::string> store;
-    setDefaultParameters(store);
-    store.setValue(Id::Environment::EmissivityValue, 0.9f, false);
-    SimulatorConfig config = smallConfig();
-    config.uptimeStartMs = 100000;
-    SceneSimulator sim(store, config, std::make_shared<PlanckResponse>());
-    std::unique_ptr<Frame> f = sim.nextFrame();
-    const cv::Mat_<uint16_t> shutter = f->getFrameData().clone(); // the first frame shows the shutter
-    for (int i = 1; i < 12; ++i)
-        f = sim.nextFrame();
-    const auto& m = f->getMetaData();
-    EXPECT_EQ(f->getFrameData().type(), CV_16UC1);
-    EXPECT_EQ(f->getFrameData().size(), cv::Size(640, 480));
-    EXPECT_EQ(m.get<unsigned long long>("FrameCnt"), 11u);
-    EXPECT_EQ(m.get<unsigned long long>(Id::DeviceInfo::Uptime), 101100u);
-    EXPECT_EQ(m.get<unsigned char>(Id::ActiveMeasRange::Name), 1);
-    EXPECT_FLOAT_EQ(m.get<float>(Id::Environment::EmissivityValue), 0.9f);
-    EXPECT_GT(m.get<Temp>(Id::Temperatures::Current::TBoardSens50).celsius(), config.ambientC);
-    EXPECT_GT(m.get<float>(Id::Temperatures::Current::TBoardSlope), 0.0f); // still warming up
-    EXPECT_LT(m.get<Temp>(Id::Temperatures::Shuttering::TShutter).celsius(),
-              m.get<Temp>(Id::Temperatures::Shuttering::TBoardSens50).celsius());
-    for (const auto* key : {&Id::Temperatures::Current::TLens, &Id::Environment::ReflectedTemperature,
-                            &Id::Environment::Temperature})
-        EXPECT_NO_THROW(m.get<Temp>(*key)) << *key;
-    EXPECT_TRUE(m.get<bool>(Id::ActiveLens::Attached));
-    EXPECT_EQ(m.get<unsigned char>(Id::ActiveLens::Index), 1);
-    EXPECT_FALSE(m.get<bool>(Id::ProtectiveGlass::Attached));
-    EXPECT_NO_THROW(m.get<float>(Id::Viscam::CaptureTime));
-
-    // Stuck pixels saturate, dead pixels do not see the scene.
-    const cv::Mat_<uint16_t> raw = f->getFrameData();
-    ASSERT_FALSE(sim.stuckPixels().empty());
-    for (const auto& p : sim.stuckPixels())
-        EXPECT_EQ(raw(p), 16383);
-    const auto truth = sim.truth();
-    EXPECT_EQ(truth.frame, 11u);
-    EXPECT_FLOAT_EQ(truth.hotC, config.hotC);
-
-    // A range switch closes the shutter at once and changes the gain behind it.
-    sim.setRange(2);
-    auto high = sim.nextFrame();
-    EXPECT_EQ(stateOf(*high), "Closing");
-    EXPECT_EQ(high->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 1);
-    high = sim.nextFrame();
-    EXPECT_EQ(stateOf(*high), "CaptureOffsetFrame");
-    EXPECT_EQ(high->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 2);
-    for (int i = 0; i < 10 && stateOf(*high) != "Idle"; ++i)
-        high = sim.nextFrame();
-    ASSERT_EQ(stateOf(*high), "Idle");
-    EXPECT_EQ(high->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 2);
-    const cv::Mat_<uint16_t> highRaw = high->getFrameData();
-    const cv::Point warm(static_cast<int>(truth.warmCentre.x), static_cast<int>(truth.warmCentre.y));
-    const cv::Point wall(320, 20);
-    // Against the shutter frame the dark-level pattern cancels, as in the offset element.
-    auto contrast = [&](const cv::Mat_<uint16_t>& m) {
-        return (m(warm) - shutter(warm)) - (m(wall) - shutter(wall));
-    };
-    PlanckResponse planck;
-    Conditions low, highRange;
-    highRange.range = 2;
-    low.emissivity = highRange.emissivity = 0.9f; // as set in the store above
-    const float wallC = sim.sceneTemperature(320.0f, 20.0f);
-    EXPECT_NEAR(contrast(raw), planck.sceneCounts(37.0f, low) - planck.sceneCounts(wallC, low), 25.0f);
-    EXPECT_NEAR(contrast(highRaw),
-                planck.sceneCounts(37.0f, highRange) - planck.sceneCounts(wallC, highRange), 25.0f);
-}
-
-TEST(SceneSimulator, PlanckResponseHasTheConfiguredGain) {
+// The detector's counts: the configured responsivity, grey bodies reflecting their surroundings, and
+// range switches closing the shutter at once. (Metadata and temperatures as the chain sees them are
+// checked end to end by NordacamCamera.)
+TEST(SceneSimulator, ResponseAndRangeSwitch) {
     PlanckResponse r(40.0f);
     Conditions c;
     c.emissivity = 1.0f;
     EXPECT_NEAR(r.sceneCounts(30.5f, c) - r.sceneCounts(29.5f, c), 40.0f, 0.2f);
-    c.range = 2;
-    EXPECT_NEAR(r.sceneCounts(30.5f, c) - r.sceneCounts(29.5f, c), 10.0f, 0.1f);
-    // A grey body reflects its surroundings: at emissivity 0.5 half of the contrast remains.
-    c.range = 1;
     Conditions grey = c;
     grey.emissivity = 0.5f;
     EXPECT_NEAR(r.sceneCounts(60.0f, grey) - r.sceneCounts(20.0f, grey),
                 0.5f * (r.sceneCounts(60.0f, c) - r.sceneCounts(20.0f, c)), 1.0f);
-    c.shutterC = 25.0f;
-    EXPECT_FLOAT_EQ(r.shutterCounts(c), r.sceneCounts(25.0f, c));
+
+    DataProxy<std::string> store;
+    setDefaultParameters(store);
+    SceneSimulator sim(store, smallConfig(), std::make_shared<PlanckResponse>());
+    for (int i = 0; i < 12; ++i)
+        sim.nextFrame();
+    sim.setRange(2);
+    EXPECT_EQ(stateOf(*sim.nextFrame()), "Closing");
+    const auto next = sim.nextFrame();
+    EXPECT_EQ(stateOf(*next), "CaptureOffsetFrame");
+    EXPECT_EQ(next->getMetaData().get<unsigned char>(Id::ActiveMeasRange::Name), 2);
 }
 
 TEST(SceneSimulator, CalibratedResponseInvertsTheRadiometricModel) {

@@ -44,7 +44,6 @@ TEST(BadPixel, DetectorFindsDeadStuckAndOutliersOnly) {
     frame.at<uint16_t>(70, 80) -= 300;
     BadPixelDetector detector;
     const auto found = detector.detect(frame, {{10, 10, BadPixelOrigin::Factory}});
-    std::printf("[ badpixel ] robust sigma %.2f counts, %zu found\n", detector.lastSigma(), found.size());
     const BadPixelList expected = {{30, 20, BadPixelOrigin::Stuck},
                                    {60, 50, BadPixelOrigin::Outlier},
                                    {80, 70, BadPixelOrigin::Outlier}};
@@ -83,9 +82,8 @@ TEST(BadPixel, CorrectorFillsPixelsAndClustersFromGoodNeighbours) {
     }
     // Good pixels are never touched.
     cv::Mat changed = damaged != plane;
-    for (const auto& p : list)
-        if (p.x < 30 && p.y < 20)
-            changed.at<uint8_t>(p.y, p.x) = 0;
+    changed.at<uint8_t>(0, 0) = 0;
+    changed(cv::Rect(15, 10, 3, 3)).setTo(0);
     EXPECT_EQ(cv::countNonZero(changed), 0);
     cv::Mat u16(20, 30, CV_16U, cv::Scalar(100));
     u16.at<uint16_t>(5, 5) = 0;
@@ -101,7 +99,6 @@ TEST(BadPixel, ElementFollowsTheListInTheStore) {
     setDefaultParameters(proxy);
     proxy.setValue(Id::IrSensor::BadPixelList, BadPixelList{{2, 1, BadPixelOrigin::Dead}}, false);
     BadPixelElement e(&proxy, "BadPixelCorrected", STREAMING_DATATYPE_CORRECTED);
-    EXPECT_EQ(e.getName(), "BadPixelCorrected");
     FrameMap in, out;
     auto run = [&] {
         cv::Mat f(4, 6, CV_16S, cv::Scalar(50));

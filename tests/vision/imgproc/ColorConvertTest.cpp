@@ -36,8 +36,6 @@ TEST(ColorConvert, AgreesWithOpenCvWithinTwoOnRandomInput) {
         ASSERT_EQ(rgb.size(), yuv.size());
         EXPECT_LE(maxDiff(rgb, refRgb), 2.0) << cols;
         EXPECT_LE(maxDiff(bgr, refBgr), 2.0) << cols;
-        std::cout << "max deviation from cv::cvtColor at width " << cols << ": " << maxDiff(rgb, refRgb)
-                  << "\n";
     }
     // Extremes saturate instead of wrapping.
     cv::Mat extreme(1, 4, CV_8UC2);

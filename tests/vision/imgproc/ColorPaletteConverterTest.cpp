@@ -5,13 +5,10 @@
 #include "nordalib/vision/imgproc/Palettes.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
-#include <opencv2/imgcodecs.hpp>
-
 #include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <random>
 
 using norda::vision::ColorPaletteConverter;
@@ -81,37 +78,6 @@ cv::Vec3b reference(uint16_t v, uint16_t lower, uint16_t upper, const std::vecto
 
 } // namespace
 
-TEST(ColorPaletteConverter, LinearBinsClampAndBandEdges) {
-    ColorPaletteConverter c;
-    const auto t256 = indexTable(256);
-    // A span of 256 values: one value per colour; the ends clamp.
-    // Four colours over 100 values: bins of 25, only the upper limit itself reaches the last one.
-    // lower > upper: the palette runs backwards (`upper` gets the last colour, `lower` the first);
-    // lower == upper: a threshold. No division by zero.
-    const auto t4 = indexTable(4);
-    const struct {
-        std::vector<uint16_t> values;
-        uint16_t lower, upper;
-        const std::vector<uint8_t>& table;
-        std::vector<size_t> want;
-    } cases[] = {
-        {{0, 999, 1000, 1001, 1128, 1255, 1256, 65535}, 1000, 1256, t256, {0, 0, 0, 1, 128, 255, 255, 255}},
-        {{100, 124, 125, 149, 150, 174, 175, 199, 200}, 100, 200, t4, {0, 0, 1, 1, 2, 2, 3, 3, 3}},
-        {{100, 125, 199, 200, 300}, 200, 100, t4, {3, 2, 0, 0, 0}},
-        {{0, 499, 500, 501, 65535}, 500, 500, t4, {0, 0, 0, 3, 3}},
-        {{0, 65535}, 65535, 65535, t4, {0, 0}}};
-    for (const auto& k : cases) {
-        const auto px = paint(c, k.values, k.lower, k.upper, k.table);
-        for (size_t i = 0; i < k.want.size(); ++i)
-            EXPECT_EQ(px[i], entry(k.table, k.want[i])) << k.lower << ".." << k.upper << " pixel " << i;
-    }
-
-    // B, G, R order on request.
-    ColorPaletteConverter bgr(true);
-    EXPECT_TRUE(bgr.isBgr());
-    EXPECT_EQ(paint(bgr, {1001}, 1000, 1256, t256)[0], cv::Vec3b(7, 0, 1));
-}
-
 TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
     std::mt19937 rng(42);
     cv::Mat_<uint16_t> raw(97, 131); // odd sizes, and a view with a row stride below
@@ -142,6 +108,8 @@ TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
          33000,
          256,
          {RegionSetting{false, 0, 0, 0}, RegionSetting{true, 31000, 31000, 0xABCDEF}, RegionSetting{}}},
+        {1000, 1256, 256, {}}, // one value per colour
+        {100, 200, 4, {}},     // bins of 25; only the upper limit itself reaches the last colour
     };
     for (size_t ci = 0; ci < cases.size(); ++ci) {
         const auto& k = cases[ci];
@@ -162,6 +130,9 @@ TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
             EXPECT_EQ(wrong, 0) << "case " << ci;
         }
     }
+    // B, G, R order on request.
+    ColorPaletteConverter bgr(true);
+    EXPECT_EQ(paint(bgr, {1001}, 1000, 1256, indexTable(256))[0], cv::Vec3b(7, 0, 1));
 }
 
 TEST(ColorPaletteConverter, TableIsRebuiltOnlyWhenSomethingChanged) {
@@ -272,48 +243,4 @@ TEST(ColorPaletteConverter, HumidityViewFollowsTheTrafficLight) {
     c.palletizeHumid(warm, rgb, air, Rel(0.9f), false, {}); // new climate: new table
     EXPECT_EQ(c.tableBuilds(), 2u);
     EXPECT_EQ(rgb(0, 0), cv::Vec3b(0, 0, 255)); // 90 % at the air's own temperature: red
-}
-
-// Writes images for a person to look at: every palette's ramp, a sample scene with the isotherm
-// and both alarms, and the humidity view of the same scene.
-TEST(ColorPaletteConverter, WritesViewableImages) {
-    const std::filesystem::path dir = std::filesystem::path(NORDA_BINARY_DIR) / "test-output" / "palettes";
-    std::filesystem::create_directories(dir);
-    ColorPaletteConverter c(true); // imwrite expects B, G, R
-    cv::Mat_<uint16_t> ramp(48, 512);
-    for (int y = 0; y < ramp.rows; ++y)
-        for (int x = 0; x < ramp.cols; ++x)
-            ramp(y, x) = static_cast<uint16_t>(x);
-    for (const auto& name : Palettes::names()) {
-        cv::Mat_<cv::Vec3b> rgb;
-        c.palletize(ramp, rgb, 0, 511, false, Palettes::colors(name));
-        const auto file = dir / (name + ".png");
-        ASSERT_TRUE(cv::imwrite(file.string(), rgb)) << file;
-        EXPECT_EQ(cv::imread(file.string()).size(), rgb.size());
-    }
-
-    // A scene from 5 °C to 60 °C: a warm disc, a hot spot and a cold corner.
-    cv::Mat_<uint16_t> scene(240, 320);
-    for (int y = 0; y < scene.rows; ++y)
-        for (int x = 0; x < scene.cols; ++x) {
-            const double dx = x - 160, dy = y - 120;
-            const double t = 5.0 + 40.0 * std::exp(-(dx * dx + dy * dy) / (2 * 60.0 * 60.0)) +
-                             30.0 * std::exp(-((x - 230) * (x - 230) + (y - 80) * (y - 80)) / 200.0) +
-                             x * 0.02;
-            scene(y, x) = RadiometricTools::getUint16(static_cast<float>(t));
-        }
-    c.createColorRegion(1, RadiometricTools::getUint16(32.0f), RadiometricTools::getUint16(30.0f),
-                        0x0000FF00);
-    c.createColorRegion(2, RadiometricTools::getUint16(150.0f), RadiometricTools::getUint16(50.0f),
-                        0x00FF0000);
-    c.createColorRegion(3, RadiometricTools::getUint16(8.0f), RadiometricTools::getUint16(-40.0f),
-                        0x000000FF);
-    cv::Mat_<cv::Vec3b> rgb;
-    c.palletize(scene, rgb, RadiometricTools::getUint16(5.0f), RadiometricTools::getUint16(60.0f), true,
-                Palettes::colors("iron"));
-    EXPECT_EQ(rgb(80, 230), cv::Vec3b(0, 0, 255)); // hot spot in the upper alarm (B, G, R)
-    EXPECT_EQ(rgb(239, 0), cv::Vec3b(255, 0, 0));  // cold corner in the lower alarm
-    ASSERT_TRUE(cv::imwrite((dir / "sample-regions.png").string(), rgb));
-    c.palletizeHumid(scene, rgb, Temp(20.0f), Rel(0.6f), false, {});
-    ASSERT_TRUE(cv::imwrite((dir / "sample-humidity.png").string(), rgb));
 }

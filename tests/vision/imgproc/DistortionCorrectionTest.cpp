@@ -6,7 +6,6 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include <cstdio>
 #include <random>
 
 using namespace norda;
@@ -85,16 +84,8 @@ TEST(DistortionCorrection, AgreesWithOpenCvRemapAndSurvivesItsFile) {
     cv::absdiff(ours, reference, diff);
     double maxDiff;
     cv::minMaxLoc(diff, nullptr, &maxDiff, nullptr, nullptr, inside);
-    double maxShift = 0;
-    for (int y = 0; y < size.height; ++y)
-        for (int x = 0; x < size.width; ++x)
-            maxShift = std::max(
-                maxShift, std::hypot(double(mapX.at<float>(y, x)) - x, double(mapY.at<float>(y, x)) - y));
-    std::printf(
-        "[ distortion ] barrel lens: max shift %.1f px, %d pixels inside, max |ours - cv::remap| = %.0f\n",
-        maxShift, cv::countNonZero(inside), maxDiff);
     EXPECT_LE(maxDiff, 1.0);
-    EXPECT_GT(maxShift, 10.0);
+    EXPECT_GT(std::abs(mapX.at<float>(0, 0)), 10.0); // the lens does move pixels
 
     // The file keeps the table bit for bit; a file for another size is refused with its name.
     test::TempDir dir;
@@ -106,8 +97,6 @@ TEST(DistortionCorrection, AgreesWithOpenCvRemapAndSurvivesItsFile) {
     EXPECT_EQ(cv::norm(again, ours, cv::NORM_INF), 0.0);
     EXPECT_EQ(test::messageOf([&] { DistortionCorrection<>(file, 240, 320); }),
               "distortion table " + file + " is 640x480, the frame 320x240");
-    EXPECT_EQ(test::messageOf([&] { DistortionCorrection<>(file + "x", 480, 640); }),
-              "distortion table " + file + "x is missing");
 
     // 8-bit display images use the same table.
     DistortionCorrection<unsigned char> dc8(table);

@@ -3,14 +3,12 @@
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/radiometry/RadiometryTypeA.h"
 #include "nordalib/vision/radiometry/RadiometryTypeB.h"
-#include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/vision/streaming/RadiometryElement.h"
 #include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 
 using namespace norda;
@@ -70,12 +68,8 @@ TEST(RadiometricTools, PlanckCurveAndItsInverse) {
             2e-3;
         EXPECT_NEAR(RadiometricTools::planckSlope(p, t), numeric, 1e-6 * numeric);
     }
-    // At or below -O there is no temperature; nor beyond the asymptote of the logarithm.
+    // At or below -O there is no temperature, nor a signal at 0 K.
     EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(p, -p.O)));
-    EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(p, -p.O - 5.0)));
-    PlanckConstants negativeF = p;
-    negativeF.F = -2.0; // log argument R1/(R2 s) + F <= 1 for large signals
-    EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(negativeF, 1e9)));
     EXPECT_TRUE(std::isnan(RadiometricTools::planckSignal(p, 0.0)));
 
     // The simulator's forward path and the model's inverse agree, and a shutter-temperature object
@@ -90,9 +84,6 @@ TEST(RadiometricTools, PlanckCurveAndItsInverse) {
     plain.boardCurrentK = plain.boardShutteringK + 2.0;
     EXPECT_NEAR(RadiometricTools::correctedSignal(range, plain, plain.shutterK), 2.0 * range.boardDriftGain,
                 1e-9);
-    EXPECT_NEAR(RadiometricTools::rawCounts(range, plain, 300.0, 8000.0) -
-                    RadiometricTools::shutterCounts(range, plain, 8000.0),
-                RadiometricTools::correctedSignal(range, plain, 300.0), 1e-9);
 }
 
 TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
@@ -100,10 +91,6 @@ TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
     const std::string file = test::slashed(dir) + "radiometry.json";
     EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
               "radiometric calibration file " + file + " is missing");
-    EXPECT_NE(
-        test::messageOf([&] { RadiometryTypeA(640, 480, 0.01f, test::slashed(dir)); }).find("is missing"),
-        std::string::npos);
-
     writeFile(file, "{ \"ranges\": [ { \"range\": 1, ");
     EXPECT_NE(test::messageOf([&] { RadiometricCalibration::load(file); }).find("is not valid JSON"),
               std::string::npos);
@@ -124,17 +111,8 @@ TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
     EXPECT_EQ(broken([](auto& c) { c.ranges[2].planck.F = 20.0; }),
               "radiometric calibration " + file +
                   ": ranges[1].F makes the Planck curve undefined inside the band (exp(B / T) <= F)");
-    EXPECT_NE(broken([](auto& c) { c.ranges[1].planck.B = -1.0; }).find("ranges[0].B must be positive"),
-              std::string::npos);
-    EXPECT_NE(broken([](auto& c) { c.ranges[1].planck.R2 = 0.0; }).find("ranges[0].R1"), std::string::npos);
-    EXPECT_NE(broken([](auto& c) { c.ranges[1].planck.R1 = -3.0; }).find("ranges[0].R1"), std::string::npos);
     EXPECT_NE(broken([](auto& c) { c.lenses[2].transmission = 1.5; }).find("lenses[1].transmission"),
               std::string::npos);
-
-    writeFile(file,
-              R"({"ranges":[{"range":1,"R1":1,"R2":1,"B":"x","F":1,"O":0,"bandBottom":0,"bandTop":10}]})");
-    EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
-              "radiometric calibration " + file + ": ranges[0].B is not a number");
     writeFile(file, R"({"ranges":[{"range":1,"R2":1,"B":1,"F":1,"O":0,"bandBottom":0,"bandTop":10}]})");
     EXPECT_EQ(test::messageOf([&] { RadiometricCalibration::load(file); }),
               "radiometric calibration " + file + ": ranges[0].R1 is missing");
@@ -149,8 +127,6 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
               "Variant-type (double)!= Template-type (float)");
     EXPECT_EQ(test::messageOf([&] { model.setData(RadiometryId::Emis, makeVariant(1.5f)); }),
               "radiometry data Emis = 1.5 is out of range");
-    EXPECT_EQ(test::messageOf([&] { model.setData(99, makeVariant(1.0f)); }),
-              "unknown radiometry data id 99");
 
     const auto meta = test::radiometricMeta();
     setConditions(model, meta);
@@ -159,10 +135,6 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
         test::messageOf([&] { model.processFrame(raw); }).find("no calibration for measurement range 7"),
         std::string::npos);
     model.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(1));
-
-    cv::Mat_<short> wrong(3, 4, short(0));
-    EXPECT_EQ(test::messageOf([&] { model.processFrame(wrong); }),
-              "frame size 4x3 does not match the radiometry model's 4x2");
 
     // The table is built once per set of conditions.
     auto a = model.processFrame(raw);
@@ -202,8 +174,6 @@ TEST(RadiometryModel, TypeBLensAndSlowFrame) {
     // forward model evaluated for the same conditions.
     auto c = model.conditions();
     EXPECT_DOUBLE_EQ(c.lensTransmission, 0.97);
-    EXPECT_NEAR(c.lensK, 300.15, 1e-3);
-    EXPECT_DOUBLE_EQ(c.gain, 1.0);
     const auto& range = cal.ranges.at(1);
     const double t = 330.0;
     cv::Mat_<short> scene(1, 2,
@@ -235,8 +205,6 @@ TEST(RadiometryAccuracy, SynthesisedScenesThroughElement) {
 
     for (unsigned rangeNo : {1u, 2u}) {
         const auto& range = cal.ranges.at(rangeNo);
-        double worstError = 0.0, worstRatio = 0.0, worstStep = 0.0;
-        int samples = 0;
         for (bool glass : {false, true}) {
             for (float eps : emissivities) {
                 for (float refl : reflected) {
@@ -260,84 +228,13 @@ TEST(RadiometryAccuracy, SynthesisedScenesThroughElement) {
                     ASSERT_TRUE(
                         out[STREAMING_DATATYPE_RAD]->getMetaData().get<bool>(Id::Temperatures::Validity));
                     const cv::Mat_<unsigned short> result = out[STREAMING_DATATYPE_RAD]->getFrameData();
-                    for (int i = 0; i < kTemps; ++i) {
-                        const double measuredK = result(0, i) * 0.01;
-                        const double step = RadiometricTools::temperatureStep(range, c, truth[i]);
-                        const double tolerance = std::max(0.05, step);
-                        const double err = std::abs(measuredK - truth[i]);
-                        EXPECT_LE(err, tolerance) << "range " << rangeNo << " T " << truth[i] - 273.15
-                                                  << " eps " << eps << " refl " << refl << " glass " << glass;
-                        worstError = std::max(worstError, err);
-                        worstStep = std::max(worstStep, step);
-                        worstRatio = std::max(worstRatio, err / tolerance);
-                        ++samples;
-                    }
+                    for (int i = 0; i < kTemps; ++i)
+                        EXPECT_NEAR(result(0, i) * 0.01, truth[i],
+                                    std::max(0.05, RadiometricTools::temperatureStep(range, c, truth[i])))
+                            << "range " << rangeNo << " eps " << eps << " refl " << refl << " glass "
+                            << glass;
                 }
             }
         }
-        std::printf(
-            "[ accuracy ] range %u (%.0f..%.0f C): %d samples, max error %.4f K, max count step %.4f K, "
-            "worst error/tolerance %.2f\n",
-            rangeNo, range.bandBottomK - 273.15, range.bandTopK - 273.15, samples, worstError, worstStep,
-            worstRatio);
     }
-}
-
-// A simulated detector (per-pixel pedestal, shutter frames, board drift) through the offset and
-// radiometry elements gives the scene's temperatures back.
-TEST(RadiometryAccuracy, SimulatedRawFramesThroughOffsetAndRadiometry) {
-    DataProxy<std::string> proxy;
-    setDefaultParameters(proxy);
-    constexpr int kCols = 16, kRows = 8;
-    proxy.setValue<unsigned short>(Id::IrImage::Cols, kCols, false);
-    proxy.setValue<unsigned short>(Id::IrImage::Rows, kRows, false);
-    test::TempDir dir;
-    OffsetElement offset(&proxy, test::slashed(dir), nullptr);
-    RadiometryElement radiometry(&proxy, test::calibrationDir(), RadiometricCamTypeA);
-    const auto range =
-        RadiometricCalibration::load(test::calibrationDir() + RadiometricCalibration::kFileName).ranges.at(1);
-
-    auto meta = test::radiometricMeta(0.9f, 5.0f);
-    RadiometricConditions c;
-    c.emissivity = 0.9f;
-    c.reflectedK = celsius(5.0f).kelvin();
-    c.shutterK = celsius(25.0f).kelvin();
-    c.boardShutteringK = c.boardCurrentK = celsius(30.0f).kelvin();
-    RadiometricConditions atShutter = c; // board drift is zero while the shutter is closed
-    c.boardCurrentK = celsius(31.0f).kelvin();
-    c.boardSlope = 0.2f;
-
-    cv::Mat pedestal(kRows, kCols, CV_64F), shutter(kRows, kCols, CV_16U), raw(kRows, kCols, CV_16U);
-    cv::randu(pedestal, 6000.0, 9000.0);
-    std::vector<double> truth(kRows * kCols);
-    for (int i = 0; i < kRows * kCols; ++i) {
-        truth[i] = celsius(-15.0f).kelvin() + 1.5 * i; // -15 .. 175 °C
-        const double p = pedestal.at<double>(i / kCols, i % kCols);
-        shutter.at<uint16_t>(i / kCols, i % kCols) =
-            static_cast<uint16_t>(std::lround(RadiometricTools::shutterCounts(range, atShutter, p)));
-        raw.at<uint16_t>(i / kCols, i % kCols) =
-            static_cast<uint16_t>(std::lround(RadiometricTools::rawCounts(range, c, truth[i], p)));
-    }
-    FrameMap a, b;
-    auto feed = [&](const cv::Mat& m, const std::string& state) {
-        auto md = meta;
-        md.setValue(Id::Shutter::State, state);
-        a[STREAMING_DATATYPE_RAW] = std::make_unique<Frame>(m, std::move(md));
-        return offset.process(a, b);
-    };
-    for (int i = 0; i < 4; ++i)
-        feed(shutter, Id::Shutter::StateCaptureOffsetFrame);
-    ASSERT_TRUE(feed(raw, Id::Shutter::StateIdle));
-    FrameMap out;
-    ASSERT_TRUE(radiometry.process(b, out));
-    const cv::Mat_<unsigned short> t = out[STREAMING_DATATYPE_RAD]->getFrameData();
-    double worst = 0.0;
-    for (int i = 0; i < kRows * kCols; ++i) {
-        // Two roundings (raw and shutter counts) of half a count each.
-        const double tolerance = std::max(0.05, RadiometricTools::temperatureStep(range, c, truth[i]));
-        const double err = std::abs(t(i / kCols, i % kCols) * 0.01 - truth[i]);
-        EXPECT_LE(err, tolerance) << "T " << truth[i] - 273.15;
-        worst = std::max(worst, err);
-    }
-    std::printf("[ accuracy ] simulated detector through offset + radiometry: max error %.3f K\n", worst);
 }

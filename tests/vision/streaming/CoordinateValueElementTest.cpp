@@ -10,8 +10,6 @@ using namespace norda::exp::streaming;
 
 TEST(CoordinateValueElement, AnswersFromTheLatestRawFrame) {
     CoordinateValueElement element;
-    EXPECT_EQ(element.getName(), "CoordinateValue");
-    EXPECT_EQ(element.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAW});
     EXPECT_EQ(element.valuefromCoordinate(0, 0), 0);
     EXPECT_EQ(element.valuefromCoordinate(65535, 65535), 0);
 

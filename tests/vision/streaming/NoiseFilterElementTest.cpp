@@ -18,29 +18,13 @@ std::unique_ptr<Frame> corrected(short value) {
 }
 } // namespace
 
-TEST(NoiseFilterElements, ConstructionKeysAndSharedFrameLimit) {
-    EXPECT_EQ(test::messageOf([] { TnrElement e(nullptr); }),
-              "Pointer to DataProxy is mandatory for this element!");
-    EXPECT_EQ(test::messageOf([] { SprElement e(nullptr); }),
-              "Pointer to DataProxy is mandatory for this element!");
-    const auto [snrMessage, snrLocation] = test::failureOf([] { SnrElement e(nullptr); });
-    EXPECT_EQ(snrMessage, "Pointer to DataProxy is mandatory for this element!");
-    EXPECT_NE(snrLocation.find("norda::exp::streaming::SnrElement::SnrElement(..)"), std::string::npos);
-
+TEST(NoiseFilterElements, TuningKeysAndSharedFrameLimit) {
     DataProxy<std::string> proxy;
     setDefaultParameters(proxy);
-    proxy.setValue(Id::SprElement::Active, true, false);
-    proxy.setValue(Id::SnrElement::Active, true, false);
     proxy.setValue<unsigned char>(Id::ActiveMeasRange::TnrGain, 9, false);
     TnrElement tnr(&proxy);
     SprElement spr(&proxy);
     SnrElement snr(&proxy);
-    EXPECT_TRUE(proxy.getValue<bool>("TnrElement.Active"));
-    EXPECT_FALSE(proxy.getValue<bool>(Id::SprElement::Active));
-    EXPECT_FALSE(proxy.getValue<bool>(Id::SnrElement::Active));
-    EXPECT_EQ(tnr.getName(), "TnrElement");
-    EXPECT_EQ(spr.getName(), "SprElement");
-    EXPECT_EQ(snr.getName(), "SnrElement");
 
     // TNR reads its tuning at once and follows the active range's keys.
     EXPECT_EQ(tnr.filter().controlGain(), 9);

@@ -42,19 +42,12 @@ struct OffsetElementTest : ::testing::Test {
 };
 } // namespace
 
-TEST_F(OffsetElementTest, ConstructionFailuresAndBadPixelFileMissing) {
-    EXPECT_EQ(test::failureOf([&] { OffsetElement e(nullptr, test::slashed(dir), nullptr); }),
-              std::make_pair(std::string("Pointer to DataProxy is mandatory for this element!"),
-                             std::string("nordalib/vision/streaming/OffsetElement: 54: "
-                                         "norda::exp::streaming::OffsetElement::OffsetElement(..)")));
+TEST_F(OffsetElementTest, ConstructionWithoutBadPixelFileAndWithABufferPool) {
     proxy.setValue(Id::Streaming::DisableOffset, true, false);
     OffsetElement e(&proxy, test::slashed(dir), nullptr);
     EXPECT_FALSE(proxy.getValue<bool>(Id::Streaming::DisableOffset));
-    EXPECT_EQ(logs.count("BadPixel File: " + test::slashed(dir) + "badpixel.pxm is missing!"), 1);
-    for (const auto& r : logs.records()) {
-        EXPECT_EQ(r.logger, "OFFSET");
-        EXPECT_EQ(r.level, logging::LogLevel::warning);
-    }
+    EXPECT_TRUE(logs.has(logging::LogLevel::warning,
+                         "BadPixel File: " + test::slashed(dir) + "badpixel.pxm is missing!"));
     EXPECT_TRUE(proxy.getValue<vision::BadPixelList>(Id::IrSensor::BadPixelList).empty());
 
     // A buffer pool cannot be used: the first frame to correct throws at its fixed location.
@@ -152,17 +145,8 @@ TEST_F(OffsetElementTest, WrapAroundSubtractionMetadataAndDisable) {
 TEST_F(OffsetElementTest, BadPixelFileLoadReloadAndDamage) {
     const std::string file = test::slashed(dir) + "badpixel.pxm";
     vision::BadPixelMap::write(file, {{3, 2, vision::BadPixelOrigin::Factory}}, {8, 6});
-    EXPECT_NE(test::messageOf([&] {
-                  vision::BadPixelMap::write(file + ".x", {{9, 2}}, {8, 6});
-              }).find("outside"),
-              std::string::npos);
-    cv::Size size;
-    EXPECT_EQ(vision::BadPixelMap::read(file, &size).size(), 1u);
-    EXPECT_EQ(size, cv::Size(8, 6));
-
     OffsetElement e(&proxy, test::slashed(dir), nullptr);
-    EXPECT_EQ(logs.count("Load BadPixel from file."), 1);
-    EXPECT_EQ(logs.records().at(0).level, logging::LogLevel::info);
+    EXPECT_TRUE(logs.has(logging::LogLevel::info, "Load BadPixel from file."));
     auto list = proxy.getValue<vision::BadPixelList>(Id::IrSensor::BadPixelList);
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(list[0], (vision::BadPixel{3, 2, vision::BadPixelOrigin::Factory}));

