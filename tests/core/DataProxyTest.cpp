@@ -13,9 +13,6 @@
 using namespace norda::exp;
 using norda::test::messageOf;
 
-namespace {
-} // namespace
-
 TEST(DataProxy, GroupsLookupAndFailureMessages) {
     DataProxy<std::string> proxy;
     proxy.setValue("Shutter.State", std::string("Idle"), false); // creates group "Shutter"
@@ -26,13 +23,15 @@ TEST(DataProxy, GroupsLookupAndFailureMessages) {
     EXPECT_EQ(proxy.getValue<float>("A.B.C"), 1.5f);
     EXPECT_EQ(messageOf([&] { proxy.get("Shutter.Nope"); }), "value: Shutter.Nope could not be found!");
     EXPECT_EQ(messageOf([&] { proxy.get("Nope.X"); }), "value: Nope.X could not be found!");
-    EXPECT_EQ(messageOf([&] { (void)proxy.getValue<float>("Plain"); }), "Variant-type (int)!= Template-type (float)");
+    EXPECT_EQ(messageOf([&] { (void)proxy.getValue<float>("Plain"); }),
+              "Variant-type (int)!= Template-type (float)");
     EXPECT_EQ(messageOf([&] { proxy.get("Plain.X"); }), "Group Plain is not a valid proxy");
     EXPECT_EQ(messageOf([&] { proxy.setValue("Plain.X", 1); }), "Group Plain is not a valid proxy");
     EXPECT_EQ(messageOf([&] { (void)proxy.subscribe("Plain.X", FunctorFactory::createTransmitter({})); }),
               "Group Plain is not a valid proxy");
-    EXPECT_EQ(messageOf([&] { (void)proxy.subscribe("Shutter.Missing", FunctorFactory::createTransmitter({})); }),
-              "could not find element");
+    EXPECT_EQ(
+        messageOf([&] { (void)proxy.subscribe("Shutter.Missing", FunctorFactory::createTransmitter({})); }),
+        "could not find element");
 
     // The store stays usable after failures, and lists its keys with full paths.
     proxy.setValue("Shutter.Closed", true, false);
@@ -62,9 +61,10 @@ TEST(DataProxy, ObserversRunOnTheNotifierThreadInSetOrder) {
 
     // A failing observer is logged and does not stop the others.
     std::atomic<int> second{0};
-    auto bad = proxy.subscribe("Counter.Value", FunctorFactory::createTransmitter([](std::shared_ptr<Variant> v) {
-        (void)v->value<float>(); // wrong type: throws on the notifier thread
-    }));
+    auto bad =
+        proxy.subscribe("Counter.Value", FunctorFactory::createTransmitter([](std::shared_ptr<Variant> v) {
+                            (void)v->value<float>(); // wrong type: throws on the notifier thread
+                        }));
     auto good = proxy.subscribeValue<int>("Counter.Value", [&](const int&) { ++second; });
     proxy.setValue("Counter.Value", 5, true);
     proxy.flush();
@@ -113,7 +113,9 @@ TEST(DataProxy, DispatcherCanRewriteOrDropWrites) {
     proxy.setValue(Id::Environment::EmissivityValue, 0.9f, false);
     proxy.setValue(Id::Environment::EmissivityValue, 1.7f, false);
     EXPECT_EQ(proxy.getValue<float>(Id::Environment::EmissivityValue), 0.9f);
-    EXPECT_EQ(messageOf([&] { proxy.registerDispatcher("Environment", std::make_shared<Dispatcher<std::string>>(nullptr)); }),
+    EXPECT_EQ(messageOf([&] {
+                  proxy.registerDispatcher("Environment", std::make_shared<Dispatcher<std::string>>(nullptr));
+              }),
               "norda::exp::DataProxy::registerDispatcher");
 }
 
@@ -122,7 +124,9 @@ TEST(DataProxy, DefaultParametersCoverTheLibraryKeysWithTheirTypes) {
     setDefaultParameters(proxy);
     EXPECT_EQ(proxy.getValue<unsigned short>(Id::IrImage::Cols), 640);
     EXPECT_EQ(proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name), 1);
-    EXPECT_FLOAT_EQ(proxy.getValue<quantity::Temperature<MarkedFloat>>(Id::ActiveMeasRange::ToleranceTop).celsius(), 120.0f);
+    EXPECT_FLOAT_EQ(
+        proxy.getValue<quantity::Temperature<MarkedFloat>>(Id::ActiveMeasRange::ToleranceTop).celsius(),
+        120.0f);
     EXPECT_EQ(proxy.getValue<std::string>(Id::Scaling::Mode), Id::Scaling::Auto);
     EXPECT_EQ(proxy.getValue<std::vector<unsigned char>>(Id::Palette::Colors).size(), 768u);
     EXPECT_TRUE(proxy.getValue<bool>(Id::MeasPoints::HotSpot::Visible));
@@ -130,6 +134,8 @@ TEST(DataProxy, DefaultParametersCoverTheLibraryKeysWithTheirTypes) {
     activateMeasRange(proxy, 2);
     proxy.flush();
     EXPECT_EQ(proxy.getValue<unsigned char>(Id::ActiveMeasRange::Name), 2);
-    EXPECT_FLOAT_EQ(proxy.getValue<quantity::Temperature<MarkedFloat>>(Id::ActiveMeasRange::ToleranceTop).celsius(), 350.0f);
+    EXPECT_FLOAT_EQ(
+        proxy.getValue<quantity::Temperature<MarkedFloat>>(Id::ActiveMeasRange::ToleranceTop).celsius(),
+        350.0f);
     EXPECT_THROW(activateMeasRange(proxy, 7), norda::Exception);
 }

@@ -1,6 +1,7 @@
+#include "nordalib/core/datatypes/Variant.h"
 #include "nordalib/core/datatypes/DataStorage.h"
 #include "nordalib/core/datatypes/MeasArea.h"
-#include "nordalib/core/datatypes/Variant.h"
+#include "nordalib/core/datatypes/MeasRangeBorders.h"
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/datatypes/Version.h"
 
@@ -12,9 +13,6 @@ using namespace norda::exp;
 using norda::test::messageOf;
 using Temp = quantity::Temperature<MarkedFloat>;
 using Rel = quantity::Relation<MarkedFloat>;
-
-namespace {
-} // namespace
 
 TEST(Variant, ExactTypedReadAndMessages) {
     Variant_<bool> b(true);
@@ -33,11 +31,15 @@ TEST(Variant, ExactTypedReadAndMessages) {
 
     struct Opaque {};
     Variant_<Opaque> o(Opaque{});
-    EXPECT_NE(messageOf([&] { (void)(o == o); }).find("no comparison operator available for type:"), std::string::npos);
+    EXPECT_NE(messageOf([&] { (void)(o == o); }).find("no comparison operator available for type:"),
+              std::string::npos);
     MemoryBinary m;
     EXPECT_NE(messageOf([&] { o.serialize(m); }).find("' can not be serialized"), std::string::npos);
-    EXPECT_NE(messageOf([&] { (void)o.toString(); }).find("' can not be serialized to string"), std::string::npos);
-    EXPECT_NE(messageOf([] { (void)Variant_<std::string>("s").sizeofT(); }).find("sizeT not available for this type:"),
+    EXPECT_NE(messageOf([&] { (void)o.toString(); }).find("' can not be serialized to string"),
+              std::string::npos);
+    EXPECT_NE(messageOf([] {
+                  (void)Variant_<std::string>("s").sizeofT();
+              }).find("sizeT not available for this type:"),
               std::string::npos);
     EXPECT_EQ(Variant_<int>(1).sizeofT(), sizeof(int));
 }
@@ -62,6 +64,9 @@ TEST(Variant, BinaryAndTextRoundTripKeepTheType) {
         makeVariant(Temp(MarkedFloat(21.5f, MarkedFloat::OutOfTolerance), quantity::TemperatureUnit::Kelvin)),
         makeVariant(area),
         makeVariant(Version(2, 0, 0)),
+        makeVariant(MeasRangeBorders{MarkedFloat(120.0f), MarkedFloat(-20.0f),
+                                     MarkedFloat::withMark(150.0f, MarkedFloat::OutOfTolerance),
+                                     MarkedFloat(-40.5f)}),
         makeVariant(nested),
     };
     for (const auto& v : values) {
@@ -90,7 +95,8 @@ TEST(Variant, DamagedInputIsRejectedCleanly) {
     // A Mat header whose dimensions multiply past 64 bits (found by fuzzing).
     MemoryBinary huge(MemoryAcsii::fromBase64("AwAAAG1hdBAAAAABAAAEcDoAbWEDAAAAbWF0"));
     EXPECT_THROW(readVariant(huge), norda::Exception);
-    EXPECT_EQ(messageOf([] { (void)VariantRegistry::instance().fromText("i8", "300"); }), "number is too big");
+    EXPECT_EQ(messageOf([] { (void)VariantRegistry::instance().fromText("i8", "300"); }),
+              "number is too big");
     MemoryBinary swapped;
     EXPECT_EQ(messageOf([&] { Memory::serializeT(swapped, cv::Point_<int>(1, 2), Endianness::swap); }),
               "cv::Point only serializable for no_swap endianes");

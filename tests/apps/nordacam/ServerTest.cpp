@@ -177,18 +177,8 @@ TEST(NordacamServer, RequestsAreAnsweredWithoutAConnection) {
     camera.runCycle();
     EXPECT_TRUE(std::filesystem::exists(dir.file("out/inside.pxm")));
 
-    // Requests found by fuzzing (kept in fuzz/corpus/fuzz_http_api/regression-*): each gets a 4xx
-    // answer whose body is valid JSON naming the error.
-    const std::pair<std::string, std::string> finds[] = {
-        // Bytes that are not UTF-8 in a malformed body, quoted by the parser's message.
-        {"/api/settings", "{\"Palette.Acti\xff\xff\xff\xffvePalette\": "},
-    };
-    for (const auto& [path, body] : finds) {
-        const auto res = ask("POST", path, body);
-        EXPECT_GE(res.status, 400) << path;
-        EXPECT_LT(res.status, 500) << path;
-        EXPECT_TRUE(nlohmann::json::parse(res.body, nullptr, false).contains("error")) << res.body;
-    }
+    // Bytes that are not UTF-8, quoted in the answer, still give valid JSON (found by fuzzing; the
+    // finds are kept in fuzz/corpus/fuzz_http_api/regression-*).
     const auto badName = ask("GET", "/files/\xff\xfe.rix");
     EXPECT_EQ(badName.status, 400);
     EXPECT_TRUE(nlohmann::json::parse(badName.body, nullptr, false).contains("error")) << badName.body;
@@ -232,9 +222,6 @@ TEST(NordacamServer, StreamsAndApiAnswerRealClients) {
     EXPECT_EQ(call->status, 200) << call->body;
     EXPECT_TRUE(std::filesystem::exists(dir.file("out/settings.json")));
     EXPECT_EQ(c.Post("/api/commands/Nobody/Start", "[]", "application/json")->status, 404);
-    EXPECT_EQ(c.Post(("/api/commands/" + kMjpegStreamName + "/Start").c_str(), R"(["x"])", "application/json")
-                  ->status,
-              400);
     for (const char* escape : {"/files/..%2Fsettings.json", "/files/%2E%2E", "/files/.settings"}) {
         auto r = c.Get(escape);
         EXPECT_TRUE(r->status == 400 || r->status == 404) << escape << " " << r->status;

@@ -1,6 +1,5 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/Settings.h"
-#include "apps/nordacam/HostCommands.h"
 #include "apps/nordacam/MeasRangeFollower.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
@@ -162,21 +161,6 @@ TEST(NordacamSettings, FileIsAppliedAllOrNothingAndSavedAtomically) {
     Store nowhere;
     nowhere.settings.setPath(dir.file("no/such/folder/settings.json"));
     EXPECT_THROW(nowhere.settings.save(), SettingsError);
-}
-
-TEST(NordacamSettings, SaveUserSettingsCommandWritesTheFile) {
-    norda::test::TempDir dir;
-    Store s;
-    s.settings.setPath(dir.file("user.json"));
-    cmd::CommandProxy commands;
-    {
-        HostCommands host(commands, s.settings);
-        s.settings.applyAssignment("Miscellaneous.ImageCounter=5");
-        EXPECT_EQ(commands.call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings, {}), nullptr);
-        std::ifstream in(dir.file("user.json"));
-        EXPECT_EQ(json::parse(in)["Miscellaneous.ImageCounter"], 5);
-    }
-    EXPECT_FALSE(commands.hasCallable(Cmd::ApplicationControlGroup));
 }
 
 TEST(NordacamMeasRange, ActiveRangeFollowsTheNameAndRefusesUnknownRanges) {

@@ -73,22 +73,6 @@ std::vector<cv::Mat_<uint16_t>> senseAll(const cv::Mat& scene, const std::vector
 
 } // namespace
 
-TEST(SuperResolution, RegistrationFindsKnownSubPixelShifts) {
-    const cv::Mat scene = makeScene({320, 240}, 7);
-    const std::vector<cv::Point2d> shifts = {{0, 0}, {0.5, 0.25}, {-1.25, 0.5}, {2.4, -1.7}, {0.1, 0.9}};
-    const auto frames = senseAll(scene, shifts, 4.0, 1);
-    cv::Mat ref, mov;
-    frames[0].convertTo(ref, CV_32F);
-    for (size_t i = 1; i < shifts.size(); ++i) {
-        frames[i].convertTo(mov, CV_32F);
-        const auto reg = SuperResolution::registerFrame(ref, mov);
-        EXPECT_NEAR(reg.shift.x, shifts[i].x, 0.1) << "frame " << i;
-        EXPECT_NEAR(reg.shift.y, shifts[i].y, 0.1) << "frame " << i;
-        EXPECT_GT(reg.response, 0.2);
-        EXPECT_LT(reg.residual, 0.2);
-    }
-}
-
 TEST(SuperResolution, FusedImageBeatsBicubicEnlargement) {
     struct Case {
         const char* name;
@@ -120,15 +104,6 @@ TEST(SuperResolution, FusedImageBeatsBicubicEnlargement) {
         cv::resize(frames[0], bicubic, scene.size(), 0, 0, cv::INTER_CUBIC);
         EXPECT_GE(psnr(sr, scene, 16), psnr(bicubic, scene, 16) + 1.0) << c.name;
     }
-}
-
-TEST(SuperResolution, AcceptsALowContrastStillScene) {
-    // A wall with faint structure: contrast a few times the noise. Still hand-held, so accepted.
-    cv::Mat scene = makeScene({320, 240}, 21);
-    scene = (scene - 30000) * 0.01 + 30000;
-    const auto frames = senseAll(scene, {{0, 0}, {0.4, 0.1}, {-0.3, 0.5}, {0.6, -0.4}, {0.2, 0.8}}, 5.0, 22);
-    Rix rix;
-    EXPECT_GT(rix.calculateSuperResolutionImage(frames), 0.0f) << rix.getSuperResolutionFailure();
 }
 
 TEST(SuperResolution, RejectsLargeOrInconsistentMotion) {

@@ -1,29 +1,19 @@
-// What every element declares to the host (type name, input and output slots, blocking), and the
-// exact failure of each construction that lacks what it needs: one table for all elements.
+// The exact failure of each element construction that lacks what it needs: one table for all
+// elements.
 #include "nordalib/core/cmd/CommandProxy.h"
 #include "nordalib/core/keys/DefaultParameters.h"
-#include "nordalib/vision/imageio/PxmImage.h"
 #include "nordalib/vision/streaming/BadPixelElement.h"
-#include "nordalib/vision/streaming/CaptureElement.h"
-#include "nordalib/vision/streaming/CoordinateValueElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
 #include "nordalib/vision/streaming/ImageBufferElement.h"
 #include "nordalib/vision/streaming/ImageGeneratorElement.h"
-#include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
-#include "nordalib/vision/streaming/PaletteElement.h"
-#include "nordalib/vision/streaming/PxmRecorderElement.h"
 #include "nordalib/vision/streaming/RadiometryElement.h"
-#include "nordalib/vision/streaming/ResizeElement.h"
 #include "nordalib/vision/streaming/SnrElement.h"
-#include "nordalib/vision/streaming/SocketServerElement.h"
 #include "nordalib/vision/streaming/SprElement.h"
 #include "nordalib/vision/streaming/TnrElement.h"
-#include "nordalib/vision/streaming/WindowingElement.h"
-#include "nordalib/vision/streaming/Yuv422ToRgb888Element.h"
 #include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -33,94 +23,6 @@
 using namespace norda;
 using namespace norda::exp;
 using namespace norda::exp::streaming;
-
-namespace {
-using Slots = std::vector<STREAMING_DATATYPE>;
-constexpr auto RAW = STREAMING_DATATYPE_RAW, COR = STREAMING_DATATYPE_CORRECTED, RAD = STREAMING_DATATYPE_RAD,
-               CONST = STREAMING_DATATYPE_RAD_CONST, RGB = STREAMING_DATATYPE_RGB,
-               YUV = STREAMING_DATATYPE_YUV422, HIRES = STREAMING_DATATYPE_YUV422_HIRES;
-} // namespace
-
-TEST(ElementContract, NamesSlotsAndBlocking) {
-    test::TempDir dir;
-    DataProxy<std::string> proxy;
-    setDefaultParameters(proxy);
-    cmd::CommandProxy commands, more;
-    std::atomic<bool> busy{false};
-    vision::writePxmImage(dir.file("one.pxm"), cv::Mat(2, 2, CV_16UC1, cv::Scalar(1)));
-    const std::string calib = test::slashed(dir);
-    struct Row {
-        std::unique_ptr<StreamingElement> element;
-        std::string name;
-        Slots in, out;
-        bool blocking;
-    };
-    Row rows[] = {
-        {std::make_unique<OffsetElement>(&proxy, calib, nullptr), "OffsetElement", {RAW}, {COR}, true},
-        {std::make_unique<BadPixelElement>(&proxy, "BP", COR), "BP", {COR}, {COR}, false},
-        {std::make_unique<TnrElement>(&proxy), "TnrElement", {COR}, {COR}, false},
-        {std::make_unique<SprElement>(&proxy), "SprElement", {COR}, {COR}, false},
-        {std::make_unique<SnrElement>(&proxy), "SnrElement", {COR}, {COR}, false},
-        {std::make_unique<RadiometryElement>(&proxy, calib, vision::RadiometricCamTypeA),
-         "RadiometryElement",
-         {COR},
-         {RAD},
-         false},
-        {std::make_unique<DistortionElement>(&proxy, calib, vision::RadiometricCamTypeA),
-         "Distortion",
-         {RAD},
-         {RAD},
-         false},
-        {std::make_unique<MinMaxExtractionElement>(&proxy, CONST, true),
-         "MinMaxExtractionElement",
-         {CONST},
-         {CONST},
-         false},
-        {std::make_unique<PaletteElement>(false), "PaletteElement", {CONST}, {RGB}, false},
-        {std::make_unique<ImageWriteElement>(calib, &proxy, &commands, std::vector<std::string>{}, nullptr, 3,
-                                             busy, HIRES),
-         "ImageWriteElement",
-         {HIRES, RGB, CONST},
-         {},
-         true},
-        {std::make_unique<ImageReadElement>(&proxy, calib, std::vector<std::string>{}, 4, YUV),
-         "IrVisImageRead",
-         {},
-         {RAD, YUV},
-         true},
-        {std::make_unique<ImageBufferElement>(4, YUV, &proxy), "ImageBufferElement", {YUV}, {YUV}, false},
-        {std::make_unique<CaptureElement>(YUV, nullptr), "CaptureElement", {}, {YUV}, true},
-        {std::make_unique<FileReaderElement>(dir.file("one.pxm")), "FileReaderElement", {}, {RAW}, true},
-        {std::make_unique<ImageGeneratorElement>(COR, cv::Size(7, 7)),
-         "ImageGeneratorElement",
-         {},
-         {COR},
-         true},
-        {std::make_unique<PxmRecorderElement>(RAD, "Rec", more, nullptr, nullptr),
-         "PxmRecorderElement",
-         {RAD},
-         {},
-         true},
-        {std::make_unique<SocketServerElement>(RGB, nullptr, more, "Stream", 0), "Stream", {RGB}, {}, true},
-        {std::make_unique<CoordinateValueElement>(), "CoordinateValue", {RAW}, {}, false},
-        {std::make_unique<WindowingElement>(4, 4, RAW, COR), "WindowingElement", {RAW}, {COR}, false},
-        {std::make_unique<ResizeElement>(RGB, cv::Size(4, 4)), "ResizeElement", {RGB}, {RGB}, false},
-        {std::make_unique<ColorConversionElement>(), "ColorConversionElement", {YUV}, {RGB}, false},
-    };
-    for (const auto& r : rows) {
-        EXPECT_EQ(r.element->getName(), r.name);
-        EXPECT_EQ(r.element->getInputTypes(), r.in) << r.name;
-        EXPECT_EQ(r.element->getOutputTypes(), r.out) << r.name;
-        EXPECT_EQ(r.element->isBlocking(), r.blocking) << r.name;
-    }
-    // The two elements that registered commands took a priority: the writer its own, the stream 21.
-    EXPECT_EQ(rows[9].element->getPriority(), 3);
-    EXPECT_EQ(rows[16].element->getPriority(), 21);
-    // The noise filters publish their activity: TNR on, SPR and SNR off.
-    EXPECT_TRUE(proxy.getValue<bool>("TnrElement.Active"));
-    EXPECT_FALSE(proxy.getValue<bool>(Id::SprElement::Active));
-    EXPECT_FALSE(proxy.getValue<bool>(Id::SnrElement::Active));
-}
 
 TEST(ElementContract, ConstructionFailuresNameWhatIsMissing) {
     test::TempDir dir;

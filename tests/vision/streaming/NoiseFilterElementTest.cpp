@@ -25,6 +25,10 @@ TEST(NoiseFilterElements, TuningKeysAndSharedFrameLimit) {
     TnrElement tnr(&proxy);
     SprElement spr(&proxy);
     SnrElement snr(&proxy);
+    // The activity keys: TNR on, SPR and SNR off.
+    EXPECT_TRUE(proxy.getValue<bool>("TnrElement.Active"));
+    EXPECT_FALSE(proxy.getValue<bool>(Id::SprElement::Active));
+    EXPECT_FALSE(proxy.getValue<bool>(Id::SnrElement::Active));
 
     // TNR reads its tuning at once and follows the active range's keys.
     EXPECT_EQ(tnr.filter().controlGain(), 9);
