@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 using namespace norda::exp;
 using norda::test::messageOf;
 using namespace norda::exp::streaming;
@@ -16,7 +18,9 @@ namespace {
 
 class Copy : public StreamingElement {
 public:
-    Copy() : StreamingElement({STREAMING_DATATYPE_RAW}, {STREAMING_DATATYPE_CORRECTED}, "Copy", nullptr, false, 0) {}
+    Copy()
+        : StreamingElement({STREAMING_DATATYPE_RAW}, {STREAMING_DATATYPE_CORRECTED}, "Copy", nullptr, false,
+                           0) {}
     bool process(FrameMap& in, FrameMap& out) override {
         auto& frame = in[STREAMING_DATATYPE_RAW];
         if (frame->getFrameData().empty()) {
@@ -43,8 +47,9 @@ TEST(DataStorage, TypedAccessNestingAndMessages) {
     s.setValue("Group", inner);
     EXPECT_EQ(s.get<int>("Group.Value"), 7);
     s.setValue("Plain", 1);
-    EXPECT_EQ(messageOf([&] { (void)s.get<int>("Plain.Value"); }),
-              "not a valid storage type: Plain\ntype: int\nexpected type: norda::exp::DataStorage<std::string>");
+    EXPECT_EQ(
+        messageOf([&] { (void)s.get<int>("Plain.Value"); }),
+        "not a valid storage type: Plain\ntype: int\nexpected type: norda::exp::DataStorage<std::string>");
 }
 
 TEST(Frame, MetadataMovesAndPassThroughKeepsTheFrame) {
@@ -52,7 +57,8 @@ TEST(Frame, MetadataMovesAndPassThroughKeepsTheFrame) {
     FrameMap in, out;
     DataStorage<std::string> meta;
     meta.setValue("Shutter.State", std::string("Idle"));
-    in[STREAMING_DATATYPE_RAW] = std::make_unique<Frame>(cv::Mat(2, 3, CV_16UC1, cv::Scalar(5)), std::move(meta));
+    in[STREAMING_DATATYPE_RAW] =
+        std::make_unique<Frame>(cv::Mat(2, 3, CV_16UC1, cv::Scalar(5)), std::move(meta));
     out[STREAMING_DATATYPE_CORRECTED] = std::make_unique<Frame>(cv::Mat()); // replaced
     ASSERT_TRUE(element.process(in, out));
     EXPECT_EQ(out[STREAMING_DATATYPE_CORRECTED]->getMetaData().get<std::string>("Shutter.State"), "Idle");
@@ -105,6 +111,7 @@ TEST(MeasTypes, MarksUnitsAndMeanValueRule) {
     m.setValid();
     EXPECT_TRUE(m.isValid());
     EXPECT_EQ(sizeof(MarkedFloat), 4u);
+    EXPECT_GT(MarkedFloat(std::numeric_limits<float>::infinity()).toFloat(), 1e38f); // kept finite, positive
 
     quantity::Temperature<MarkedFloat> t(MarkedFloat(100.0f, MarkedFloat::OutOfTolerance));
     auto f = t.convertTo(quantity::TemperatureUnit::Fahrenheit);
@@ -132,14 +139,17 @@ TEST(Logger, SharedByNameAndListenedTo) {
     a->log(LogLevel::warning, std::string("literal {} stays"));
     Logger::setListener({});
     a->log(LogLevel::error, "not heard");
-    EXPECT_EQ(records, (std::vector<std::string>{"TESTLOG/debug/MP P1, X out of range: 700 (corrected to 639)",
-                                                 "TESTLOG/warning/literal {} stays"}));
+    EXPECT_EQ(records,
+              (std::vector<std::string>{"TESTLOG/debug/MP P1, X out of range: 700 (corrected to 639)",
+                                        "TESTLOG/warning/literal {} stays"}));
     EXPECT_EQ(std::string(levelName(LogLevel::critical)), "critical");
 
     norda::Exception e("msg", NORDA_LOCATION("norda::test::f"));
-    EXPECT_EQ(e.location().rfind("tests/core/FrameAndStorageTest", 0), std::string::npos); // tests are not under nordalib/
+    EXPECT_EQ(e.location().rfind("tests/core/FrameAndStorageTest", 0),
+              std::string::npos); // tests are not under nordalib/
     EXPECT_NE(e.location().find(": norda::test::f(..)"), std::string::npos);
     EXPECT_EQ(norda::formatLocation("nordalib/vision/streaming/OffsetElement", 54,
                                     "norda::exp::streaming::OffsetElement::OffsetElement"),
-              "nordalib/vision/streaming/OffsetElement: 54: norda::exp::streaming::OffsetElement::OffsetElement(..)");
+              "nordalib/vision/streaming/OffsetElement: 54: "
+              "norda::exp::streaming::OffsetElement::OffsetElement(..)");
 }

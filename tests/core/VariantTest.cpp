@@ -19,6 +19,8 @@ TEST(Variant, ExactTypedReadAndMessages) {
     EXPECT_TRUE(b.value<bool>());
     EXPECT_EQ(messageOf([&] { (void)b.value<float>(); }), "Variant-type (bool)!= Template-type (float)");
     EXPECT_EQ(b.convert<float>(), 1.0f);
+    EXPECT_TRUE(Variant_<int>(2).convert<bool>());
+    EXPECT_FALSE(Variant_<double>(0.0).convert<bool>());
     EXPECT_EQ(Variant_<double>(2.7).convert<int>(), 2);
     EXPECT_EQ(messageOf([] { (void)Variant_<std::string>("x").convert<int>(); }),
               "std::string is not convertible toint");
@@ -97,6 +99,23 @@ TEST(Variant, DamagedInputIsRejectedCleanly) {
     EXPECT_THROW(readVariant(huge), norda::Exception);
     EXPECT_EQ(messageOf([] { (void)VariantRegistry::instance().fromText("i8", "300"); }),
               "number is too big");
+    // One byte short is short: nothing is read past the data.
+    MemoryBinary three(std::vector<uint8_t>(3, 0));
+    EXPECT_THROW(three.readScalar<uint32_t>(), norda::Exception);
+    // A matrix header with a negative width; values nested deeper than the reader allows.
+    MemoryBinary negative;
+    for (int32_t field : {2, -3, CV_16UC1})
+        negative.writeScalar<int32_t>(field);
+    EXPECT_THROW(Memory::deserializeT<cv::Mat>(negative, Endianness::no_swap), norda::Exception);
+    DataStorage<std::string> nested;
+    for (int i = 0; i < 40; ++i) {
+        DataStorage<std::string> outer;
+        outer.setValue("x", nested);
+        nested = outer;
+    }
+    MemoryBinary deep;
+    writeVariant(deep, *makeVariant(nested));
+    EXPECT_NE(messageOf([&] { readVariant(deep); }).find("nested deeper than 32"), std::string::npos);
     MemoryBinary swapped;
     EXPECT_EQ(messageOf([&] { Memory::serializeT(swapped, cv::Point_<int>(1, 2), Endianness::swap); }),
               "cv::Point only serializable for no_swap endianes");

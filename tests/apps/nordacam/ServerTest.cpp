@@ -200,7 +200,7 @@ TEST(NordacamServer, StreamsAndApiAnswerRealClients) {
     ASSERT_TRUE(t);
     EXPECT_EQ(t->status, 200);
     EXPECT_NEAR(json::parse(t->body)["celsius"].get<double>(), 22.0, 1.5);
-    EXPECT_EQ(c.Get("/api/temperature?x=900&y=1")->status, 400);
+    EXPECT_EQ(c.Get("/api/temperature?x=640&y=1")->status, 400);
 
     // Settings through the store; bad keys and JSON are refused with 4xx.
     auto set = c.Post("/api/settings", R"({"Palette.ActivePalette": "rainbow"})", "application/json");

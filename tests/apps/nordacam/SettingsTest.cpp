@@ -90,7 +90,7 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
         {"Miscellaneous.ImageCounter=1.5",
          "setting Miscellaneous.ImageCounter: expected an integer, got 1.5"},
         {"IrImage.Max=20", "setting IrImage.Max is read-only"},
-        {"Scaling.Max=20", "setting Scaling.Max is read-only"},
+        {"Scaling.Min=20", "setting Scaling.Min is read-only"},
     };
     for (const auto& [assignment, error] : refused)
         EXPECT_EQ(errorOf([&] { s.settings.applyAssignment(assignment); }), error);

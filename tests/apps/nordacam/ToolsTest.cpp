@@ -80,7 +80,10 @@ TEST(NordacamTools, SavedImageIsDescribedAndExportedLosslessly) {
         ASSERT_EQ(back.type(), CV_16UC1) << name;
         EXPECT_EQ(cv::norm(back, rix.getRadiometricImage(), cv::NORM_INF), 0.0) << name;
     }
-    EXPECT_FALSE(cv::imread(dir.file("t-preview.png")).empty());
+    const cv::Mat preview = cv::imread(dir.file("t-preview.png")); // B, G, R as the file holds it
+    ASSERT_EQ(preview.size(), rix.getPreviewImageRgb().size());
+    const cv::Vec3b shown = rix.getPreviewImageRgb()(0, 0);
+    EXPECT_EQ(preview.at<cv::Vec3b>(0, 0), cv::Vec3b(shown[2], shown[1], shown[0]));
     EXPECT_THROW(rixInfo(dir.file("none.RIX"), log), std::exception);
     std::ofstream(dir.file("junk.RIX")) << "not an image";
     EXPECT_THROW(rixInfo(dir.file("junk.RIX"), log), std::exception);

@@ -94,6 +94,11 @@ TEST(DewPoint, OutOfRangeInputIsMarkedNeverNaN) {
                   .getValue()
                   .getMark(),
               MarkedFloat::OutOfTolerance);
+    EXPECT_EQ(
+        DewPoint::calcDewPoint(celsius(20, MarkedFloat::OutOfTolerance), percent(50, MarkedFloat::UnderRange))
+            .getValue()
+            .getMark(),
+        MarkedFloat::UnderRange);
 }
 
 TEST(AutoSpanHint, PutsTheCriticalSurfaceTemperatureWellInsideTheSpan) {

@@ -89,6 +89,14 @@ TEST(BadPixel, CorrectorFillsPixelsAndClustersFromGoodNeighbours) {
     u16.at<uint16_t>(5, 5) = 0;
     corrector.apply(u16);
     EXPECT_EQ(u16.at<uint16_t>(5, 5), 100);
+    // Neighbours weigh by inverse squared distance, and the result is rounded:
+    // (4 * 100 + 4 * 201 / 2) / (4 + 4 / 2) = 133.67.
+    cv::Mat ring(20, 30, CV_16U, cv::Scalar(100));
+    ring(cv::Rect(4, 4, 3, 3)).setTo(201);
+    ring.at<uint16_t>(4, 5) = ring.at<uint16_t>(6, 5) = ring.at<uint16_t>(5, 4) = ring.at<uint16_t>(5, 6) =
+        100;
+    corrector.apply(ring);
+    EXPECT_EQ(ring.at<uint16_t>(5, 5), 134);
     cv::Mat wrongSize(10, 10, CV_16U);
     EXPECT_NE(test::messageOf([&] { corrector.apply(wrongSize); }).find("does not match"), std::string::npos);
 }

@@ -126,6 +126,7 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
               "Variant-type (double)!= Template-type (float)");
     EXPECT_EQ(test::messageOf([&] { model.setData(RadiometryId::Emis, makeVariant(1.5f)); }),
               "radiometry data Emis = 1.5 is out of range");
+    EXPECT_THROW(model.setData(RadiometryId::Emis, makeVariant(0.0f)), norda::Exception);
 
     const auto meta = test::radiometricMeta();
     setConditions(model, meta);

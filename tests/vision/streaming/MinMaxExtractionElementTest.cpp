@@ -255,18 +255,7 @@ TEST_F(MinMaxTest, UserPointsClampingActivityAndMetadataRules) {
     img.at<unsigned short>(1, 1) = px(25);
     {
         MinMaxExtractionElement e(&proxy, STREAMING_DATATYPE_RAD, true);
-        // The frame already carries a centre-spot value and a hot spot: the first is kept (with the
-        // warning line), the second replaced.
-        DataStorage<std::string> meta = rangeMeta(1);
-        meta.setValue(Id::MeasPoints::CenterSpot::MeasPoint, MeasPoint(0, 0, celsius(-5)));
-        meta.setValue(Id::MeasPoints::HotSpot::MeasPoint, MeasPoint(0, 0, celsius(-5)));
-        testing::internal::CaptureStdout(); // Frame warns of the kept value
-        auto out = run(e, img, std::move(meta));
-        testing::internal::GetCapturedStdout();
-        EXPECT_FLOAT_EQ(valueOf(out->getMetaData().get<MeasPoint>(Id::MeasPoints::CenterSpot::MeasPoint)),
-                        -5.0f);
-        EXPECT_FLOAT_EQ(valueOf(out->getMetaData().get<MeasPoint>(Id::MeasPoints::HotSpot::MeasPoint)),
-                        42.0f);
+        run(e, img);
         EXPECT_FLOAT_EQ(valueOf(storedPoint(Id::MeasPoints::CenterSpot::MeasPoint)), 20.0f);
 
         // (cols, rows) is evaluated at (cols - 1, rows - 1) with two debug lines; the stored
