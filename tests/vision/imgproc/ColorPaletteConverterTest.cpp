@@ -2,7 +2,6 @@
 
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/climate/DewPoint.h"
-#include "nordalib/vision/imgproc/Palettes.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 #include "tests/support/Messages.h"
@@ -13,7 +12,6 @@
 
 using norda::vision::ColorPaletteConverter;
 using norda::vision::DewPoint;
-using norda::vision::Palettes;
 using norda::vision::RadiometricTools;
 using Temp = ColorPaletteConverter::Temperature;
 using Rel = ColorPaletteConverter::Relation;
@@ -133,35 +131,6 @@ TEST(ColorPaletteConverter, TableFastPathMatchesPerPixelReference) {
     // B, G, R order on request.
     ColorPaletteConverter bgr(true);
     EXPECT_EQ(paint(bgr, {1001}, 1000, 1256, indexTable(256))[0], cv::Vec3b(7, 0, 1));
-}
-
-TEST(ColorPaletteConverter, TableIsRebuiltOnlyWhenSomethingChanged) {
-    ColorPaletteConverter c;
-    cv::Mat_<uint16_t> raw(4, 4, uint16_t(30000));
-    cv::Mat_<cv::Vec3b> rgb;
-    auto colours = Palettes::colors("iron");
-    c.palletize(raw, rgb, 29000, 31000, false, colours); // first frame always builds
-    c.palletize(raw, rgb, 29000, 31000, false, colours);
-    EXPECT_EQ(c.tableBuilds(), 1u);
-    c.palletize(raw, rgb, 29000, 31000, true, colours); // forced
-    EXPECT_EQ(c.tableBuilds(), 2u);
-    // Stale inputs are never painted, even when the caller forgets to flag them.
-    c.palletize(raw, rgb, 29000, 31001, false, colours);
-    EXPECT_EQ(c.tableBuilds(), 3u);
-    colours[3 * 128] ^= 1;
-    c.palletize(raw, rgb, 29000, 31001, false, colours);
-    EXPECT_EQ(c.tableBuilds(), 4u);
-    // Regions count only when they really change.
-    c.createColorRegion(1, 30010, 29990, 0x00FF00);
-    c.palletize(raw, rgb, 29000, 31001, false, colours);
-    EXPECT_EQ(rgb(0, 0), cv::Vec3b(0, 255, 0));
-    c.createColorRegion(1, 30010, 29990, 0x00FF00);
-    c.deleteColorRegion(2);
-    c.palletize(raw, rgb, 29000, 31001, false, colours);
-    EXPECT_EQ(c.tableBuilds(), 5u);
-    c.deleteColorRegion(1);
-    c.palletize(raw, rgb, 29000, 31001, false, colours);
-    EXPECT_NE(rgb(0, 0), cv::Vec3b(0, 255, 0));
 }
 
 TEST(ColorPaletteConverter, RegionsAndColourTablesAreChecked) {

@@ -158,23 +158,6 @@ TEST(Rix, SuperResolutionFileCarriesTheFusedImage) {
     EXPECT_TRUE(back.getSrFrames().empty()) << "the raw frames are consumed by the fused image";
 }
 
-TEST(Rix, UuidFollowsThePixels) {
-    auto image = randomImage<cv::Mat_<uint16_t>>(48, 64, 7);
-    const auto uuid = Rix::uuidFromPixels(image);
-    EXPECT_EQ(Rix::uuidFromPixels(image.clone()), uuid);
-    // The same pixels inside a larger buffer (another row stride) give the same UUID.
-    cv::Mat_<uint16_t> big(60, 80, uint16_t(0));
-    image.copyTo(big(cv::Rect(5, 5, 64, 48)));
-    EXPECT_EQ(Rix::uuidFromPixels(big(cv::Rect(5, 5, 64, 48))), uuid);
-    auto changed = image.clone();
-    changed(47, 63) ^= 1;
-    EXPECT_NE(Rix::uuidFromPixels(changed), uuid);
-    EXPECT_NE(Rix::uuidFromPixels(image.reshape(1, 64)), uuid) << "the shape is part of the identity";
-    Rix rix;
-    rix.setFileUuid(image);
-    EXPECT_EQ(rix.getFileUuidString()[14], '8') << "version 8";
-}
-
 TEST(Rix, RefusesWhatCanNotBeSaved) {
     Rix rix;
     std::vector<char> bytes;

@@ -120,8 +120,9 @@ TEST_F(ImageWriteTest, Commands) {
         described.push_back(d.getName() + ": " + d.getDescription());
         for (const auto& p : d.getParameters())
             described.back() += ", " + typeName(p.getType()) + " " + p.getDescription();
-        if (d.getName() == "CaptureImage")
+        if (d.getName() == "CaptureImage") {
             EXPECT_EQ(d.getReturnType(), std::type_index(typeid(std::vector<char>)));
+        }
     }
     std::sort(described.begin(), described.end());
     EXPECT_EQ(described,

@@ -170,31 +170,6 @@ TEST(PaletteElement, ColourRegionsFollowTheBands) {
     EXPECT_EQ(rig.image()(0, 0), ironAt(92));
 }
 
-TEST(PaletteElement, HumidityModeLeavesScalingAndRegionsAlone) {
-    Rig rig;
-    rig.request(30000, 31000);
-    ASSERT_TRUE(rig.cycle());
-    rig.meta.setValue(Id::Environment::HumidityModeActive, true);
-    rig.meta.setValue(Id::Environment::Temperature, celsius(20.0f));
-    rig.meta.setValue(Id::Environment::Humidity, Rel(MarkedFloat(0.5f)));
-    rig.meta.setValue(Id::Isotherme::IsothermeActive, true);
-    rig.request(20000, 40000);
-    rig.raw.col(0).setTo(px(20.0f)); // 50 %
-    rig.raw.col(1).setTo(px(12.0f)); // 83 %
-    rig.raw.col(2).setTo(px(5.0f));  // below the dew point
-    ASSERT_TRUE(rig.cycle());
-    EXPECT_EQ(rig.element.lowerLimit(), 29990);
-    EXPECT_EQ(rig.element.upperLimit(), 31010);
-    EXPECT_FALSE(rig.element.converter().hasColorRegion(1));
-    EXPECT_EQ(row(rig.image(), 3), (std::vector<cv::Vec3b>{{0, 200, 0}, {255, 0, 0}, {0, 0, 255}}));
-
-    // Humidity values are read only in humidity mode.
-    rig.meta.remove(Id::Environment::Humidity);
-    EXPECT_FALSE(rig.cycle());
-    rig.meta.setValue(Id::Environment::HumidityModeActive, false);
-    EXPECT_TRUE(rig.cycle());
-}
-
 TEST(PaletteElement, BadFramesFailOnceAndEmitNothing) {
     norda::test::LogCapture log;
     auto records = [&] {
