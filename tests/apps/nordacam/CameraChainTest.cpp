@@ -49,7 +49,6 @@ TEST(NordacamCamera, ChainHoldsEveryStage) {
     EXPECT_EQ(spr->filter().lineLimit(), store.getValue<short>(Id::SprElement::LineLimit));
     EXPECT_EQ(spr->filter().frameLimit(), store.getValue<short>(Id::SprElement::FrameLimit));
     EXPECT_EQ(snr->filter().gain(), store.getValue<short>(Id::SprElement::FrameLimit));
-    EXPECT_GT(snr->filter().gain(), 0);
     // What the camera cannot give yet says so instead of answering with made-up data.
     EXPECT_THROW(camera.temperatureAt(1, 1), NotAvailable); // no frame yet
     EXPECT_THROW(Camera([&] {
@@ -71,24 +70,17 @@ TEST(NordacamCamera, SimulatedObjectsAreMeasuredAtTheirTrueTemperatures) {
     EXPECT_TRUE(warm(snap));
     const auto objects = measureObjects(snap);
     ASSERT_EQ(objects.size(), 3u);
-    for (const auto& o : objects) {
-        std::cout << "[ quality  ] " << o.name << ": true " << o.trueC << " °C, measured " << o.measuredC
-                  << " °C (" << o.pixels << " pixels)\n";
+    for (const auto& o : objects)
         EXPECT_NEAR(o.measuredC, o.trueC, 0.3f) << o.name;
-    }
     const auto spots = readSpots(camera.store());
     ASSERT_TRUE(spots[0].valid);
-    std::cout << "[ quality  ] hot spot " << spots[0].celsius << " °C against " << snap.truth->hotC
-              << " °C\n";
     EXPECT_NEAR(spots[0].celsius, snap.truth->hotC, 0.5f);
     EXPECT_NEAR(spots[1].celsius, snap.truth->coldC, 0.6f);
     // The hot spot lies on the hot object.
     EXPECT_LT(std::hypot(spots[0].x - snap.truth->hotCentre.x, spots[0].y - snap.truth->hotCentre.y),
               snap.truth->hotRadius + 3);
     EXPECT_NEAR(camera.temperatureAt(320, 240), snap.truth->centreC, 0.5f);
-    if (camera.has("CoordinateValueElement")) {
-        EXPECT_GT(camera.rawAt(320, 240), 1000);
-    }
+    EXPECT_GT(camera.rawAt(320, 240), 1000);
 }
 
 TEST(NordacamCamera, SavesImagesRecordsRawFramesAndPlaysThemBack) {

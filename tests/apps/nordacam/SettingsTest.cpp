@@ -185,11 +185,5 @@ TEST(NordacamMeasRange, ActiveRangeFollowsTheNameAndRefusesUnknownRanges) {
     EXPECT_EQ(follower.active(), 2);
     EXPECT_EQ(store.getValue<unsigned char>(Id::ActiveMeasRange::Name), 2);
     EXPECT_EQ(switchedTo.load(), 2);
-
-    store.setValue<unsigned char>(Id::ActiveMeasRange::Name, 1, true);
-    store.flush();
-    store.flush();
-    EXPECT_EQ(switchedTo.load(), 1);
-    EXPECT_FLOAT_EQ(store.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius(), 120.0f);
 }
 #endif

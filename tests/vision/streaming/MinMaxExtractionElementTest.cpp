@@ -69,55 +69,28 @@ protected:
     DataProxy<std::string> proxy;
 };
 
-// Plain reference of the whole-image extraction, written straight from its definition.
+// References from OpenCV: minMaxLoc finds the first extreme in row order; the image mean counts the
+// pixels strictly inside the tolerance band (or, with none, lies halfway between the extremes); the
+// centre area is the middle half, its mean rounded half up.
 void referenceExtract(const cv::Mat& img, unsigned short lower, unsigned short upper, cv::Point& cold,
                       cv::Point& hot, unsigned short& med) {
-    unsigned short mn = 65535, mx = 0;
-    uint64_t sum = 0, count = 0;
-    for (int y = 0; y < img.rows; ++y)
-        for (int x = 0; x < img.cols; ++x) {
-            unsigned short v = img.at<unsigned short>(y, x);
-            mn = std::min(mn, v);
-            mx = std::max(mx, v);
-            if (v > lower && v < upper) {
-                sum += v;
-                ++count;
-            }
-        }
-    med = count ? static_cast<unsigned short>(sum / count) : static_cast<unsigned short>((mx + mn) / 2);
-    cv::Point none(-1, -1);
-    cold = hot = none;
-    for (int y = 0; y < img.rows; ++y)
-        for (int x = 0; x < img.cols; ++x) {
-            unsigned short v = img.at<unsigned short>(y, x);
-            if (cold == none && v == mn)
-                cold = {x, y};
-            if (hot == none && v == mx)
-                hot = {x, y};
-        }
+    double mn, mx;
+    cv::minMaxLoc(img, &mn, &mx, &cold, &hot);
+    const cv::Mat band = (img > lower) & (img < upper);
+    med = cv::countNonZero(band) ? static_cast<unsigned short>(cv::mean(img, band)[0])
+                                 : static_cast<unsigned short>((mx + mn) / 2);
 }
 
-// Plain reference of the centre area: strict comparisons, first occurrence wins.
 void referenceArea(const cv::Mat& img, cv::Rect& rect, cv::Point& cold, cv::Point& hot,
                    unsigned short& mean) {
-    int w = static_cast<int>(std::lround(img.cols * 0.5)), h = static_cast<int>(std::lround(img.rows * 0.5));
+    const int w = static_cast<int>(std::lround(img.cols * 0.5)),
+              h = static_cast<int>(std::lround(img.rows * 0.5));
     rect = {(img.cols - w) / 2, (img.rows - h) / 2, w, h};
-    unsigned short mn = 65535, mx = 0;
-    uint64_t sum = 0;
-    for (int y = rect.y; y < rect.y + h; ++y)
-        for (int x = rect.x; x < rect.x + w; ++x) {
-            unsigned short v = img.at<unsigned short>(y, x);
-            if (v < mn) {
-                mn = v;
-                cold = {x, y};
-            }
-            if (v > mx) {
-                mx = v;
-                hot = {x, y};
-            }
-            sum += v;
-        }
-    mean = static_cast<unsigned short>(static_cast<float>(sum) / static_cast<float>(w * h) + 0.5f);
+    cv::minMaxLoc(img(rect), nullptr, nullptr, &cold, &hot);
+    cold += rect.tl();
+    hot += rect.tl();
+    mean = static_cast<unsigned short>(static_cast<float>(cv::sum(img(rect))[0]) / static_cast<float>(w * h) +
+                                       0.5f);
 }
 
 } // namespace
