@@ -57,8 +57,8 @@ TEST(DistortionCorrection, EntriesFollowTheIntegerArithmetic) {
 
     // Tables that would read outside the image or overflow are refused.
     auto bad = entries;
-    bad[5] = {0, 65535, 0, 0, 0}; // s + cols + 1 beyond the end
-    EXPECT_NE(test::messageOf([&] { DistortionTable(bad, 2, 3); }).find("entry 5 (pixel 2,1) reads outside"),
+    bad[2] = {0, 65535, 0, 0, 0}; // its pixel below right, s + cols + 1, is just beyond the end
+    EXPECT_NE(test::messageOf([&] { DistortionTable(bad, 2, 3); }).find("entry 2 (pixel 2,0) reads outside"),
               std::string::npos);
     bad = entries;
     bad[0] = {0, 65535, 65535, 0, 0};

