@@ -30,9 +30,13 @@ TEST(DataProxy, GroupsLookupAndFailureMessages) {
         messageOf([&] { (void)proxy.subscribe("Shutter.Missing", FunctorFactory::createTransmitter({})); }),
         "could not find element");
 
-    // The store stays usable after failures, and lists its keys with full paths.
+    // The store stays usable after failures, and lists its keys with full paths, sorted (the
+    // table itself is hashed).
     proxy.setValue("Shutter.Closed", true, false);
-    EXPECT_EQ(proxy.keys(), (std::vector<std::string>{"A.B.C", "Plain", "Shutter.Closed", "Shutter.State"}));
+    proxy.setValue("Zoom", 2, false);
+    proxy.setValue("Beta", 0, false);
+    EXPECT_EQ(proxy.keys(), (std::vector<std::string>{"A.B.C", "Beta", "Plain", "Shutter.Closed", "Shutter.State",
+                                                      "Zoom"}));
     EXPECT_TRUE(proxy.remove("Shutter.Closed"));
     EXPECT_FALSE(proxy.contains("Shutter.Closed"));
 }
