@@ -39,80 +39,97 @@ namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 #if HWY_TARGET != HWY_SCALAR // one pair a vector gains nothing over the plain loop
-using DU = hn::ScalableTag<uint16_t>;
-using DI = hn::RebindToSigned<DU>;
-using VU = hn::Vec<DU>;
-using VI = hn::Vec<DI>;
+// DU: 16-bit lanes of any width; DI its signed twin.
+template <class DU> using VU = hn::Vec<DU>;
+template <class DU> using VI = hn::Vec<hn::RebindToSigned<DU>>;
 
-// A pair's U and V -> the chroma terms of R, G and B in Q6.
-HWY_INLINE void chroma(VU u, VU v, VI& r, VI& g, VI& b) {
-    const DI di;
-    const VI uc = hn::Sub(hn::BitCast(di, u), hn::Set(di, 128));
-    const VI vc = hn::Sub(hn::BitCast(di, v), hn::Set(di, 128));
-    const VI us = hn::ShiftLeft<8>(uc), vs = hn::ShiftLeft<8>(vc);
+// (U - 128) << 8 and (V - 128) << 8 of a pair -> the chroma terms of R, G and B in Q6.
+template <class DU> HWY_INLINE void chroma(VI<DU> us, VI<DU> vs, VI<DU>& r, VI<DU>& g, VI<DU>& b) {
+    const hn::RebindToSigned<DU> di;
     r = hn::MulHigh(vs, hn::Set(di, kVR));
     g = hn::SaturatedAdd(hn::MulHigh(vs, hn::Set(di, kVG)), hn::MulHigh(us, hn::Set(di, kUG)));
-    b = hn::SaturatedAdd(hn::ShiftLeft<6>(uc), hn::MulHigh(us, hn::Set(di, kUBRest)));
+    b = hn::SaturatedAdd(hn::ShiftRight<2>(us), hn::MulHigh(us, hn::Set(di, kUBRest)));
 }
 
-// Y -> 1.164 (Y - 16) in Q6 (Y below 16 is black).
-HWY_INLINE VI luma(VU y) {
-    const DU du;
-    return hn::BitCast(DI(),
-                       hn::MulHigh(hn::ShiftLeft<8>(hn::SaturatedSub(y, hn::Set(du, 16))), hn::Set(du, kY)));
+// A byte in the low half of each lane -> (byte - 128) << 8.
+template <class DU> HWY_INLINE VI<DU> centred(DU du, VU<DU> lowByte) {
+    return hn::BitCast(hn::RebindToSigned<DU>(), hn::Xor(hn::ShiftLeft<8>(lowByte), hn::Set(du, 0x8000)));
 }
 
-// Q6 sums of the even and the odd pixel -> their bytes, the even one in the low byte of each lane:
-// in memory that is pixel order.
-HWY_INLINE hn::Vec<hn::Repartition<uint8_t, DU>> join(VI even, VI odd) {
-    const DI di;
-    const DU du;
-    auto toByte = [&](VI q6) {
-        const VI v = hn::ShiftRight<6>(hn::SaturatedAdd(q6, hn::Set(di, 32)));
-        return hn::BitCast(du, hn::Min(hn::Max(v, hn::Zero(di)), hn::Set(di, 255)));
+// Y in the high half of each lane -> 1.164 (Y - 16) in Q6 (Y below 16 is black), plus the 32 that
+// rounds the final shift (the sums never reach the 16-bit limit before, so adding it first is
+// the same).
+template <class DU> HWY_INLINE VI<DU> luma(DU du, VU<DU> highByte) {
+    const hn::RebindToSigned<DU> di;
+    const VU<DU> y = hn::SaturatedSub(hn::ShiftRight<8>(highByte), hn::Set(du, 16));
+    return hn::Add(hn::BitCast(di, hn::MulHigh(hn::ShiftLeft<8>(y), hn::Set(du, kY))), hn::Set(di, 32));
+}
+
+// Rounded Q6 sums of the even and the odd pixel -> their bytes, the even one in the low byte of
+// each lane: in memory that is pixel order.
+template <class DU> HWY_INLINE hn::Vec<hn::Repartition<uint8_t, DU>> join(DU du, VI<DU> even, VI<DU> odd) {
+    const hn::RebindToSigned<DU> di;
+    auto toByte = [&](VI<DU> q6) {
+        return hn::BitCast(du, hn::Min(hn::Max(hn::ShiftRight<6>(q6), hn::Zero(di)), hn::Set(di, 255)));
     };
     return hn::BitCast(hn::Repartition<uint8_t, DU>(), hn::Or(toByte(even), hn::ShiftLeft<8>(toByte(odd))));
 }
 
-#endif
-
 // The plain loop's steps, one pair per 16-bit lane: one de-interleaving load splits the pairs into
 // their U|Y0 and V|Y1 halves. Returns the number of pairs done, a whole number of vectors.
-template <bool Bgr, bool Interpolate> size_t convertRow(const uint8_t* s, uint8_t* d, size_t pairs) {
-#if HWY_TARGET == HWY_SCALAR
-    (void)s, (void)d, (void)pairs;
-    return 0;
-#else
-    const DU du;
+template <bool Bgr, bool Interpolate, class DU>
+size_t convertRow(DU du, const uint8_t* s, uint8_t* d, size_t pairs) {
     const hn::Repartition<uint8_t, DU> d8;
     const size_t n = hn::Lanes(du);
-    const VU low = hn::Set(du, 0xFF);
-    const uint16_t* s16 = reinterpret_cast<const uint16_t*>(s); // pairs are 4 bytes, rows start even
+    if (reinterpret_cast<uintptr_t>(s) % alignof(uint16_t) != 0)
+        return 0; // a frame wrapped around odd memory: the 16-bit loads need even addresses
+    const uint16_t* s16 = reinterpret_cast<const uint16_t*>(s);
     // The interpolating path also reads the pair after the block.
     const size_t end = Interpolate ? (pairs > 0 ? pairs - 1 : 0) : pairs;
     size_t k = 0;
     for (; k + n <= end; k += n) {
-        VU uy, vy;
+        VU<DU> uy, vy;
         hn::LoadInterleaved2(du, s16 + 2 * k, uy, vy);
-        const VU u = hn::And(uy, low), v = hn::And(vy, low);
-        const VI y0 = luma(hn::ShiftRight<8>(uy)), y1 = luma(hn::ShiftRight<8>(vy));
-        VI cr, cg, cb;
-        chroma(u, v, cr, cg, cb);
-        VI dr = cr, dg = cg, db = cb; // the odd pixels' chroma
+        const VI<DU> y0 = luma(du, uy), y1 = luma(du, vy);
+        VI<DU> cr, cg, cb;
+        chroma<DU>(centred(du, uy), centred(du, vy), cr, cg, cb);
+        VI<DU> dr = cr, dg = cg, db = cb; // the odd pixels' chroma
         if constexpr (Interpolate) {
-            VU un, vn;
-            hn::LoadInterleaved2(du, s16 + 2 * k + 2, un, vn);
-            chroma(hn::AverageRound(u, hn::And(un, low)), hn::AverageRound(v, hn::And(vn, low)), dr, dg, db);
+            // Byte means of this block and the one a pair further: U and V of the means come
+            // apart as U and V did, Y's means are dropped by the shift in centred().
+            const uint16_t* p = s16 + 2 * k;
+            const auto mean = [&](size_t at) {
+                return hn::BitCast(du, hn::AverageRound(hn::BitCast(d8, hn::LoadU(du, p + at)),
+                                                        hn::BitCast(d8, hn::LoadU(du, p + at + 2))));
+            };
+            const VU<DU> lo = mean(0), hi = mean(n);
+            chroma<DU>(centred(du, hn::ConcatEven(du, hi, lo)), centred(du, hn::ConcatOdd(du, hi, lo)), dr,
+                       dg, db);
         }
-        const auto r = join(hn::SaturatedAdd(y0, cr), hn::SaturatedAdd(y1, dr));
-        const auto g = join(hn::SaturatedAdd(y0, cg), hn::SaturatedAdd(y1, dg));
-        const auto b = join(hn::SaturatedAdd(y0, cb), hn::SaturatedAdd(y1, db));
+        const auto r = join(du, hn::SaturatedAdd(y0, cr), hn::SaturatedAdd(y1, dr));
+        const auto g = join(du, hn::SaturatedAdd(y0, cg), hn::SaturatedAdd(y1, dg));
+        const auto b = join(du, hn::SaturatedAdd(y0, cb), hn::SaturatedAdd(y1, db));
         if constexpr (Bgr)
             hn::StoreInterleaved3(b, g, r, d8, d + 6 * k);
         else
             hn::StoreInterleaved3(r, g, b, d8, d + 6 * k);
     }
     return k;
+}
+#endif
+
+template <bool Bgr, bool Interpolate> size_t convertRow(const uint8_t* s, uint8_t* d, size_t pairs) {
+#if HWY_TARGET == HWY_SCALAR
+    (void)s, (void)d, (void)pairs;
+    return 0;
+#elif HWY_TARGET == HWY_AVX3
+    // The interpolating kernel runs faster on 256-bit vectors here (measured).
+    if constexpr (Interpolate)
+        return convertRow<Bgr, Interpolate>(hn::CappedTag<uint16_t, 16>(), s, d, pairs);
+    else
+        return convertRow<Bgr, Interpolate>(hn::ScalableTag<uint16_t>(), s, d, pairs);
+#else
+    return convertRow<Bgr, Interpolate>(hn::ScalableTag<uint16_t>(), s, d, pairs);
 #endif
 }
 
