@@ -161,7 +161,8 @@ int main(int argc, char** argv) {
             known = known || sub->get_name() == argv[1];
         if (!known) {
             std::cerr << "nordacam: error: unknown command \"" << argv[1]
-                      << "\" (commands: demo, run, simulate, rix, calib, serve, targets; see --help)" << std::endl;
+                      << "\" (commands: demo, run, simulate, rix, calib, serve, targets; see --help)"
+                      << std::endl;
             return 2;
         }
     }

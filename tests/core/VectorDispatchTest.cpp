@@ -189,7 +189,6 @@ TEST(VectorDispatch, ReportsTheTargetEachKernelTakes) {
     Restore restore;
     const std::vector<std::string> available = VectorDispatch::availableTargets();
     ASSERT_FALSE(available.empty());
-    EXPECT_EQ(available.back(), "SCALAR");
     std::cout << "vector targets: " << VectorDispatch::summary() << std::endl;
     std::set<std::string> names;
     for (const auto& k : VectorDispatch::kernelTargets()) {

@@ -27,10 +27,9 @@ Registry& registry() {
 // best first. Read once, before any forcing narrows what the processor reports.
 const std::vector<int64_t>& availableBits() {
     static const std::vector<int64_t> bits = [] {
-        std::vector<int64_t> b;
-        for (int64_t t = hwy::SupportedTargets() & HWY_TARGETS & ~int64_t(HWY_SCALAR); t != 0; t &= t - 1)
+        std::vector<int64_t> b; // lower bits are better targets; the baseline comes last
+        for (int64_t t = hwy::SupportedTargets() & HWY_TARGETS; t != 0; t &= t - 1)
             b.push_back(t & -t);
-        b.push_back(HWY_SCALAR); // the baseline: every kernel has it, every processor runs it
         return b;
     }();
     return bits;

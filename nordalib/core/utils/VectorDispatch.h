@@ -24,7 +24,8 @@ public:
         std::string target; // "AVX3", "AVX2", "SSE4", "NEON", "SVE2", "SCALAR", or "plain" when forced
     };
 
-    // The targets compiled in that this processor runs, best first; "SCALAR" is always last.
+    // The targets compiled in that this processor runs, best first, down to the baseline every
+    // processor of the architecture runs ("SCALAR" on x86-64, "NEON" on 64-bit ARM).
     static std::vector<std::string> availableTargets();
     // Every registered kernel (sorted by name) with the target its dispatcher takes now.
     static std::vector<KernelTarget> kernelTargets();
