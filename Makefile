@@ -58,7 +58,7 @@ ARM64_SYSROOT ?= $(if $(filter 0,$(shell id -u)),/opt/nordalib,$(HOME)/.cache/no
 ARM64_EXCLUDE ?= ^(NordacamServer\.BrowserShowsTheLiveImage|NordacamServerLoad\.)
 ARM64_TESTS   ?=
 QEMU_CPU      ?= cortex-a53
-test-arm64:
+test-arm64: deps
 	@NORDA_ARM64_SYSROOT=$(ARM64_SYSROOT) bash tools/install-deps.sh arm64
 	@command -v qemu-aarch64 >/dev/null || \
 	    { echo "make test-arm64: qemu-aarch64 is missing: install qemu-user (apt-get install qemu-user)" >&2; exit 1; }

@@ -80,13 +80,13 @@ void SceneSimulator::buildPatterns() {
                                static_cast<float>(rng.gaussian(30.0));
             m_gain(r, c) = 1.0f + static_cast<float>(rng.gaussian(0.001));
         }
-    // Bad pixels from a generator of their own that only draws integers: the Gaussian draws above
-    // take a number of steps that depends on the platform's floating-point results, and the
-    // shipped calibration file must name the same pixels on every processor.
-    cv::RNG places(m_config.seed * 7919u + 2);
     auto pick = [&](int n, std::vector<cv::Point>& out) {
         while (static_cast<int>(out.size()) < n) {
-            cv::Point p(places.uniform(2, w - 2), places.uniform(2, h - 2));
+            // Two statements: the order of a call's arguments differs between processors (x86
+            // compilers happen to take the last first), and the shipped calibration file must
+            // name the same pixels on every one.
+            const int y = rng.uniform(2, h - 2);
+            const cv::Point p(rng.uniform(2, w - 2), y);
             if (std::find(m_dead.begin(), m_dead.end(), p) == m_dead.end() &&
                 std::find(m_stuck.begin(), m_stuck.end(), p) == m_stuck.end())
                 out.push_back(p);

@@ -65,6 +65,16 @@ template <class DU> HWY_INLINE VI<DU> luma(DU du, VU<DU> highByte) {
     return hn::Add(hn::BitCast(di, hn::MulHigh(hn::ShiftLeft<8>(y), hn::Set(du, kY))), hn::Set(di, 32));
 }
 
+// (a + b + 1) / 2 per byte. Highway 1.0's version for SVE without SVE2 adds in eight bits and
+// wraps; there the mean is taken without the carry.
+template <class V> HWY_INLINE V roundedMean(V a, V b) {
+#if HWY_TARGET == HWY_SVE || HWY_TARGET == HWY_SVE_256
+    return hn::Sub(hn::Or(a, b), hn::ShiftRight<1>(hn::Xor(a, b)));
+#else
+    return hn::AverageRound(a, b);
+#endif
+}
+
 // Rounded Q6 sums of the even and the odd pixel -> their bytes, the even one in the low byte of
 // each lane: in memory that is pixel order.
 template <class DU> HWY_INLINE hn::Vec<hn::Repartition<uint8_t, DU>> join(DU du, VI<DU> even, VI<DU> odd) {
@@ -99,8 +109,8 @@ size_t convertRow(DU du, const uint8_t* s, uint8_t* d, size_t pairs) {
             // apart as U and V did, Y's means are dropped by the shift in centred().
             const uint16_t* p = s16 + 2 * k;
             const auto mean = [&](size_t at) {
-                return hn::BitCast(du, hn::AverageRound(hn::BitCast(d8, hn::LoadU(du, p + at)),
-                                                        hn::BitCast(d8, hn::LoadU(du, p + at + 2))));
+                return hn::BitCast(du, roundedMean(hn::BitCast(d8, hn::LoadU(du, p + at)),
+                                                   hn::BitCast(d8, hn::LoadU(du, p + at + 2))));
             };
             const VU<DU> lo = mean(0), hi = mean(n);
             chroma<DU>(centred(du, hn::ConcatEven(du, hi, lo)), centred(du, hn::ConcatOdd(du, hi, lo)), dr,
