@@ -68,7 +68,12 @@ const std::vector<std::string>& savedKeys() {
                                                   Id::MeasPoints::HotSpot::MeasPoint,
                                                   Id::MeasPoints::ColdSpot::MeasPoint,
                                                   Id::MeasPoints::CenterSpot::MeasPoint,
-                                                  Id::Palette::ActivePalette};
+                                                  Id::Palette::ActivePalette,
+                                                  // what re-analysing the image later needs
+                                                  Id::Radiometry::Planck,
+                                                  Id::ProtectiveGlass::Attached,
+                                                  Id::ProtectiveGlass::Transmission,
+                                                  Id::ProtectiveGlass::Emissivity};
     return keys;
 }
 

@@ -101,6 +101,12 @@ inline const std::string TShutter = "Temperatures.Shuttering.TShutter";         
 inline const std::string Validity = "Temperatures.Validity"; // bool (frame metadata)
 } // namespace Temperatures
 
+namespace Radiometry {
+// std::vector<double> {R1, R2, B, F, O}: the Planck constants of the range a temperature frame was
+// computed in (frame metadata, saved with images so that they can be re-analysed later).
+inline const std::string Planck = "Radiometry.Planck";
+} // namespace Radiometry
+
 namespace ActiveLens {
 inline const std::string Attached = "ActiveLens.Attached"; // bool
 inline const std::string Index = "ActiveLens.Index";       // unsigned char, 0 = no valid lens

@@ -1,4 +1,4 @@
-#include "nordalib/vision/imgproc/RowStatistics.h"
+#include "nordalib/vision/measurement/RowStatistics.h"
 
 #include "nordalib/core/utils/VectorDispatch.h"
 
@@ -7,7 +7,7 @@
 
 // The vector kernels are compiled once per instruction set (see ColorConvert.cpp).
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "nordalib/vision/imgproc/RowStatistics.cpp"
+#define HWY_TARGET_INCLUDE "nordalib/vision/measurement/RowStatistics.cpp"
 #include <hwy/foreach_target.h> // must precede highway.h
 #include <hwy/highway.h>
 
