@@ -12,7 +12,7 @@ SANITIZER_CMAKE_ARGS = -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 # commands, the coordinate value queries, the pipeline's own thread. The thread checker runs these.
 TSAN_TESTS ?= ^(DataProxy|Commands|Pipeline|OffsetElementTest|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
 
-.PHONY: all deps configure build test demo bench install test-asan test-tsan fuzz load soak format clean
+.PHONY: all deps configure build test demo bench install test-asan test-tsan test-arm64 fuzz load soak format clean
 
 all: build
 
@@ -49,6 +49,30 @@ test-tsan:
 	    $(MAKE) test BUILD=build-tsan CMAKE_ARGS="-DNORDA_SANITIZE=thread $(SANITIZER_CMAKE_ARGS) -DNORDA_BUILD_APPS=OFF" \
 	    CTEST_ARGS='-R "$(TSAN_TESTS)"'
 
+# aarch64, the camera's processor: cross-built with Debian's cross compiler against a sysroot of
+# Debian's arm64 packages (tools/install-deps.sh arm64), the suite run under qemu-user on a core
+# without SVE (QEMU_CPU), the vector kernels' test once more on qemu's largest core for the SVE
+# targets. Tests that need a browser or measure load are left out; ARM64_TESTS (a ctest -R
+# expression) runs a subset.
+ARM64_BUILD   ?= build-arm64
+ARM64_SYSROOT ?= $(if $(filter 0,$(shell id -u)),/opt/nordalib,$(HOME)/.cache/nordalib)/sysroot-arm64
+ARM64_EXCLUDE ?= ^(NordacamServer\.BrowserShowsTheLiveImage|NordacamServerLoad\.)
+ARM64_TESTS   ?=
+QEMU_CPU      ?= cortex-a53
+test-arm64: deps
+	@NORDA_ARM64_SYSROOT=$(ARM64_SYSROOT) bash tools/install-deps.sh arm64
+	@command -v qemu-aarch64 >/dev/null || \
+	    { echo "make test-arm64: qemu-aarch64 is missing: install qemu-user (apt-get install qemu-user)" >&2; exit 1; }
+	@command -v aarch64-linux-gnu-g++ >/dev/null || \
+	    { echo "make test-arm64: aarch64-linux-gnu-g++ is missing: install g++-aarch64-linux-gnu" >&2; exit 1; }
+	cmake -S . -B $(ARM64_BUILD) -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/aarch64-linux-gnu.cmake \
+	    -DCMAKE_SYSROOT=$(ARM64_SYSROOT) -DNORDA_BUILD_BENCH=OFF $(CMAKE_ARGS)
+	cmake --build $(ARM64_BUILD) -j$(JOBS)
+	QEMU_CPU=$(QEMU_CPU) qemu-aarch64 -L $(ARM64_SYSROOT) $(ARM64_BUILD)/apps/nordacam/nordacam targets
+	QEMU_CPU=$(QEMU_CPU) ctest --test-dir $(ARM64_BUILD) --output-on-failure -j$(JOBS) --timeout 900 \
+	    -E "$(ARM64_EXCLUDE)" $(if $(ARM64_TESTS),-R "$(ARM64_TESTS)") $(CTEST_ARGS)
+	QEMU_CPU=max qemu-aarch64 -L $(ARM64_SYSROOT) $(ARM64_BUILD)/tests/nordalib_tests --gtest_filter='VectorDispatch.*'
+
 FUZZ_SECONDS ?= 60
 # Each fuzz target for FUZZ_SECONDS, from its seeds in fuzz/corpus/<target> (finds land in build-fuzz/).
 fuzz:
@@ -76,4 +100,4 @@ format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz build-arm64

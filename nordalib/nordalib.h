@@ -33,7 +33,7 @@
 #include "nordalib/core/memory/MemoryAcsii.h"
 #include "nordalib/core/memory/MemoryBinary.h"
 #include "nordalib/core/utils/FileUtils.h"
-#include "nordalib/core/utils/TargetClones.h"
+#include "nordalib/core/utils/VectorDispatch.h"
 #include "nordalib/vision/climate/AutoSpanHint.h"
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
@@ -57,6 +57,10 @@
 #include "nordalib/vision/measurement/DisplayScaling.h"
 #include "nordalib/vision/measurement/MeasurementStatistics.h"
 #include "nordalib/vision/measurement/RangeAutomatics.h"
+<<<<<<< HEAD
+=======
+#include "nordalib/vision/measurement/RowStatistics.h"
+>>>>>>> issue-17
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricCamType.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"

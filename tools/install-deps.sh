@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the demo need; skips what is present.
+# `tools/install-deps.sh arm64`: what the aarch64 cross build needs (tools/install-deps-arm64.sh).
 set -euo pipefail
+if [ "${1:-}" = arm64 ]; then
+    exec bash "$(dirname "$0")/install-deps-arm64.sh"
+fi
 
 # Packages whose recommends pull in far too much (OpenCV would bring a desktop) go without them.
 lean=(libopencv-dev)
 packages=(
     cmake g++ make pkg-config ccache
-    libfmt-dev libspdlog-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev
+    libfmt-dev libspdlog-dev libhwy-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     netpbm imagemagick
 )

@@ -5,9 +5,11 @@
 #include "apps/nordacam/Tools.h"
 
 #include "nordalib/core/logging/Logger.h"
+#include "nordalib/core/utils/VectorDispatch.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -151,13 +153,16 @@ int main(int argc, char** argv) {
     srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
         ->capture_default_str();
 
+    auto* targets = app.add_subcommand("targets", "show the instruction set each vector kernel runs on here");
+
     if (argc > 1 && argv[1][0] != '-') {
         bool known = false;
         for (const auto* sub : app.get_subcommands({}))
             known = known || sub->get_name() == argv[1];
         if (!known) {
             std::cerr << "nordacam: error: unknown command \"" << argv[1]
-                      << "\" (commands: demo, run, simulate, rix, calib, serve; see --help)" << std::endl;
+                      << "\" (commands: demo, run, simulate, rix, calib, serve, targets; see --help)"
+                      << std::endl;
             return 2;
         }
     }
@@ -221,6 +226,17 @@ int main(int argc, char** argv) {
             return calibDistortion(dp, distOut, std::cout);
         if (*bad)
             return calibBadPixel(badOut, std::cout);
+        if (*targets) {
+            using norda::utils::VectorDispatch;
+            std::string available;
+            for (const std::string& t : VectorDispatch::availableTargets())
+                available += (available.empty() ? "" : ", ") + t;
+            std::cout << "vector targets of this processor: " << available << "\n";
+            for (const auto& k : VectorDispatch::kernelTargets())
+                std::cout << "  " << k.kernel << std::string(24 - std::min<size_t>(k.kernel.size(), 23), ' ')
+                          << k.target << "\n";
+            return 0;
+        }
         if (*srv) {
             so.camera = cameraOptions(serveC);
             so.camera.inputFile = serveInput;

@@ -1,30 +1,176 @@
 #include "nordalib/vision/imgproc/ColorConvert.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/utils/VectorDispatch.h"
 
 #include <fmt/format.h>
-#include <opencv2/core/hal/intrin.hpp>
-
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#include <immintrin.h>
-#endif
 
 #include <algorithm>
 #include <cstdint>
 
+// The vector kernel below is compiled once per instruction set: foreach_target.h includes this
+// file again for each; the parts outside HWY_NAMESPACE are guarded to appear once.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "nordalib/vision/imgproc/ColorConvert.cpp"
+#include <hwy/foreach_target.h> // must precede highway.h
+#include <hwy/highway.h>
+
+#ifndef NORDA_COLOR_CONVERT_CONSTANTS
+#define NORDA_COLOR_CONVERT_CONSTANTS
 namespace norda::vision {
-
 namespace {
-
-// BT.601 video range in 16-bit fixed point, so that eight pixels fit one 128-bit register:
+// BT.601 video range in 16-bit fixed point, so that a vector lane holds a pixel's whole sum:
 // products keep their high 16 bits (multiply-high), sums saturate at 16 bits, and the result
-// carries six fraction bits that are rounded away at the end. The plain loop below performs
-// exactly the same steps, so both paths give identical bytes.
+// carries six fraction bits that are rounded away at the end. The plain loop performs exactly the
+// same steps, so every path gives identical bytes.
 constexpr int kY = 19071;      // 1.164 * 2^14, applied to (Y - 16) * 2^8 -> Q6
 constexpr int kVR = 26149;     // 1.596 * 2^14, applied to (V - 128) * 2^8 -> Q6
 constexpr int kVG = -13320;    // -0.813
 constexpr int kUG = -6406;     // -0.391
 constexpr int kUBRest = 16679; // 2.018 - 1 (the 1 is added as a shift)
+} // namespace
+} // namespace norda::vision
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace norda::vision {
+namespace {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET != HWY_SCALAR // one pair a vector gains nothing over the plain loop
+// DU: 16-bit lanes of any width; DI its signed twin.
+template <class DU> using VU = hn::Vec<DU>;
+template <class DU> using VI = hn::Vec<hn::RebindToSigned<DU>>;
+
+// (U - 128) << 8 and (V - 128) << 8 of a pair -> the chroma terms of R, G and B in Q6.
+template <class DU> HWY_INLINE void chroma(VI<DU> us, VI<DU> vs, VI<DU>& r, VI<DU>& g, VI<DU>& b) {
+    const hn::RebindToSigned<DU> di;
+    r = hn::MulHigh(vs, hn::Set(di, kVR));
+    g = hn::SaturatedAdd(hn::MulHigh(vs, hn::Set(di, kVG)), hn::MulHigh(us, hn::Set(di, kUG)));
+    b = hn::SaturatedAdd(hn::ShiftRight<2>(us), hn::MulHigh(us, hn::Set(di, kUBRest)));
+}
+
+// A byte in the low half of each lane -> (byte - 128) << 8.
+template <class DU> HWY_INLINE VI<DU> centred(DU du, VU<DU> lowByte) {
+    return hn::BitCast(hn::RebindToSigned<DU>(), hn::Xor(hn::ShiftLeft<8>(lowByte), hn::Set(du, 0x8000)));
+}
+
+// Y in the high half of each lane -> 1.164 (Y - 16) in Q6 (Y below 16 is black), plus the 32 that
+// rounds the final shift (the sums never reach the 16-bit limit before, so adding it first is
+// the same).
+template <class DU> HWY_INLINE VI<DU> luma(DU du, VU<DU> highByte) {
+    const hn::RebindToSigned<DU> di;
+    const VU<DU> y = hn::SaturatedSub(hn::ShiftRight<8>(highByte), hn::Set(du, 16));
+    return hn::Add(hn::BitCast(di, hn::MulHigh(hn::ShiftLeft<8>(y), hn::Set(du, kY))), hn::Set(di, 32));
+}
+
+// (a + b + 1) / 2 per byte. Highway 1.0's version for SVE without SVE2 adds in eight bits and
+// wraps; there the mean is taken without the carry.
+template <class V> HWY_INLINE V roundedMean(V a, V b) {
+#if HWY_TARGET == HWY_SVE || HWY_TARGET == HWY_SVE_256
+    return hn::Sub(hn::Or(a, b), hn::ShiftRight<1>(hn::Xor(a, b)));
+#else
+    return hn::AverageRound(a, b);
+#endif
+}
+
+// Rounded Q6 sums of the even and the odd pixel -> their bytes, the even one in the low byte of
+// each lane: in memory that is pixel order.
+template <class DU> HWY_INLINE hn::Vec<hn::Repartition<uint8_t, DU>> join(DU du, VI<DU> even, VI<DU> odd) {
+    const hn::RebindToSigned<DU> di;
+    auto toByte = [&](VI<DU> q6) {
+        return hn::BitCast(du, hn::Min(hn::Max(hn::ShiftRight<6>(q6), hn::Zero(di)), hn::Set(di, 255)));
+    };
+    return hn::BitCast(hn::Repartition<uint8_t, DU>(), hn::Or(toByte(even), hn::ShiftLeft<8>(toByte(odd))));
+}
+
+// The plain loop's steps, one pair per 16-bit lane: one de-interleaving load splits the pairs into
+// their U|Y0 and V|Y1 halves. Returns the number of pairs done, a whole number of vectors.
+template <bool Bgr, bool Interpolate, class DU>
+size_t convertRow(DU du, const uint8_t* s, uint8_t* d, size_t pairs) {
+    const hn::Repartition<uint8_t, DU> d8;
+    const size_t n = hn::Lanes(du);
+    if (reinterpret_cast<uintptr_t>(s) % alignof(uint16_t) != 0)
+        return 0; // a frame wrapped around odd memory: the 16-bit loads need even addresses
+    const uint16_t* s16 = reinterpret_cast<const uint16_t*>(s);
+    // The interpolating path also reads the pair after the block.
+    const size_t end = Interpolate ? (pairs > 0 ? pairs - 1 : 0) : pairs;
+    size_t k = 0;
+    for (; k + n <= end; k += n) {
+        VU<DU> uy, vy;
+        hn::LoadInterleaved2(du, s16 + 2 * k, uy, vy);
+        const VI<DU> y0 = luma(du, uy), y1 = luma(du, vy);
+        VI<DU> cr, cg, cb;
+        chroma<DU>(centred(du, uy), centred(du, vy), cr, cg, cb);
+        VI<DU> dr = cr, dg = cg, db = cb; // the odd pixels' chroma
+        if constexpr (Interpolate) {
+            // Byte means of this block and the one a pair further: U and V of the means come
+            // apart as U and V did, Y's means are dropped by the shift in centred().
+            const uint16_t* p = s16 + 2 * k;
+            const auto mean = [&](size_t at) {
+                return hn::BitCast(du, roundedMean(hn::BitCast(d8, hn::LoadU(du, p + at)),
+                                                   hn::BitCast(d8, hn::LoadU(du, p + at + 2))));
+            };
+            const VU<DU> lo = mean(0), hi = mean(n);
+            chroma<DU>(centred(du, hn::ConcatEven(du, hi, lo)), centred(du, hn::ConcatOdd(du, hi, lo)), dr,
+                       dg, db);
+        }
+        const auto r = join(du, hn::SaturatedAdd(y0, cr), hn::SaturatedAdd(y1, dr));
+        const auto g = join(du, hn::SaturatedAdd(y0, cg), hn::SaturatedAdd(y1, dg));
+        const auto b = join(du, hn::SaturatedAdd(y0, cb), hn::SaturatedAdd(y1, db));
+        if constexpr (Bgr)
+            hn::StoreInterleaved3(b, g, r, d8, d + 6 * k);
+        else
+            hn::StoreInterleaved3(r, g, b, d8, d + 6 * k);
+    }
+    return k;
+}
+#endif
+
+template <bool Bgr, bool Interpolate> size_t convertRow(const uint8_t* s, uint8_t* d, size_t pairs) {
+#if HWY_TARGET == HWY_SCALAR
+    (void)s, (void)d, (void)pairs;
+    return 0;
+#elif HWY_TARGET == HWY_AVX3
+    // The interpolating kernel runs faster on 256-bit vectors here (measured).
+    if constexpr (Interpolate)
+        return convertRow<Bgr, Interpolate>(hn::CappedTag<uint16_t, 16>(), s, d, pairs);
+    else
+        return convertRow<Bgr, Interpolate>(hn::ScalableTag<uint16_t>(), s, d, pairs);
+#else
+    return convertRow<Bgr, Interpolate>(hn::ScalableTag<uint16_t>(), s, d, pairs);
+#endif
+}
+
+size_t convertRgb(const uint8_t* s, uint8_t* d, size_t pairs) {
+    return convertRow<false, false>(s, d, pairs);
+}
+size_t convertBgr(const uint8_t* s, uint8_t* d, size_t pairs) {
+    return convertRow<true, false>(s, d, pairs);
+}
+size_t convertCosited(const uint8_t* s, uint8_t* d, size_t pairs) {
+    return convertRow<false, true>(s, d, pairs);
+}
+const char* targetName() {
+    return hwy::TargetName(HWY_TARGET);
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace
+} // namespace norda::vision
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace norda::vision {
+
+namespace {
+HWY_EXPORT(convertRgb);
+HWY_EXPORT(convertBgr);
+HWY_EXPORT(convertCosited);
+HWY_EXPORT(targetName);
+[[maybe_unused]] const bool kRegistered =
+    utils::VectorDispatch::registerKernel("ColorConvert", [] { return HWY_DYNAMIC_DISPATCH(targetName)(); });
 
 inline int sat16(int v) {
     return std::clamp(v, -32768, 32767);
@@ -59,227 +205,21 @@ template <bool Bgr> inline void store(uint8_t* d, int y8, const Chroma& c) {
     d[2] = Bgr ? r : b;
 }
 
-#if CV_SIMD128
-struct ChromaV {
-    cv::v_int16x8 r[2], g[2], b[2];
-};
-
-inline ChromaV chromaV(const cv::v_uint8x16& u8, const cv::v_uint8x16& v8) {
-    cv::v_uint16x8 uw[2], vw[2];
-    cv::v_expand(u8, uw[0], uw[1]);
-    cv::v_expand(v8, vw[0], vw[1]);
-    const cv::v_int16x8 c128 = cv::v_setall_s16(128);
-    ChromaV c;
-    for (int i = 0; i < 2; ++i) {
-        const cv::v_int16x8 uc = cv::v_reinterpret_as_s16(uw[i]) - c128;
-        const cv::v_int16x8 vc = cv::v_reinterpret_as_s16(vw[i]) - c128;
-        const cv::v_int16x8 u = cv::v_shl<8>(uc), v = cv::v_shl<8>(vc);
-        c.r[i] = cv::v_mul_hi(v, cv::v_setall_s16(kVR));
-        c.g[i] = cv::v_mul_hi(v, cv::v_setall_s16(kVG)) + cv::v_mul_hi(u, cv::v_setall_s16(kUG));
-        c.b[i] = cv::v_shl<6>(uc) + cv::v_mul_hi(u, cv::v_setall_s16(kUBRest));
-    }
-    return c;
-}
-
-inline void lumaV(const cv::v_uint8x16& y8, const ChromaV& c, cv::v_uint8x16& r, cv::v_uint8x16& g,
-                  cv::v_uint8x16& b) {
-    cv::v_uint16x8 yw[2];
-    cv::v_expand(y8 - cv::v_setall_u8(16), yw[0], yw[1]); // saturating: Y below 16 is black
-    cv::v_int16x8 y[2];
-    for (int i = 0; i < 2; ++i)
-        y[i] = cv::v_reinterpret_as_s16(cv::v_mul_hi(cv::v_shl<8>(yw[i]), cv::v_setall_u16(kY)));
-    r = cv::v_rshr_pack_u<6>(y[0] + c.r[0], y[1] + c.r[1]);
-    g = cv::v_rshr_pack_u<6>(y[0] + c.g[0], y[1] + c.g[1]);
-    b = cv::v_rshr_pack_u<6>(y[0] + c.b[0], y[1] + c.b[1]);
-}
-
-// (a + b + 1) / 2 per byte, as the plain loop computes it.
-inline cv::v_uint8x16 roundedMean(const cv::v_uint8x16& a, const cv::v_uint8x16& b) {
-    cv::v_uint16x8 al, ah, bl, bh;
-    cv::v_expand(a, al, ah);
-    cv::v_expand(b, bl, bh);
-    return cv::v_rshr_pack<1>(al + bl, ah + bh);
-}
-
-// 16 pairs (32 pixels) per step; returns the number of pairs done.
-template <bool Bgr, bool Interpolate> int convertRowSimd(const uint8_t* s, uint8_t* d, int pairs) {
-    int k = 0;
-    // The interpolating path also reads the pair after the block.
-    const int end = Interpolate ? pairs - 1 : pairs;
-    for (; k + 16 <= end; k += 16, s += 64, d += 96) {
-        cv::v_uint8x16 u, y0, v, y1;
-        cv::v_load_deinterleave(s, u, y0, v, y1);
-        const ChromaV even = chromaV(u, v);
-        cv::v_uint8x16 r0, g0, b0, r1, g1, b1;
-        lumaV(y0, even, r0, g0, b0);
-        if constexpr (Interpolate) {
-            cv::v_uint8x16 un, yn0, vn, yn1;
-            cv::v_load_deinterleave(s + 4, un, yn0, vn, yn1);
-            lumaV(y1, chromaV(roundedMean(u, un), roundedMean(v, vn)), r1, g1, b1);
-        } else {
-            lumaV(y1, even, r1, g1, b1);
-        }
-        cv::v_uint8x16 rl, rh, gl, gh, bl, bh;
-        cv::v_zip(r0, r1, rl, rh);
-        cv::v_zip(g0, g1, gl, gh);
-        cv::v_zip(b0, b1, bl, bh);
-        if constexpr (Bgr) {
-            cv::v_store_interleave(d, bl, gl, rl);
-            cv::v_store_interleave(d + 48, bh, gh, rh);
-        } else {
-            cv::v_store_interleave(d, rl, gl, bl);
-            cv::v_store_interleave(d + 48, rh, gh, bh);
-        }
-    }
-    return k;
-}
-#endif
-
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#define NORDA_COLOR_AVX2 1
-// The same steps on 256-bit registers, chosen at run time on processors with AVX2. Each 128-bit
-// half works on its own block of 16 pairs, so every shuffle stays inside its half.
-namespace avx2 {
-
-#define NORDA_AVX2 __attribute__((target("avx2")))
-
-NORDA_AVX2 inline __m256i load2(const uint8_t* low, const uint8_t* high) {
-    return _mm256_inserti128_si256(
-        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(low))),
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(high)), 1);
-}
-
-// U, Y0, V, Y1 of 16 pairs per half (pairs 0-15 from s, 16-31 from s + 64).
-NORDA_AVX2 inline void deinterleave(const uint8_t* s, __m256i& u, __m256i& y0, __m256i& v, __m256i& y1) {
-    const __m256i gather = _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 0, 4, 8, 12,
-                                            1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
-    __m256i c[4];
-    for (int i = 0; i < 4; ++i)
-        c[i] = _mm256_shuffle_epi8(load2(s + 16 * i, s + 64 + 16 * i), gather);
-    const __m256i t0 = _mm256_unpacklo_epi32(c[0], c[1]), t1 = _mm256_unpacklo_epi32(c[2], c[3]);
-    const __m256i t2 = _mm256_unpackhi_epi32(c[0], c[1]), t3 = _mm256_unpackhi_epi32(c[2], c[3]);
-    u = _mm256_unpacklo_epi64(t0, t1);
-    y0 = _mm256_unpackhi_epi64(t0, t1);
-    v = _mm256_unpacklo_epi64(t2, t3);
-    y1 = _mm256_unpackhi_epi64(t2, t3);
-}
-
-struct ChromaA {
-    __m256i r[2], g[2], b[2];
-};
-
-NORDA_AVX2 inline ChromaA chroma(__m256i u8, __m256i v8) {
-    const __m256i zero = _mm256_setzero_si256(), c128 = _mm256_set1_epi16(128);
-    const __m256i uw[2] = {_mm256_unpacklo_epi8(u8, zero), _mm256_unpackhi_epi8(u8, zero)};
-    const __m256i vw[2] = {_mm256_unpacklo_epi8(v8, zero), _mm256_unpackhi_epi8(v8, zero)};
-    ChromaA c;
-    for (int i = 0; i < 2; ++i) {
-        const __m256i uc = _mm256_sub_epi16(uw[i], c128), vc = _mm256_sub_epi16(vw[i], c128);
-        const __m256i u = _mm256_slli_epi16(uc, 8), v = _mm256_slli_epi16(vc, 8);
-        c.r[i] = _mm256_mulhi_epi16(v, _mm256_set1_epi16(kVR));
-        c.g[i] = _mm256_adds_epi16(_mm256_mulhi_epi16(v, _mm256_set1_epi16(kVG)),
-                                   _mm256_mulhi_epi16(u, _mm256_set1_epi16(kUG)));
-        c.b[i] =
-            _mm256_adds_epi16(_mm256_slli_epi16(uc, 6), _mm256_mulhi_epi16(u, _mm256_set1_epi16(kUBRest)));
-    }
-    return c;
-}
-
-NORDA_AVX2 inline __m256i toBytes(__m256i lo, __m256i hi) {
-    const __m256i half = _mm256_set1_epi16(32);
-    return _mm256_packus_epi16(_mm256_srai_epi16(_mm256_adds_epi16(lo, half), 6),
-                               _mm256_srai_epi16(_mm256_adds_epi16(hi, half), 6));
-}
-
-NORDA_AVX2 inline void luma(__m256i y8, const ChromaA& c, __m256i& r, __m256i& g, __m256i& b) {
-    const __m256i zero = _mm256_setzero_si256(), cy = _mm256_set1_epi16(short(kY));
-    const __m256i ys = _mm256_subs_epu8(y8, _mm256_set1_epi8(16));
-    const __m256i y[2] = {_mm256_mulhi_epu16(_mm256_slli_epi16(_mm256_unpacklo_epi8(ys, zero), 8), cy),
-                          _mm256_mulhi_epu16(_mm256_slli_epi16(_mm256_unpackhi_epi8(ys, zero), 8), cy)};
-    r = toBytes(_mm256_adds_epi16(y[0], c.r[0]), _mm256_adds_epi16(y[1], c.r[1]));
-    g = toBytes(_mm256_adds_epi16(y[0], c.g[0]), _mm256_adds_epi16(y[1], c.g[1]));
-    b = toBytes(_mm256_adds_epi16(y[0], c.b[0]), _mm256_adds_epi16(y[1], c.b[1]));
-}
-
-// 16 pixels per half as planes -> 48 interleaved bytes per half: low half to `low`, high to `high`.
-NORDA_AVX2 inline void storeInterleaved(uint8_t* low, uint8_t* high, __m256i c0, __m256i c1, __m256i c2) {
-    alignas(32) static const struct Masks {
-        uint8_t m[3][3][32];
-        Masks() {
-            for (int part = 0; part < 3; ++part)
-                for (int channel = 0; channel < 3; ++channel)
-                    for (int i = 0; i < 32; ++i) {
-                        const int j = part * 16 + (i & 15);
-                        m[part][channel][i] = j % 3 == channel ? uint8_t(j / 3) : 0x80;
-                    }
-        }
-    } masks;
-    for (int part = 0; part < 3; ++part) {
-        const __m256i* m = reinterpret_cast<const __m256i*>(masks.m[part]);
-        const __m256i out =
-            _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(c0, _mm256_load_si256(m)),
-                                            _mm256_shuffle_epi8(c1, _mm256_load_si256(m + 1))),
-                            _mm256_shuffle_epi8(c2, _mm256_load_si256(m + 2)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(low + 16 * part), _mm256_castsi256_si128(out));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(high + 16 * part), _mm256_extracti128_si256(out, 1));
-    }
-}
-
-// 32 pairs (64 pixels) per step; returns the number of pairs done.
-template <bool Bgr, bool Interpolate> NORDA_AVX2 int convertRow(const uint8_t* s, uint8_t* d, int pairs) {
-    int k = 0;
-    const int end = Interpolate ? pairs - 1 : pairs;
-    for (; k + 32 <= end; k += 32, s += 128, d += 192) {
-        __m256i u, y0, v, y1;
-        deinterleave(s, u, y0, v, y1);
-        const ChromaA even = chroma(u, v);
-        __m256i r0, g0, b0, r1, g1, b1;
-        luma(y0, even, r0, g0, b0);
-        if constexpr (Interpolate) {
-            __m256i un, yn0, vn, yn1;
-            deinterleave(s + 4, un, yn0, vn, yn1);
-            luma(y1, chroma(_mm256_avg_epu8(u, un), _mm256_avg_epu8(v, vn)), r1, g1, b1);
-        } else {
-            luma(y1, even, r1, g1, b1);
-        }
-        // Pixels 0-15 | 32-47 and 16-31 | 48-63.
-        const __m256i rl = _mm256_unpacklo_epi8(r0, r1), rh = _mm256_unpackhi_epi8(r0, r1);
-        const __m256i gl = _mm256_unpacklo_epi8(g0, g1), gh = _mm256_unpackhi_epi8(g0, g1);
-        const __m256i bl = _mm256_unpacklo_epi8(b0, b1), bh = _mm256_unpackhi_epi8(b0, b1);
-        if constexpr (Bgr) {
-            storeInterleaved(d, d + 96, bl, gl, rl);
-            storeInterleaved(d + 48, d + 144, bh, gh, rh);
-        } else {
-            storeInterleaved(d, d + 96, rl, gl, bl);
-            storeInterleaved(d + 48, d + 144, rh, gh, bh);
-        }
-    }
-    return k;
-}
-
-#undef NORDA_AVX2
-} // namespace avx2
-
-const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
-#endif
-
 // One row; Interpolate gives odd pixels the mean chroma of the neighbouring pairs. The vector
-// path does the bulk, the plain loop the rest (and whole rows of narrow images).
+// kernel does the bulk, the plain loop the rest (and whole rows of narrow images).
 template <bool Bgr, bool Interpolate> void convertRow(const uint8_t* s, uint8_t* d, int pairs) {
     int k = 0;
-#ifdef NORDA_COLOR_AVX2
-    if (kHaveAvx2) {
-        k = avx2::convertRow<Bgr, Interpolate>(s, d, pairs);
+    if (!utils::VectorDispatch::plain()) {
+        const size_t n = static_cast<size_t>(pairs);
+        if constexpr (Interpolate)
+            k = static_cast<int>(HWY_DYNAMIC_DISPATCH(convertCosited)(s, d, n));
+        else if constexpr (Bgr)
+            k = static_cast<int>(HWY_DYNAMIC_DISPATCH(convertBgr)(s, d, n));
+        else
+            k = static_cast<int>(HWY_DYNAMIC_DISPATCH(convertRgb)(s, d, n));
         s += 4 * k;
         d += 6 * k;
     }
-#endif
-#if CV_SIMD128
-    const int done = convertRowSimd<Bgr, Interpolate>(s, d, pairs - k);
-    k += done;
-    s += 4 * done;
-    d += 6 * done;
-#endif
     for (; k < pairs; ++k, s += 4, d += 6) {
         const Chroma c = chroma(s[0], s[2]);
         store<Bgr>(d, s[1], c);
@@ -326,3 +266,4 @@ void ColorConvert::convertUYVYToRGB(const cv::Mat& source, cv::Mat_<cv::Vec3b>& 
 }
 
 } // namespace norda::vision
+#endif

@@ -13,8 +13,8 @@
 // camera's native sampling; the fast path, identical to common library conversions).
 // convertUYVYToRGB treats chroma as co-sited with the even pixel, as UYVY defines it, and gives
 // each odd pixel the mean chroma of its two neighbouring pairs: softer colour edges at a small
-// extra cost. Rows are converted in parallel, with 256-bit vectors where the processor has AVX2
-// (chosen at run time), 128-bit vectors otherwise; every path gives identical bytes. Wrong types
+// extra cost. Rows are converted in parallel with the widest vectors the processor has (chosen at
+// run time, see VectorDispatch.h); every path gives identical bytes. Wrong types
 // or odd widths throw norda::Exception.
 
 #include <opencv2/core.hpp>

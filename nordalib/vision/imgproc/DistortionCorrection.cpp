@@ -1,15 +1,81 @@
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/utils/VectorDispatch.h"
 
-#if defined(__GNUC__) && defined(__x86_64__)
-#include <immintrin.h>
-#define NORDA_DISTORTION_AVX2 1
+// The vector kernel is compiled once per instruction set (see ColorConvert.cpp).
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "nordalib/vision/imgproc/DistortionCorrection.cpp"
+#include <hwy/foreach_target.h> // must precede highway.h
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace norda::vision {
+namespace {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// 16-bit pixels, a vector of 32-bit lanes a step. One gather at s fetches in[s] | in[s+1] << 16,
+// one at s + cols the pair below; 16-bit multiplies against the packed weights give the low and
+// high halves of all products of each pair, which add up in 32-bit lanes to exactly the plain
+// loop's sum. Returns the number of pixels done.
+size_t resample(const int16_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT top,
+                const uint32_t* HWY_RESTRICT bottom, const uint16_t* src, uint16_t* HWY_RESTRICT dst,
+                size_t n, size_t cols) {
+#if HWY_TARGET == HWY_SCALAR
+    (void)off, (void)top, (void)bottom, (void)src, (void)dst, (void)n, (void)cols;
+    return 0; // a gather of one lane is the plain loop's read
+#else
+    const hn::ScalableTag<int32_t> di;
+    const hn::RebindToUnsigned<decltype(di)> du;
+    const hn::Repartition<uint16_t, decltype(du)> dw; // the 16-bit halves of the lanes
+    const hn::Rebind<int16_t, decltype(di)> doff;
+    const hn::Rebind<uint16_t, decltype(di)> dout;
+    const size_t lanes = hn::Lanes(di);
+    const auto lane = hn::Iota(di, 0);
+    const auto low16 = hn::Set(du, 0xFFFFu), half = hn::Set(du, 32768u);
+    // Sum of the 16-bit halves of each 32-bit lane.
+    auto fold = [&](hn::Vec<decltype(du)> a, hn::Vec<decltype(du)> b) {
+        return hn::Add(hn::Add(hn::And(a, low16), hn::ShiftRight<16>(a)),
+                       hn::Add(hn::And(b, low16), hn::ShiftRight<16>(b)));
+    };
+    size_t i = 0;
+    for (; i + lanes <= n; i += lanes) {
+        // Byte offsets from pixel i, so the lanes never overflow however large the frame. The
+        // gathers read 32 bits at 16-bit alignment, which both architectures allow.
+        const auto at = hn::ShiftLeft<1>(hn::Add(hn::PromoteTo(di, hn::LoadU(doff, off + i)), lane));
+        const auto pa = hn::BitCast(dw, hn::GatherOffset(di, reinterpret_cast<const int32_t*>(src + i), at));
+        const auto pb =
+            hn::BitCast(dw, hn::GatherOffset(di, reinterpret_cast<const int32_t*>(src + cols + i), at));
+        const auto wa = hn::BitCast(dw, hn::LoadU(du, top + i));
+        const auto wb = hn::BitCast(dw, hn::LoadU(du, bottom + i));
+        const auto lo = fold(hn::BitCast(du, hn::Mul(pa, wa)), hn::BitCast(du, hn::Mul(pb, wb)));
+        const auto hi = fold(hn::BitCast(du, hn::MulHigh(pa, wa)), hn::BitCast(du, hn::MulHigh(pb, wb)));
+        const auto v = hn::ShiftRight<16>(hn::Add(hn::Add(lo, half), hn::ShiftLeft<16>(hi)));
+        hn::StoreU(hn::DemoteTo(dout, hn::BitCast(di, v)), dout, dst + i);
+    }
+    return i;
 #endif
+}
 
+const char* targetName() {
+    return hwy::TargetName(HWY_TARGET);
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace
+} // namespace norda::vision
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
 namespace norda::vision {
 
 namespace {
+HWY_EXPORT(resample);
+HWY_EXPORT(targetName);
+[[maybe_unused]] const bool kRegistered = utils::VectorDispatch::registerKernel(
+    "DistortionCorrection", [] { return HWY_DYNAMIC_DISPATCH(targetName)(); });
+
 // The plain loop: pixels first..n-1.
 template <typename T>
 void resample(const int16_t* __restrict off, const uint32_t* __restrict top,
@@ -23,49 +89,6 @@ void resample(const int16_t* __restrict off, const uint32_t* __restrict top,
         dst[i] = static_cast<T>(v >> 16);
     }
 }
-
-#ifdef NORDA_DISTORTION_AVX2
-// Eight 16-bit output pixels a step. One 32-bit gather at s fetches in[s] | in[s+1] << 16, one at
-// s + cols the pair below; 16-bit multiplies against the packed weights give the low and high
-// halves of all eight products of each pair, which add up in 32-bit lanes to exactly the plain
-// loop's sum. Returns the number of pixels done.
-__attribute__((target("avx2"))) size_t resampleAvx2(const int16_t* __restrict off,
-                                                    const uint32_t* __restrict top,
-                                                    const uint32_t* __restrict bottom, const uint16_t* src,
-                                                    uint16_t* __restrict dst, size_t n, size_t cols) {
-    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    const __m256i low16 = _mm256_set1_epi32(0xFFFF);
-    const __m256i half = _mm256_set1_epi32(32768);
-    const int* above = reinterpret_cast<const int*>(src);
-    const int* below = reinterpret_cast<const int*>(src + cols);
-    size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        const __m256i rel = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(off + i)));
-        const __m256i s =
-            _mm256_add_epi32(_mm256_add_epi32(rel, lane), _mm256_set1_epi32(static_cast<int>(i)));
-        const __m256i pa = _mm256_i32gather_epi32(above, s, 2);
-        const __m256i pb = _mm256_i32gather_epi32(below, s, 2);
-        const __m256i wa = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + i));
-        const __m256i wb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + i));
-        const __m256i loA = _mm256_mullo_epi16(pa, wa), hiA = _mm256_mulhi_epu16(pa, wa);
-        const __m256i loB = _mm256_mullo_epi16(pb, wb), hiB = _mm256_mulhi_epu16(pb, wb);
-        // Each 32-bit lane holds two 16-bit halves; fold them: sum of low halves + sum of high halves << 16.
-        const __m256i lo =
-            _mm256_add_epi32(_mm256_add_epi32(_mm256_and_si256(loA, low16), _mm256_srli_epi32(loA, 16)),
-                             _mm256_add_epi32(_mm256_and_si256(loB, low16), _mm256_srli_epi32(loB, 16)));
-        const __m256i hi =
-            _mm256_add_epi32(_mm256_add_epi32(_mm256_and_si256(hiA, low16), _mm256_srli_epi32(hiA, 16)),
-                             _mm256_add_epi32(_mm256_and_si256(hiB, low16), _mm256_srli_epi32(hiB, 16)));
-        const __m256i v =
-            _mm256_srli_epi32(_mm256_add_epi32(_mm256_add_epi32(lo, half), _mm256_slli_epi32(hi, 16)), 16);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i),
-                         _mm_packus_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
-    }
-    return i;
-}
-
-const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
-#endif
 } // namespace
 
 template <typename T>
@@ -108,25 +131,17 @@ template <typename T> void DistortionCorrection<T>::processImpl(const cv::Mat& i
     const Planes& p = *m_planes;
     const size_t n = p.offset.size();
     size_t done = 0;
-#ifdef NORDA_DISTORTION_AVX2
-    // The gathers index with 32-bit lanes.
     if constexpr (sizeof(T) == 2)
-        if (kHaveAvx2 && n < (size_t(1) << 31) - 65536)
-            done = resampleAvx2(p.offset.data(), p.top.data(), p.bottom.data(), in.ptr<uint16_t>(0),
-                                out.ptr<uint16_t>(0), n, static_cast<size_t>(in.cols));
-#endif
+        if (!utils::VectorDispatch::plain())
+            done = HWY_DYNAMIC_DISPATCH(resample)(p.offset.data(), p.top.data(), p.bottom.data(),
+                                                  in.ptr<uint16_t>(0), out.ptr<uint16_t>(0), n,
+                                                  static_cast<size_t>(in.cols));
     resample<T>(p.offset.data(), p.top.data(), p.bottom.data(), in.ptr<T>(0), out.ptr<T>(0), done, n,
                 static_cast<size_t>(in.cols));
-}
-
-template <typename T> void DistortionCorrection<T>::processReference(const cv::Mat& in, cv::Mat& out) const {
-    prepare(in, out);
-    const Planes& p = *m_planes;
-    resample<T>(p.offset.data(), p.top.data(), p.bottom.data(), in.ptr<T>(0), out.ptr<T>(0), 0,
-                p.offset.size(), static_cast<size_t>(in.cols));
 }
 
 template class DistortionCorrection<unsigned short>;
 template class DistortionCorrection<unsigned char>;
 
 } // namespace norda::vision
+#endif

@@ -8,8 +8,9 @@
 //
 // The table is kept in planes rather than as 10-byte records (still 10 bytes a pixel): the offsets,
 // then the weights of each row's pixel pair packed as w00 | w01 << 16 and w10 | w11 << 16. A pair of
-// 16-bit source pixels read as one 32-bit word lines up with its packed weights, so on processors
-// with AVX2 eight output pixels take two gathers and a handful of 16-bit multiplies.
+// 16-bit source pixels read as one 32-bit word lines up with its packed weights, so a vector of
+// output pixels takes two gathers and a handful of 16-bit multiplies (vector kernel for 16-bit
+// pixels, see VectorDispatch.h; 8-bit images take the plain loop).
 //
 // T is the unsigned pixel type (unsigned short for temperature frames, unsigned char for display
 // images). An empty correction is not ready() and must not be asked to process.
@@ -43,9 +44,6 @@ public:
     // Resamples `in` (continuous, type of T) into `out`, which is (re)created when it does not
     // already have the input's size and type. Throws when the table does not fit the frame.
     void processImpl(const cv::Mat& in, cv::Mat& out) const;
-
-    // The same without the vector path: the reference the fast path is tested against.
-    void processReference(const cv::Mat& in, cv::Mat& out) const;
 
 private:
     struct Planes {

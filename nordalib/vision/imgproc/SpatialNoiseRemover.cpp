@@ -1,17 +1,91 @@
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
-#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/utils/VectorDispatch.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <type_traits>
 
+// The vector kernel is compiled once per instruction set (see ColorConvert.cpp).
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "nordalib/vision/imgproc/SpatialNoiseRemover.cpp"
+#include <hwy/foreach_target.h> // must precede highway.h
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace norda::vision {
+namespace {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// The plain loop's steps (interiorRow below) on float lanes, neighbours in the same order, so
+// the sums are the same to the last bit. Pixels 1 .. n; returns the number done.
+template <typename T>
+size_t interiorRow(const T* HWY_RESTRICT up, const T* HWY_RESTRICT mid, const T* HWY_RESTRICT down,
+                   T* HWY_RESTRICT dst, size_t n, float gain, float invGain) {
+#if HWY_TARGET == HWY_SCALAR
+    (void)up, (void)mid, (void)down, (void)dst, (void)n, (void)gain, (void)invGain;
+    return 0; // the compiler vectorises the plain loop for the baseline instruction set
+#else
+    const hn::ScalableTag<float> df;
+    const hn::RebindToSigned<decltype(df)> di;
+    const hn::Rebind<T, decltype(di)> dt;
+    const size_t lanes = hn::Lanes(df);
+    const auto g = hn::Set(df, gain), g2 = hn::Set(df, 2.0f * gain), inv = hn::Set(df, invGain);
+    const auto zero = hn::Zero(df), one = hn::Set(df, 1.0f), half = hn::Set(df, 0.5f);
+    size_t done = 0;
+    for (size_t x = 1; x + lanes <= n + 1; x += lanes, done += lanes) {
+        const auto c = hn::PromoteTo(di, hn::LoadU(dt, mid + x));
+        auto total = one, acc = zero;
+        for (const T* p : {up + x - 1, up + x, up + x + 1, mid + x - 1, mid + x + 1, down + x - 1, down + x,
+                           down + x + 1}) {
+            const auto d = hn::ConvertTo(df, hn::Sub(hn::PromoteTo(di, hn::LoadU(dt, p)), c));
+            const auto w = hn::Mul(hn::Min(hn::Max(hn::Sub(g2, hn::Abs(d)), zero), g), inv);
+            total = hn::Add(total, w);
+            acc = hn::Add(acc, hn::Mul(w, d));
+        }
+        // c + floor(acc / total + 0.5), the floor as the plain loop writes it.
+        const auto q = hn::Add(hn::Div(acc, total), half);
+        const auto t = hn::ConvertTo(di, q);
+        const auto below = hn::RebindMask(di, hn::Lt(q, hn::ConvertTo(df, t)));
+        const auto floored = hn::IfThenElse(below, hn::Sub(t, hn::Set(di, 1)), t);
+        hn::StoreU(hn::DemoteTo(dt, hn::Add(c, floored)), dt, dst + x);
+    }
+    return done;
+#endif
+}
+
+size_t interiorRowS16(const int16_t* up, const int16_t* mid, const int16_t* down, int16_t* dst, size_t n,
+                      float gain, float invGain) {
+    return interiorRow(up, mid, down, dst, n, gain, invGain);
+}
+size_t interiorRowU16(const uint16_t* up, const uint16_t* mid, const uint16_t* down, uint16_t* dst, size_t n,
+                      float gain, float invGain) {
+    return interiorRow(up, mid, down, dst, n, gain, invGain);
+}
+const char* targetName() {
+    return hwy::TargetName(HWY_TARGET);
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace
+} // namespace norda::vision
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
 namespace norda::vision {
 
 SpatialNoiseRemover::SpatialNoiseRemover(int gain) : m_gain(gain) {}
 
 namespace {
+HWY_EXPORT(interiorRowS16);
+HWY_EXPORT(interiorRowU16);
+HWY_EXPORT(targetName);
+[[maybe_unused]] const bool kRegistered = utils::VectorDispatch::registerKernel(
+    "SpatialNoiseRemover", [] { return HWY_DYNAMIC_DISPATCH(targetName)(); });
+
 // Weight of a neighbour differing by d: 1 up to |d| = gain, falling linearly to 0 at 2 gain.
 inline float weightOf(float d, float gain, float invGain) {
     return std::min(std::max(2.0f * gain - std::fabs(d), 0.0f), gain) * invGain;
@@ -24,13 +98,20 @@ template <typename T> inline T blend(int32_t c, float acc, float total) {
     return static_cast<T>(c + t - int32_t(q < static_cast<float>(t)));
 }
 // The interior of one row (pixels 1 .. n): each pixel's eight neighbours in registers, in the same
-// order as the border code, so both give the same sums. Branch-free, so it vectorises; built for
-// AVX2 as well, chosen at load time where the processor has it.
+// order as the border code, so both give the same sums. The vector kernel takes the bulk of the
+// row, this loop the rest.
 template <typename T>
-NORDA_TARGET_CLONES_AVX2 void interiorRow(const T* __restrict up, const T* __restrict mid,
-                                          const T* __restrict down, T* __restrict dst, int n, float gain,
-                                          float invGain) {
-    for (int x = 1; x <= n; ++x) {
+void interiorRow(const T* __restrict up, const T* __restrict mid, const T* __restrict down, T* __restrict dst,
+                 int n, float gain, float invGain) {
+    int x = 1;
+    if (!utils::VectorDispatch::plain()) {
+        const size_t m = static_cast<size_t>(n);
+        if constexpr (std::is_same_v<T, int16_t>)
+            x += static_cast<int>(HWY_DYNAMIC_DISPATCH(interiorRowS16)(up, mid, down, dst, m, gain, invGain));
+        else
+            x += static_cast<int>(HWY_DYNAMIC_DISPATCH(interiorRowU16)(up, mid, down, dst, m, gain, invGain));
+    }
+    for (; x <= n; ++x) {
         const int32_t c = mid[x];
         float total = 1.0f, acc = 0.0f;
         auto add = [&](int32_t neighbour) {
@@ -108,3 +189,4 @@ void SpatialNoiseRemover::process(const cv::Mat& in, cv::Mat& out) {
 }
 
 } // namespace norda::vision
+#endif

@@ -1,60 +1,185 @@
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
-#include "nordalib/core/utils/TargetClones.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/utils/VectorDispatch.h"
 
 #include <algorithm>
 #include <cstdlib>
 
-namespace norda::vision {
+// The vector kernel is compiled once per instruction set (see ColorConvert.cpp).
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "nordalib/vision/imgproc/StaticPatternRemover.cpp"
+#include <hwy/foreach_target.h> // must precede highway.h
+#include <hwy/highway.h>
 
+#ifndef NORDA_STATIC_PATTERN_STEPS
+#define NORDA_STATIC_PATTERN_STEPS
+namespace norda::vision {
 namespace {
 constexpr int kReach = 8;       // neighbours on each side
 constexpr int kSampleStep = 16; // every 16th line is measured
 constexpr int kMinNeighbours = kReach;
 
-// Residuals of one contiguous line, added to per-position sums (Q8 counts) and counts.
+// Residuals of one contiguous line v[0..n), added to per-position sums (Q8 counts) and counts.
 //
 // A pixel's residual is its difference from the mean of its same-level neighbours, taken in
 // symmetric pairs (i - j, i + j) so that a scene gradient cancels; a pair with a member more than
 // `threshold` away (an edge) is left out. Where fewer than kMinNeighbours remain (next to an edge
 // or the end of the line), one-sided linear extrapolations 2 v[i+j] - v[i+2j] from a side that is
 // still level stand in. A pixel without a level neighbourhood gives no residual. Each step is a
-// branch-free loop over the whole line, so noisy lines cost no mispredictions.
-NORDA_TARGET_CLONES_AVX2 void lineResiduals(const int16_t* __restrict v, int n, int threshold,
-                                            int64_t* __restrict sum, int32_t* __restrict count) {
-    std::vector<int32_t> buffers(3 * static_cast<size_t>(n), 0);
-    int32_t* __restrict s = buffers.data();
-    int32_t* __restrict k = s + n;
-    int32_t* __restrict pairs = k + n;
+// branch-free pass over the whole line (s: sums of neighbours, k: their number, pairs: k after the
+// symmetric pairs), so noisy lines cost no mispredictions. The steps for one pixel, shared by the
+// plain loop and the vector kernel's tails:
+inline void pairStep(const int16_t* v, int i, int j, int threshold, int32_t* s, int32_t* k) {
+    const int32_t c = v[i], a = v[i - j], b = v[i + j];
+    const int32_t ok = int32_t(std::abs(a - c) <= threshold) & int32_t(std::abs(b - c) <= threshold);
+    s[i] += (a + b) & -ok; // masks, not products: no 32-bit multiply in the baseline vector set
+    k[i] += ok << 1;
+}
+inline void sideStep(const int16_t* v, int i, int step1, int step2, int threshold, const int32_t* pairs,
+                     int32_t* s, int32_t* k) {
+    const int32_t c = v[i], a = v[i + step1], b = v[i + step2];
+    const int32_t ok = int32_t(pairs[i] < kMinNeighbours) & int32_t(std::abs(a - c) <= threshold) &
+                       int32_t(std::abs(b - c) <= threshold);
+    s[i] += (2 * a - b) & -ok;
+    k[i] += ok;
+}
+// The residual in Q8 and whether there is one.
+inline void residualStep(const int16_t* v, int i, const int32_t* s, const int32_t* k, int32_t& residual,
+                         int32_t& ok) {
+    ok = int32_t(k[i] >= kMinNeighbours / 2);
+    const float mean = static_cast<float>(s[i]) / static_cast<float>(ok ? k[i] : 1);
+    const float r = (static_cast<float>(v[i]) - mean) * 256.0f;
+    residual = static_cast<int32_t>(r + (r >= 0.0f ? 0.5f : -0.5f)) & -ok;
+}
+} // namespace
+} // namespace norda::vision
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace norda::vision {
+namespace {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// The steps on 32-bit lanes, the tails of each pass through the steps above. `buffers` holds 3n
+// zeros. False on the scalar baseline, which takes the plain loop.
+bool lineResiduals(const int16_t* HWY_RESTRICT v, int n, int threshold, int32_t* HWY_RESTRICT buffers,
+                   int64_t* HWY_RESTRICT sum, int32_t* HWY_RESTRICT count) {
+#if HWY_TARGET == HWY_SCALAR
+    (void)v, (void)n, (void)threshold, (void)buffers, (void)sum, (void)count;
+    return false; // the compiler vectorises the plain loop for the baseline instruction set
+#else
+    const hn::ScalableTag<int32_t> di;
+    const hn::Rebind<int16_t, decltype(di)> d16;
+    const hn::RebindToFloat<decltype(di)> df;
+    const int lanes = static_cast<int>(hn::Lanes(di));
+    int32_t* HWY_RESTRICT s = buffers;
+    int32_t* HWY_RESTRICT k = s + n;
+    int32_t* HWY_RESTRICT pairs = k + n;
+    const auto thr = hn::Set(di, threshold);
+    auto at = [&](int i) { return hn::PromoteTo(di, hn::LoadU(d16, v + i)); };
     for (int j = 1; j <= kReach; ++j) {
-        for (int i = j; i + j < n; ++i) {
-            const int32_t c = v[i], a = v[i - j], b = v[i + j];
-            const int32_t ok = int32_t(std::abs(a - c) <= threshold) & int32_t(std::abs(b - c) <= threshold);
-            s[i] += (a + b) & -ok; // masks, not products: no 32-bit multiply in the baseline vector set
-            k[i] += ok << 1;
+        int i = j;
+        for (; i + lanes + j <= n; i += lanes) {
+            const auto c = at(i), a = at(i - j), b = at(i + j);
+            const auto off = hn::Or(hn::Gt(hn::Abs(hn::Sub(a, c)), thr), hn::Gt(hn::Abs(hn::Sub(b, c)), thr));
+            hn::StoreU(hn::Add(hn::LoadU(di, s + i), hn::IfThenZeroElse(off, hn::Add(a, b))), di, s + i);
+            hn::StoreU(hn::Add(hn::LoadU(di, k + i), hn::IfThenZeroElse(off, hn::Set(di, 2))), di, k + i);
         }
+        for (; i + j < n; ++i)
+            pairStep(v, i, j, threshold, s, k);
     }
     std::copy(k, k + n, pairs);
+    const auto enough = hn::Set(di, kMinNeighbours - 1);
     for (int dir : {-1, 1}) {
         for (int j = 1; j <= kReach / 2; ++j) {
             const int lo = dir < 0 ? 2 * j : 0, hi = dir < 0 ? n : n - 2 * j;
             const int step1 = dir * j, step2 = dir * 2 * j;
-            for (int i = lo; i < hi; ++i) {
-                const int32_t c = v[i], a = v[i + step1], b = v[i + step2];
-                const int32_t ok = int32_t(pairs[i] < kMinNeighbours) &
-                                   int32_t(std::abs(a - c) <= threshold) &
-                                   int32_t(std::abs(b - c) <= threshold);
-                s[i] += (2 * a - b) & -ok;
-                k[i] += ok;
+            int i = lo;
+            for (; i + lanes <= hi; i += lanes) {
+                const auto c = at(i), a = at(i + step1), b = at(i + step2);
+                const auto off =
+                    hn::Or(hn::Gt(hn::LoadU(di, pairs + i), enough),
+                           hn::Or(hn::Gt(hn::Abs(hn::Sub(a, c)), thr), hn::Gt(hn::Abs(hn::Sub(b, c)), thr)));
+                const auto extrapolated = hn::Sub(hn::Add(a, a), b);
+                hn::StoreU(hn::Add(hn::LoadU(di, s + i), hn::IfThenZeroElse(off, extrapolated)), di, s + i);
+                hn::StoreU(hn::Add(hn::LoadU(di, k + i), hn::IfThenZeroElse(off, hn::Set(di, 1))), di, k + i);
             }
+            for (; i < hi; ++i)
+                sideStep(v, i, step1, step2, threshold, pairs, s, k);
+        }
+    }
+    // Residuals into s, their marks into k, then added to the 64-bit sums.
+    int i = 0;
+    for (; i + lanes <= n; i += lanes) {
+        const auto kv = hn::LoadU(di, k + i);
+        const auto ok = hn::Gt(kv, hn::Set(di, kMinNeighbours / 2 - 1));
+        const auto mean = hn::Div(hn::ConvertTo(df, hn::LoadU(di, s + i)),
+                                  hn::ConvertTo(df, hn::IfThenElse(ok, kv, hn::Set(di, 1))));
+        const auto r = hn::Mul(hn::Sub(hn::ConvertTo(df, at(i)), mean), hn::Set(df, 256.0f));
+        const auto rounded =
+            hn::Add(r, hn::IfThenElse(hn::Lt(r, hn::Zero(df)), hn::Set(df, -0.5f), hn::Set(df, 0.5f)));
+        hn::StoreU(hn::IfThenElseZero(ok, hn::ConvertTo(di, rounded)), di, s + i);
+        hn::StoreU(hn::IfThenElseZero(ok, hn::Set(di, 1)), di, k + i);
+    }
+    for (; i < n; ++i) {
+        int32_t residual, ok;
+        residualStep(v, i, s, k, residual, ok);
+        s[i] = residual;
+        k[i] = ok;
+    }
+    for (i = 0; i < n; ++i) {
+        sum[i] += s[i];
+        count[i] += k[i];
+    }
+    return true;
+#endif
+}
+
+const char* targetName() {
+    return hwy::TargetName(HWY_TARGET);
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace
+} // namespace norda::vision
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace norda::vision {
+
+namespace {
+HWY_EXPORT(lineResiduals);
+HWY_EXPORT(targetName);
+[[maybe_unused]] const bool kRegistered = utils::VectorDispatch::registerKernel(
+    "StaticPatternRemover", [] { return HWY_DYNAMIC_DISPATCH(targetName)(); });
+
+// The residuals of one line (see pairStep): the vector kernel, or these plain loops.
+void lineResiduals(const int16_t* __restrict v, int n, int threshold, int64_t* __restrict sum,
+                   int32_t* __restrict count) {
+    std::vector<int32_t> buffers(3 * static_cast<size_t>(n), 0);
+    if (!utils::VectorDispatch::plain() &&
+        HWY_DYNAMIC_DISPATCH(lineResiduals)(v, n, threshold, buffers.data(), sum, count))
+        return;
+    int32_t* __restrict s = buffers.data();
+    int32_t* __restrict k = s + n;
+    int32_t* __restrict pairs = k + n;
+    for (int j = 1; j <= kReach; ++j)
+        for (int i = j; i + j < n; ++i)
+            pairStep(v, i, j, threshold, s, k);
+    std::copy(k, k + n, pairs);
+    for (int dir : {-1, 1}) {
+        for (int j = 1; j <= kReach / 2; ++j) {
+            const int lo = dir < 0 ? 2 * j : 0, hi = dir < 0 ? n : n - 2 * j;
+            for (int i = lo; i < hi; ++i)
+                sideStep(v, i, dir * j, dir * 2 * j, threshold, pairs, s, k);
         }
     }
     for (int i = 0; i < n; ++i) {
-        const int32_t ok = int32_t(k[i] >= kMinNeighbours / 2);
-        const float mean = static_cast<float>(s[i]) / static_cast<float>(ok ? k[i] : 1);
-        const float r = (static_cast<float>(v[i]) - mean) * 256.0f;
-        sum[i] += static_cast<int32_t>(r + (r >= 0.0f ? 0.5f : -0.5f)) & -ok;
+        int32_t residual, ok;
+        residualStep(v, i, s, k, residual, ok);
+        sum[i] += residual;
         count[i] += ok;
     }
 }
@@ -158,3 +283,4 @@ void StaticPatternRemover::estimate(const cv::Mat& corrected, int threshold, int
 }
 
 } // namespace norda::vision
+#endif

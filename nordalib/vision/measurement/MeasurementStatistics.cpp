@@ -1,6 +1,6 @@
 #include "nordalib/vision/measurement/MeasurementStatistics.h"
 
-#include "nordalib/core/utils/TargetClones.h"
+#include "nordalib/vision/measurement/RowStatistics.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 #include <algorithm>
@@ -11,68 +11,16 @@ using exp::MarkedFloat;
 
 namespace {
 
-// Row kernels, built for AVX2 besides the baseline and picked at load time where the compiler
-// supports it. Sums are accumulated in 32 bits over chunks of at most 65536 pixels, which cannot
-// overflow, and widened per chunk.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__)) && !defined(__SANITIZE_ADDRESS__)
-#define NORDA_ROW_KERNEL NORDA_TARGET_CLONES_AVX2
-#else
-#define NORDA_ROW_KERNEL
-#endif
-constexpr int kChunk = 65536;
-
-NORDA_ROW_KERNEL
-void rowMinMaxSum(const unsigned short* p, int width, unsigned short& rowMin, unsigned short& rowMax,
-                  uint64_t& rowSum) {
-    unsigned short mn = 0xFFFF, mx = 0;
-    uint64_t sum = 0;
-    for (int x0 = 0; x0 < width; x0 += kChunk) {
-        const int x1 = std::min(width, x0 + kChunk);
-        uint32_t s = 0;
-        for (int x = x0; x < x1; ++x) {
-            const unsigned short v = p[x];
-            mn = v < mn ? v : mn;
-            mx = v > mx ? v : mx;
-            s += v;
-        }
-        sum += s;
-    }
-    rowMin = mn;
-    rowMax = mx;
-    rowSum = sum;
-}
-
-NORDA_ROW_KERNEL
-void rowBandSum(const unsigned short* p, int width, unsigned short lower, unsigned short upper,
-                uint64_t& rowSum, uint32_t& rowCount) {
-    uint64_t sum = 0;
-    uint32_t count = 0;
-    for (int x0 = 0; x0 < width; x0 += kChunk) {
-        const int x1 = std::min(width, x0 + kChunk);
-        uint32_t s = 0, c = 0;
-        for (int x = x0; x < x1; ++x) {
-            const unsigned short v = p[x];
-            const bool in = v > lower && v < upper;
-            s += in ? v : 0u;
-            c += in ? 1u : 0u;
-        }
-        sum += s;
-        count += c;
-    }
-    rowSum = sum;
-    rowCount = count;
-}
-
 // Per-row minimum, maximum and the sum and count of the pixels strictly inside (lower, upper)
 // (Band) or of all pixels. A row that lies wholly inside the band, the usual case, needs no
 // second look; only rows reaching the band's limits are summed again with the test.
 template <bool Band>
 void scanRow(const unsigned short* p, int width, unsigned short lower, unsigned short upper,
              unsigned short& rowMin, unsigned short& rowMax, uint64_t& rowSum, uint32_t& rowCount) {
-    rowMinMaxSum(p, width, rowMin, rowMax, rowSum);
+    RowStatistics::minMaxSum(p, width, rowMin, rowMax, rowSum);
     rowCount = static_cast<uint32_t>(width);
     if (Band && (rowMin <= lower || rowMax >= upper))
-        rowBandSum(p, width, lower, upper, rowSum, rowCount);
+        RowStatistics::bandSum(p, width, lower, upper, rowSum, rowCount);
 }
 
 // Per-row results for the rows of `rect`. One thread: the row kernels run at memory speed, well

@@ -439,9 +439,10 @@ cv::Mat_<cv::Vec4b> ImageWriteElement::blendArgb(const cv::Mat_<cv::Vec4b>& over
                                                  const cv::Mat_<cv::Vec4b>& under) {
     if (over.empty() || over.rows != under.rows || over.cols != under.cols)
         return {};
-    // Rows as 32-bit words (byte 0 least significant); the alias-safe type keeps the loop legal
-    // and lets the compiler vectorise it.
-    using Word = uint32_t __attribute__((__may_alias__));
+    // Rows as 32-bit words (byte 0 least significant); the alias-safe, byte-aligned type keeps the
+    // loop legal for rows at any address (a matrix around foreign memory) and lets the compiler
+    // vectorise it.
+    using Word = uint32_t __attribute__((__may_alias__, __aligned__(1)));
     cv::Mat_<cv::Vec4b> out(over.rows, over.cols);
     for (int r = 0; r < over.rows; ++r) {
         const Word* o = reinterpret_cast<const Word*>(over.ptr(r));

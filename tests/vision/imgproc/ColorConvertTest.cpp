@@ -48,19 +48,6 @@ TEST(ColorConvert, AgreesWithOpenCvWithinTwoOnRandomInput) {
     EXPECT_LE(maxDiff(rgb, ref), 2.0);
 }
 
-TEST(ColorConvert, VectorPathMatchesPlainLoopByteForByte) {
-    // Two-pixel-wide views run through the plain loop only; 48 pairs go through both vector widths.
-    cv::Mat yuv = randomYuv(20, 96, 7);
-    cv::Mat_<cv::Vec3b> full, part;
-    for (auto convert : {&ColorConvert::convertUY1VY0ToRGB, &ColorConvert::convertUY1VY0ToBGR}) {
-        convert(yuv, full);
-        for (int x = 0; x < yuv.cols; x += 2) {
-            convert(yuv.colRange(x, x + 2), part);
-            ASSERT_EQ(maxDiff(full.colRange(x, x + 2), part), 0.0) << x;
-        }
-    }
-}
-
 TEST(ColorConvert, CositedConversionInterpolatesOddPixelsOnly) {
     cv::Mat yuv = randomYuv(6, 102, 11); // 51 pairs: wide vectors, narrow vectors and plain tail
     cv::Mat_<cv::Vec3b> cosited, replicated;

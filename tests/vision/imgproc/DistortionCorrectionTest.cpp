@@ -6,8 +6,6 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include <random>
-
 using namespace norda;
 using namespace norda::vision;
 
@@ -103,40 +101,4 @@ TEST(DistortionCorrection, AgreesWithOpenCvRemapAndSurvivesItsFile) {
     cv::Mat grey(size, CV_8U, cv::Scalar(77)), grey2;
     dc8.processImpl(grey, grey2);
     EXPECT_EQ(cv::countNonZero(grey2 != 77), 0);
-}
-
-TEST(DistortionCorrection, VectorPathMatchesThePlainLoop) {
-    // Random tables with offsets across several rows and weights up to the full 65536, over pixels
-    // spanning the whole 16-bit range, on widths that leave a tail for the plain loop.
-    std::mt19937 rng(7);
-    for (const cv::Size size : {cv::Size(640, 480), cv::Size(37, 11), cv::Size(5, 3)}) {
-        const int n = size.area();
-        std::vector<DistortionEntry> entries(n);
-        for (int i = 0; i < n; ++i) {
-            const int y = i / size.width, x = i % size.width;
-            int sy = std::clamp(y + int(rng() % 9) - 4, 0, size.height - 2);
-            int sx = std::clamp(x + int(rng() % 9) - 4, 0, size.width - 2);
-            const int offset = std::clamp(sy * size.width + sx - i, -32768, 32767);
-            uint32_t w[4], left = 65536;
-            for (int k = 0; k < 3; ++k) {
-                w[k] = std::min<uint32_t>(rng() % (left + 1), 65535);
-                left -= w[k];
-            }
-            w[3] = std::min<uint32_t>(left, 65535);
-            entries[i] = {static_cast<int16_t>(offset), uint16_t(w[0]), uint16_t(w[1]), uint16_t(w[2]),
-                          uint16_t(w[3])};
-        }
-        DistortionCorrection<> dc(DistortionTable(entries, uint16_t(size.height), uint16_t(size.width)));
-        cv::Mat in(size, CV_16U), fast, plain;
-        cv::randu(in, 0, 65536);
-        in.at<uint16_t>(0, 0) = 65535;
-        in.at<uint16_t>(0, 1) = 65535;
-        dc.processImpl(in, fast);
-        dc.processReference(in, plain);
-        EXPECT_EQ(cv::norm(fast, plain, cv::NORM_INF), 0.0) << size;
-        in.setTo(65535);
-        dc.processImpl(in, fast);
-        dc.processReference(in, plain);
-        EXPECT_EQ(cv::norm(fast, plain, cv::NORM_INF), 0.0) << size;
-    }
 }
