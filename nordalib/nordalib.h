@@ -57,10 +57,7 @@
 #include "nordalib/vision/measurement/DisplayScaling.h"
 #include "nordalib/vision/measurement/MeasurementStatistics.h"
 #include "nordalib/vision/measurement/RangeAutomatics.h"
-<<<<<<< HEAD
-=======
 #include "nordalib/vision/measurement/RowStatistics.h"
->>>>>>> issue-17
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricCamType.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
