@@ -20,6 +20,7 @@
 #include "nordalib/vision/streaming/CoordinateValueElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
+#include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
@@ -30,10 +31,12 @@
 #include "nordalib/vision/streaming/SocketServerElement.h"
 #include "nordalib/vision/streaming/SprElement.h"
 #include "nordalib/vision/streaming/TnrElement.h"
+#include "nordalib/vision/streaming/UserMeasurementElement.h"
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -52,6 +55,11 @@ const std::vector<std::string>& displayKeys() {
         std::vector<std::string> k = PaletteElement::metadataKeys();
         k.insert(k.end(),
                  {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
+        // What the overlay of a saved image shows besides the results the measurement stamps.
+        k.insert(k.end(), {Id::MeasPoints::HotSpot::Visible, Id::MeasPoints::ColdSpot::Visible,
+                           Id::MeasPoints::CenterSpot::Visible, Id::MeasPoints::LaserSpot::Visible,
+                           Id::MeasPoints::LaserSpot::MeasPoint, Id::MeasPoints::DeltaT1::MeasPoint,
+                           Id::MeasPoints::DeltaT2::MeasPoint, Id::DeltaT::Mode});
         return k;
     }();
     return keys;
@@ -59,22 +67,34 @@ const std::vector<std::string>& displayKeys() {
 
 // Metadata saved into every image as generic entries.
 const std::vector<std::string>& savedKeys() {
-    static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
-                                                  Id::Environment::Humidity,
-                                                  Id::Environment::Temperature,
-                                                  Id::Temperatures::Current::TBoardSens50,
-                                                  Id::ActiveLens::Serial,
-                                                  Id::DeviceInfo::Uptime,
-                                                  Id::MeasPoints::HotSpot::MeasPoint,
-                                                  Id::MeasPoints::ColdSpot::MeasPoint,
-                                                  Id::MeasPoints::CenterSpot::MeasPoint,
-                                                  Id::Palette::ActivePalette,
-                                                  // what re-analysing the image later needs
-                                                  Id::Radiometry::Planck,
-                                                  Id::ProtectiveGlass::Attached,
-                                                  Id::ProtectiveGlass::Transmission,
-                                                  Id::ProtectiveGlass::Emissivity};
-    return keys;
+    static const std::vector<std::string> keys = {
+        Id::ActiveMeasRange::Name, Id::Environment::Humidity, Id::Environment::Temperature,
+        Id::Temperatures::Current::TBoardSens50, Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
+        Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
+        Id::MeasPoints::CenterSpot::MeasPoint, Id::Palette::ActivePalette,
+        // what re-analysing the image later needs
+        Id::Radiometry::Planck, Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
+        Id::ProtectiveGlass::Emissivity};
+    static const std::vector<std::string> all = [] {
+        std::vector<std::string> k = keys;
+        // The user's measurement set-up with its results and local parameters, and what the
+        // overlay of the image shows, so that a re-analysed copy looks like the original.
+        for (int i = 1; i <= 5; ++i)
+            for (const char* item : {"Visible", "Position", "MeasPoint", "LocalParameters", "Emissivity",
+                                     "ReflectedTemperature"})
+                k.push_back("MeasPoints.MeasPoint" + std::to_string(i) + "." + item);
+        for (int i = 1; i <= 3; ++i)
+            for (const char* item :
+                 {"Visible", "Rect", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+                k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
+        for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
+            k.push_back(*key);
+        for (const auto& key : displayKeys())
+            if (key != Id::Palette::Colors && std::find(k.begin(), k.end(), key) == k.end())
+                k.push_back(key);
+        return k;
+    }();
+    return all;
 }
 
 std::string withSlash(std::string dir) {
@@ -139,6 +159,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
         m_settings.applyAssignment(assignment);
     m_store.flush();
     m_hostCommands = std::make_unique<HostCommands>(m_commands, m_settings);
+    m_overlay = std::make_unique<OverlayPublisher>(m_store);
 
     // The colour table follows the palette name, as the camera's menu does.
     auto applyPalette = [this](const std::string& name) {
@@ -168,6 +189,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
 }
 
 Camera::~Camera() {
+    m_overlay.reset();
     m_mjpegHub.close();
     m_pxmHub.close();
     m_pipeline.stop();
@@ -241,11 +263,19 @@ void Camera::buildChain() {
              "radiometry");
     addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),
              "lens distortion");
+    // A saved image opened in the gallery takes the live frame's place from here on.
+    addStage("ImageReadElement",
+             std::make_unique<ImageReadElement>(&m_store,
+                                                m_options.outputDir.empty() ? "." : m_options.outputDir,
+                                                std::vector<std::string>{}, 0, STREAMING_DATATYPE_YUV422),
+             "saved image from the gallery");
 
     // Measurement and display.
     addStage("MinMaxExtractionElement",
-             std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
+             std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, false),
              "measurement, range automatics, scaling");
+    addStage("UserMeasurementElement", std::make_unique<UserMeasurementElement>(&m_store),
+             "user points, areas, delta-T, local parameters");
     addStage("StoreStampElement",
              std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
                                                  "DisplaySettings"),
