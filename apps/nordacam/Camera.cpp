@@ -33,6 +33,7 @@
 #include "nordalib/vision/streaming/TnrElement.h"
 #include "nordalib/vision/streaming/UserMeasurementElement.h"
 
+#include <fmt/format.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -150,6 +151,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
         return norda::vision::Palettes::exists(name) ? std::string()
                                                      : "unknown palette \"" + name + "\" (" + names + ")";
     });
+    addMeasurementChecks();
     if (!m_options.settingsFile.empty()) {
         if (norda::utils::existsFile(m_options.settingsFile))
             m_settings.loadFile(m_options.settingsFile);
@@ -195,6 +197,70 @@ Camera::~Camera() {
     m_pipeline.stop();
     m_paletteSubscription.reset();
     m_store.flush();
+}
+
+// Object parameters, the humidity mode's inputs and the user's points and areas: a value out of
+// range is refused with a message naming the setting, and the last good value stays.
+void Camera::addMeasurementChecks() {
+    auto between = [](double lo, bool loOpen, double hi, const std::string& what) {
+        return [=](const Variant& v) {
+            const double x = v.holds<float>() ? v.value<float>() : v.value<Temp>().celsius();
+            if ((loOpen ? x > lo : x >= lo) && x <= hi)
+                return std::string();
+            return fmt::format("{} must lie in {}{}, {}] (got {})", what, loOpen ? "(" : "[", lo, hi, x);
+        };
+    };
+    const auto emissivity = between(0.0, true, 1.0, "an emissivity");
+    const auto reflected = between(-100.0, false, 1000.0,
+                                   "a reflected temperature in Â°"
+                                   "C");
+    m_settings.addCheck(Id::Environment::EmissivityValue, emissivity);
+    m_settings.addCheck(Id::Gallery::Reanalysis::Emissivity, emissivity);
+    m_settings.addCheck(Id::Environment::ReflectedTemperature, reflected);
+    m_settings.addCheck(Id::Gallery::Reanalysis::ReflectedTemperature, reflected);
+    m_settings.addCheck(Id::Environment::Temperature, between(-45.0, false, 60.0,
+                                                              "the air temperature in Â°"
+                                                              "C"));
+    m_settings.addCheck(Id::ProtectiveGlass::Transmission, between(0.0, true, 1.0, "a transmission"));
+    m_settings.addCheck(Id::ProtectiveGlass::Emissivity, between(-1e-9, true, 0.999, "the glass emissivity"));
+    auto inImage = [this](const cv::Rect& r) {
+        const int w = m_store.getValue<unsigned short>(Id::IrImage::Cols),
+                  h = m_store.getValue<unsigned short>(Id::IrImage::Rows);
+        return r.width > 0 && r.height > 0 && r.x >= 0 && r.y >= 0 && r.x + r.width <= w &&
+                       r.y + r.height <= h
+                   ? std::string()
+                   : fmt::format("({}, {}, {} x {}) does not lie inside the {} x {} image", r.x, r.y, r.width,
+                                 r.height, w, h);
+    };
+    for (int i = 1; i <= 5; ++i) {
+        const std::string prefix = "MeasPoints.MeasPoint" + std::to_string(i);
+        m_settings.addCheck(prefix + ".Emissivity", emissivity);
+        m_settings.addCheck(prefix + ".ReflectedTemperature", reflected);
+    }
+    for (const char* p : {"MeasPoint1", "MeasPoint2", "MeasPoint3", "MeasPoint4", "MeasPoint5", "DeltaT1",
+                          "DeltaT2", "CenterSpot", "LaserSpot"})
+        m_settings.addCheck(std::string("MeasPoints.") + p + ".Position", [inImage](const Variant& v) {
+            const auto pt = v.value<cv::Point_<int>>();
+            return inImage(cv::Rect(pt.x, pt.y, 1, 1));
+        });
+    for (int i = 1; i <= 3; ++i) {
+        const std::string prefix = "MeasAreas.UserArea" + std::to_string(i);
+        m_settings.addCheck(prefix + ".Emissivity", emissivity);
+        m_settings.addCheck(prefix + ".ReflectedTemperature", reflected);
+        m_settings.addCheck(prefix + ".Rect",
+                            [inImage](const Variant& v) { return inImage(v.value<cv::Rect_<int>>()); });
+    }
+    for (const auto* key : {&Id::DeltaT::First, &Id::DeltaT::Second})
+        m_settings.addCheck(*key, [](const Variant& v) {
+            const auto& names = UserMeasurementElement::resultNames();
+            const auto& name = v.value<std::string>();
+            std::string all;
+            for (const auto& n : names)
+                all += (all.empty() ? "" : ", ") + n;
+            return std::find(names.begin(), names.end(), name) != names.end()
+                       ? std::string()
+                       : "\"" + name + "\" is no result (" + all + ")";
+        });
 }
 
 void Camera::addStage(const std::string& type, std::unique_ptr<StreamingElement> element,

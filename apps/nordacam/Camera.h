@@ -122,6 +122,7 @@ public:
 
 private:
     void buildChain();
+    void addMeasurementChecks();
     void addStage(const std::string& type, std::unique_ptr<norda::exp::streaming::StreamingElement> element,
                   const std::string& role,
                   std::vector<norda::exp::streaming::STREAMING_DATATYPE> optional = {});
