@@ -15,7 +15,8 @@ const std::string& viewerPage() {
  #wrap { display: flex; gap: 18px; flex-wrap: wrap; }
  #view { position: relative; width: 640px; height: 480px; background: #000; cursor: crosshair; }
  #live, #overlay { position: absolute; left: 0; top: 0; width: 640px; height: 480px; }
- #panel { min-width: 300px; }
+ #panel { min-width: 300px; max-width: 560px; }
+ #panel fieldset { margin: 6px 0; }
  table { border-collapse: collapse; }
  td { padding: 3px 8px; }
  .hot { color: #ff6b5a; } .cold { color: #6bb8ff; } .centre { color: #9dff8a; }
@@ -35,7 +36,7 @@ const std::string& viewerPage() {
 </style>
 </head>
 <body>
-<h1>nordacam &mdash; live thermal image</h1>
+<h1>nordacam &mdash; <span id="viewstate">live thermal image</span></h1>
 <div id="wrap">
  <div id="view"><img id="live" src="/stream.mjpg" alt="live image"><canvas id="overlay" width="640" height="480"></canvas></div>
  <div id="scale"><span id="scalemax">--</span><canvas id="scalebar" width="22" height="400"></canvas><span id="scalemin">--</span><span id="scalemode" class="muted"></span></div>
@@ -284,6 +285,7 @@ async function refreshGallery() {
     const g = await api('/api/gallery');
     $('galstate').textContent = g.state.shown ? 'showing ' + g.state.shown + (g.state.reanalysed ? ' (re-analysed: e ' + g.state.emissivity.toFixed(2) + ', Tr ' + g.state.reflected.toFixed(1) + ' \u00b0C)' : '') : 'live image';
     $('reanalysis').style.display = g.state.shown ? '' : 'none';
+    $('viewstate').textContent = g.state.shown ? 'saved image ' + g.state.shown + (g.state.reanalysed ? ', re-analysed' : '') : 'live thermal image';
     if (g.state.shown && document.activeElement !== $('reE')) { $('reE').value = g.state.emissivity.toFixed(2); $('reTr').value = g.state.reflected.toFixed(1); }
     $('thumbs').innerHTML = g.images.map(i => '<div class="thumb' + (i.name === g.state.shown ? ' shown' : '') + '" data-name="' + i.name + '">' +
       (i.error ? '<div class="err">' + i.error.replace(/</g, '&lt;') + '</div>' : '<img src="/api/gallery/thumb/' + i.name + '" alt="' + i.name + '">') +
