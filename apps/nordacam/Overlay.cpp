@@ -119,8 +119,8 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
     spot("CenterSpot", SpotKind::Centre, "", visible("CenterSpot"));
     spot("LaserSpot", SpotKind::Laser, "L", visible("LaserSpot"));
     for (int i = 1; i <= 5; ++i) {
-        const std::string name = "MeasPoint" + std::to_string(i);
-        spot(name, SpotKind::User, "P" + std::to_string(i), visible(name),
+        const std::string name = fmt::format("MeasPoint{}", i);
+        spot(name, SpotKind::User, fmt::format("P{}", i), visible(name),
              localNote(values, "MeasPoints." + name));
     }
     const bool deltaT = getOr(values, Id::DeltaT::Active, false);
@@ -128,14 +128,14 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
     spot("DeltaT2", SpotKind::DeltaT, "D2", deltaT);
 
     for (int i = 1; i <= 3; ++i) {
-        const std::string name = "UserArea" + std::to_string(i), prefix = "MeasAreas." + name;
+        const std::string name = fmt::format("UserArea{}", i), prefix = "MeasAreas." + name;
         MeasArea a;
         if (!getOr(values, prefix + ".Visible", false) || !get(values, prefix + ".MeasArea", a))
             continue;
         const auto r = a.getAreaRect();
         const auto &hot = a.getHotSpot(), &cold = a.getColdSpot();
         positions[name] = {r.x + r.width / 2, r.y + r.height / 2};
-        c.areas.push_back({"A" + std::to_string(i), r, valueOf(a.getMeanValue()), valueOf(hot.getValue()),
+        c.areas.push_back({fmt::format("A{}", i), r, valueOf(a.getMeanValue()), valueOf(hot.getValue()),
                            valueOf(cold.getValue()), cv::Point(hot.getX(), hot.getY()),
                            cv::Point(cold.getX(), cold.getY()), localNote(values, prefix)});
     }

@@ -43,11 +43,11 @@ json thermography(Camera& cam) {
     auto& s = cam.store();
     json points = json::array();
     for (int i = 1; i <= 5; ++i) {
-        const std::string name = "MeasPoint" + std::to_string(i), prefix = "MeasPoints." + name;
+        const std::string name = fmt::format("MeasPoint{}", i), prefix = "MeasPoints." + name;
         const auto pos = s.getValue<cv::Point_<int>>(prefix + ".Position");
         const auto p = s.getValue<MeasPoint>(prefix + ".MeasPoint");
         points.push_back({{"name", name},
-                          {"label", "P" + std::to_string(i)},
+                          {"label", fmt::format("P{}", i)},
                           {"visible", s.getValue<bool>(prefix + ".Visible")},
                           {"x", pos.x},
                           {"y", pos.y},
@@ -56,11 +56,11 @@ json thermography(Camera& cam) {
     }
     json areas = json::array();
     for (int i = 1; i <= 3; ++i) {
-        const std::string name = "UserArea" + std::to_string(i), prefix = "MeasAreas." + name;
+        const std::string name = fmt::format("UserArea{}", i), prefix = "MeasAreas." + name;
         const auto r = s.getValue<cv::Rect_<int>>(prefix + ".Rect");
         const auto a = s.getValue<MeasArea>(prefix + ".MeasArea");
         areas.push_back({{"name", name},
-                         {"label", "A" + std::to_string(i)},
+                         {"label", fmt::format("A{}", i)},
                          {"visible", s.getValue<bool>(prefix + ".Visible")},
                          {"rect", {{"x", r.x}, {"y", r.y}, {"width", r.width}, {"height", r.height}}},
                          {"mean", valueJson(a.getMeanValue())},
