@@ -124,8 +124,12 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
              localNote(values, "MeasPoints." + name));
     }
     const bool deltaT = getOr(values, Id::DeltaT::Active, false);
-    spot("DeltaT1", SpotKind::DeltaT, "D1", deltaT);
-    spot("DeltaT2", SpotKind::DeltaT, "D2", deltaT);
+    const auto first = getOr(values, Id::DeltaT::First, std::string()),
+               second = getOr(values, Id::DeltaT::Second, std::string());
+    // The delta-T points are shown when delta-T compares them.
+    for (const char* name : {"DeltaT1", "DeltaT2"})
+        spot(name, SpotKind::DeltaT, name[6] == '1' ? "D1" : "D2",
+             deltaT && (first == name || second == name));
 
     for (int i = 1; i <= 3; ++i) {
         const std::string name = fmt::format("UserArea{}", i), prefix = "MeasAreas." + name;
@@ -140,8 +144,6 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
                            cv::Point(cold.getX(), cold.getY()), localNote(values, prefix)});
     }
     float difference = 0;
-    const auto first = getOr(values, Id::DeltaT::First, std::string()),
-               second = getOr(values, Id::DeltaT::Second, std::string());
     if (deltaT && get(values, Id::DeltaT::Difference, difference) && positions.count(first) &&
         positions.count(second))
         c.deltaT =

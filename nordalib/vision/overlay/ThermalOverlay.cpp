@@ -26,6 +26,12 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
                          std::clamp(static_cast<int>(p.y * sy + sy / 2), 0, canvas.rows - 1));
     };
     const int line = OverlayText::lineHeight(scale);
+    // Every marker's place is taken before any label is placed, so labels keep off all of them.
+    std::vector<cv::Rect> taken;
+    if (!content.status.empty())
+        taken.emplace_back(0, canvas.rows - line - 8, canvas.cols, line + 8);
+    for (const auto& s : content.spots)
+        taken.emplace_back(map(s.position) - cv::Point(7, 7), cv::Size(15, 15));
 
     for (const auto& a : content.areas) {
         const cv::Rect r(static_cast<int>(a.rect.x * sx), static_cast<int>(a.rect.y * sy),
@@ -38,7 +44,7 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
         MeasurementMarks::drawDeltaT(canvas, map(content.deltaT->from), map(content.deltaT->to),
                                      content.deltaT->text, scale);
     for (const auto& s : content.spots)
-        MeasurementMarks::drawSpot(canvas, map(s.position), s.kind, s.label, s.value, s.note, scale);
+        MeasurementMarks::drawSpot(canvas, map(s.position), s.kind, s.label, s.value, s.note, scale, &taken);
 
     // The scale on the right edge, clear of the status line.
     const int barWidth = std::max(6, canvas.cols / 40);

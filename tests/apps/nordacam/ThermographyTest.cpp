@@ -69,7 +69,7 @@ Response call(const WebServer& server, const std::string& method, const std::str
         req.body = body.dump();
     server.handle(req, res);
     return {res.status,
-            res.body.empty() || res.body[0] != '{' && res.body[0] != '[' ? json() : json::parse(res.body)};
+            res.body.empty() || (res.body[0] != '{' && res.body[0] != '[') ? json() : json::parse(res.body)};
 }
 
 } // namespace
@@ -106,8 +106,9 @@ TEST(NordacamThermography, ReanalysisMatchesTheLiveMeasurement) {
     for (size_t i = 0; i < live.size(); ++i) {
         EXPECT_NEAR(reanalysed[i], live[i], 0.05) << "region " << i;
         std::printf("region %zu: taken %.3f, re-analysed %.3f, live %.3f\n", i, original[i], reanalysed[i], live[i]);
-        if (i < 3) // the objects differ from the background: the emissivity matters there
+        if (i < 3) { // the objects differ from the background: the emissivity matters there
             EXPECT_GT(std::abs(original[i] - live[i]), 0.3) << "region " << i;
+        }
     }
 
     // The gallery: the re-analysed image is what the chain measures, and a copy is saved.

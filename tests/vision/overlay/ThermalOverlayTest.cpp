@@ -79,5 +79,7 @@ TEST(ThermalOverlay, DrawsScaleMarksAndStatusForTheSavedPicture) {
     const auto picture = norda::exp::streaming::ImageWriteElement::composeJpegImage(preview, overlay);
     ASSERT_FALSE(picture.empty());
     cv::imwrite("thermal-overlay-test.jpg", picture);
-    EXPECT_THROW(ThermalOverlay::render(OverlayContent{{0, 0}}), norda::Exception);
+    OverlayContent empty;
+    empty.imageSize = {0, 0};
+    EXPECT_THROW(ThermalOverlay::render(empty), norda::Exception);
 }
