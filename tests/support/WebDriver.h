@@ -84,7 +84,7 @@ public:
         return command("POST", "/execute/sync", {{"script", body}, {"args", args}})["value"];
     }
     // Waits up to `seconds` for the script to return true.
-    bool waitFor(const std::string& condition, double seconds = 10.0) {
+    bool waitFor(const std::string& condition, double seconds = 20.0) {
         const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
         while (std::chrono::steady_clock::now() < until) {
             if (script("return !!(" + condition + ");") == true)
