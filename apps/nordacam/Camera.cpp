@@ -481,8 +481,9 @@ void Camera::sendPxm(Frame& frame) {
 std::string Camera::saveImage(std::chrono::milliseconds timeout) {
     // The image writer hands gallery frames back instead of saving them.
     if (const auto shown = m_store.getValue<std::string>(Id::Gallery::ActiveFilename); !shown.empty())
-        throw std::runtime_error("the saved image " + shown +
-                                 " is shown: go back to the live image to save, or save the shown one as a new file");
+        throw std::runtime_error(
+            "the saved image " + shown +
+            " is shown: go back to the live image to save, or save the shown one as a new file");
     const unsigned int before = m_store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
     m_commands.call(kImageWriteCallable, "TriggerImageSave", cmd::ParameterPack{makeVariant(false)});
     const auto deadline = std::chrono::steady_clock::now() + timeout;

@@ -112,9 +112,10 @@ int rixExport(const std::string& file, ExportFormat format, const std::string& o
         } catch (const norda::Exception& e) {
             throw SettingsError(file + ": " + e.what());
         }
-        out << fmt::format("re-analysed for emissivity {:.3f}, reflected {:.2f} °C (taken with {:.3f}, {:.2f} °C)\n",
-                           to.emissivity, to.reflectedK - 273.15, rix.getEmissivityOriginal(),
-                           rix.getReflectedTempOriginal().celsius());
+        out << fmt::format(
+            "re-analysed for emissivity {:.3f}, reflected {:.2f} °C (taken with {:.3f}, {:.2f} °C)\n",
+            to.emissivity, to.reflectedK - 273.15, rix.getEmissivityOriginal(),
+            rix.getReflectedTempOriginal().celsius());
     }
     if (rad.empty())
         throw SettingsError(file + " holds no radiometric image");

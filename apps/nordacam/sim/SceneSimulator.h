@@ -29,8 +29,8 @@
 
 #include <atomic>
 #include <memory>
-#include <optional>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <vector>
 

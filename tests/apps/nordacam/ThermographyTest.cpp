@@ -105,7 +105,8 @@ TEST(NordacamThermography, ReanalysisMatchesTheLiveMeasurement) {
     const auto original = regionMeans(a.getRadiometricImage(), truthA);
     for (size_t i = 0; i < live.size(); ++i) {
         EXPECT_NEAR(reanalysed[i], live[i], 0.05) << "region " << i;
-        std::printf("region %zu: taken %.3f, re-analysed %.3f, live %.3f\n", i, original[i], reanalysed[i], live[i]);
+        std::printf("region %zu: taken %.3f, re-analysed %.3f, live %.3f\n", i, original[i], reanalysed[i],
+                    live[i]);
         if (i < 3) { // the objects differ from the background: the emissivity matters there
             EXPECT_GT(std::abs(original[i] - live[i]), 0.3) << "region " << i;
         }
