@@ -9,6 +9,7 @@
 // The length is a parameter (environment): NORDA_LOAD_SECONDS (default 30), NORDA_LOAD_REPORT_SECONDS
 // (a figures line every so often; default: only at the end), NORDA_LOAD_FPS (paced rate, default 30).
 // `make load` runs it for 5 minutes, `make soak` for 10.
+#include "tests/support/ExclusiveRun.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -453,6 +454,7 @@ struct Sample {
 } // namespace
 
 TEST(NordacamServerLoad, ClientsOfEveryKindDoNotHoldUpThePipelineOrEachOther) {
+    norda::test::ExclusiveRun exclusive; // no browser test beside it
     const double duration = envNumber("NORDA_LOAD_SECONDS", 30);
     const double reportEvery = envNumber("NORDA_LOAD_REPORT_SECONDS", duration);
     const double fps = envNumber("NORDA_LOAD_FPS", 30);

@@ -2,6 +2,7 @@
 #include "apps/nordacam/Server.h"
 
 #include "nordalib/core/keys/Keys.h"
+#include "tests/support/ExclusiveRun.h"
 #include "tests/support/Shell.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/WebDriver.h"
@@ -246,6 +247,7 @@ TEST(NordacamServer, StreamsAndApiAnswerRealClients) {
 }
 
 TEST(NordacamServer, BrowserShowsTheLiveImage) {
+    norda::test::ExclusiveRun exclusive;
     std::string browser;
     for (const char* name : {"chromium", "chromium-browser"})
         if (norda::test::haveTool(name)) {
@@ -284,6 +286,7 @@ TEST(NordacamServer, BrowserShowsTheLiveImage) {
 // from the gallery and re-analyse it; the API agrees with what the page did, and the screenshot
 // shows the colour scale and the image.
 TEST(NordacamServer, BrowserDrivesTheThermographersPage) {
+    norda::test::ExclusiveRun exclusive;
     norda::test::TempDir dir;
     LiveServer live(dir.file("out"));
     live.waitForFrames();
