@@ -13,10 +13,10 @@ packages=(
     libfmt-dev libspdlog-dev libhwy-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     netpbm imagemagick
+    # the viewer's browser tests drive headless Chromium through its WebDriver
+    chromium chromium-driver fonts-dejavu-core
 )
 packages+=(${NORDA_EXTRA_PACKAGES:-})
-# A headless browser for the live viewer's screenshot test (skipped without it): NORDA_WITH_BROWSER=1.
-if [ "${NORDA_WITH_BROWSER:-0}" = 1 ]; then packages+=(chromium); fi
 
 missing=()
 for p in "${lean[@]}" "${packages[@]}"; do

@@ -20,6 +20,7 @@
 #include "nordalib/vision/streaming/CoordinateValueElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
+#include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
@@ -30,10 +31,13 @@
 #include "nordalib/vision/streaming/SocketServerElement.h"
 #include "nordalib/vision/streaming/SprElement.h"
 #include "nordalib/vision/streaming/TnrElement.h"
+#include "nordalib/vision/streaming/UserMeasurementElement.h"
 
+#include <fmt/format.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -52,6 +56,11 @@ const std::vector<std::string>& displayKeys() {
         std::vector<std::string> k = PaletteElement::metadataKeys();
         k.insert(k.end(),
                  {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
+        // What the overlay of a saved image shows besides the results the measurement stamps.
+        k.insert(k.end(), {Id::MeasPoints::HotSpot::Visible, Id::MeasPoints::ColdSpot::Visible,
+                           Id::MeasPoints::CenterSpot::Visible, Id::MeasPoints::LaserSpot::Visible,
+                           Id::MeasPoints::LaserSpot::MeasPoint, Id::MeasPoints::DeltaT1::MeasPoint,
+                           Id::MeasPoints::DeltaT2::MeasPoint, Id::DeltaT::Mode});
         return k;
     }();
     return keys;
@@ -59,23 +68,34 @@ const std::vector<std::string>& displayKeys() {
 
 // Metadata saved into every image as generic entries.
 const std::vector<std::string>& savedKeys() {
-    static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
-                                                  Id::Environment::Humidity,
-                                                  Id::Environment::Temperature,
-                                                  Id::Temperatures::Current::TBoardSens50,
-                                                  Id::ActiveLens::Serial,
-                                                  Id::DeviceInfo::Uptime,
-                                                  Id::MeasPoints::HotSpot::MeasPoint,
-                                                  Id::MeasPoints::ColdSpot::MeasPoint,
-                                                  Id::MeasPoints::CenterSpot::MeasPoint,
-                                                  Id::MeasAreas::CenterArea::MeasArea,
-                                                  Id::Palette::ActivePalette,
-                                                  // what re-analysing the image later needs
-                                                  Id::Radiometry::Planck,
-                                                  Id::ProtectiveGlass::Attached,
-                                                  Id::ProtectiveGlass::Transmission,
-                                                  Id::ProtectiveGlass::Emissivity};
-    return keys;
+    static const std::vector<std::string> keys = {
+        Id::ActiveMeasRange::Name, Id::Environment::Humidity, Id::Environment::Temperature,
+        Id::Temperatures::Current::TBoardSens50, Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
+        Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
+        Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasAreas::CenterArea::MeasArea, Id::Palette::ActivePalette,
+        // what re-analysing the image later needs
+        Id::Radiometry::Planck, Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
+        Id::ProtectiveGlass::Emissivity};
+    static const std::vector<std::string> all = [] {
+        std::vector<std::string> k = keys;
+        // The user's measurement set-up with its results and local parameters, and what the
+        // overlay of the image shows, so that a re-analysed copy looks like the original.
+        for (int i = 1; i <= 5; ++i)
+            for (const char* item : {"Visible", "Position", "MeasPoint", "LocalParameters", "Emissivity",
+                                     "ReflectedTemperature"})
+                k.push_back("MeasPoints.MeasPoint" + std::to_string(i) + "." + item);
+        for (int i = 1; i <= 3; ++i)
+            for (const char* item :
+                 {"Visible", "Rect", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+                k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
+        for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
+            k.push_back(*key);
+        for (const auto& key : displayKeys())
+            if (key != Id::Palette::Colors && std::find(k.begin(), k.end(), key) == k.end())
+                k.push_back(key);
+        return k;
+    }();
+    return all;
 }
 
 std::string withSlash(std::string dir) {
@@ -131,6 +151,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
         return norda::vision::Palettes::exists(name) ? std::string()
                                                      : "unknown palette \"" + name + "\" (" + names + ")";
     });
+    addMeasurementChecks();
     if (!m_options.settingsFile.empty()) {
         if (norda::utils::existsFile(m_options.settingsFile))
             m_settings.loadFile(m_options.settingsFile);
@@ -140,6 +161,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
         m_settings.applyAssignment(assignment);
     m_store.flush();
     m_hostCommands = std::make_unique<HostCommands>(m_commands, m_settings);
+    m_overlay = std::make_unique<OverlayPublisher>(m_store);
 
     // The colour table follows the palette name, as the camera's menu does.
     auto applyPalette = [this](const std::string& name) {
@@ -169,11 +191,76 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
 }
 
 Camera::~Camera() {
+    m_overlay.reset();
     m_mjpegHub.close();
     m_pxmHub.close();
     m_pipeline.stop();
     m_paletteSubscription.reset();
     m_store.flush();
+}
+
+// Object parameters, the humidity mode's inputs and the user's points and areas: a value out of
+// range is refused with a message naming the setting, and the last good value stays.
+void Camera::addMeasurementChecks() {
+    auto between = [](double lo, bool loOpen, double hi, const std::string& what) {
+        return [=](const Variant& v) {
+            const double x = v.holds<float>() ? v.value<float>() : v.value<Temp>().celsius();
+            if ((loOpen ? x > lo : x >= lo) && x <= hi)
+                return std::string();
+            return fmt::format("{} must lie in {}{}, {}] (got {})", what, loOpen ? "(" : "[", lo, hi, x);
+        };
+    };
+    const auto emissivity = between(0.0, true, 1.0, "an emissivity");
+    const auto reflected = between(-100.0, false, 1000.0,
+                                   "a reflected temperature in Â°"
+                                   "C");
+    m_settings.addCheck(Id::Environment::EmissivityValue, emissivity);
+    m_settings.addCheck(Id::Gallery::Reanalysis::Emissivity, emissivity);
+    m_settings.addCheck(Id::Environment::ReflectedTemperature, reflected);
+    m_settings.addCheck(Id::Gallery::Reanalysis::ReflectedTemperature, reflected);
+    m_settings.addCheck(Id::Environment::Temperature, between(-45.0, false, 60.0,
+                                                              "the air temperature in Â°"
+                                                              "C"));
+    m_settings.addCheck(Id::ProtectiveGlass::Transmission, between(0.0, true, 1.0, "a transmission"));
+    m_settings.addCheck(Id::ProtectiveGlass::Emissivity, between(-1e-9, true, 0.999, "the glass emissivity"));
+    auto inImage = [this](const cv::Rect& r) {
+        const int w = m_store.getValue<unsigned short>(Id::IrImage::Cols),
+                  h = m_store.getValue<unsigned short>(Id::IrImage::Rows);
+        return r.width > 0 && r.height > 0 && r.x >= 0 && r.y >= 0 && r.x + r.width <= w &&
+                       r.y + r.height <= h
+                   ? std::string()
+                   : fmt::format("({}, {}, {} x {}) does not lie inside the {} x {} image", r.x, r.y, r.width,
+                                 r.height, w, h);
+    };
+    for (int i = 1; i <= 5; ++i) {
+        const std::string prefix = "MeasPoints.MeasPoint" + std::to_string(i);
+        m_settings.addCheck(prefix + ".Emissivity", emissivity);
+        m_settings.addCheck(prefix + ".ReflectedTemperature", reflected);
+    }
+    for (const char* p : {"MeasPoint1", "MeasPoint2", "MeasPoint3", "MeasPoint4", "MeasPoint5", "DeltaT1",
+                          "DeltaT2", "CenterSpot", "LaserSpot"})
+        m_settings.addCheck(std::string("MeasPoints.") + p + ".Position", [inImage](const Variant& v) {
+            const auto pt = v.value<cv::Point_<int>>();
+            return inImage(cv::Rect(pt.x, pt.y, 1, 1));
+        });
+    for (int i = 1; i <= 3; ++i) {
+        const std::string prefix = "MeasAreas.UserArea" + std::to_string(i);
+        m_settings.addCheck(prefix + ".Emissivity", emissivity);
+        m_settings.addCheck(prefix + ".ReflectedTemperature", reflected);
+        m_settings.addCheck(prefix + ".Rect",
+                            [inImage](const Variant& v) { return inImage(v.value<cv::Rect_<int>>()); });
+    }
+    for (const auto* key : {&Id::DeltaT::First, &Id::DeltaT::Second})
+        m_settings.addCheck(*key, [](const Variant& v) {
+            const auto& names = UserMeasurementElement::resultNames();
+            const auto& name = v.value<std::string>();
+            std::string all;
+            for (const auto& n : names)
+                all += (all.empty() ? "" : ", ") + n;
+            return std::find(names.begin(), names.end(), name) != names.end()
+                       ? std::string()
+                       : "\"" + name + "\" is no result (" + all + ")";
+        });
 }
 
 void Camera::addStage(const std::string& type, std::unique_ptr<StreamingElement> element,
@@ -248,11 +335,19 @@ void Camera::buildChain() {
              "radiometry");
     addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),
              "lens distortion");
+    // A saved image opened in the gallery takes the live frame's place from here on.
+    addStage("ImageReadElement",
+             std::make_unique<ImageReadElement>(&m_store,
+                                                m_options.outputDir.empty() ? "." : m_options.outputDir,
+                                                std::vector<std::string>{}, 0, STREAMING_DATATYPE_YUV422),
+             "saved image from the gallery");
 
     // Measurement and display.
     addStage("MinMaxExtractionElement",
-             std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
+             std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, false),
              "measurement, range automatics, scaling");
+    addStage("UserMeasurementElement", std::make_unique<UserMeasurementElement>(&m_store),
+             "user points, areas, delta-T, local parameters");
     addStage("StoreStampElement",
              std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
                                                  "DisplaySettings"),
@@ -390,6 +485,11 @@ void Camera::sendPxm(Frame& frame) {
 }
 
 std::string Camera::saveImage(std::chrono::milliseconds timeout) {
+    // The image writer hands gallery frames back instead of saving them.
+    if (const auto shown = m_store.getValue<std::string>(Id::Gallery::ActiveFilename); !shown.empty())
+        throw std::runtime_error(
+            "the saved image " + shown +
+            " is shown: go back to the live image to save, or save the shown one as a new file");
     const unsigned int before = m_store.getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
     m_commands.call(kImageWriteCallable, "TriggerImageSave", cmd::ParameterPack{makeVariant(false)});
     const auto deadline = std::chrono::steady_clock::now() + timeout;

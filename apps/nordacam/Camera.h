@@ -7,7 +7,8 @@
 // reader) and the pipeline:
 //
 //   source -> recorder (raw) -> coordinate value (raw) -> offset -> bad pixels -> TNR -> SPR -> SNR
-//   -> radiometry -> distortion -> min/max -> display settings into the frame -> palette
+//   -> radiometry -> distortion -> saved image (gallery) -> min/max -> user points and areas
+//   -> display settings into the frame -> palette
 //   -> stream senders (display image, radiometric frame) -> image writer
 //
 // At the end of every cycle the host keeps a copy of the newest radiometric frame and display
@@ -16,6 +17,7 @@
 #include "apps/nordacam/FrameHub.h"
 #include "apps/nordacam/HostCommands.h"
 #include "apps/nordacam/MeasRangeFollower.h"
+#include "apps/nordacam/Overlay.h"
 #include "apps/nordacam/Settings.h"
 #include "apps/nordacam/sim/SceneSimulator.h"
 
@@ -120,6 +122,7 @@ public:
 
 private:
     void buildChain();
+    void addMeasurementChecks();
     void addStage(const std::string& type, std::unique_ptr<norda::exp::streaming::StreamingElement> element,
                   const std::string& role,
                   std::vector<norda::exp::streaming::STREAMING_DATATYPE> optional = {});
@@ -132,6 +135,7 @@ private:
     norda::exp::cmd::CommandProxy m_commands;
     Settings m_settings;
     std::unique_ptr<HostCommands> m_hostCommands;
+    std::unique_ptr<OverlayPublisher> m_overlay;
     std::unique_ptr<sim::SceneSimulator> m_sim;
     std::unique_ptr<MeasRangeFollower> m_follower;
     FrameHub m_mjpegHub;

@@ -1,5 +1,7 @@
 #include "apps/nordacam/Server.h"
 
+#include "apps/nordacam/Gallery.h"
+#include "apps/nordacam/HttpSupport.h"
 #include "apps/nordacam/Measure.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
@@ -31,6 +33,12 @@ using json = nlohmann::json;
 using Temp = quantity::Temperature<MarkedFloat>;
 namespace fs = std::filesystem;
 
+using http::errorPage;
+using http::guarded;
+using http::HttpError;
+using http::parseBody;
+using http::reply;
+
 namespace {
 
 // Stream clients served at once; the pool keeps threads beyond them for the page and the API.
@@ -42,58 +50,6 @@ constexpr int kStalledClientSeconds = 5;
 // a slow viewer would see the live image seconds late and a stalled one would be noticed only
 // after that much data; a radiometric frame (0.6 MB) still fits in one buffer.
 constexpr int kSendBufferBytes = 512 * 1024;
-
-// Failures a handler reports, with their status.
-struct HttpError : std::runtime_error {
-    HttpError(int s, const std::string& what) : std::runtime_error(what), status(s) {}
-    int status;
-};
-
-void reply(httplib::Response& res, const json& body, int status = 200) {
-    res.status = status;
-    // Messages quote what the request held, which need not be UTF-8.
-    res.set_content(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json");
-}
-
-// Runs a handler, turning exceptions into JSON errors.
-template <typename F> httplib::Server::Handler guarded(F f) {
-    return [f](const httplib::Request& req, httplib::Response& res) {
-        try {
-            f(req, res);
-        } catch (const HttpError& e) {
-            reply(res, {{"error", e.what()}}, e.status);
-        } catch (const NotAvailable& e) {
-            reply(res, {{"error", e.what()}}, 503);
-        } catch (const SettingsError& e) {
-            reply(res, {{"error", e.what()}}, 400);
-        } catch (const json::exception& e) {
-            reply(res, {{"error", std::string("malformed JSON: ") + e.what()}}, 400);
-        } catch (const std::out_of_range& e) {
-            reply(res, {{"error", e.what()}}, 400);
-        } catch (const std::exception& e) {
-            reply(res, {{"error", e.what()}}, 409);
-        }
-    };
-}
-
-// The answer to a failed request that no handler explained.
-void errorPage(httplib::Response& res) {
-    if (res.body.empty())
-        reply(res,
-              {{"error", res.status == 404 ? std::string("not found")
-                                           : "bad request (HTTP status " + std::to_string(res.status) + ")"}},
-              res.status);
-}
-
-json parseBody(const httplib::Request& req) {
-    if (req.body.empty())
-        return json::object();
-    try {
-        return json::parse(req.body);
-    } catch (const json::parse_error& e) {
-        throw HttpError(400, std::string("malformed JSON: ") + e.what());
-    }
-}
 
 int intParam(const httplib::Request& req, const char* name) {
     if (!req.has_param(name))
@@ -503,6 +459,8 @@ void WebServer::routes() {
                            "attachment; filename=\"" + std::string(req.matches[1]) + "\"");
             res.set_content(data.str(), "application/octet-stream");
         }));
+    thermographyRoutes();
+    galleryRoutes();
     m_server->set_error_handler([](const httplib::Request&, httplib::Response& res) { errorPage(res); });
 }
 

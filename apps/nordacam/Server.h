@@ -12,6 +12,10 @@
 //   /api/save (POST), /api/capture (GET: the "CaptureImage" bytes as a download)
 //   /api/record/start (POST {"file": "...pxm", "frames": N}), /api/record/stop (POST)
 //   /api/files (GET), /files/<name> (GET: a file of the output folder)
+//   /api/thermography (GET: user points, areas, delta-T, scale, range choice), /api/scale (GET)
+//   /api/gallery (GET), /api/gallery/thumb/<name> (GET), /api/gallery/open (POST {"file"}),
+//   /api/gallery/close (POST), /api/gallery/reanalyse (POST {"emissivity", "reflected"}),
+//   /api/gallery/save (POST {"file", "overwrite"})
 //
 // Streams run on the element's commands while someone watches; each client gets the newest frame
 // and skips what it cannot take, so a slow client never slows the pipeline. Errors are JSON
@@ -34,6 +38,8 @@ struct Response;
 } // namespace httplib
 
 namespace nordacam {
+
+class Gallery;
 
 class WebServer {
 public:
@@ -60,12 +66,16 @@ public:
 private:
     struct Route;
     void routes();
+    // The thermographer's additions: measurement results and set-up, the colour scale, gallery.
+    void thermographyRoutes();
+    void galleryRoutes();
     void add(const std::string& method, const std::string& pattern,
              std::function<void(const httplib::Request&, httplib::Response&)> handler);
 
     Camera& m_camera;
     std::unique_ptr<httplib::Server> m_server;
     std::vector<Route> m_routes;
+    std::unique_ptr<Gallery> m_gallery;
     std::atomic<bool> m_stopping{false};
     std::atomic<int> m_streams{0};
     int m_port = 0;

@@ -157,12 +157,15 @@ bool isResultKey(const std::string& key) {
                                   "MeasRangePool",
                                   "Palette.Colors",
                                   "Scaling.Min",
-                                  "Scaling.Max"};
+                                  "Scaling.Max",
+                                  "DeltaT.Difference"};
     for (const char* e : exact)
         if (key == e)
             return true;
-    const std::string suffix = ".MeasPoint";
-    return key.size() > suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
+    for (const std::string suffix : {".MeasPoint", ".MeasArea"})
+        if (key.size() > suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0)
+            return true;
+    return false;
 }
 
 bool isUserKey(const std::string& key) {
@@ -191,8 +194,11 @@ bool isUserKey(const std::string& key) {
         auto ends = [&](const std::string& s) {
             return key.size() > s.size() && key.compare(key.size() - s.size(), s.size(), s) == 0;
         };
-        return ends(".Visible") || ends(".Position");
+        return ends(".Visible") || ends(".Position") || ends(".LocalParameters") || ends(".Emissivity") ||
+               ends(".ReflectedTemperature");
     }
+    if (key.rfind("MeasAreas.UserArea", 0) == 0)
+        return !isResultKey(key);
     return false;
 }
 
@@ -345,6 +351,7 @@ std::shared_ptr<Variant> Settings::checked(const std::string& key, std::shared_p
 void Settings::apply(const json& object, const std::string& origin) {
     if (!object.is_object())
         throw SettingsError(origin + ": expected a JSON object of key/value pairs");
+    std::lock_guard<std::mutex> lock(m_applyMutex);
     std::vector<std::pair<std::string, std::shared_ptr<Variant>>> parsed;
     for (const auto& [key, value] : object.items()) {
         try {
@@ -379,10 +386,12 @@ void Settings::applyAssignment(const std::string& assignment) {
         throw SettingsError("--set " + assignment + ": expected KEY=VALUE");
     const std::string key = trim(assignment.substr(0, eq));
     const std::string text = assignment.substr(eq + 1);
+    std::lock_guard<std::mutex> lock(m_applyMutex);
     m_store.set(key, checked(key, parseTextFor(*current(key), text, key)), true);
 }
 
 void Settings::set(const std::string& key, const json& value) {
+    std::lock_guard<std::mutex> lock(m_applyMutex);
     m_store.set(key, checked(key, parseJsonFor(*current(key), value, key)), true);
 }
 

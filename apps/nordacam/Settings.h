@@ -80,6 +80,7 @@ private:
     std::string m_path;
     std::map<std::string, Check> m_checks;
     mutable std::mutex m_saveMutex; // saves come from the pipeline and the server at once
+    std::mutex m_applyMutex;        // one writer at a time: checks see what the last writer left
 };
 
 } // namespace nordacam

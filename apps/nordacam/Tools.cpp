@@ -10,6 +10,7 @@
 #include "nordalib/vision/imgproc/BadPixelMap.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/rix/RixReanalysis.h"
 
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "nordalib/core/keys/DefaultParameters.h"
@@ -145,10 +146,29 @@ int rixInfo(const std::string& file, std::ostream& out) {
     return 0;
 }
 
-int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out) {
+int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out,
+              std::optional<float> emissivity, std::optional<float> reflectedC) {
     using norda::vision::RadiometricTools;
     const auto rix = loadRix(file);
-    const auto& rad = rix.getRadiometricImage();
+    cv::Mat_<uint16_t> rad = rix.getRadiometricImage();
+    if (!rad.empty() && (emissivity || reflectedC)) {
+        using norda::vision::RixReanalysis;
+        auto to = RixReanalysis::storedParameters(rix);
+        if (emissivity)
+            to.emissivity = *emissivity;
+        if (reflectedC)
+            to.reflectedK = *reflectedC + 273.15;
+        try {
+            to.validate();
+            rad = RixReanalysis::temperatures(rix, to);
+        } catch (const norda::Exception& e) {
+            throw SettingsError(file + ": " + e.what());
+        }
+        out << fmt::format(
+            "re-analysed for emissivity {:.3f}, reflected {:.2f} °C (taken with {:.3f}, {:.2f} °C)\n",
+            to.emissivity, to.reflectedK - 273.15, rix.getEmissivityOriginal(),
+            rix.getReflectedTempOriginal().celsius());
+    }
     if (rad.empty())
         throw SettingsError(file + " holds no radiometric image");
     if (format == ExportFormat::Csv) {

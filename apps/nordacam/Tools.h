@@ -1,6 +1,7 @@
 #pragma once
 // The file tools of nordacam: saved images (rix info / rix export) and calibration files.
 
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -14,7 +15,10 @@ enum class ExportFormat { Csv, Png, Tiff };
 // The temperatures of a saved image: CSV in °C (one row per image row), or the radiometric image
 // as 16-bit PNG/TIFF (pixel = 0.01 K from absolute zero); for PNG and TIFF the preview and the
 // visual image are written beside it (<name>-preview.png, <name>-visual.png) when present.
-int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out);
+// With `emissivity` and/or `reflectedC` the temperatures are first re-analysed for them (the
+// stored value stands in for the one not given); an image without Planck constants is refused.
+int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out,
+              std::optional<float> emissivity = {}, std::optional<float> reflectedC = {});
 
 struct DistortionParameters {
     double fx = 560.0, fy = 560.0, cx = 319.5, cy = 239.5;

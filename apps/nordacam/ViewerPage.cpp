@@ -15,7 +15,8 @@ const std::string& viewerPage() {
  #wrap { display: flex; gap: 18px; flex-wrap: wrap; }
  #view { position: relative; width: 640px; height: 480px; background: #000; cursor: crosshair; }
  #live, #overlay { position: absolute; left: 0; top: 0; width: 640px; height: 480px; }
- #panel { min-width: 300px; }
+ #panel { min-width: 300px; max-width: 560px; }
+ #panel fieldset { margin: 6px 0; }
  table { border-collapse: collapse; }
  td { padding: 3px 8px; }
  .hot { color: #ff6b5a; } .cold { color: #6bb8ff; } .centre { color: #9dff8a; }
@@ -23,12 +24,22 @@ const std::string& viewerPage() {
  button, select, input { background: #2c3038; color: #eee; border: 1px solid #555; padding: 4px 8px; }
  #msg { min-height: 1.4em; color: #ffd36b; }
  .muted { color: #999; font-size: 12px; }
+ #scale { display: flex; flex-direction: column; align-items: center; width: 70px; font-size: 13px; }
+ #scalebar { width: 22px; height: 400px; border: 1px solid #666; margin: 4px 0; }
+ .bad { color: #ffb347; }
+ .panel input[type=number] { width: 70px; }
+ #thumbs { display: flex; flex-wrap: wrap; gap: 6px; max-width: 700px; }
+ .thumb { width: 164px; font-size: 12px; cursor: pointer; border: 2px solid transparent; }
+ .thumb.shown { border-color: #9dff8a; } .thumb img { width: 160px; height: 120px; background: #333; }
+ .thumb .err { color: #ff6b5a; }
+ #tools td input { width: 52px; }
 </style>
 </head>
 <body>
-<h1>nordacam &mdash; live thermal image</h1>
+<h1>nordacam &mdash; <span id="viewstate">live thermal image</span></h1>
 <div id="wrap">
  <div id="view"><img id="live" src="/stream.mjpg" alt="live image"><canvas id="overlay" width="640" height="480"></canvas></div>
+ <div id="scale"><span id="scalemax">--</span><canvas id="scalebar" width="22" height="400"></canvas><span id="scalemin">--</span><span id="scalemode" class="muted"></span></div>
  <div id="panel">
   <table>
    <tr><td class="hot">Hot spot</td><td id="hot">--</td></tr>
@@ -52,10 +63,42 @@ const std::string& viewerPage() {
    <button id="recstop">Record stop</button>
    <div id="rec" class="muted"></div>
   </fieldset>
+  <fieldset id="objectpanel" class="panel"><legend>Object parameters</legend>
+   Emissivity <input id="emissivity" type="number" step="0.01" min="0.01" max="1">
+   Reflected <input id="reflected" type="number" step="0.5"> &deg;C<br>
+   Air <input id="air" type="number" step="0.5"> &deg;C
+   Humidity <input id="rh" type="number" step="1" min="0" max="100"> %<br>
+   <label><input id="glass" type="checkbox"> Protective glass</label>
+   transmission <input id="glasstau" type="number" step="0.01"> emissivity <input id="glasseps" type="number" step="0.01">
+   <button id="applyObject">Apply</button>
+  </fieldset>
+  <fieldset id="rangepanel" class="panel"><legend>Range and humidity</legend>
+   Range <select id="range_sel"></select> <label><input id="autorange" type="checkbox"> automatic</label><br>
+   <label><input id="humid" type="checkbox"> Humidity mode</label> <span id="dew" class="muted"></span>
+  </fieldset>
+  <fieldset id="colourpanel" class="panel"><legend>Isotherm and alarms</legend>
+   <label><input id="iso" type="checkbox"> Isotherm</label> <input id="isolo" type="number" step="0.5"> .. <input id="isohi" type="number" step="0.5"> <input id="isocol" type="color" value="#00ff00"><br>
+   <label><input id="alarmhi" type="checkbox"> Alarm above</label> <input id="alarmhival" type="number" step="0.5"> <input id="alarmhicol" type="color" value="#ff0000"><br>
+   <label><input id="alarmlo" type="checkbox"> Alarm below</label> <input id="alarmloval" type="number" step="0.5"> <input id="alarmlocol" type="color" value="#0000ff">
+   <button id="applyColours">Apply</button>
+  </fieldset>
   <div id="msg"></div>
+ </div>
+</div>
+<div id="wrap2" style="display:flex; gap:18px; flex-wrap:wrap; margin-top:12px">
+ <fieldset id="toolpanel" class="panel"><legend>Measurement tools</legend>
+  Click on the image: <select id="toolmode"><option value="probe">probe</option><option value="point">add point</option><option value="area">add area (drag)</option><option value="delta">delta-T points</option></select>
+  <label><input id="deltaon" type="checkbox"> delta-T</label> <select id="deltafirst"></select> &minus; <select id="deltasecond"></select> = <b id="deltaval">--</b>
+  <table id="tools"></table>
+ </fieldset>
+ <fieldset id="gallerypanel" class="panel"><legend>Gallery</legend>
+  <div><span id="galstate">live image</span> <button id="galclose">Back to live</button> <button id="galrefresh">Refresh</button></div>
+  <div id="reanalysis">Re-analyse: emissivity <input id="reE" type="number" step="0.01"> reflected <input id="reTr" type="number" step="0.5"> &deg;C
+   <button id="reanalyse">Re-analyse</button> <input id="saveas" placeholder="new file (empty: next number)" size="22"> <label><input id="overwrite" type="checkbox"> overwrite</label> <button id="savecopy">Save as</button></div>
+  <div id="thumbs"></div>
+ </fieldset>
   <div class="muted">Streams: <a href="/stream.mjpg">/stream.mjpg</a>, <a href="/stream.pxm">/stream.pxm</a>,
    API: <a href="/api/status">/api/status</a>, <a href="/api/measurements">/api/measurements</a></div>
- </div>
 </div>
 <script>
 const $ = id => document.getElementById(id);
@@ -92,17 +135,9 @@ async function refresh() {
     ctx.clearRect(0, 0, ov.width, ov.height);
     mark(by.hot, '#ff6b5a', 'H'); mark(by.cold, '#6bb8ff', 'C'); mark(by.centre, '#9dff8a', '+');
     if (probe) { mark(probe, '#ffffff', 'P'); }
+    drawTools();
   } catch (e) { msg('measurements: ' + e.message); }
 }
-ov.addEventListener('click', async ev => {
-  const r = ov.getBoundingClientRect();
-  const x = Math.floor((ev.clientX - r.left) * imgW / r.width), y = Math.floor((ev.clientY - r.top) * imgH / r.height);
-  try {
-    const t = await api('/api/temperature?x=' + x + '&y=' + y);
-    probe = {x: x, y: y, celsius: t.celsius, valid: true};
-    $('probe').textContent = t.celsius.toFixed(2) + ' \u00b0C at ' + x + ',' + y + (t.raw !== undefined ? ' (raw ' + t.raw + ')' : '');
-  } catch (e) { msg('temperature: ' + e.message); }
-});
 async function setup() {
   try {
     const p = await api('/api/palettes');
@@ -122,7 +157,151 @@ $('save').onclick = () => { msg('saving...'); api('/api/save', {method: 'POST'})
 $('capture').onclick = () => { window.location = '/api/capture'; };
 $('recstart').onclick = () => api('/api/record/start', {method: 'POST', body: JSON.stringify({frames: parseInt($('recframes').value) || 0})}).then(r => msg('recording to ' + r.file), e => msg(e.message));
 $('recstop').onclick = () => api('/api/record/stop', {method: 'POST'}).then(() => msg('recording stopped'), e => msg(e.message));
-setup(); refresh(); setInterval(refresh, 400);
+// ---- colour scale ----
+async function refreshScale() {
+  try {
+    const sc = await api('/api/scale');
+    const c = $('scalebar').getContext('2d'), n = sc.colors.length, h = $('scalebar').height;
+    for (let i = 0; i < h; i++) { c.fillStyle = sc.colors[Math.round((n - 1) * (1 - i / (h - 1)))]; c.fillRect(0, i, 22, 1); }
+    const f = v => v ? v.celsius.toFixed(1) + ' \u00b0C' : '--';
+    $('scalemax').textContent = f(sc.max); $('scalemin').textContent = f(sc.min);
+    $('scalemax').className = sc.max && sc.max.mark ? 'bad' : ''; $('scalemin').className = sc.min && sc.min.mark ? 'bad' : '';
+    $('scalemode').textContent = sc.mode + ', ' + sc.palette;
+  } catch (e) { msg('scale: ' + e.message); }
+}
+// ---- settings helpers ----
+function post(body, what) {
+  return api('/api/settings', {method: 'POST', body: JSON.stringify(body)}).then(() => { msg(what + ' applied'); refreshTools(); }, e => msg(e.message));
+}
+function hex(n) { return '#' + ('000000' + (n >>> 0).toString(16)).slice(-6); }
+function num(h) { return parseInt(h.slice(1), 16); }
+async function setupPanels() {
+  try {
+    const s = await api('/api/settings');
+    $('emissivity').value = s['Environment.EmissivityValue'];
+    $('reflected').value = parseFloat(s['Environment.ReflectedTemperature']);
+    $('air').value = parseFloat(s['Environment.Temperature']);
+    $('rh').value = Math.round(parseFloat(s['Environment.Humidity']) * 100);
+    $('glass').checked = s['ProtectiveGlass.Attached'];
+    $('glasstau').value = s['ProtectiveGlass.Transmission']; $('glasseps').value = s['ProtectiveGlass.Emissivity'];
+    $('humid').checked = s['Environment.HumidityModeActive'];
+    $('iso').checked = s['Isotherme.IsothermeActive']; $('isolo').value = parseFloat(s['Isotherme.IsothermeBottomValue']);
+    $('isohi').value = parseFloat(s['Isotherme.IsothermeTopValue']); $('isocol').value = hex(s['Isotherme.IsothermeColor']);
+    $('alarmhi').checked = s['Alarm.AlarmTopActive']; $('alarmhival').value = parseFloat(s['Alarm.AlarmTopValue']); $('alarmhicol').value = hex(s['Alarm.AlarmTopColor']);
+    $('alarmlo').checked = s['Alarm.AlarmBottomActive']; $('alarmloval').value = parseFloat(s['Alarm.AlarmBottomValue']); $('alarmlocol').value = hex(s['Alarm.AlarmBottomColor']);
+    $('autorange').checked = s['MeasRangeSettings.EnableAutoRange'];
+  } catch (e) { msg('settings: ' + e.message); }
+}
+$('applyObject').onclick = () => post({'Environment.EmissivityValue': parseFloat($('emissivity').value),
+  'Environment.ReflectedTemperature': $('reflected').value, 'Environment.Temperature': $('air').value,
+  'Environment.Humidity': $('rh').value + '%', 'ProtectiveGlass.Attached': $('glass').checked,
+  'ProtectiveGlass.Transmission': parseFloat($('glasstau').value), 'ProtectiveGlass.Emissivity': parseFloat($('glasseps').value)}, 'object parameters');
+$('applyColours').onclick = () => post({'Isotherme.IsothermeActive': $('iso').checked, 'Isotherme.IsothermeBottomValue': $('isolo').value,
+  'Isotherme.IsothermeTopValue': $('isohi').value, 'Isotherme.IsothermeColor': num($('isocol').value),
+  'Alarm.AlarmTopActive': $('alarmhi').checked, 'Alarm.AlarmTopValue': $('alarmhival').value, 'Alarm.AlarmTopColor': num($('alarmhicol').value),
+  'Alarm.AlarmBottomActive': $('alarmlo').checked, 'Alarm.AlarmBottomValue': $('alarmloval').value, 'Alarm.AlarmBottomColor': num($('alarmlocol').value)}, 'isotherm and alarms');
+$('humid').onchange = () => post({'Environment.HumidityModeActive': $('humid').checked}, 'humidity mode');
+$('autorange').onchange = () => post({'MeasRangeSettings.EnableAutoRange': $('autorange').checked}, 'automatic range');
+$('range_sel').onchange = () => post({'MeasRangeSettings.EnableAutoRange': false, 'ActiveMeasRange.Name': parseInt($('range_sel').value)}, 'range');
+// ---- measurement tools: points by clicking, areas by dragging, delta-T ----
+let thermo = null, drag = null;
+function fmtValue(v) { if (!v) return '--'; const t = v.percent !== undefined ? v.percent.toFixed(0) + ' %' : v.celsius.toFixed(1) + ' \u00b0C';
+  return v.mark === 3 ? '<' + t : v.mark === 5 ? '>' + t : v.mark ? '(' + t + ')' : t; }
+function localText(l) { return l.on ? ' [e ' + l.emissivity.toFixed(2) + ', Tr ' + l.reflected.toFixed(1) + ' \u00b0C]' : ''; }
+function toCanvas(x, y) { return [x * ov.width / imgW, y * ov.height / imgH]; }
+function drawTools() {
+  if (!thermo) return;
+  ctx.font = '13px sans-serif'; ctx.lineWidth = 2;
+  thermo.points.filter(p => p.visible).forEach(p => {
+    const [x, y] = toCanvas(p.x, p.y); ctx.strokeStyle = ctx.fillStyle = '#7fffff';
+    ctx.beginPath(); ctx.moveTo(x - 8, y); ctx.lineTo(x + 8, y); ctx.moveTo(x, y - 8); ctx.lineTo(x, y + 8); ctx.stroke();
+    ctx.fillText(p.label + ' ' + fmtValue(p.value) + localText(p.local), x + 9, y - 6); });
+  thermo.areas.filter(a => a.visible).forEach(a => {
+    const [x, y] = toCanvas(a.rect.x, a.rect.y), [x2, y2] = toCanvas(a.rect.x + a.rect.width, a.rect.y + a.rect.height);
+    ctx.strokeStyle = ctx.fillStyle = '#ffff7f'; ctx.strokeRect(x, y, x2 - x, y2 - y);
+    ctx.fillText(a.label + ' avg ' + fmtValue(a.mean) + localText(a.local), x + 3, y + 14); });
+  if (thermo.deltaT.active) thermo.deltaT.points.forEach(p => { const [x, y] = toCanvas(p.x, p.y);
+    ctx.strokeStyle = ctx.fillStyle = '#ff80ff'; ctx.strokeRect(x - 5, y - 5, 10, 10); ctx.fillText(p.name.replace('DeltaT', 'D'), x + 7, y - 6); });
+  if (drag) { ctx.strokeStyle = '#ffffff'; ctx.setLineDash([4, 3]); ctx.strokeRect(drag.x0, drag.y0, drag.x1 - drag.x0, drag.y1 - drag.y0); ctx.setLineDash([]); }
+}
+function toolRow(kind, o) {
+  const key = (kind === 'point' ? 'MeasPoints.' : 'MeasAreas.') + o.name;
+  const val = kind === 'point' ? fmtValue(o.value) + ' at ' + o.x + ',' + o.y : 'avg ' + fmtValue(o.mean) + ' max ' + fmtValue(o.hot) + ' min ' + fmtValue(o.cold);
+  return '<tr data-key="' + key + '"><td>' + o.label + '</td><td class="' + ((o.value || o.mean || {}).mark ? 'bad' : '') + '">' + val + '</td>' +
+    '<td><label><input type="checkbox" class="lp"' + (o.local.on ? ' checked' : '') + '> own</label> e <input class="le" type="number" step="0.01" value="' + o.local.emissivity + '">' +
+    ' Tr <input class="lr" type="number" step="0.5" value="' + o.local.reflected + '"></td><td><button class="lset">Set</button> <button class="ldel">Remove</button></td></tr>';
+}
+async function refreshTools() {
+  try {
+    thermo = await api('/api/thermography');
+    const rows = thermo.points.filter(p => p.visible).map(p => toolRow('point', p)).concat(thermo.areas.filter(a => a.visible).map(a => toolRow('area', a)));
+    $('tools').innerHTML = rows.join('') || '<tr><td class="muted">no points or areas</td></tr>';
+    $('deltaval').textContent = thermo.deltaT.active ? thermo.deltaT.difference.toFixed(2) + ' K' : '--';
+    $('deltaon').checked = thermo.deltaT.active;
+    $('dew').textContent = 'dew point ' + thermo.humidity.dewPoint.toFixed(1) + ' \u00b0C at ' + thermo.humidity.air.toFixed(1) + ' \u00b0C, ' + thermo.humidity.relative.toFixed(0) + ' %';
+    if (!$('range_sel').options.length) thermo.ranges.forEach(r => { const o = document.createElement('option'); o.value = r.name; o.textContent = r.name + ' (' + r.bottom + ' .. ' + r.top + ' \u00b0C)'; $('range_sel').appendChild(o); });
+    $('range_sel').value = thermo.activeRange;
+    if (!$('deltafirst').options.length) ['deltafirst', 'deltasecond'].forEach(id => ['DeltaT1', 'DeltaT2', 'HotSpot', 'ColdSpot', 'CenterSpot', 'MeasPoint1', 'MeasPoint2', 'MeasPoint3', 'MeasPoint4', 'MeasPoint5', 'UserArea1', 'UserArea2', 'UserArea3'].forEach(n => {
+      const o = document.createElement('option'); o.textContent = n; $(id).appendChild(o); }));
+    $('deltafirst').value = thermo.deltaT.first; $('deltasecond').value = thermo.deltaT.second;
+    document.querySelectorAll('#tools tr[data-key]').forEach(tr => {
+      const key = tr.dataset.key;
+      tr.querySelector('.lset').onclick = () => post({[key + '.LocalParameters']: tr.querySelector('.lp').checked,
+        [key + '.Emissivity']: parseFloat(tr.querySelector('.le').value), [key + '.ReflectedTemperature']: tr.querySelector('.lr').value}, 'local parameters');
+      tr.querySelector('.ldel').onclick = () => post({[key + '.Visible']: false}, 'removal');
+    });
+  } catch (e) { msg('tools: ' + e.message); }
+}
+const deltaChange = () => post({'DeltaT.Active': $('deltaon').checked, 'DeltaT.First': $('deltafirst').value, 'DeltaT.Second': $('deltasecond').value}, 'delta-T');
+$('deltaon').onchange = deltaChange; $('deltafirst').onchange = deltaChange; $('deltasecond').onchange = deltaChange;
+function imagePos(ev) { const r = ov.getBoundingClientRect();
+  return {cx: ev.clientX - r.left, cy: ev.clientY - r.top, x: Math.floor((ev.clientX - r.left) * imgW / r.width), y: Math.floor((ev.clientY - r.top) * imgH / r.height)}; }
+let deltaNext = 1;
+ov.addEventListener('mousedown', ev => { if ($('toolmode').value === 'area') { const p = imagePos(ev); drag = {x0: p.cx, y0: p.cy, x1: p.cx, y1: p.cy, ix: p.x, iy: p.y}; } });
+ov.addEventListener('mousemove', ev => { if (drag) { const p = imagePos(ev); drag.x1 = p.cx; drag.y1 = p.cy; } });
+ov.addEventListener('mouseup', async ev => {
+  const p = imagePos(ev), mode = $('toolmode').value;
+  if (mode === 'area' && drag) {
+    const x = Math.min(drag.ix, p.x), y = Math.min(drag.iy, p.y), w = Math.abs(p.x - drag.ix), h = Math.abs(p.y - drag.iy); drag = null;
+    if (w < 2 || h < 2) { msg('drag to draw an area'); return; }
+    const free = thermo.areas.find(a => !a.visible) || thermo.areas[0];
+    post({['MeasAreas.' + free.name + '.Rect']: x + ',' + y + ',' + w + ',' + h, ['MeasAreas.' + free.name + '.Visible']: true}, free.label);
+  } else if (mode === 'point') {
+    const free = thermo.points.find(q => !q.visible) || thermo.points[0];
+    post({['MeasPoints.' + free.name + '.Position']: p.x + ',' + p.y, ['MeasPoints.' + free.name + '.Visible']: true}, free.label);
+  } else if (mode === 'delta') {
+    const name = 'DeltaT' + deltaNext; deltaNext = 3 - deltaNext;
+    post({['MeasPoints.' + name + '.Position']: p.x + ',' + p.y, 'DeltaT.Active': true}, name);
+  } else {
+    try { const t = await api('/api/temperature?x=' + p.x + '&y=' + p.y);
+      probe = {x: p.x, y: p.y, celsius: t.celsius, valid: true};
+      $('probe').textContent = t.celsius.toFixed(2) + ' \u00b0C at ' + p.x + ',' + p.y + (t.raw !== undefined ? ' (raw ' + t.raw + ')' : '');
+    } catch (e) { msg('temperature: ' + e.message); }
+  }
+});
+// ---- gallery ----
+async function refreshGallery() {
+  try {
+    const g = await api('/api/gallery');
+    $('galstate').textContent = g.state.shown ? 'showing ' + g.state.shown + (g.state.reanalysed ? ' (re-analysed: e ' + g.state.emissivity.toFixed(2) + ', Tr ' + g.state.reflected.toFixed(1) + ' \u00b0C)' : '') : 'live image';
+    $('reanalysis').style.display = g.state.shown ? '' : 'none';
+    $('viewstate').textContent = g.state.shown ? 'saved image ' + g.state.shown + (g.state.reanalysed ? ', re-analysed' : '') : 'live thermal image';
+    if (g.state.shown && document.activeElement !== $('reE')) { $('reE').value = g.state.emissivity.toFixed(2); $('reTr').value = g.state.reflected.toFixed(1); }
+    $('thumbs').innerHTML = g.images.map(i => '<div class="thumb' + (i.name === g.state.shown ? ' shown' : '') + '" data-name="' + i.name + '">' +
+      (i.error ? '<div class="err">' + i.error.replace(/</g, '&lt;') + '</div>' : '<img src="/api/gallery/thumb/' + i.name + '" alt="' + i.name + '">') +
+      '<div>' + i.name + (i.taken ? ' ' + i.taken : '') + '</div></div>').join('');
+    document.querySelectorAll('.thumb').forEach(t => t.onclick = () => api('/api/gallery/open', {method: 'POST', body: JSON.stringify({file: t.dataset.name})})
+      .then(() => { msg('opened ' + t.dataset.name); refreshGallery(); refreshTools(); }, e => msg(e.message)));
+  } catch (e) { msg('gallery: ' + e.message); }
+}
+$('galrefresh').onclick = refreshGallery;
+$('galclose').onclick = () => api('/api/gallery/close', {method: 'POST'}).then(() => { msg('live image'); refreshGallery(); }, e => msg(e.message));
+$('reanalyse').onclick = () => api('/api/gallery/reanalyse', {method: 'POST', body: JSON.stringify({emissivity: parseFloat($('reE').value), reflected: parseFloat($('reTr').value)})})
+  .then(() => { msg('re-analysed'); refreshGallery(); }, e => msg(e.message));
+$('savecopy').onclick = () => api('/api/gallery/save', {method: 'POST', body: JSON.stringify({file: $('saveas').value, overwrite: $('overwrite').checked})})
+  .then(r => { msg('saved ' + r.file); refreshGallery(); }, e => msg(e.message));
+setup(); setupPanels(); refresh(); refreshScale(); refreshTools(); refreshGallery();
+setInterval(refresh, 400); setInterval(refreshScale, 1000); setInterval(refreshTools, 700);
 </script>
 </body>
 </html>

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
 using namespace nordacam;
 
@@ -110,6 +111,9 @@ int main(int argc, char** argv) {
     auto* csvOpt = exp->add_option("--csv", csv, "temperatures in °C as CSV");
     auto* pngOpt = exp->add_option("--png", png, "radiometric image as 16-bit PNG (0.01 K per count)");
     auto* tiffOpt = exp->add_option("--tiff", tiff, "radiometric image as 16-bit TIFF (0.01 K per count)");
+    std::optional<float> reEmissivity, reReflected;
+    exp->add_option("--emissivity", reEmissivity, "re-analyse for this emissivity (0, 1]");
+    exp->add_option("--reflected", reReflected, "re-analyse for this reflected temperature (°C)");
     csvOpt->excludes(pngOpt)->excludes(tiffOpt);
     pngOpt->excludes(tiffOpt);
 
@@ -213,11 +217,11 @@ int main(int argc, char** argv) {
             return rixInfo(rixFile, std::cout);
         if (*exp) {
             if (!csv.empty())
-                return rixExport(exportFile, ExportFormat::Csv, csv, std::cout);
+                return rixExport(exportFile, ExportFormat::Csv, csv, std::cout, reEmissivity, reReflected);
             if (!png.empty())
-                return rixExport(exportFile, ExportFormat::Png, png, std::cout);
+                return rixExport(exportFile, ExportFormat::Png, png, std::cout, reEmissivity, reReflected);
             if (!tiff.empty())
-                return rixExport(exportFile, ExportFormat::Tiff, tiff, std::cout);
+                return rixExport(exportFile, ExportFormat::Tiff, tiff, std::cout, reEmissivity, reReflected);
             std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
                       << std::endl;
             return 2;

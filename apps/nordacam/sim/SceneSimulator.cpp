@@ -259,7 +259,8 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
         ++m_shutterFrames;
 
     Conditions c;
-    c.emissivity = m_store.getValue<float>(Id::Environment::EmissivityValue);
+    c.emissivity =
+        m_config.sceneEmissivity.value_or(m_store.getValue<float>(Id::Environment::EmissivityValue));
     c.reflectedC = m_store.getValue<Temp>(Id::Environment::ReflectedTemperature).celsius();
     c.range = m_range.load();
     c.shutterC = m_shutterC;

@@ -30,6 +30,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -56,6 +57,8 @@ struct SimulatorConfig {
     int deadPixels = 8;
     int stuckPixels = 4;
     float noiseCounts = 2.0f; // temporal noise, one sigma
+    // The surfaces' true emissivity; unset: the one the user set (the setting is right).
+    std::optional<float> sceneEmissivity;
     LensModel lens;
 };
 

@@ -123,6 +123,9 @@ void setDefaultParameters(DataProxy<std::string>& p) {
 
     p.setValue(Id::Gallery::ForceUpdate, false, n);
     p.setValue(Id::Gallery::ActiveFilename, std::string(), n);
+    p.setValue(Id::Gallery::Reanalysis::Active, false, n);
+    p.setValue(Id::Gallery::Reanalysis::Emissivity, 0.95f, n);
+    p.setValue(Id::Gallery::Reanalysis::ReflectedTemperature, celsius(20), n);
 
     struct Point {
         const std::string& visible;
@@ -196,8 +199,49 @@ void setDefaultParameters(DataProxy<std::string>& p) {
                              celsius(20)),
                    n);
     }
+    struct Local {
+        const std::string &on, &emissivity, &reflected;
+    };
+    namespace MP = Id::MeasPoints;
+    namespace MA = Id::MeasAreas;
+    const Local locals[] = {
+        {MP::MeasPoint1::LocalParameters, MP::MeasPoint1::Emissivity, MP::MeasPoint1::ReflectedTemperature},
+        {MP::MeasPoint2::LocalParameters, MP::MeasPoint2::Emissivity, MP::MeasPoint2::ReflectedTemperature},
+        {MP::MeasPoint3::LocalParameters, MP::MeasPoint3::Emissivity, MP::MeasPoint3::ReflectedTemperature},
+        {MP::MeasPoint4::LocalParameters, MP::MeasPoint4::Emissivity, MP::MeasPoint4::ReflectedTemperature},
+        {MP::MeasPoint5::LocalParameters, MP::MeasPoint5::Emissivity, MP::MeasPoint5::ReflectedTemperature},
+        {MA::UserArea1::LocalParameters, MA::UserArea1::Emissivity, MA::UserArea1::ReflectedTemperature},
+        {MA::UserArea2::LocalParameters, MA::UserArea2::Emissivity, MA::UserArea2::ReflectedTemperature},
+        {MA::UserArea3::LocalParameters, MA::UserArea3::Emissivity, MA::UserArea3::ReflectedTemperature},
+    };
+    for (const auto& l : locals) {
+        p.setValue(l.on, false, n);
+        p.setValue(l.emissivity, 0.95f, n);
+        p.setValue(l.reflected, celsius(20), n);
+    }
+    struct Area {
+        const std::string &visible, &rect, &measArea;
+        cv::Rect_<int> at;
+    };
+    const Area areas[] = {
+        {MA::UserArea1::Visible, MA::UserArea1::Rect, MA::UserArea1::MeasArea, {80, 60, 160, 120}},
+        {MA::UserArea2::Visible, MA::UserArea2::Rect, MA::UserArea2::MeasArea, {400, 60, 160, 120}},
+        {MA::UserArea3::Visible, MA::UserArea3::Rect, MA::UserArea3::MeasArea, {240, 300, 160, 120}},
+    };
+    for (const auto& a : areas) {
+        p.setValue(a.visible, false, n);
+        p.setValue(a.rect, a.at, n);
+        p.setValue(a.measArea,
+                   MeasArea(static_cast<unsigned short>(a.at.x), static_cast<unsigned short>(a.at.y),
+                            static_cast<unsigned short>(a.at.width), static_cast<unsigned short>(a.at.height)),
+                   n);
+    }
+
     p.setValue(Id::DeltaT::Active, false, n);
     p.setValue(Id::DeltaT::Mode, Id::DeltaT::PointPoint, n);
+    p.setValue(Id::DeltaT::First, std::string("DeltaT1"), n);
+    p.setValue(Id::DeltaT::Second, std::string("DeltaT2"), n);
+    p.setValue(Id::DeltaT::Difference, 0.0f, n);
 
     p.setValue(Id::MeasAreas::CenterArea::Visible, true, n);
     p.setValue(Id::MeasAreas::CenterArea::MeasArea, MeasArea(160, 120, 320, 240), n);

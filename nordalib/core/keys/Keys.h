@@ -122,6 +122,13 @@ inline const std::string Emissivity = "ProtectiveGlass.Emissivity";     // float
 namespace Gallery {
 inline const std::string ForceUpdate = "Gallery.ForceUpdate";       // bool
 inline const std::string ActiveFilename = "Gallery.ActiveFilename"; // std::string
+// Re-analysis of the shown image: with Active (bool) true its temperatures are recomputed for
+// Emissivity (float, (0, 1]) and ReflectedTemperature (Temperature) instead of the stored ones.
+namespace Reanalysis {
+inline const std::string Active = "Gallery.Reanalysis.Active";
+inline const std::string Emissivity = "Gallery.Reanalysis.Emissivity";
+inline const std::string ReflectedTemperature = "Gallery.Reanalysis.ReflectedTemperature";
+} // namespace Reanalysis
 } // namespace Gallery
 
 // Measurement points: <Point>::MeasPoint (MeasPoint), ::Position (cv::Point_<int>), ::Visible (bool).
@@ -144,6 +151,21 @@ NORDA_MEASPOINT_KEYS(MeasPoint5)
 NORDA_MEASPOINT_KEYS(DeltaT1)
 NORDA_MEASPOINT_KEYS(DeltaT2)
 #undef NORDA_MEASPOINT_KEYS
+// Local object parameters of a user point: <Point>::LocalParameters (bool: the point's value is
+// computed with its own emissivity and reflected temperature instead of the image's),
+// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
+#define NORDA_LOCAL_PARAMETER_KEYS(P)                                                                                 \
+    namespace P {                                                                                                      \
+    inline const std::string LocalParameters = "MeasPoints." #P ".LocalParameters";                                   \
+    inline const std::string Emissivity = "MeasPoints." #P ".Emissivity";                                             \
+    inline const std::string ReflectedTemperature = "MeasPoints." #P ".ReflectedTemperature";                         \
+    }
+NORDA_LOCAL_PARAMETER_KEYS(MeasPoint1)
+NORDA_LOCAL_PARAMETER_KEYS(MeasPoint2)
+NORDA_LOCAL_PARAMETER_KEYS(MeasPoint3)
+NORDA_LOCAL_PARAMETER_KEYS(MeasPoint4)
+NORDA_LOCAL_PARAMETER_KEYS(MeasPoint5)
+#undef NORDA_LOCAL_PARAMETER_KEYS
 } // namespace MeasPoints
 
 namespace DeltaT {
@@ -151,6 +173,12 @@ inline const std::string Active = "DeltaT.Active";       // bool
 inline const std::string Mode = "DeltaT.Mode";           // std::string: PointPoint or PointReference
 inline const std::string PointPoint = "PointPoint";      // value
 inline const std::string PointReference = "PointReference"; // value
+// The two results delta-T compares (std::string, a result's name: HotSpot, ColdSpot, CenterSpot,
+// MeasPoint1..5, DeltaT1, DeltaT2, UserArea1..3 (its mean)); the difference First - Second in
+// kelvin (float, result).
+inline const std::string First = "DeltaT.First";
+inline const std::string Second = "DeltaT.Second";
+inline const std::string Difference = "DeltaT.Difference";
 } // namespace DeltaT
 
 namespace MeasAreas {
@@ -159,6 +187,22 @@ inline const std::string Visible = "MeasAreas.CenterArea.Visible";   // bool
 inline const std::string MeasArea = "MeasAreas.CenterArea.MeasArea"; // MeasArea
 inline const std::string Rect = "MeasAreas.CenterArea.Rect";         // cv::Rect_<int>
 } // namespace CenterArea
+// User measurement areas: <Area>::Visible (bool), ::Rect (cv::Rect_<int>, image pixels), ::MeasArea
+// (MeasArea, result), and local object parameters as for user points: ::LocalParameters (bool),
+// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
+#define NORDA_USERAREA_KEYS(A)                                                                                        \
+    namespace A {                                                                                                      \
+    inline const std::string Visible = "MeasAreas." #A ".Visible";                                                    \
+    inline const std::string Rect = "MeasAreas." #A ".Rect";                                                          \
+    inline const std::string MeasArea = "MeasAreas." #A ".MeasArea";                                                  \
+    inline const std::string LocalParameters = "MeasAreas." #A ".LocalParameters";                                    \
+    inline const std::string Emissivity = "MeasAreas." #A ".Emissivity";                                              \
+    inline const std::string ReflectedTemperature = "MeasAreas." #A ".ReflectedTemperature";                          \
+    }
+NORDA_USERAREA_KEYS(UserArea1)
+NORDA_USERAREA_KEYS(UserArea2)
+NORDA_USERAREA_KEYS(UserArea3)
+#undef NORDA_USERAREA_KEYS
 } // namespace MeasAreas
 
 namespace Scaling {

@@ -1,7 +1,9 @@
 #include "nordalib/vision/streaming/ImageReadElement.h"
 
+#include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/rix/RixReanalysis.h"
 
 namespace norda::exp::streaming {
 
@@ -32,9 +34,20 @@ ImageReadElement::ImageReadElement(DataProxy<std::string>* dataProxy, const std:
             std::lock_guard<std::mutex> lock(m_mutRequest);
             m_bReloadPending = true;
         });
+    // Other re-analysis parameters: the shown image is computed anew.
+    auto reanalyse = [this](std::shared_ptr<Variant>) {
+        std::lock_guard<std::mutex> lock(m_mutRequest);
+        m_bReloadPending = true;
+    };
+    for (const auto* key : {&Id::Gallery::Reanalysis::Active, &Id::Gallery::Reanalysis::Emissivity,
+                            &Id::Gallery::Reanalysis::ReflectedTemperature})
+        if (m_pDataProxy->contains(*key))
+            m_subReanalysis.push_back(
+                m_pDataProxy->subscribe(*key, FunctorFactory::createTransmitter(reanalyse)));
 }
 
 ImageReadElement::~ImageReadElement() {
+    m_subReanalysis.clear();
     m_subForceUpdate.reset();
     m_subFilename.reset();
 }
@@ -109,9 +122,32 @@ void ImageReadElement::load(const std::string& name) {
     loaded.metaData.setValue(Id::Scaling::TempMin, rix.getScalingMin());
     loaded.metaData.setValue(Id::Environment::EmissivityValue, rix.getEmissivityOriginal());
     loaded.metaData.setValue(Id::Environment::ReflectedTemperature, rix.getReflectedTempOriginal());
+    reanalyse(rix, loaded);
     loaded.metaData.setValue(Id::Gallery::ActiveFilename, name);
     m_logger->log(LogLevel::info, "showing stored image {}", path);
     m_loaded = std::move(loaded);
+}
+
+// With re-analysis on, the temperatures become those of the other object parameters and the frame
+// says so; an image that can not be re-analysed (no Planck constants) is shown as stored.
+void ImageReadElement::reanalyse(const vision::Rix& rix, Loaded& loaded) {
+    using Temperature = quantity::Temperature<MarkedFloat>;
+    if (!m_pDataProxy->contains(Id::Gallery::Reanalysis::Active) ||
+        !m_pDataProxy->getValue<bool>(Id::Gallery::Reanalysis::Active) || rix.isSuperResolutionFile())
+        return;
+    try {
+        vision::ObjectParameters to = vision::RixReanalysis::storedParameters(rix);
+        to.emissivity = m_pDataProxy->getValue<float>(Id::Gallery::Reanalysis::Emissivity);
+        const auto reflected =
+            m_pDataProxy->getValue<Temperature>(Id::Gallery::Reanalysis::ReflectedTemperature);
+        to.reflectedK = reflected.kelvin();
+        to.validate();
+        loaded.radiometric = vision::RixReanalysis::temperatures(rix, to);
+        loaded.metaData.setValue(Id::Environment::EmissivityValue, static_cast<float>(to.emissivity));
+        loaded.metaData.setValue(Id::Environment::ReflectedTemperature, reflected);
+    } catch (const std::exception& e) {
+        m_logger->log(LogLevel::error, "Could not re-analyse stored image: {}", e.what());
+    }
 }
 
 } // namespace norda::exp::streaming

@@ -10,6 +10,8 @@
 // re-evaluate the stored image and the image write element passes the metadata to the gallery
 // instead of saving. Gallery.ForceUpdate set true reloads the file (after it was rewritten).
 // A missing or damaged file is reported once and yields no frames until another name is set.
+// With Gallery.Reanalysis.Active the image's temperatures are re-analysed for the emissivity and
+// reflected temperature of Gallery.Reanalysis.* (a change reloads), and its frames carry those.
 //
 // Slots: no inputs; outputs {3, visual slot}. process returns true when it delivered frames.
 
@@ -24,6 +26,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace norda::vision {
+class Rix;
+}
 
 namespace norda::exp::streaming {
 
@@ -52,6 +58,7 @@ private:
     void requestFile(const std::string& name);
     void load(const std::string& name);
     std::string resolve(const std::string& name) const;
+    void reanalyse(const vision::Rix& rix, Loaded& loaded);
 
     DataProxy<std::string>* m_pDataProxy;
     std::string m_strImageFolder;
@@ -66,6 +73,7 @@ private:
 
     Subscription m_subFilename; // last: released first, so no callback reaches a half-destroyed element
     Subscription m_subForceUpdate;
+    std::vector<Subscription> m_subReanalysis;
 };
 
 } // namespace norda::exp::streaming

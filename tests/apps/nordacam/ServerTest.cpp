@@ -2,7 +2,9 @@
 #include "apps/nordacam/Server.h"
 
 #include "nordalib/core/keys/Keys.h"
+#include "tests/support/ExclusiveRun.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/WebDriver.h"
 
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
 
@@ -303,5 +305,74 @@ TEST(NordacamServer, StalledViewerIsDroppedWithoutHoldingUpTheOthers) {
     live.stop(); // at most the send timeout for the stalled viewer's write in progress
     EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 8.0);
     ::close(another);
+}
+
+// The thermographer's page driven like a person: set the emissivity (a bad one is refused with the
+// setting's name in the page), add a point by clicking and an area by dragging, open a saved image
+// from the gallery and re-analyse it; the API agrees with what the page did, and the screenshot
+// shows the colour scale and the image.
+TEST(NordacamServer, BrowserDrivesTheThermographersPage) {
+    norda::test::ExclusiveRun exclusive;
+    norda::test::TempDir dir;
+    LiveServer live(dir.file("out"));
+    live.waitForFrames();
+    auto c = live.client();
+    ASSERT_EQ(c.Post("/api/save", "", "application/json")->status, 200);
+    auto api = [&](const std::string& path) { return json::parse(c.Get(path.c_str())->body); };
+
+    norda::test::WebDriver page(dir.file("profile"), 1600, 1100);
+    page.open("http://127.0.0.1:" + std::to_string(live.port) + "/");
+    ASSERT_TRUE(page.waitFor("document.getElementById('scalemax').textContent.includes('C')"));
+
+    page.type("#emissivity", "0.9");
+    page.click("#applyObject");
+    ASSERT_TRUE(page.waitFor("document.getElementById('msg').textContent === 'object parameters applied'"));
+    EXPECT_FLOAT_EQ(api("/api/settings/Environment.EmissivityValue")["value"].get<float>(), 0.9f);
+    page.type("#emissivity", "1.5");
+    page.click("#applyObject");
+    EXPECT_TRUE(
+        page.waitFor("document.getElementById('msg').textContent.includes('Environment.EmissivityValue')"));
+    EXPECT_FLOAT_EQ(api("/api/settings/Environment.EmissivityValue")["value"].get<float>(), 0.9f);
+
+    // The image is shown 640 x 480 at its own scale; gestures are given from its centre.
+    page.click("#toolmode option[value=point]");
+    page.mouse("#overlay", {{"down", -220, -160}, {"up", -220, -160}});
+    page.click("#toolmode option[value=area]");
+    page.mouse("#overlay", {{"down", -100, -60}, {"move", -40, 0}, {"up", 0, 40}});
+    ASSERT_TRUE(page.waitFor("document.querySelectorAll('#tools tr[data-key]').length === 2"));
+    const auto thermo = api("/api/thermography");
+    EXPECT_EQ(thermo["points"][0]["x"], 100);
+    EXPECT_EQ(thermo["points"][0]["y"], 80);
+    EXPECT_TRUE(thermo["points"][0]["visible"].get<bool>());
+    EXPECT_EQ(thermo["areas"][0]["rect"], json({{"x", 220}, {"y", 180}, {"width", 100}, {"height", 100}}));
+    EXPECT_TRUE(thermo["areas"][0]["mean"].contains("celsius"));
+
+    // The image saved before the page opened is in the gallery the page loaded.
+    ASSERT_TRUE(page.waitFor(
+        "document.querySelector('.thumb img') && document.querySelector('.thumb img').complete"));
+    page.click(".thumb");
+    ASSERT_TRUE(page.waitFor("document.getElementById('galstate').textContent.startsWith('showing IR')"));
+    page.type("#reE", "0.8");
+    page.click("#reanalyse");
+    ASSERT_TRUE(
+        page.waitFor("document.getElementById('galstate').textContent.includes('re-analysed: e 0.80')"));
+    const auto state = api("/api/gallery")["state"];
+    EXPECT_TRUE(state["reanalysed"].get<bool>());
+    EXPECT_FLOAT_EQ(state["emissivity"].get<float>(), 0.8f);
+    page.script("window.scrollTo(0, 0);");
+    std::this_thread::sleep_for(std::chrono::milliseconds(800)); // the re-analysed image on screen
+
+    const std::string png = page.screenshot();
+    std::ofstream("browser-thermography.png", std::ios::binary) << png; // beside the test program
+    const cv::Mat shot = cv::imdecode(std::vector<uchar>(png.begin(), png.end()), cv::IMREAD_COLOR);
+    ASSERT_FALSE(shot.empty());
+    const auto bar = page.script(
+        "const r = document.getElementById('scalebar').getBoundingClientRect();"
+        "return [Math.round(r.left), Math.round(r.top), Math.round(r.width), Math.round(r.height)];");
+    const cv::Rect scale(bar[0].get<int>() + 3, bar[1].get<int>() + 3, bar[2].get<int>() - 6,
+                         bar[3].get<int>() - 6);
+    cv::Scalar mean, spread;
+    cv::meanStdDev(shot(scale & cv::Rect(0, 0, shot.cols, shot.rows)), mean, spread);
+    EXPECT_GT(spread[0] + spread[1] + spread[2], 60.0) << "the colour scale shows the palette";
 }
 #endif

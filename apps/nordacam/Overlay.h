@@ -1,0 +1,44 @@
+#pragma once
+// The overlay of saved pictures: what the camera's screen shows over the palette image (colour
+// scale, spots and areas with their values, delta-T, emissivity, reflected temperature, date and
+// time), drawn with the library's ThermalOverlay.
+//
+// The content comes from named values: the live store, or the settings and results saved with an
+// image (its generic entries), so a re-analysed image gets the same overlay as a live one.
+// OverlayPublisher draws it into Id::Images::GuiJpeg whenever the image writer starts a save
+// (Id::Miscellaneous::SpinnerVisible goes true); the writer waits 500 ms before it blends it in.
+
+#include "nordalib/core/dataproxy/DataProxy.h"
+#include "nordalib/vision/overlay/ThermalOverlay.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace nordacam {
+
+// A named value or nullptr.
+using ValueLookup = std::function<std::shared_ptr<norda::exp::Variant>(const std::string&)>;
+
+ValueLookup storeLookup(const norda::exp::DataProxy<std::string>& store);
+
+// `dateTime` goes into the status line as it is.
+norda::vision::OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize,
+                                             const std::string& dateTime);
+
+// The local time now (or of `msSinceEpoch`), as the status line shows it.
+std::string overlayDateTime(unsigned long long msSinceEpoch = 0);
+
+class OverlayPublisher {
+public:
+    explicit OverlayPublisher(norda::exp::DataProxy<std::string>& store);
+    ~OverlayPublisher();
+    // Draws the overlay of the store's current values into Id::Images::GuiJpeg.
+    void publish();
+
+private:
+    norda::exp::DataProxy<std::string>& m_store;
+    norda::exp::Subscription m_subscription;
+};
+
+} // namespace nordacam

@@ -1,0 +1,64 @@
+#include "nordalib/vision/overlay/ThermalOverlay.h"
+
+#include "nordalib/core/exception/Exception.h"
+
+#include <opencv2/imgproc.hpp>
+
+namespace norda::vision {
+
+cv::Mat ThermalOverlay::render(const OverlayContent& content, cv::Size canvasSize) {
+    cv::Mat canvas(canvasSize, CV_8UC4, cv::Scalar::all(0));
+    draw(canvas, content);
+    return canvas;
+}
+
+void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
+    if (canvas.type() != CV_8UC4 || canvas.empty())
+        NORDA_THROW("an overlay canvas is a non-empty CV_8UC4 image", "norda::vision::ThermalOverlay::draw");
+    if (content.imageSize.width <= 0 || content.imageSize.height <= 0)
+        NORDA_THROW("the overlay's image size must be positive", "norda::vision::ThermalOverlay::draw");
+    // Text grows with the canvas: 0.4 on the 320 x 240 overlay of saved pictures.
+    const double scale = 0.4 * canvas.cols / 320.0;
+    const double sx = static_cast<double>(canvas.cols) / content.imageSize.width;
+    const double sy = static_cast<double>(canvas.rows) / content.imageSize.height;
+    auto map = [&](cv::Point p) {
+        return cv::Point(std::clamp(static_cast<int>(p.x * sx + sx / 2), 0, canvas.cols - 1),
+                         std::clamp(static_cast<int>(p.y * sy + sy / 2), 0, canvas.rows - 1));
+    };
+    const int line = OverlayText::lineHeight(scale);
+    // Every marker's place is taken before any label is placed, so labels keep off all of them.
+    std::vector<cv::Rect> taken;
+    if (!content.status.empty())
+        taken.emplace_back(0, canvas.rows - line - 8, canvas.cols, line + 8);
+    for (const auto& s : content.spots)
+        taken.emplace_back(map(s.position) - cv::Point(7, 7), cv::Size(15, 15));
+
+    for (const auto& a : content.areas) {
+        const cv::Rect r(static_cast<int>(a.rect.x * sx), static_cast<int>(a.rect.y * sy),
+                         std::max(2, static_cast<int>(a.rect.width * sx)),
+                         std::max(2, static_cast<int>(a.rect.height * sy)));
+        MeasurementMarks::drawArea(canvas, r, a.label, a.mean, map(a.hotPosition), a.hot, map(a.coldPosition),
+                                   a.cold, a.note, scale);
+    }
+    if (content.deltaT)
+        MeasurementMarks::drawDeltaT(canvas, map(content.deltaT->from), map(content.deltaT->to),
+                                     content.deltaT->text, scale);
+    for (const auto& s : content.spots)
+        MeasurementMarks::drawSpot(canvas, map(s.position), s.kind, s.label, s.value, s.note, scale, &taken);
+
+    // The scale on the right edge, clear of the status line.
+    const int barWidth = std::max(6, canvas.cols / 40);
+    const int top = line + 10, bottom = canvas.rows - 2 * line - 22;
+    if (bottom - top > 4 * line)
+        ScaleBar::draw(canvas, cv::Rect(canvas.cols - barWidth - 4, top, barWidth, bottom - top),
+                       content.paletteColours, content.scaleLow, content.scaleHigh, content.bands, scale);
+    if (!content.status.empty()) {
+        const int h = line + 8;
+        cv::rectangle(canvas, {0, canvas.rows - h}, {canvas.cols - 1, canvas.rows - 1},
+                      cv::Scalar(0, 0, 0, 150), cv::FILLED);
+        OverlayText::draw(canvas, content.status, {4, canvas.rows - 4}, cv::Scalar(255, 255, 255, 255),
+                          scale * 0.95);
+    }
+}
+
+} // namespace norda::vision

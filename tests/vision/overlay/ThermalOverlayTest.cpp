@@ -1,0 +1,85 @@
+#include "nordalib/vision/overlay/ThermalOverlay.h"
+
+#include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/streaming/ImageWriteElement.h"
+
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+using namespace norda::vision;
+
+TEST(OverlayText, ShowsValuesOutsideTheValidRangeAsSuch) {
+    const struct {
+        OverlayValue v;
+        const char* text;
+    } cases[] = {{{23.44f, 0, false},
+                  "23.4\xC2\xB0"
+                  "C"},
+                 {{-3.06f, 1, false},
+                  "(-3.1\xC2\xB0"
+                  "C)"},
+                 {{-20.0f, 3, false},
+                  "<-20.0\xC2\xB0"
+                  "C"},
+                 {{151.2f, 5, false},
+                  ">151.2\xC2\xB0"
+                  "C"},
+                 {{87.4f, 0, true}, "87 %"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(OverlayText::format(c.v), c.text);
+    EXPECT_NE(OverlayText::colourOf({1.0f, 5, false}), OverlayText::colourOf({1.0f, 0, false}));
+}
+
+// The overlay of a saved picture: drawn where the content says, transparent elsewhere, and
+// blended into the picture the image writer makes (written to the build folder to be looked at).
+TEST(ThermalOverlay, DrawsScaleMarksAndStatusForTheSavedPicture) {
+    OverlayContent c;
+    c.imageSize = {640, 480};
+    c.paletteColours = Palettes::colors("iron");
+    c.scaleLow = {12.3f, 0, false};
+    c.scaleHigh = {151.0f, 5, false};
+    c.bands.push_back({60.0f, 80.0f, 0x00FF00});
+    c.spots.push_back({SpotKind::Hot, "", {500, 140}, {151.0f, 5, false}, ""});
+    c.spots.push_back({SpotKind::Cold, "", {100, 400}, {12.3f, 0, false}, ""});
+    c.spots.push_back({SpotKind::User,
+                       "P1",
+                       {320, 240},
+                       {36.6f, 0, false},
+                       "e 0.80 Tr 35.0\xC2\xB0"
+                       "C"});
+    c.areas.push_back({"A1",
+                       {60, 60, 200, 140},
+                       {25.0f, 0, false},
+                       {30.0f, 0, false},
+                       {20.0f, 1, false},
+                       {100, 100},
+                       {200, 150},
+                       ""});
+    c.deltaT = OverlayDeltaT{{320, 240}, {160, 130}, "dT +11.6 K"};
+    c.status = "e 0.95  Tr 20.0\xC2\xB0"
+               "C  2026-11-23 12:00:00";
+    const cv::Mat overlay = ThermalOverlay::render(c);
+    ASSERT_EQ(overlay.size(), cv::Size(320, 240));
+    ASSERT_EQ(overlay.type(), CV_8UC4);
+
+    std::vector<cv::Mat> ch;
+    cv::split(overlay, ch);
+    EXPECT_GT(cv::countNonZero(ch[3](cv::Rect(300, 20, 20, 150))), 1000) << "scale bar";
+    EXPECT_GT(cv::countNonZero(ch[3](cv::Rect(0, 225, 320, 15))), 3000) << "status line";
+    EXPECT_GT(cv::countNonZero(ch[3](cv::Rect(155, 115, 10, 10))), 5) << "user point";
+    EXPECT_EQ(cv::countNonZero(ch[3](cv::Rect(180, 170, 60, 40))), 0) << "image shows through";
+    // The green isotherm band takes its share (20 of 138.7 K) of the bar's rows.
+    int green = 0;
+    for (int r = 0; r < 240; ++r)
+        green += overlay.at<cv::Vec4b>(r, 310) == cv::Vec4b(0, 255, 0, 255);
+    EXPECT_NEAR(green, 20.0 / 138.7 * 185, 3); // the bar is 185 rows high
+
+    cv::Mat_<cv::Vec3b> preview(480, 640, cv::Vec3b(60, 20, 120));
+    const auto picture = norda::exp::streaming::ImageWriteElement::composeJpegImage(preview, overlay);
+    ASSERT_FALSE(picture.empty());
+    cv::imwrite("thermal-overlay-test.jpg", picture);
+    OverlayContent empty;
+    empty.imageSize = {0, 0};
+    EXPECT_THROW(ThermalOverlay::render(empty), norda::Exception);
+}

@@ -1,0 +1,110 @@
+#include "nordalib/vision/streaming/UserMeasurementElement.h"
+
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/RadiometricCalibration.h"
+#include "tests/vision/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+using norda::vision::RadiometricTools;
+using Temp = quantity::Temperature<MarkedFloat>;
+
+namespace {
+
+struct Fixture {
+    DataProxy<std::string> store;
+    UserMeasurementElement element{&store};
+    norda::vision::PlanckConstants planck =
+        norda::vision::RadiometricCalibration::makeDefault().ranges.at(1).planck;
+    Fixture() { setDefaultParameters(store); }
+
+    // A 64 x 48 frame at 30 °C with a 10 x 10 block at 60 °C from (40, 20), taken with emissivity 0.95.
+    std::unique_ptr<Frame> frame(bool withPlanck = true) {
+        cv::Mat img(48, 64, CV_16UC1, cv::Scalar(RadiometricTools::getUint16(30.0f)));
+        img(cv::Rect(40, 20, 10, 10)).setTo(RadiometricTools::getUint16(60.0f));
+        auto meta = norda::test::radiometricMeta(0.95f, 20.0f);
+        if (withPlanck)
+            meta.setValue(Id::Radiometry::Planck,
+                          std::vector<double>{planck.R1, planck.R2, planck.B, planck.F, planck.O});
+        return std::make_unique<Frame>(img, std::move(meta));
+    }
+    std::unique_ptr<Frame> run(std::unique_ptr<Frame> f) {
+        FrameMap in, out;
+        in[STREAMING_DATATYPE_RAD_CONST] = std::move(f);
+        EXPECT_TRUE(element.process(in, out));
+        store.flush();
+        return std::move(out[STREAMING_DATATYPE_RAD_CONST]);
+    }
+    MarkedFloat point(const std::string& key) {
+        return store.getValue<MeasPoint>(key).getValue()->value<Temp>().getValue();
+    }
+};
+
+double converted(const norda::vision::PlanckConstants& planck, float celsius, double emissivity) {
+    norda::vision::ObjectParameters from, to;
+    from.emissivity = 0.95;
+    to.emissivity = emissivity;
+    return norda::vision::Reanalysis(planck).convert(celsius + 273.15, from, to) - 273.15;
+}
+
+} // namespace
+
+// Points and areas, each with and without local parameters, against the plain conversion; the
+// settings travel with the frame; delta-T compares a point with an area.
+TEST(UserMeasurementElement, LocalParametersChangeOnlyTheirResult) {
+    Fixture f;
+    namespace MP = Id::MeasPoints;
+    namespace MA = Id::MeasAreas;
+    f.store.setValue(MP::MeasPoint1::Visible, true);
+    f.store.setValue(MP::MeasPoint1::Position, cv::Point_<int>(45, 25));
+    f.store.setValue(MP::MeasPoint2::Visible, true);
+    f.store.setValue(MP::MeasPoint2::Position, cv::Point_<int>(500, -3)); // measured at the edge (63, 0)
+    f.store.setValue(MP::MeasPoint2::LocalParameters, true);
+    f.store.setValue(MP::MeasPoint2::Emissivity, 0.7f);
+    f.store.setValue(MA::UserArea1::Visible, true);
+    f.store.setValue(MA::UserArea1::Rect, cv::Rect_<int>(35, 15, 20, 20)); // a quarter of it hot
+    f.store.setValue(MA::UserArea1::LocalParameters, true);
+    f.store.setValue(MA::UserArea1::Emissivity, 0.6f);
+    f.store.setValue(Id::DeltaT::Active, true);
+    f.store.setValue(Id::DeltaT::First, std::string("MeasPoint1"));
+    f.store.setValue(Id::DeltaT::Second, std::string("UserArea1"));
+    auto out = f.run(f.frame());
+
+    EXPECT_NEAR(f.point(MP::MeasPoint1::MeasPoint).toFloat(), 60.0f, 0.01f);
+    EXPECT_NEAR(f.point(MP::MeasPoint2::MeasPoint).toFloat(), converted(f.planck, 30.0f, 0.7), 0.02);
+    EXPECT_EQ(f.store.getValue<MeasPoint>(MP::MeasPoint2::MeasPoint).getX(), 63);
+
+    const auto area = f.store.getValue<MeasArea>(MA::UserArea1::MeasArea);
+    const double hot = converted(f.planck, 60.0f, 0.6), cold = converted(f.planck, 30.0f, 0.6);
+    EXPECT_NEAR(area.getHotSpot().getValue()->value<Temp>().celsius(), hot, 0.02);
+    EXPECT_NEAR(area.getColdSpot().getValue()->value<Temp>().celsius(), cold, 0.02);
+    EXPECT_NEAR(area.getMeanValue()->value<Temp>().celsius(), (hot + 3 * cold) / 4, 0.02);
+    EXPECT_NEAR(f.store.getValue<float>(Id::DeltaT::Difference),
+                60.0 - area.getMeanValue()->value<Temp>().celsius(), 1e-3);
+
+    ASSERT_TRUE(out);
+    EXPECT_TRUE(out->getMetaData().get<bool>(MA::UserArea1::LocalParameters));
+    EXPECT_FLOAT_EQ(out->getMetaData().get<float>(MP::MeasPoint2::Emissivity), 0.7f);
+    EXPECT_TRUE(out->getMetaData().getVariant(MA::UserArea1::MeasArea));
+}
+
+// Without the frame's Planck constants local parameters can not be applied: the value is the
+// global one, marked, and the lack is logged once; an area outside the image is skipped.
+TEST(UserMeasurementElement, UnapplicableSettingsAreMarkedAndLoggedOnce) {
+    Fixture f;
+    norda::test::LogCapture log;
+    f.store.setValue(Id::MeasPoints::MeasPoint1::Visible, true);
+    f.store.setValue(Id::MeasPoints::MeasPoint1::LocalParameters, true);
+    f.store.setValue(Id::MeasAreas::UserArea2::Visible, true);
+    f.store.setValue(Id::MeasAreas::UserArea2::Rect, cv::Rect_<int>(100, 100, 10, 10));
+    f.run(f.frame(false));
+    f.run(f.frame(false));
+    const auto v = f.point(Id::MeasPoints::MeasPoint1::MeasPoint);
+    EXPECT_NEAR(v.toFloat(), 30.0f, 0.01f);
+    EXPECT_EQ(v.getMark(), MarkedFloat::OutOfTolerance);
+    EXPECT_EQ(log.countPrefix("local parameters of MeasPoint1 can not be applied"), 1);
+    EXPECT_EQ(log.countPrefix("UserArea2 lies outside the image"), 1);
+}
