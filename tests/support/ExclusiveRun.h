@@ -1,5 +1,5 @@
 #pragma once
-// Tests that time the pipeline under load and tests that run a browser take both cores for
+// Tests that time the server and tests that run a browser take both cores for
 // seconds; ctest runs tests side by side, so each of them holds this lock while it runs and they
 // never overlap (the lock file is per build folder).
 

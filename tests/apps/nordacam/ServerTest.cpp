@@ -279,6 +279,7 @@ TEST(NordacamServer, StreamsAndApiAnswerRealClients) {
 // A viewer that stops reading holds up neither the pipeline nor the other viewers: the server drops
 // it after its send timeout (5 s), and stops with such a viewer still connected.
 TEST(NordacamServer, StalledViewerIsDroppedWithoutHoldingUpTheOthers) {
+    norda::test::ExclusiveRun exclusive; // times the server: no browser beside it
     norda::test::TempDir dir;
     LiveServer live(dir.file("out"));
     live.waitForFrames();
