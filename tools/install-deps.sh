@@ -9,6 +9,7 @@ packages=(
     libfmt-dev libspdlog-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     netpbm imagemagick
+    python3-dev python3-pybind11 python3-numpy python3-pytest
 )
 packages+=(${NORDA_EXTRA_PACKAGES:-})
 # A headless browser for the live viewer's screenshot test (skipped without it): NORDA_WITH_BROWSER=1.
