@@ -6,7 +6,8 @@
 // the five user points, each marked with its validity against the active measurement range, and
 // publishes them in the parameter store and in the frame's metadata. Beside that it runs the
 // warm-up flag, the automatic switch between the low and the high measurement range and the
-// display scaling limits (automatic with a minimum span, manual, span hint, humidity mode).
+// display scaling limits (automatic with a minimum span, manual, span hint, humidity mode); the
+// statistics, the range automatics and the scaling are the classes of nordalib/vision/measurement/.
 //
 // Slots: input STREAMING_DATATYPE_RAD or STREAMING_DATATYPE_RAD_CONST (CV_16UC1, RadiometricTools
 // encoding); the frame always moves on to STREAMING_DATATYPE_RAD_CONST, unchanged.
@@ -35,11 +36,13 @@
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/datatypes/MeasRangeBorders.h"
 #include "nordalib/core/logging/Logger.h"
+#include "nordalib/vision/measurement/DisplayScaling.h"
+#include "nordalib/vision/measurement/MeasurementStatistics.h"
+#include "nordalib/vision/measurement/RangeAutomatics.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include <opencv2/core.hpp>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -64,16 +67,9 @@ public:
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
 private:
-    // ---- measurement results ----
-    void extractMeasPoints(const cv::Mat& img, cv::Point_<unsigned short>& cold,
-                           cv::Point_<unsigned short>& hot, unsigned short& med,
-                           const MeasRangeBorders& borders);
-    void extractMeasArea(const cv::Mat& img, cv::Rect_<int>& rect, cv::Point_<unsigned short>& cold,
-                         cv::Point_<unsigned short>& hot, unsigned short& mean);
     MeasPoint calculateMeaspoint(unsigned short x, unsigned short y, unsigned short raw,
                                  MeasRangeBorders borders, bool humidityMode, Relation humidity,
                                  Temperature airTemperature) const;
-    Temperature setValidity(unsigned short raw, MeasRangeBorders borders) const;
     void calculateArea(const cv::Mat& img, MeasRangeBorders borders, bool humidityMode, Relation humidity,
                        Temperature airTemperature, bool publish);
     void handleMeasPoint(const std::string& visibleKey, const std::string& measPointKey,
@@ -87,16 +83,7 @@ private:
                              std::unique_ptr<Frame>& frame, MeasRangeBorders borders, bool humidityMode,
                              Relation humidity, Temperature airTemperature);
     void publishMetaData(Frame& frame);
-
-    // ---- automatics ----
-    void setAutoRange(bool enable);
-    void checkRangeSwitch(const cv::Mat& img, unsigned char activeRange, std::string scalingMode,
-                          bool humidityMode);
-    bool getSpanDiffMore(float reference, Temperature newValue, Temperature& stored, float threshold);
     void updateWarmUp(const Frame* frame);
-    void updateScaling(const Frame& frame, unsigned short imageMin, unsigned short imageMax,
-                       unsigned short med, const MeasRangeBorders& borders, bool humidityMode,
-                       const Relation& humidity, const Temperature& airTemperature);
 
     MeasRangeBorders readBorders() const;
 
@@ -117,21 +104,9 @@ private:
     uint8_t m_u8Cycle = 0;
     uint8_t m_u8EvalPeriod = 6;
 
-    // Range automatics; the flag and the high range are written by the store's notifier thread.
-    std::atomic<bool> m_bAutoRange{false};
-    std::atomic<uint8_t> m_u8HighRange{0};
-    uint8_t m_u8TargetRange = 0;
-    uint64_t m_u64SwitchCount = 0;
-    uint64_t m_u64SwitchThreshold = 4;
-
-    unsigned short m_u16MinSpan;
-    Temperature m_lastScaleMin;
-    Temperature m_lastScaleMax;
-
-    // Per-row extremes of the last whole-image pass (reused buffers).
-    std::vector<unsigned short> m_rowMin, m_rowMax;
-    std::vector<uint64_t> m_rowSum;
-    std::vector<uint32_t> m_rowCount;
+    vision::MeasurementStatistics m_statistics; // keeps its row buffers between frames
+    vision::RangeAutomatics m_rangeAutomatics;
+    vision::DisplayScaling m_scaling;
 
     Subscription m_autoRangeSubscription; // last: dropped first
 };
