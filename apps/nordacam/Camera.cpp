@@ -52,6 +52,9 @@ const std::vector<std::string>& displayKeys() {
         std::vector<std::string> k = PaletteElement::metadataKeys();
         k.insert(k.end(),
                  {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
+        // The range's borders, saved with an image for the validity marks of a re-analysis.
+        k.insert(k.end(), {Id::ActiveMeasRange::ToleranceTop, Id::ActiveMeasRange::ToleranceBottom,
+                           Id::ActiveMeasRange::DisplayTop, Id::ActiveMeasRange::DisplayBottom});
         return k;
     }();
     return keys;
@@ -59,21 +62,17 @@ const std::vector<std::string>& displayKeys() {
 
 // Metadata saved into every image as generic entries.
 const std::vector<std::string>& savedKeys() {
-    static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
-                                                  Id::Environment::Humidity,
-                                                  Id::Environment::Temperature,
-                                                  Id::Temperatures::Current::TBoardSens50,
-                                                  Id::ActiveLens::Serial,
-                                                  Id::DeviceInfo::Uptime,
-                                                  Id::MeasPoints::HotSpot::MeasPoint,
-                                                  Id::MeasPoints::ColdSpot::MeasPoint,
-                                                  Id::MeasPoints::CenterSpot::MeasPoint,
-                                                  Id::Palette::ActivePalette,
-                                                  // what re-analysing the image later needs
-                                                  Id::Radiometry::Planck,
-                                                  Id::ProtectiveGlass::Attached,
-                                                  Id::ProtectiveGlass::Transmission,
-                                                  Id::ProtectiveGlass::Emissivity};
+    static const std::vector<std::string> keys = {
+        Id::ActiveMeasRange::Name, Id::Environment::Humidity, Id::Environment::Temperature,
+        Id::Temperatures::Current::TBoardSens50, Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
+        Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
+        Id::MeasPoints::CenterSpot::MeasPoint, Id::Palette::ActivePalette,
+        // what re-analysing the image later needs (the
+        // range's borders: the validity marks)
+        Id::Radiometry::Planck, Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
+        Id::ProtectiveGlass::Emissivity, Id::ActiveMeasRange::ToleranceTop,
+        Id::ActiveMeasRange::ToleranceBottom, Id::ActiveMeasRange::DisplayTop,
+        Id::ActiveMeasRange::DisplayBottom};
     return keys;
 }
 

@@ -58,12 +58,15 @@ def _numpy():
 _numpy()
 
 from . import values  # noqa: E402  (NumPy first)
-from ._nordalib import Planck, Rix, colorize, dew_point, palette, palettes, surface_moisture  # noqa: E402
+from ._nordalib import (  # noqa: E402
+    Planck, Rix, colorize, dew_point, measure, measure_area, measure_point, palette, palettes, surface_moisture)
 from . import pxm  # noqa: E402
-from .values import Marked, MeasArea, MeasPoint, MeasRangeBorders, Metadata, Relation, Temperature  # noqa: E402
+from .values import (  # noqa: E402
+    Marked, MeasArea, MeasPoint, MeasRangeBorders, Metadata, Relation, Statistics, Temperature)
 
 __version__ = _build.VERSION
 __all__ = [
     "Rix", "pxm", "colorize", "palette", "palettes", "dew_point", "surface_moisture", "Planck",
-    "Temperature", "Relation", "Marked", "MeasPoint", "MeasArea", "MeasRangeBorders", "Metadata",
+    "measure", "measure_point", "measure_area",
+    "Temperature", "Relation", "Marked", "MeasPoint", "MeasArea", "MeasRangeBorders", "Metadata", "Statistics",
 ]

@@ -113,6 +113,17 @@ class MeasRangeBorders:
     display_bottom: Temperature
 
 
+@dataclass(frozen=True)
+class Statistics:
+    """An image's statistics as the camera's min/max extraction finds them (nordalib.measure)."""
+
+    cold: MeasPoint
+    hot: MeasPoint
+    min: Temperature
+    max: Temperature
+    mean: Temperature
+
+
 class Metadata(dict):
     """Settings and results stored with an image or a frame, key to plain Python value.
 

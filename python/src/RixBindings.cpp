@@ -4,9 +4,11 @@
 #include "python/src/Values.h"
 
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/rix/RixMeasurements.h"
 #include "nordalib/vision/rix/RixReanalysis.h"
 
 #include <fmt/format.h>
@@ -50,6 +52,60 @@ py::object extreme(uint16_t value, const cv::Point& position) {
     auto values = py::module_::import("nordalib.values");
     return values.attr("MeasPoint")(position.x, position.y,
                                     values.attr("Temperature")(RadiometricTools::getFloat(value)));
+}
+
+// The air the image was taken in: the arguments where given, the image's own entries otherwise.
+norda::vision::MeasurementResults::Humidity airOf(const Rix& rix, py::handle humidity, py::handle air) {
+    norda::vision::MeasurementResults::Humidity h;
+    auto stored = [&](const std::string& key, auto& out) {
+        auto v = rix.getGeneric(key);
+        if (!v || !v->holds<std::decay_t<decltype(out)>>())
+            throw py::value_error(
+                "the image does not say the air's " +
+                std::string(key == norda::exp::Id::Environment::Humidity ? "humidity" : "temperature") +
+                " (" + key + "); give it as an argument");
+        out = v->value<std::decay_t<decltype(out)>>();
+    };
+    if (humidity.is_none()) {
+        stored(norda::exp::Id::Environment::Humidity, h.humidity);
+    } else {
+        h.humidity = relationFrom(humidity, "humidity");
+        if (!(h.humidity.ratio() > 0.0f && h.humidity.ratio() <= 1.0f))
+            throw py::value_error(
+                fmt::format("argument 'humidity' must be a fraction in (0, 1], not {}", h.humidity.ratio()));
+    }
+    if (air.is_none())
+        stored(norda::exp::Id::Environment::Temperature, h.air);
+    else
+        h.air = temperatureFrom(air, "air_temperature");
+    return h;
+}
+
+PyRix reanalyze(const PyRix& r, py::handle emissivity, py::handle reflected, py::handle humidity,
+                py::handle air, py::handle tau, py::handle glassEmissivity) {
+    const auto& rad = r.rix->getRadiometricImage();
+    norda::vision::ObjectParameters to = norda::vision::RixReanalysis::storedParameters(*r.rix);
+    Emissivity e;
+    if (!emissivity.is_none()) {
+        e = emissivityArgument(emissivity, "emissivity", rad.size());
+        if (!e.perPixel)
+            to.emissivity = e.value;
+    }
+    if (!reflected.is_none())
+        to.reflectedK = temperatureFrom(reflected, "reflected").kelvin();
+    if (!tau.is_none())
+        to.tauPg = py::float_(py::reinterpret_borrow<py::object>(tau)).cast<double>();
+    if (!glassEmissivity.is_none())
+        to.emisPg = py::float_(py::reinterpret_borrow<py::object>(glassEmissivity)).cast<double>();
+    std::optional<norda::vision::MeasurementResults::Humidity> climate;
+    if (!humidity.is_none() || !air.is_none())
+        climate = airOf(*r.rix, humidity, air);
+    Rix out;
+    {
+        py::gil_scoped_release release;
+        out = norda::vision::RixReanalysis::reanalysed(*r.rix, to, e.map, climate);
+    }
+    return loaded(std::move(out), r.source + ", re-analysed");
 }
 
 } // namespace
@@ -221,6 +277,61 @@ the loaded pixels without copying them.)")
                 return d;
             },
             "The object parameters the temperatures were computed with.")
+        .def("reanalyze", &reanalyze, py::arg("emissivity") = py::none(), py::arg("reflected") = py::none(),
+             py::kw_only(), py::arg("humidity") = py::none(), py::arg("air_temperature") = py::none(),
+             py::arg("glass_transmission") = py::none(), py::arg("glass_emissivity") = py::none(),
+             R"(A copy of the image under other object parameters or in other air.
+
+emissivity: a number, or a float array of the image's shape with one emissivity per pixel;
+reflected: °C; glass_transmission, glass_emissivity: the protective glass; humidity (0..1) and
+air_temperature (°C): the air. What is not given stays as the image has it. The copy's
+temperatures, stored parameters, measurement results (spots, areas, statistics, min/max) and
+preview are computed anew by the camera's model. Needs the image's Planck constants when an
+object parameter changes.)")
+        .def_property_readonly(
+            "borders",
+            [](const PyRix& r) -> py::object {
+                const auto b = norda::vision::RixMeasurements::borders(*r.rix);
+                if (!b.allValid())
+                    return py::none();
+                return toPython(std::make_shared<norda::exp::Variant_<norda::exp::MeasRangeBorders>>(b));
+            },
+            "The borders of the measurement range the image was taken in (MeasRangeBorders), or None.")
+        .def(
+            "surface_moisture",
+            [](const PyRix& r, py::handle humidity, py::handle air) {
+                const auto h = airOf(*r.rix, humidity, air);
+                const auto& rad = r.rix->getRadiometricImage();
+                cv::Mat_<float> out(rad.size());
+                {
+                    // One evaluation per pixel value that occurs, as the camera's humidity view does.
+                    py::gil_scoped_release release;
+                    double mn = 0, mx = 0;
+                    cv::minMaxIdx(rad, &mn, &mx);
+                    std::vector<float> table(size_t(mx - mn) + 1);
+                    for (size_t i = 0; i < table.size(); ++i) {
+                        const float t = RadiometricTools::getFloat(static_cast<uint16_t>(mn + double(i)));
+                        table[i] = norda::vision::DewPoint::calcSurfaceMoisture(
+                                       Rix::Temperature(norda::exp::MarkedFloat(t)), h.air, h.humidity)
+                                       .ratio();
+                    }
+                    for (int y = 0; y < rad.rows; ++y)
+                        for (int x = 0; x < rad.cols; ++x)
+                            out(y, x) = table[size_t(rad(y, x) - int(mn))];
+                }
+                return toArray(out);
+            },
+            py::arg("humidity") = py::none(), py::arg("air_temperature") = py::none(),
+            "float32 (height, width): the relative humidity (0..1) right at every pixel's surface in the "
+            "image's air (or the one given); 1 at the dew point, above 1 water condenses.")
+        .def(
+            "dew_point",
+            [](const PyRix& r, py::handle humidity, py::handle air) {
+                const auto h = airOf(*r.rix, humidity, air);
+                return temperature(norda::vision::DewPoint::calcDewPoint(h.air, h.humidity));
+            },
+            py::arg("humidity") = py::none(), py::arg("air_temperature") = py::none(),
+            "The dew point (Temperature) of the image's air (or the one given).")
         .def("__repr__", [](const PyRix& r) {
             const auto& m = r.rix->getRadiometricImage();
             return fmt::format("<nordalib.Rix {} x {} from {}>", m.cols, m.rows, r.source);

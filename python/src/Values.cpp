@@ -454,8 +454,19 @@ DataStorage<std::string> storageFromPython(py::handle dict, const char* argument
     py::dict remembered;
     if (py::hasattr(dict, "types") && PyDict_Check(dict.attr("types").ptr()))
         remembered = dict.attr("types");
+    // Nested dicts become nested storages; a dict that contains itself must not recurse forever.
+    static thread_local int depth = 0;
+    if (depth >= 32)
+        throw py::value_error(fmt::format("argument '{}': dicts nested deeper than 32 levels", argument));
+    struct Nesting {
+        Nesting() { ++depth; }
+        ~Nesting() { --depth; }
+    } nesting;
     DataStorage<std::string> storage;
     for (auto [k, v] : py::reinterpret_borrow<py::dict>(dict)) {
+        if (!PyUnicode_Check(k.ptr()))
+            throw py::type_error(
+                fmt::format("argument '{}': keys must be str, not {}", argument, Py_TYPE(k.ptr())->tp_name));
         const std::string key = text(k, argument, "key");
         if (v.is_none())
             continue;

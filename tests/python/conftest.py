@@ -37,10 +37,14 @@ def nordacam(*args):
     return run(os.environ["NORDACAM"], *args)
 
 
+def reference(*args):
+    return run(os.environ["NORDAPY_REFERENCE"], *args)
+
+
 def cpp_frames(tool_mode, path, out_dir, *extra):
     """Frames as the C++ side delivers them: (array, {key: (tag, text)}) per frame."""
     out_dir.mkdir(exist_ok=True)
-    run(os.environ["NORDAPY_PXM_REFERENCE"], tool_mode, path, *extra, out_dir)
+    reference(tool_mode, path, *extra, out_dir)
     prefix = "play" if tool_mode == "play" else ""
     frames = []
     while (out_dir / ("%s%d.txt" % (prefix, len(frames)))).exists():

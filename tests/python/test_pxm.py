@@ -90,6 +90,8 @@ def test_bad_input_raises_naming_the_problem(demo_recording, tmp_path):
         nordalib.pxm.write(tmp_path / "no-such-dir" / "x.pxm", [np.zeros((2, 2), "uint16")])
 
     good = np.zeros((4, 4), "uint16")
+    looped = {}
+    looped["self"] = looped
     for frame, meta, error, message in (
             (good.astype("int64"), None, TypeError, "argument 'frame' must be an array of uint8, "),
             ([[1, 2]], None, TypeError, "argument 'frame' must be a NumPy array"),
@@ -100,7 +102,9 @@ def test_bad_input_raises_naming_the_problem(demo_recording, tmp_path):
             (good, {"DeviceInfo.Uptime": "long"}, TypeError, "metadata 'DeviceInfo.Uptime': a str value"),
             (good, {"ActiveMeasRange.Name": 300}, ValueError, "300 does not fit 'u8'"),
             (good, {"x": object()}, TypeError, "metadata 'x': a object value can not be stored"),
-            (good, ["not a dict"], TypeError, "argument 'metadata' must be a dict")):
+            (good, ["not a dict"], TypeError, "argument 'metadata' must be a dict"),
+            (good, {1: 2}, TypeError, "argument 'metadata': keys must be str, not int"),
+            (good, looped, ValueError, "nested deeper than 32 levels")):
         with nordalib.pxm.Writer(tmp_path / "w.pxm") as w:
             with pytest.raises(error, match=re.escape(message)):
                 w.write(frame, meta)

@@ -5,7 +5,7 @@ import numpy as np
 import pytest
 
 import nordalib
-from conftest import nordacam
+from conftest import nordacam, reference
 
 
 def test_temperatures_match_the_cpp_export(demo_images, tmp_path):
@@ -50,6 +50,7 @@ def test_fields_and_metadata_match_the_cpp_reading(demo_images):
     assert rix.planck.B == meta["Radiometry.Planck"][2]
     assert rix.object_parameters["emissivity"] == pytest.approx(0.95)
     assert rix.preview.shape == rix.shape + (3,) and rix.visual is None and rix.visual_yuv is None
+    assert (rix.borders.tolerance_bottom, rix.borders.display_top) == (-20.0, 150.0)  # the low range
 
 
 def test_the_simulated_scene_at_its_true_temperatures(demo_images):
@@ -95,3 +96,13 @@ def test_damaged_and_foreign_files_raise_with_the_library_message(demo_images, t
                 nordalib.Rix.from_bytes(content)
     with pytest.raises(TypeError):
         nordalib.Rix.load(42)
+
+
+def test_visual_image_as_rgb_and_as_stored(tmp_path):
+    reference("visual", tmp_path / "v.rix")
+    rix = nordalib.Rix.load(tmp_path / "v.rix")
+    assert rix.visual_yuv.shape == (2, 8, 2) and rix.visual_yuv[0, 4].tolist() == [90, 81]
+    assert rix.visual.shape == (2, 8, 3) and not rix.visual.flags.writeable
+    expected = [[255, 255, 255]] * 2 + [[0, 0, 0]] * 2 + [[255, 0, 0]] * 2  # BT.601, video levels
+    assert np.abs(rix.visual[0, :6].astype(int) - expected).max() <= 1
+    assert (rix.visual_preview_factor, rix.visual_high_resolution) == (0.5, True)

@@ -1,11 +1,14 @@
-// What the C++ side sees in a PXM file, for the Python module's tests to compare with.
+// What the C++ side sees and writes, for the Python module's tests to compare with.
 //
-//   nordapy_pxm_reference decode FILE OUT   every frame ImageDecoderPxM delivers: OUT/<i>.raw (the
-//                                           pixels row by row, native byte order) and OUT/<i>.txt
-//                                           ("rows cols type", then "key tag text" per metadata entry)
-//   nordapy_pxm_reference play FILE N OUT   N cycles of FileReaderElement: OUT/play<i>.raw and
-//                                           OUT/play<i>.txt ("rows cols type", "FrameCnt <n>")
+//   nordapy_reference decode FILE OUT   every frame ImageDecoderPxM delivers from a PXM file:
+//                                       OUT/<i>.raw (the pixels row by row, native byte order) and
+//                                       OUT/<i>.txt ("rows cols type", then "key tag text" per
+//                                       metadata entry)
+//   nordapy_reference play FILE N OUT   N cycles of FileReaderElement: OUT/play<i>.raw and .txt
+//   nordapy_reference visual OUT        a radiometric image whose visual image (YUV 4:2:2) has a
+//                                       white, a black and a red pixel pair, then grey
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
+#include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
 
 #include <fstream>
@@ -49,10 +52,22 @@ int main(int argc, char** argv) {
             }
             return 0;
         }
-        std::cerr << "usage: nordapy_pxm_reference decode FILE OUT | play FILE N OUT\n";
+        if (mode == "visual" && argc == 3) {
+            norda::vision::Rix rix;
+            rix.setRadiometricImage(cv::Mat_<uint16_t>(2, 8, uint16_t(29315)));
+            cv::Mat_<cv::Vec2b> uyvy(2, 8, cv::Vec2b(128, 126));
+            const uint8_t pairs[3][4] = {{128, 235, 128, 235}, {128, 16, 128, 16}, {90, 81, 240, 81}};
+            for (int p = 0; p < 3; ++p)
+                for (int i = 0; i < 4; ++i)
+                    uyvy(0, 2 * p + i / 2)[i % 2] = pairs[p][i];
+            rix.setVisualImageYuv2(uyvy, 0.5f, true);
+            rix.save(argv[2], false);
+            return 0;
+        }
+        std::cerr << "usage: nordapy_reference decode FILE OUT | play FILE N OUT | visual OUT\n";
         return 2;
     } catch (const std::exception& e) {
-        std::cerr << "nordapy_pxm_reference: " << e.what() << "\n";
+        std::cerr << "nordapy_reference: " << e.what() << "\n";
         return 1;
     }
 }
