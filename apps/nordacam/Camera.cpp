@@ -52,9 +52,6 @@ const std::vector<std::string>& displayKeys() {
         std::vector<std::string> k = PaletteElement::metadataKeys();
         k.insert(k.end(),
                  {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
-        // The range's borders, saved with an image for the validity marks of a re-analysis.
-        k.insert(k.end(), {Id::ActiveMeasRange::ToleranceTop, Id::ActiveMeasRange::ToleranceBottom,
-                           Id::ActiveMeasRange::DisplayTop, Id::ActiveMeasRange::DisplayBottom});
         return k;
     }();
     return keys;
@@ -62,17 +59,21 @@ const std::vector<std::string>& displayKeys() {
 
 // Metadata saved into every image as generic entries.
 const std::vector<std::string>& savedKeys() {
-    static const std::vector<std::string> keys = {
-        Id::ActiveMeasRange::Name, Id::Environment::Humidity, Id::Environment::Temperature,
-        Id::Temperatures::Current::TBoardSens50, Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
-        Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
-        Id::MeasPoints::CenterSpot::MeasPoint, Id::Palette::ActivePalette,
-        // what re-analysing the image later needs (the
-        // range's borders: the validity marks)
-        Id::Radiometry::Planck, Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
-        Id::ProtectiveGlass::Emissivity, Id::ActiveMeasRange::ToleranceTop,
-        Id::ActiveMeasRange::ToleranceBottom, Id::ActiveMeasRange::DisplayTop,
-        Id::ActiveMeasRange::DisplayBottom};
+    static const std::vector<std::string> keys = {Id::ActiveMeasRange::Name,
+                                                  Id::Environment::Humidity,
+                                                  Id::Environment::Temperature,
+                                                  Id::Temperatures::Current::TBoardSens50,
+                                                  Id::ActiveLens::Serial,
+                                                  Id::DeviceInfo::Uptime,
+                                                  Id::MeasPoints::HotSpot::MeasPoint,
+                                                  Id::MeasPoints::ColdSpot::MeasPoint,
+                                                  Id::MeasPoints::CenterSpot::MeasPoint,
+                                                  Id::Palette::ActivePalette,
+                                                  // what re-analysing the image later needs
+                                                  Id::Radiometry::Planck,
+                                                  Id::ProtectiveGlass::Attached,
+                                                  Id::ProtectiveGlass::Transmission,
+                                                  Id::ProtectiveGlass::Emissivity};
     return keys;
 }
 
@@ -80,6 +81,14 @@ std::string withSlash(std::string dir) {
     if (!dir.empty() && dir.back() != '/')
         dir += '/';
     return dir;
+}
+
+// The measurement range's borders besides `keys`: stamped into the frames and saved with every
+// image, for the validity marks of a later re-analysis.
+std::vector<std::string> withRangeBorders(std::vector<std::string> keys) {
+    keys.insert(keys.end(), {Id::ActiveMeasRange::ToleranceTop, Id::ActiveMeasRange::ToleranceBottom,
+                             Id::ActiveMeasRange::DisplayTop, Id::ActiveMeasRange::DisplayBottom});
+    return keys;
 }
 
 } // namespace
@@ -246,8 +255,8 @@ void Camera::buildChain() {
              std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true),
              "measurement, range automatics, scaling");
     addStage("StoreStampElement",
-             std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
-                                                 "DisplaySettings"),
+             std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST,
+                                                 withRangeBorders(displayKeys()), "DisplaySettings"),
              "display settings into the frame");
     // The radiometric stream sends the frame before the palette moves its metadata on.
     if (m_options.streams)
@@ -287,8 +296,8 @@ void Camera::buildChain() {
         folder.pop_back();
         addStage("ImageWriteElement",
                  std::make_unique<ImageWriteElement>(
-                     folder, &m_store, &m_commands, savedKeys(), [](DataStorage<std::string>) {}, 0, m_srFlag,
-                     STREAMING_DATATYPE_YUV422),
+                     folder, &m_store, &m_commands, withRangeBorders(savedKeys()),
+                     [](DataStorage<std::string>) {}, 0, m_srFlag, STREAMING_DATATYPE_YUV422),
                  "image saving", {STREAMING_DATATYPE_YUV422});
     }
 }
