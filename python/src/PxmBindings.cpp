@@ -123,7 +123,10 @@ public:
         }
     }
 
-    uint64_t frames() const { return m_io.framesWritten(); }
+    uint64_t frames() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_io.framesWritten();
+    }
 
 private:
     ImageIO m_io;

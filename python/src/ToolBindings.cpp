@@ -165,9 +165,10 @@ template <typename F> py::object elementwise(py::handle x, const char* name, F f
     auto contiguous = py::array_t<double, py::array::c_style>::ensure(in);
     const double* s = contiguous.data();
     double* d = out.mutable_data();
+    const py::ssize_t n = contiguous.size();
     {
         py::gil_scoped_release release;
-        for (py::ssize_t i = 0; i < contiguous.size(); ++i)
+        for (py::ssize_t i = 0; i < n; ++i)
             d[i] = f(s[i]);
     }
     return out;

@@ -60,6 +60,8 @@ def test_the_simulated_scene_at_its_true_temperatures(demo_images):
         t = rix.temperatures
         assert abs(rix.max.value - 85.0) < 1.0 and abs(rix.min.value - 4.0) < 1.0
         assert abs(float(np.median(t)) - 22.0) < 0.3
+        assert abs(float(np.median(t[(t > 30) & (t < 45)])) - 37.0) < 0.3  # the warm object
+        assert abs(float(np.median(t[t < 10])) - 4.0) < 0.3  # the cold object
         assert abs(rix.metadata["MeasPoints.CenterSpot.MeasPoint"].value - 22.0) < 0.5
 
 
