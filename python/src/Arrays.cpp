@@ -1,5 +1,7 @@
 #include "python/src/Arrays.h"
 
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
 #include <fmt/format.h>
 
 #include <memory>
@@ -122,6 +124,27 @@ ArrayView viewArray(py::handle obj, const char* name, std::initializer_list<int>
                        const_cast<void*>(array.data()), size_t(array.strides(0)));
     view.array = std::move(array);
     return view;
+}
+
+cv::Mat_<uint16_t> encodedTemperatures(py::handle image, const char* name, py::object& keep) {
+    ArrayView view = viewArray(image, name, {CV_16U, CV_32F, CV_64F}, 1);
+    keep = view.array;
+    if (view.mat.depth() == CV_16U)
+        return view.mat;
+    cv::Mat_<uint16_t> out(view.mat.size());
+    for (int y = 0; y < out.rows; ++y) {
+        uint16_t* d = out[y];
+        if (view.mat.depth() == CV_32F) {
+            const float* s = view.mat.ptr<float>(y);
+            for (int x = 0; x < out.cols; ++x)
+                d[x] = norda::vision::RadiometricTools::getUint16(s[x]);
+        } else {
+            const double* s = view.mat.ptr<double>(y);
+            for (int x = 0; x < out.cols; ++x)
+                d[x] = norda::vision::RadiometricTools::getUint16(float(s[x]));
+        }
+    }
+    return out;
 }
 
 Emissivity emissivityArgument(py::handle obj, const char* name, cv::Size size) {

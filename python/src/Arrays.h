@@ -36,6 +36,10 @@ ArrayView viewArray(py::handle obj, const char* name, std::initializer_list<int>
 // numpy's name of an OpenCV depth ("uint16").
 const char* dtypeName(int depth);
 
+// A temperature image in the library's 16-bit encoding: uint16 as it is (a view), float32 or
+// float64 °C encoded as RadiometricTools::getUint16 does. `keep` holds the array a view needs.
+cv::Mat_<uint16_t> encodedTemperatures(py::handle image, const char* name, py::object& keep);
+
 // An emissivity argument: a number, or a float array of `size` (one value per pixel).
 struct Emissivity {
     bool perPixel = false;

@@ -16,9 +16,10 @@ public:
     void set_error() const override { PyErr_SetString(PyExc_OSError, what()); }
 };
 
-void bindRix(py::module_& m);   // nordalib.Rix
-void bindPxm(py::module_& m);   // nordalib.pxm: Recording, Writer
-void bindTools(py::module_& m); // colouring, climate, Planck conversions, measurement
+void bindRix(py::module_& m);         // nordalib.Rix
+void bindPxm(py::module_& m);         // nordalib.pxm: Recording, Writer
+void bindTools(py::module_& m);       // colouring, climate, Planck conversions
+void bindMeasurement(py::module_& m); // measure, measure_point, measure_area
 
 // The path argument as a string (str or os.PathLike).
 std::string pathArgument(py::handle path);

@@ -60,4 +60,5 @@ PYBIND11_MODULE(_nordalib, m) {
     auto pxm = m.def_submodule("pxm", "PXM raw-frame recordings");
     nordapy::bindPxm(pxm);
     nordapy::bindTools(m);
+    nordapy::bindMeasurement(m);
 }

@@ -1,22 +1,16 @@
-#include "python/src/Values.h"
-
+// Plain Python values as the library's values (Values.h).
 #include "python/src/Arrays.h"
+#include "python/src/ValueTypes.h"
 
 #include "nordalib/core/dataproxy/DataProxy.h"
-#include "nordalib/core/datatypes/MeasArea.h"
-#include "nordalib/core/datatypes/MeasRangeBorders.h"
-#include "nordalib/core/datatypes/Version.h"
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
-#include "nordalib/vision/imgproc/BadPixel.h"
 
 #include <fmt/format.h>
-#include <pybind11/stl.h>
 
 #include <functional>
 #include <limits>
 #include <map>
-#include <typeindex>
 
 namespace nordapy {
 
@@ -24,23 +18,7 @@ using namespace norda::exp;
 using Temperature = quantity::Temperature<MarkedFloat>;
 using Relation = quantity::Relation<MarkedFloat>;
 
-// A float setting (an emissivity of 0.95) as the number it was set to, not as the nearest double
-// of its single-precision value (0.949999988...); converting back gives the same float.
-py::float_ shortestFloat(float f) {
-    return py::float_(std::strtod(fmt::format("{}", f).c_str(), nullptr));
-}
-
 namespace {
-
-// Classes of nordalib.values, imported once and kept for the life of the process.
-struct Classes {
-    py::object marked, temperature, relation, measPoint, measArea, borders, metadata;
-};
-Classes* g_classes = nullptr;
-
-const Classes& classes() {
-    return *g_classes;
-}
 
 [[noreturn]] void wrongType(const std::string& key, const std::string& tag, py::handle value) {
     throw py::type_error(fmt::format("metadata '{}': a {} value can not be stored as '{}'", key,
@@ -62,84 +40,8 @@ int markOf(py::handle v) {
 std::string text(py::handle v, const std::string& key, const std::string& tag) {
     if (!PyUnicode_Check(v.ptr()))
         wrongType(key, tag, v);
-    // Bytes that are not UTF-8 came in as surrogate escapes and leave the same way.
-    py::bytes b =
-        py::reinterpret_steal<py::bytes>(PyUnicode_AsEncodedString(v.ptr(), "utf-8", "surrogateescape"));
-    if (!b)
-        throw py::error_already_set();
-    return b;
+    return utf8(v);
 }
-
-py::str pyText(const std::string& s) {
-    PyObject* o = PyUnicode_DecodeUTF8(s.data(), py::ssize_t(s.size()), "surrogateescape");
-    if (!o)
-        throw py::error_already_set();
-    return py::reinterpret_steal<py::str>(o);
-}
-
-// ---- to Python -----------------------------------------------------------------------------
-
-template <typename T> py::object toPy(const T& v) {
-    if constexpr (std::is_same_v<T, bool>)
-        return py::bool_(v);
-    else if constexpr (std::is_integral_v<T>)
-        return py::int_(v);
-    else if constexpr (std::is_same_v<T, float>)
-        return shortestFloat(v);
-    else if constexpr (std::is_floating_point_v<T>)
-        return py::float_(v);
-    else if constexpr (std::is_same_v<T, std::vector<float>>) {
-        py::list l;
-        for (float f : v)
-            l.append(shortestFloat(f));
-        return l;
-    } else if constexpr (std::is_same_v<T, std::string>)
-        return pyText(v);
-    else if constexpr (std::is_same_v<T, std::vector<char>> || std::is_same_v<T, std::vector<unsigned char>>)
-        return py::bytes(reinterpret_cast<const char*>(v.data()), v.size());
-    else if constexpr (std::is_same_v<T, std::vector<std::string>>) {
-        py::list l;
-        for (const auto& s : v)
-            l.append(pyText(s));
-        return l;
-    } else if constexpr (std::is_same_v<T, std::vector<norda::vision::BadPixel>>) {
-        py::list l;
-        for (const auto& p : v)
-            l.append(toPy(p));
-        return l;
-    } else if constexpr (std::is_same_v<T, norda::vision::BadPixel>)
-        return py::make_tuple(v.x, v.y, int(v.origin));
-    else if constexpr (std::is_same_v<T, cv::Mat>)
-        return toArray(v);
-    else if constexpr (std::is_same_v<T, cv::Point_<int>>)
-        return py::make_tuple(v.x, v.y);
-    else if constexpr (std::is_same_v<T, cv::Rect_<int>>)
-        return py::make_tuple(v.x, v.y, v.width, v.height);
-    else if constexpr (std::is_same_v<T, MarkedFloat>)
-        return classes().marked(v.toFloat(), v.getMark());
-    else if constexpr (std::is_same_v<T, Temperature>)
-        return temperature(v);
-    else if constexpr (std::is_same_v<T, Relation>)
-        return relation(v);
-    else if constexpr (std::is_same_v<T, MeasPoint>)
-        return classes().measPoint(v.getX(), v.getY(), toPython(v.getValue()));
-    else if constexpr (std::is_same_v<T, MeasArea>) {
-        const auto r = v.getAreaRect();
-        return classes().measArea(r.x, r.y, r.width, r.height, toPy(v.getHotSpot()), toPy(v.getColdSpot()),
-                                  toPython(v.getMeanValue()));
-    } else if constexpr (std::is_same_v<T, MeasRangeBorders>) {
-        auto t = [](const MarkedFloat& m) { return temperature(Temperature(m)); };
-        return classes().borders(t(v.toleranceTop), t(v.toleranceBottom), t(v.displayTop),
-                                 t(v.displayBottom));
-    } else if constexpr (std::is_same_v<T, Version>)
-        return py::str(v.toString());
-    else if constexpr (std::is_same_v<T, DataStorage<std::string>>)
-        return nordapy::toPython(v);
-    else
-        return py::cast(v); // vectors of numbers
-}
-
-// ---- from Python ---------------------------------------------------------------------------
 
 template <typename T> T fromPy(py::handle v, const std::string& key, const std::string& tag);
 
@@ -219,7 +121,7 @@ template <typename T> T fromPy(py::handle v, const std::string& key, const std::
             wrongType(key, tag, v);
         const py::object value = v.attr("value");
         std::shared_ptr<Variant> q;
-        if (py::isinstance(value, classes().relation))
+        if (py::isinstance(value, valueClasses().relation))
             q = makeVariant(fromPy<Relation>(value, key, tag));
         else if (!value.is_none())
             q = makeVariant(fromPy<Temperature>(value, key, tag));
@@ -234,7 +136,7 @@ template <typename T> T fromPy(py::handle v, const std::string& key, const std::
         area.setHotSpot(fromPy<MeasPoint>(v.attr("hot"), key, tag));
         area.setColdSpot(fromPy<MeasPoint>(v.attr("cold"), key, tag));
         const py::object mean = v.attr("mean");
-        if (py::isinstance(mean, classes().relation))
+        if (py::isinstance(mean, valueClasses().relation))
             area.setMeanValue(fromPy<Relation>(mean, key, tag));
         else
             area.setMeanValue(fromPy<Temperature>(mean, key, tag));
@@ -268,45 +170,21 @@ template <typename T> T fromPy(py::handle v, const std::string& key, const std::
     }
 }
 
-// ---- the stored types ----------------------------------------------------------------------
+using FromPython =
+    std::function<std::shared_ptr<Variant>(py::handle, const std::string&, const std::string&)>;
 
-struct Codec {
-    std::function<py::object(const Variant&)> toPython;
-    std::function<std::shared_ptr<Variant>(py::handle, const std::string&, const std::string&)> fromPython;
+template <typename... Ts> struct FromPythonTable {
+    static std::map<std::string, FromPython> make() {
+        return {{Serializer<Ts>::tag(), [](py::handle h, const std::string& key, const std::string& tag) {
+                     return std::static_pointer_cast<Variant>(
+                         std::make_shared<Variant_<Ts>>(fromPy<Ts>(h, key, tag)));
+                 }}...};
+    }
 };
 
-struct Codecs {
-    std::map<std::type_index, Codec> byType;
-    std::map<std::string, Codec> byTag;
-};
-
-template <typename... Ts> Codecs makeCodecs() {
-    Codecs c;
-    (
-        [&c] {
-            Codec codec{[](const Variant& v) { return toPy<Ts>(v.value<Ts>()); },
-                        [](py::handle h, const std::string& key, const std::string& tag) {
-                            return std::static_pointer_cast<Variant>(
-                                std::make_shared<Variant_<Ts>>(fromPy<Ts>(h, key, tag)));
-                        }};
-            c.byType[typeid(Ts)] = codec;
-            c.byTag[Serializer<Ts>::tag()] = codec;
-        }(),
-        ...);
-    return c;
-}
-
-// Every type the library stores (VariantRegistry.cpp registers the same list).
-const Codecs& codecs() {
-    static const Codecs c =
-        makeCodecs<bool, char, signed char, unsigned char, short, unsigned short, int, unsigned int, long,
-                   unsigned long, long long, unsigned long long, float, double, std::string,
-                   std::vector<std::string>, std::vector<char>, std::vector<unsigned char>,
-                   std::vector<unsigned short>, std::vector<int>, std::vector<float>, std::vector<double>,
-                   cv::Mat, cv::Point_<int>, cv::Rect_<int>, MarkedFloat, Temperature, Relation, MeasPoint,
-                   MeasArea, MeasRangeBorders, Version, DataStorage<std::string>, norda::vision::BadPixel,
-                   std::vector<norda::vision::BadPixel>>();
-    return c;
+const std::map<std::string, FromPython>& fromPythonTable() {
+    static const auto table = StoredTypes<FromPythonTable>::make();
+    return table;
 }
 
 // The type the library keeps under each key of a camera's store, plus the keys only frames carry.
@@ -326,7 +204,7 @@ const std::map<std::string, std::string>& libraryTypes() {
 }
 
 std::string inferredTag(py::handle v, const std::string& key) {
-    const Classes& k = classes();
+    const ValueClasses& k = valueClasses();
     if (PyBool_Check(v.ptr()))
         return "bool";
     if (py::isinstance(v, k.temperature))
@@ -388,25 +266,6 @@ std::string inferredTag(py::handle v, const std::string& key) {
 
 } // namespace
 
-void initValues() {
-    if (g_classes)
-        return;
-    auto m = py::module_::import("nordalib.values");
-    g_classes =
-        new Classes{m.attr("Marked"),   m.attr("Temperature"),      m.attr("Relation"), m.attr("MeasPoint"),
-                    m.attr("MeasArea"), m.attr("MeasRangeBorders"), m.attr("Metadata")};
-    codecs();
-    libraryTypes();
-}
-
-py::object temperature(const Temperature& t) {
-    return classes().temperature(t.celsius(), t.getValue().getMark());
-}
-
-py::object relation(const Relation& r) {
-    return classes().relation(r.ratio(), r.getValue().getMark());
-}
-
 Temperature temperatureFrom(py::handle value, const char* name) {
     if (!isReal(value))
         throw py::type_error(fmt::format("argument '{}' must be a temperature in °C, not {}", name,
@@ -421,30 +280,11 @@ Relation relationFrom(py::handle value, const char* name) {
     return fromPy<Relation>(value, name, "Relation");
 }
 
-py::object toPython(const std::shared_ptr<Variant>& value) {
-    if (!value)
-        return py::none();
-    auto it = codecs().byType.find(value->type());
-    if (it == codecs().byType.end())
-        return py::str(value->toString()); // a type without a stored form: its text
-    return it->second.toPython(*value);
-}
-
-py::object toPython(const DataStorage<std::string>& storage) {
-    py::dict values, types;
-    for (const auto& [key, value] : storage) {
-        values[pyText(key)] = toPython(value);
-        if (value)
-            types[pyText(key)] = value->typeTag();
-    }
-    return classes().metadata(values, py::arg("types") = types);
-}
-
 std::shared_ptr<Variant> fromPython(py::handle value, const std::string& tag, const std::string& key) {
-    auto it = codecs().byTag.find(tag);
-    if (it == codecs().byTag.end())
+    auto it = fromPythonTable().find(tag);
+    if (it == fromPythonTable().end())
         throw py::value_error(fmt::format("metadata '{}': unknown type '{}'", key, tag));
-    return it->second.fromPython(value, key, tag);
+    return it->second(value, key, tag);
 }
 
 DataStorage<std::string> storageFromPython(py::handle dict, const char* argument) {
