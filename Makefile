@@ -12,7 +12,7 @@ SANITIZER_CMAKE_ARGS = -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 # commands, the coordinate value queries, the pipeline's own thread. The thread checker runs these.
 TSAN_TESTS ?= ^(DataProxy|Commands|Pipeline|OffsetElementTest|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
 
-.PHONY: all deps configure build test demo bench install test-asan test-tsan test-arm64 fuzz load soak format clean
+.PHONY: all deps configure build test demo bench bench-python install test-asan test-tsan test-arm64 fuzz load soak format clean
 
 all: build
 
@@ -35,6 +35,10 @@ demo: configure
 
 bench: build
 	$(BUILD)/bench/nordabench $(BENCH_ARGS)
+
+# The Python module against the C++ library on the same files (bench/python/bench_io.py).
+bench-python: build
+	PYTHONPATH=$(BUILD)/python python3 bench/python/bench_io.py $(BUILD)
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)

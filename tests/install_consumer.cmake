@@ -26,3 +26,12 @@ execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${
 if(rc)
     message(FATAL_ERROR "the consumer failed")
 endif()
+# The installed Python module imports from the prefix and finds the installed library by itself.
+if(PYTHON)
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env PYTHONPATH=${prefix}/${PYDIR}
+                            ${PYTHON} -c "import nordalib; assert nordalib.__file__.startswith('${prefix}'); nordalib.palette('iron')"
+                    RESULT_VARIABLE rc)
+    if(rc)
+        message(FATAL_ERROR "the installed Python module does not import")
+    endif()
+endif()

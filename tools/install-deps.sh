@@ -15,6 +15,7 @@ packages=(
     netpbm imagemagick
     # the viewer's browser tests drive headless Chromium through its WebDriver
     chromium chromium-driver fonts-dejavu-core
+    python3-dev python3-pybind11 python3-numpy python3-pytest
 )
 packages+=(${NORDA_EXTRA_PACKAGES:-})
 

@@ -104,6 +104,14 @@ std::string withSlash(std::string dir) {
     return dir;
 }
 
+// The measurement range's borders besides `keys`: stamped into the frames and saved with every
+// image, for the validity marks of a later re-analysis.
+std::vector<std::string> withRangeBorders(std::vector<std::string> keys) {
+    keys.insert(keys.end(), {Id::ActiveMeasRange::ToleranceTop, Id::ActiveMeasRange::ToleranceBottom,
+                             Id::ActiveMeasRange::DisplayTop, Id::ActiveMeasRange::DisplayBottom});
+    return keys;
+}
+
 } // namespace
 
 std::string defaultCalibrationDir() {
@@ -349,8 +357,8 @@ void Camera::buildChain() {
     addStage("UserMeasurementElement", std::make_unique<UserMeasurementElement>(&m_store),
              "user points, areas, delta-T, local parameters");
     addStage("StoreStampElement",
-             std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST, displayKeys(),
-                                                 "DisplaySettings"),
+             std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST,
+                                                 withRangeBorders(displayKeys()), "DisplaySettings"),
              "display settings into the frame");
     // The radiometric stream sends the frame before the palette moves its metadata on.
     if (m_options.streams)
@@ -390,8 +398,8 @@ void Camera::buildChain() {
         folder.pop_back();
         addStage("ImageWriteElement",
                  std::make_unique<ImageWriteElement>(
-                     folder, &m_store, &m_commands, savedKeys(), [](DataStorage<std::string>) {}, 0, m_srFlag,
-                     STREAMING_DATATYPE_YUV422),
+                     folder, &m_store, &m_commands, withRangeBorders(savedKeys()),
+                     [](DataStorage<std::string>) {}, 0, m_srFlag, STREAMING_DATATYPE_YUV422),
                  "image saving", {STREAMING_DATATYPE_YUV422});
     }
 }

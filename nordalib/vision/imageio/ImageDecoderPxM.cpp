@@ -8,6 +8,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace norda::vision {
@@ -71,11 +72,51 @@ void ImageDecoderPxM::close() {
 }
 
 bool ImageDecoderPxM::grab(cv::Mat& frame, const cv::Rect_<int>* region) {
+    Header header;
+    cv::Mat image;
+    if (!readFrame(header, &image))
+        return false;
+    if (region) {
+        const cv::Rect_<int> full(0, 0, image.cols, image.rows);
+        if (region->width <= 0 || region->height <= 0 || (*region & full) != *region)
+            fail(fmt::format("region {} x {} at ({}, {}) is not inside the {} x {} frame", region->width,
+                             region->height, region->x, region->y, image.cols, image.rows));
+        frame = image(*region).clone();
+    } else {
+        frame = image;
+    }
+    applyMetaData(header);
+    ++m_frames;
+    return true;
+}
+
+bool ImageDecoderPxM::skip() {
+    Header header;
+    if (!readFrame(header, nullptr))
+        return false;
+    m_metaData.clear();
+    ++m_frames;
+    return true;
+}
+
+bool ImageDecoderPxM::seek(uint64_t position, uint64_t frameIndex) {
+    if (!m_file || m_fileSize < 0 || position > uint64_t(m_fileSize) ||
+        fseeko(m_file, off_t(position), SEEK_SET) != 0)
+        return false;
+    m_position = position;
+    m_frames = frameIndex;
+    m_ended = false;
+    m_truncated = false;
+    m_metaData.clear();
+    return true;
+}
+
+// One frame from the current position: header, checks, samples (decoded into `image`, or stepped
+// over when it is null). False at the end of the sequence, clean or truncated.
+bool ImageDecoderPxM::readFrame(Header& header, cv::Mat* image) {
     if (!m_file || m_ended)
         return false;
-    Header header;
     m_headerBytes = 0;
-    cv::Mat image;
     try {
         int c = get();
         if (c == EOF) {
@@ -103,30 +144,23 @@ bool ImageDecoderPxM::grab(cv::Mat& frame, const cv::Rect_<int>* region) {
                 endTruncated("the plain sample block is cut off");
                 return false;
             }
-            readPlainSamples(header, image);
+            cv::Mat scratch;
+            readPlainSamples(header, image ? *image : scratch);
         } else {
             if (m_fileSize >= 0 && uint64_t(m_fileSize) - m_position < header.bytes) {
                 endTruncated(fmt::format("the sample block is cut off after {} of {} bytes",
                                          uint64_t(m_fileSize) - m_position, header.bytes));
                 return false;
             }
-            readBinarySamples(header, image);
+            if (image)
+                readBinarySamples(header, *image);
+            else
+                skipBinarySamples(header);
         }
     } catch (const Truncated&) {
         endTruncated("the file ends inside the frame");
         return false;
     }
-    if (region) {
-        const cv::Rect_<int> full(0, 0, image.cols, image.rows);
-        if (region->width <= 0 || region->height <= 0 || (*region & full) != *region)
-            fail(fmt::format("region {} x {} at ({}, {}) is not inside the {} x {} frame", region->width,
-                             region->height, region->x, region->y, image.cols, image.rows));
-        frame = image(*region).clone();
-    } else {
-        frame = image;
-    }
-    applyMetaData(header);
-    ++m_frames;
     return true;
 }
 
@@ -327,6 +361,23 @@ void ImageDecoderPxM::readBinarySamples(const Header& header, cv::Mat& image) {
     const int e1 = int(image.elemSize1());
     if (e1 > 1)
         pxm::swapToBigEndian(image.data, image.data, image.total() * image.channels(), e1);
+}
+
+void ImageDecoderPxM::skipBinarySamples(const Header& header) {
+    if (m_fileSize >= 0) { // the size check above found the samples present
+        if (fseeko(m_file, off_t(header.bytes), SEEK_CUR) != 0)
+            throw Truncated{};
+        m_position += header.bytes;
+        return;
+    }
+    char buffer[4096];
+    for (uint64_t left = header.bytes; left > 0;) {
+        const size_t n = std::fread(buffer, 1, size_t(std::min<uint64_t>(left, sizeof buffer)), m_file);
+        m_position += n;
+        if (n == 0)
+            throw Truncated{};
+        left -= n;
+    }
 }
 
 void ImageDecoderPxM::readPlainSamples(Header& header, cv::Mat& image) {

@@ -49,6 +49,16 @@ public:
     virtual bool grab(cv::Mat& frame, const cv::Rect_<int>* region);
     virtual void close();
 
+    // Random access. position() is the byte offset at which the next frame starts (0 after
+    // open); skip() reads the next frame's header, checks it exactly as grab() does and steps
+    // over its samples without decoding them, so a pass of skip()s indexes a file cheaply.
+    // seek() continues at an offset position() reported before, as frame number `frameIndex`
+    // (used in messages and framesRead()); false when no regular file is open or the offset lies
+    // beyond its end.
+    uint64_t position() const { return m_position; }
+    bool skip();
+    bool seek(uint64_t position, uint64_t frameIndex);
+
     // Metadata of the frame returned by the last successful grab.
     const exp::DataStorage<std::string>& getMetaData() const { return m_metaData; }
     uint64_t framesRead() const { return m_frames; }
@@ -69,7 +79,9 @@ private:
     void readNetpbmHeader(Header& header);
     void readPamHeader(Header& header);
     void checkHeader(Header& header);
+    bool readFrame(Header& header, cv::Mat* image);
     void readBinarySamples(const Header& header, cv::Mat& image);
+    void skipBinarySamples(const Header& header);
     void readPlainSamples(Header& header, cv::Mat& image);
     void applyMetaData(const Header& header);
     void endTruncated(const std::string& why);

@@ -67,6 +67,8 @@ public:
     // A storable value (one with a Serializer) under its parameter key; a key set twice keeps the
     // later value. Throws for values that cannot be stored, naming the key.
     void setGeneric(const std::string& key, std::shared_ptr<exp::Variant> value);
+    // Whether the entry was there.
+    bool removeGeneric(const std::string& key) { return m_generic.remove(key); }
     std::shared_ptr<exp::Variant> getGeneric(const std::string& key) const {
         return m_generic.getVariant(key);
     }

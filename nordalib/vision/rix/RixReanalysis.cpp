@@ -2,6 +2,9 @@
 
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/imgproc/ColorPaletteConverter.h"
+#include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/rix/RixMeasurements.h"
 
 namespace norda::vision {
 
@@ -15,6 +18,51 @@ template <typename T> bool generic(const Rix& rix, const std::string& key, T& ou
         return false;
     out = v->value<T>();
     return true;
+}
+
+using Temperature = quantity::Temperature<MarkedFloat>;
+using Relation = quantity::Relation<MarkedFloat>;
+
+// The image was shown in humidity mode: its results are humidities.
+bool humidityMode(const Rix& rix) {
+    bool mode = false;
+    if (generic(rix, Id::Environment::HumidityModeActive, mode))
+        return mode;
+    MeasPoint hot;
+    return generic(rix, Id::MeasPoints::HotSpot::MeasPoint, hot) && hot.getValue() &&
+           hot.getValue()->holds<Relation>();
+}
+
+// The preview as the camera would have shown the image's present temperatures: its palette on its
+// scale (the image's own extremes when it has none), or the humidity view.
+void recolourPreview(Rix& rix) {
+    const auto& rad = rix.getRadiometricImage();
+    if (rix.getPreviewImageRgb().empty())
+        return;
+    if (rix.getPreviewImageRgb().size() != rad.size()) {
+        rix.setPreviewImageRgb(cv::Mat_<cv::Vec3b>());
+        return;
+    }
+    ColorPaletteConverter converter;
+    cv::Mat_<cv::Vec3b> rgb;
+    Temperature air;
+    Relation humidity;
+    if (humidityMode(rix) && generic(rix, Id::Environment::Temperature, air) &&
+        generic(rix, Id::Environment::Humidity, humidity)) {
+        converter.palletizeHumid(rad, rgb, air, humidity, true, {});
+    } else {
+        std::string palette;
+        if (!generic(rix, Id::Palette::ActivePalette, palette) || !Palettes::exists(palette))
+            palette = "iron";
+        uint16_t lower = RadiometricTools::getUint16(rix.getScalingMin().celsius());
+        uint16_t upper = RadiometricTools::getUint16(rix.getScalingMax().celsius());
+        if (lower == upper) {
+            lower = rix.getMinMax().min;
+            upper = rix.getMinMax().max;
+        }
+        converter.palletize(rad, rgb, lower, upper, true, Palettes::colors(palette));
+    }
+    rix.setPreviewImageRgb(rgb);
 }
 
 } // namespace
@@ -50,6 +98,43 @@ cv::Mat_<uint16_t> RixReanalysis::temperatures(const Rix& rix, const ObjectParam
     if (emissivity.empty())
         return model.apply(rix.getRadiometricImage(), from, to);
     return model.apply(rix.getRadiometricImage(), from, to, emissivity);
+}
+
+Rix RixReanalysis::reanalysed(const Rix& rix, const ObjectParameters& to, const cv::Mat& emissivity,
+                              const std::optional<MeasurementResults::Humidity>& air) {
+    to.validate();
+    Rix out = rix;
+    const ObjectParameters from = storedParameters(rix);
+    if (!emissivity.empty() || to != from) {
+        out.setRadiometricImage(temperatures(rix, to, emissivity));
+        float e = static_cast<float>(to.emissivity);
+        if (!emissivity.empty()) {
+            e = static_cast<float>(cv::mean(emissivity)[0]);
+            out.setGeneric(kEmissivityMap, makeVariant(emissivity.clone()));
+            out.removeGeneric(Id::Radiometry::Planck);
+        }
+        out.setEmissivityOriginal(e);
+        const Temperature reflected(MarkedFloat(static_cast<float>(to.reflectedK - 273.15)));
+        out.setReflectedTempOriginal(reflected);
+        if (out.getGeneric(Id::Environment::EmissivityValue))
+            out.setGeneric(Id::Environment::EmissivityValue, makeVariant(e));
+        if (out.getGeneric(Id::Environment::ReflectedTemperature))
+            out.setGeneric(Id::Environment::ReflectedTemperature, makeVariant(reflected));
+        if (to.tauPg != from.tauPg || to.emisPg != from.emisPg) {
+            const bool glass = to.tauPg != 1.0 || to.emisPg != 0.0;
+            out.setGeneric(Id::ProtectiveGlass::Attached, makeVariant(glass));
+            out.setGeneric(Id::ProtectiveGlass::Transmission, makeVariant(static_cast<float>(to.tauPg)));
+            out.setGeneric(Id::ProtectiveGlass::Emissivity, makeVariant(static_cast<float>(to.emisPg)));
+        }
+    }
+    if (air) {
+        out.setGeneric(Id::Environment::Humidity, makeVariant(air->humidity));
+        out.setGeneric(Id::Environment::Temperature,
+                       makeVariant(air->air.convertTo(quantity::TemperatureUnit::Celsius)));
+    }
+    RixMeasurements::refresh(out);
+    recolourPreview(out);
+    return out;
 }
 
 } // namespace norda::vision

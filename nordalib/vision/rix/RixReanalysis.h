@@ -6,8 +6,11 @@
 // (generic entries ProtectiveGlass.* and Radiometry.Planck, saved by the image writer when the
 // host lists them). Reanalysis.h explains the model.
 
+#include "nordalib/vision/measurement/MeasurementResults.h"
 #include "nordalib/vision/radiometry/Reanalysis.h"
 #include "nordalib/vision/rix/Rix.h"
+
+#include <optional>
 
 namespace norda::vision {
 
@@ -23,6 +26,19 @@ public:
     // emissivity per pixel that replaces `to.emissivity`.
     static cv::Mat_<uint16_t> temperatures(const Rix& rix, const ObjectParameters& to,
                                            const cv::Mat& emissivity = cv::Mat());
+
+    // Generic entry of an image re-analysed with one emissivity per pixel: the map (CV_32FC1).
+    static constexpr const char* kEmissivityMap = "Radiometry.EmissivityMap";
+
+    // A copy of `rix` re-analysed: its temperatures under `to` (per pixel with `emissivity`, as in
+    // temperatures()), its stored object parameters and, when given, the air it was taken in
+    // replaced, its measurement results computed anew (RixMeasurements) and its preview coloured
+    // anew with the same palette on the same scale, so that it shows the new temperatures. Only a
+    // change of the object parameters needs the Planck constants. With a per-pixel emissivity the
+    // copy keeps the map (kEmissivityMap), stores its mean as the emissivity and drops the Planck
+    // constants: one emissivity can not describe its temperatures, so it is not re-analysed again.
+    static Rix reanalysed(const Rix& rix, const ObjectParameters& to, const cv::Mat& emissivity = cv::Mat(),
+                          const std::optional<MeasurementResults::Humidity>& air = std::nullopt);
 };
 
 } // namespace norda::vision

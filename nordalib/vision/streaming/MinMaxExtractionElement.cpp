@@ -2,7 +2,7 @@
 
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
-#include "nordalib/vision/climate/DewPoint.h"
+#include "nordalib/vision/measurement/MeasurementResults.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 namespace norda::exp::streaming {
 
 using logging::LogLevel;
+using vision::MeasurementResults;
 using vision::MeasurementStatistics;
 using vision::RadiometricTools;
 
@@ -193,34 +194,15 @@ void MinMaxExtractionElement::publishMetaData(Frame& frame) {
 MeasPoint MinMaxExtractionElement::calculateMeaspoint(unsigned short x, unsigned short y, unsigned short raw,
                                                       MeasRangeBorders borders, bool humidityMode,
                                                       Relation humidity, Temperature airTemperature) const {
-    const Temperature temperature = MeasurementStatistics::markValidity(raw, borders);
-    if (!humidityMode)
-        return MeasPoint(x, y, temperature);
-    return MeasPoint(x, y, vision::DewPoint::calcSurfaceMoisture(temperature, airTemperature, humidity));
+    const MeasurementResults::Humidity climate{humidity, airTemperature};
+    return MeasurementResults::point(x, y, raw, borders, humidityMode ? &climate : nullptr);
 }
 
 void MinMaxExtractionElement::calculateArea(const cv::Mat& img, MeasRangeBorders borders, bool humidityMode,
                                             Relation humidity, Temperature airTemperature, bool publish) {
-    // The centre half of the image in each direction.
-    const int w = static_cast<int>(std::lround(img.cols * 0.5));
-    const int h = static_cast<int>(std::lround(img.rows * 0.5));
-    const cv::Rect_<int> rect((img.cols - w) / 2, (img.rows - h) / 2, w, h);
-    const auto extremes = MeasurementStatistics::scanArea(img, rect);
-    const auto cold = extremes.cold, hot = extremes.hot;
-    const unsigned short mean = extremes.mean;
-
-    MeasArea area(static_cast<unsigned short>(rect.x), static_cast<unsigned short>(rect.y),
-                  static_cast<unsigned short>(rect.width), static_cast<unsigned short>(rect.height));
-    area.setColdSpot(calculateMeaspoint(cold.x, cold.y, img.at<unsigned short>(cold.y, cold.x), borders,
-                                        humidityMode, humidity, airTemperature));
-    area.setHotSpot(calculateMeaspoint(hot.x, hot.y, img.at<unsigned short>(hot.y, hot.x), borders,
-                                       humidityMode, humidity, airTemperature));
-    const MeasPoint meanPoint =
-        calculateMeaspoint(0, 0, mean, borders, humidityMode, humidity, airTemperature);
-    if (humidityMode)
-        area.setMeanValue(meanPoint.getValue()->value<Relation>());
-    else
-        area.setMeanValue(meanPoint.getValue()->value<Temperature>());
+    const MeasurementResults::Humidity climate{humidity, airTemperature};
+    const MeasArea area = MeasurementResults::area(img, MeasurementResults::centreArea(img.size()), borders,
+                                                   humidityMode ? &climate : nullptr);
     m_centerArea = area;
 
     if (publish) {

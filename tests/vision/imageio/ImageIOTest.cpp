@@ -192,6 +192,50 @@ TEST(PxmFormat, CutOffRecordingKeepsEveryCompleteFrame) {
     EXPECT_TRUE(decoder.wasTruncated());
 }
 
+TEST(PxmFormat, SkipIndexesAndSeekReturnsToEveryFrame) {
+    test::TempDir dir;
+    const std::string path = dir.file("index.pxm");
+    std::vector<cv::Mat> written;
+    {
+        ImageIO writer(0);
+        writer.open(path);
+        for (int i = 0; i < 5; ++i) {
+            writer.getEncoder().setOption(PxmEncoder::Option::Plain, i == 2 ? 1 : 0); // one plain frame
+            auto meta = std::make_shared<exp::DataStorage<std::string>>();
+            meta->setValue("FrameCnt", static_cast<unsigned long long>(i));
+            writer.setMetaData(meta);
+            written.push_back(randomMat(3 + i, 7, i == 3 ? CV_32FC2 : CV_16UC1, i));
+            writer.write(written.back(), "");
+        }
+    }
+    ImageDecoderPxM decoder;
+    ASSERT_TRUE(decoder.open(path));
+    std::vector<uint64_t> offsets;
+    for (uint64_t start = decoder.position(); decoder.skip(); start = decoder.position())
+        offsets.push_back(start);
+    ASSERT_EQ(offsets.size(), written.size());
+    EXPECT_FALSE(decoder.wasTruncated());
+    cv::Mat frame;
+    for (size_t i : {3u, 0u, 2u, 1u, 4u}) {
+        ASSERT_TRUE(decoder.seek(offsets[i], i));
+        ASSERT_TRUE(decoder.grab(frame, nullptr));
+        EXPECT_TRUE(sameBits(frame, written[i])) << i;
+        EXPECT_EQ(decoder.getMetaData().get<unsigned long long>("FrameCnt"), i);
+        EXPECT_EQ(decoder.framesRead(), i + 1);
+    }
+    EXPECT_FALSE(decoder.grab(frame, nullptr)); // after the last frame
+    EXPECT_FALSE(decoder.seek(readFile(path).size() + 1, 0));
+
+    // Skipping stops where grabbing does: at the last complete frame of a cut-off file.
+    writeFile(path, readFile(path).substr(0, offsets[4] + 10));
+    ASSERT_TRUE(decoder.open(path));
+    int skipped = 0;
+    while (decoder.skip())
+        ++skipped;
+    EXPECT_EQ(skipped, 4);
+    EXPECT_TRUE(decoder.wasTruncated());
+}
+
 TEST(PxmFormat, DamagedHeadersAreReportedWithFileAndProblem) {
     test::TempDir dir;
     const std::string path = dir.file("bad.pxm");
