@@ -47,6 +47,7 @@
 #include "nordalib/vision/imgproc/BadPixelMap.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "nordalib/vision/imgproc/ColorPaletteConverter.h"
+#include "nordalib/vision/imgproc/ConnectedComponent.h"
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/imgproc/Palettes.h"
