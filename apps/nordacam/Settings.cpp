@@ -141,7 +141,7 @@ bool parseShortRelation(const std::string& text, Rel& out) {
 bool isResultKey(const std::string& key) {
     static const char* prefixes[] = {"Shutter.",    "IrImage.",        "Images.",   "Temperatures.",
                                      "DeviceInfo.", "DeviceFeatures.", "IrSensor.", "Gallery.",
-                                     "Viscam.",     "Streaming."};
+                                     "Viscam.",     "Streaming.",      "Laser."};
     for (const char* p : prefixes)
         if (key.rfind(p, 0) == 0)
             return true;
@@ -157,7 +157,12 @@ bool isResultKey(const std::string& key) {
                                   "MeasRangePool",
                                   "Palette.Colors",
                                   "Scaling.Min",
-                                  "Scaling.Max"};
+                                  "Scaling.Max",
+                                  "Registration.CalibrationFile",
+                                  "EmissionMarker.Emissivity",
+                                  "EmissionMarker.Status",
+                                  "EmissionMarker.SurfaceTemperature",
+                                  "EmissionMarker.Rect"};
     for (const char* e : exact)
         if (key == e)
             return true;
@@ -166,9 +171,9 @@ bool isResultKey(const std::string& key) {
 }
 
 bool isUserKey(const std::string& key) {
-    static const char* prefixes[] = {"Environment.", "ProtectiveGlass.", "Alarm.",
-                                     "Isotherme.",   "DeltaT.",          "MeasRangeSettings.",
-                                     "PlaceTag.",    "SprElement.",      "SnrElement."};
+    static const char* prefixes[] = {
+        "Environment.", "ProtectiveGlass.", "Alarm.",      "Isotherme.", "DeltaT.",      "MeasRangeSettings.",
+        "PlaceTag.",    "SprElement.",      "SnrElement.", "Fusion.",    "Registration."};
     for (const char* p : prefixes)
         if (key.rfind(p, 0) == 0)
             return !isResultKey(key);
@@ -183,7 +188,10 @@ bool isUserKey(const std::string& key) {
                                   "Miscellaneous.ImageCounter",
                                   "Miscellaneous.SaveJpeg",
                                   "Miscellaneous.SuperResolution",
-                                  "Miscellaneous.SaveImageMode"};
+                                  "Miscellaneous.SaveImageMode",
+                                  "EmissionMarker.MarkerEmissivity",
+                                  "EmissionMarker.Size",
+                                  "EmissionMarker.SearchPoint"};
     for (const char* e : exact)
         if (key == e)
             return true;

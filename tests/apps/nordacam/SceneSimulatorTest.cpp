@@ -127,7 +127,9 @@ TEST(SceneSimulator, FramesCarryTheMetadataTheChainReads) {
     PlanckResponse planck;
     Conditions low, highRange;
     highRange.range = 2;
-    low.emissivity = highRange.emissivity = 0.9f; // as set in the store above
+    // The objects' own emissivity: the setting of 0.9 above changes what the chain computes, not
+    // what the detector sees.
+    low.emissivity = highRange.emissivity = 0.95f;
     const float wallC = sim.sceneTemperature(320.0f, 20.0f);
     EXPECT_NEAR(contrast(raw), planck.sceneCounts(37.0f, low) - planck.sceneCounts(wallC, low), 25.0f);
     EXPECT_NEAR(contrast(highRaw),
