@@ -30,6 +30,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <unistd.h>
 
 using namespace norda::exp;
 using namespace norda::exp::streaming;
@@ -48,8 +49,10 @@ public:
     // `visual`: a 640 x 480 visual camera beside the detector (image buffer, laser spot, emission
     // marker, fusion in the mode `fusion`).
     explicit Chain(cv::Size size, bool visual = false, const std::string& fusion = "Off") : m_size(size) {
+        static int instance = 0;
         m_dir = std::filesystem::temp_directory_path() /
-                ("norda-chain-bench-" + std::to_string(size.width) + "x" + std::to_string(size.height));
+                ("norda-chain-bench-" + std::to_string(size.width) + "x" + std::to_string(size.height) + "-" +
+                 std::to_string(::getpid()) + "-" + std::to_string(++instance));
         std::filesystem::create_directories(m_dir);
         const std::string calib = m_dir.string() + "/";
         RadiometricCalibration::makeDefault().save(calib + RadiometricCalibration::kFileName);

@@ -326,7 +326,7 @@ void Camera::buildChain() {
     if (m_visual)
         addStage("DetectLaserPositionElement",
                  std::make_unique<DetectLaserPositionElement>(&m_store, STREAMING_DATATYPE_YUV422),
-                 "laser spot into the infrared image");
+                 "laser spot into the infrared image", {STREAMING_DATATYPE_YUV422});
 
     // Measurement and display.
     addStage("MinMaxExtractionElement",
@@ -339,7 +339,7 @@ void Camera::buildChain() {
     if (m_visual)
         addStage("EmissionMarkerElement",
                  std::make_unique<EmissionMarkerElement>(&m_store, 8, 10, STREAMING_DATATYPE_YUV422),
-                 "emissivity from a reference label");
+                 "emissivity from a reference label", {STREAMING_DATATYPE_YUV422});
     // The radiometric stream sends the frame before the palette moves its metadata on.
     if (m_options.streams)
         addStage("SocketServerElement",
@@ -421,21 +421,23 @@ void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
             m_snapshot.frame = counter->value<unsigned long long>();
         if (m_sim)
             m_snapshot.truth = m_sim->truth();
+        // The visual camera's results of the same cycle as the truth.
+        if (m_visual) {
+            m_snapshot.laserVisible = m_store.getValue<bool>(Id::MeasPoints::LaserSpot::Visible);
+            m_snapshot.laser = m_store.getValue<cv::Point_<int>>(Id::MeasPoints::LaserSpot::Position);
+            m_snapshot.laserDistance = m_store.getValue<float>(Id::Laser::Distance);
+            m_snapshot.markerStatus = m_store.getValue<std::string>(Id::EmissionMarker::Status);
+            m_snapshot.markerEmissivity =
+                m_store.getValue<quantity::Relation<MarkedFloat>>(Id::EmissionMarker::Emissivity)
+                    .getValue()
+                    .toFloat();
+            m_snapshot.markerRect = m_store.getValue<cv::Rect_<int>>(Id::EmissionMarker::Rect);
+        }
     }
     if (rgb && !rgb->getFrameData().empty())
         m_snapshot.rgb = rgb->getFrameData().clone();
     if (const Frame* visual = find(STREAMING_DATATYPE_YUV422))
         m_snapshot.visual = visual->getFrameData(); // never written into again: shared, not copied
-    if (m_visual) {
-        m_snapshot.laserVisible = m_store.getValue<bool>(Id::MeasPoints::LaserSpot::Visible);
-        m_snapshot.laser = m_store.getValue<cv::Point_<int>>(Id::MeasPoints::LaserSpot::Position);
-        m_snapshot.laserDistance = m_store.getValue<float>(Id::Laser::Distance);
-        m_snapshot.markerStatus = m_store.getValue<std::string>(Id::EmissionMarker::Status);
-        m_snapshot.markerEmissivity =
-            m_store.getValue<quantity::Relation<MarkedFloat>>(Id::EmissionMarker::Emissivity)
-                .getValue()
-                .toFloat();
-    }
 }
 
 Camera::Snapshot Camera::snapshot() const {

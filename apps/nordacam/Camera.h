@@ -91,6 +91,7 @@ public:
         float laserDistance = 0;
         std::string markerStatus;
         float markerEmissivity = 0;
+        cv::Rect markerRect; // the label measured, infrared pixels
     };
 
     explicit Camera(CameraOptions options);

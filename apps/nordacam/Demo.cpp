@@ -92,7 +92,7 @@ struct Accuracy {
     };
     std::map<std::string, Sums> objects;
     Sums hotSpot, centreSpot;
-    unsigned long long lastFrame = ~0ull;
+    unsigned long long lastFrame = ~0ull, lastVisualFrame = ~0ull;
     // The visual camera: laser error per distance (infrared pixels), emissivity per plate.
     std::map<double, Sums> laser;
     std::map<double, int> laserMissed;
@@ -188,7 +188,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
             if (camera.store().getValue<cv::Point_<int>>(Id::EmissionMarker::SearchPoint) != at)
                 camera.store().setValue(Id::EmissionMarker::SearchPoint, at, true);
         }
-        if (visual && !snap.rad.empty() && snap.truth && snap.frame != accuracy.lastFrame) {
+        if (visual && !snap.rad.empty() && snap.truth && snap.frame != accuracy.lastVisualFrame) {
+            accuracy.lastVisualFrame = snap.frame;
             const auto& t = *snap.truth;
             const double d = std::round(t.laser.distance * 100) / 100;
             if (snap.laserVisible)
@@ -196,12 +197,12 @@ int runLive(const RunOptions& options, std::ostream& out) {
             else
                 ++accuracy.laserMissed[d];
             if (snap.markerStatus == "Valid") {
-                // The plate whose label is nearest to the search point.
-                const auto sp = camera.store().getValue<cv::Point_<int>>(Id::EmissionMarker::SearchPoint);
+                // The plate whose label the element measured.
+                const cv::Point2f at(snap.markerRect.x + snap.markerRect.width / 2.0f,
+                                     snap.markerRect.y + snap.markerRect.height / 2.0f);
                 const sim::Plate* best = nullptr;
                 for (const auto& p : t.plates)
-                    if (!best || cv::norm((p.label.tl() + p.label.br()) * 0.5f - cv::Point2f(sp)) <
-                                     cv::norm((best->label.tl() + best->label.br()) * 0.5f - cv::Point2f(sp)))
+                    if (p.label.contains(at))
                         best = &p;
                 if (best)
                     accuracy.emissivity[best->name].add(snap.markerEmissivity, best->emissivity);

@@ -46,19 +46,35 @@ cv::Point2d VisualCamera::project(const Camera& cam, const cv::Point3d& p) const
     return {cam.fx * xd + cam.cx, cam.fy * yd + cam.cy};
 }
 
-cv::Vec3f VisualCamera::shade(const Camera& cam, const std::vector<SceneObject>& objects, double px,
-                              double py) const {
+const cv::Mat& VisualCamera::rays(const Camera& cam) {
+    // Every pixel's line of sight (the lens's distortion undone by fixed-point iteration, turned
+    // into the rig), once per frame size.
+    cv::Mat& r = m_rays[{cam.size.width, cam.size.height}];
+    if (!r.empty())
+        return r;
     const Rig& rig = m_scene.rig();
-    // The line of sight: undo the lens's distortion (fixed-point iteration), turn into the rig.
-    const double xd = (px - cam.cx) / cam.fx, yd = (py - cam.cy) / cam.fy;
-    double x = xd, y = yd;
-    for (int i = 0; i < 20; ++i) {
-        const double r2 = x * x + y * y;
-        const double radial = 1 + r2 * (rig.k1 + r2 * (rig.k2 + r2 * rig.k3));
-        x = (xd - (2 * rig.p1 * x * y + rig.p2 * (r2 + 2 * x * x))) / radial;
-        y = (yd - (rig.p1 * (r2 + 2 * y * y) + 2 * rig.p2 * x * y)) / radial;
-    }
-    const cv::Vec3d d = m_rotation * cv::Vec3d(x, y, 1.0);
+    r.create(cam.size, CV_32FC3);
+    cv::parallel_for_(cv::Range(0, cam.size.height), [&](const cv::Range& rows) {
+        for (int py = rows.start; py < rows.end; ++py)
+            for (int px = 0; px < cam.size.width; ++px) {
+                const double xd = (px - cam.cx) / cam.fx, yd = (py - cam.cy) / cam.fy;
+                double x = xd, y = yd;
+                for (int i = 0; i < 20; ++i) {
+                    const double r2 = x * x + y * y;
+                    const double radial = 1 + r2 * (rig.k1 + r2 * (rig.k2 + r2 * rig.k3));
+                    x = (xd - (2 * rig.p1 * x * y + rig.p2 * (r2 + 2 * x * x))) / radial;
+                    y = (yd - (rig.p1 * (r2 + 2 * y * y) + 2 * rig.p2 * x * y)) / radial;
+                }
+                const cv::Vec3d d = m_rotation * cv::Vec3d(x, y, 1.0);
+                r.at<cv::Vec3f>(py, px) = cv::Vec3f(float(d[0]), float(d[1]), float(d[2]));
+            }
+    });
+    return r;
+}
+
+cv::Vec3f VisualCamera::shade(const cv::Vec3f& ray, const std::vector<SceneObject>& objects) const {
+    const Rig& rig = m_scene.rig();
+    const cv::Vec3d d(ray[0], ray[1], ray[2]);
     auto footprintAt = [&](double depth) {
         const cv::Vec3d p = rig.translation + (depth - rig.translation[2]) / d[2] * d;
         return m_scene.project({p[0], p[1], p[2]});
@@ -81,8 +97,8 @@ cv::Vec3f VisualCamera::shade(const Camera& cam, const std::vector<SceneObject>&
     return colour + rest * m_scene.wallColour(float(wall.x), float(wall.y));
 }
 
-void VisualCamera::shadeBox(cv::Mat& rgb, const Camera& cam, const std::vector<SceneObject>& objects,
-                            const SceneObject& o) const {
+void VisualCamera::shadeBox(cv::Mat& rgb, const Camera& cam, const cv::Mat& rays,
+                            const std::vector<SceneObject>& objects, const SceneObject& o) const {
     // The footprint's outline seen by this camera bounds what the object can change.
     double x0 = 1e9, y0 = 1e9, x1 = -1e9, y1 = -1e9;
     for (float fx : {0.0f, 0.5f, 1.0f})
@@ -101,7 +117,7 @@ void VisualCamera::shadeBox(cv::Mat& rgb, const Camera& cam, const std::vector<S
     for (int y = box.y; y < box.y + box.height; ++y) {
         auto* row = rgb.ptr<cv::Vec3b>(y);
         for (int x = box.x; x < box.x + box.width; ++x) {
-            const cv::Vec3f c = shade(cam, objects, x, y);
+            const cv::Vec3f c = shade(rays.at<cv::Vec3f>(y, x), objects);
             row[x] = cv::Vec3b(cv::saturate_cast<uchar>(c[0]), cv::saturate_cast<uchar>(c[1]),
                                cv::saturate_cast<uchar>(c[2]));
         }
@@ -131,6 +147,7 @@ void VisualCamera::drawLaser(cv::Mat& rgb, const Camera& cam, const LaserTruth& 
 
 cv::Mat VisualCamera::render(cv::Size size, double timeS) {
     const Camera cam = cameraAt(size);
+    const cv::Mat& lines = rays(cam);
     auto& still = m_static[{size.width, size.height}];
     if (still.empty()) {
         still.create(size, CV_8UC3);
@@ -139,7 +156,7 @@ cv::Mat VisualCamera::render(cv::Size size, double timeS) {
             for (int y = rows.start; y < rows.end; ++y) {
                 auto* row = still.ptr<cv::Vec3b>(y);
                 for (int x = 0; x < size.width; ++x) {
-                    const cv::Vec3f c = shade(cam, objects, x, y);
+                    const cv::Vec3f c = shade(lines.at<cv::Vec3f>(y, x), objects);
                     row[x] = cv::Vec3b(cv::saturate_cast<uchar>(c[0]), cv::saturate_cast<uchar>(c[1]),
                                        cv::saturate_cast<uchar>(c[2]));
                 }
@@ -148,9 +165,9 @@ cv::Mat VisualCamera::render(cv::Size size, double timeS) {
     }
     cv::Mat rgb = still.clone();
     const auto objects = m_scene.objects(timeS);
-    shadeBox(rgb, cam, objects, m_scene.hotObject(timeS));
+    shadeBox(rgb, cam, lines, objects, m_scene.hotObject(timeS));
     if (auto board = m_scene.board(timeS))
-        shadeBox(rgb, cam, objects, *board);
+        shadeBox(rgb, cam, lines, objects, *board);
     if (m_config.laser)
         drawLaser(rgb, cam, m_scene.laser(timeS));
     return rgb;
@@ -172,9 +189,9 @@ cv::Mat VisualCamera::toUyvy(const cv::Mat& rgb, const std::vector<float>* noise
             const int y1 = 16 + ((66 * r1 + 129 * g1 + 25 * b1 + 128) >> 8);
             const int r = (r0 + r1 + 1) / 2, g = (g0 + g1 + 1) / 2, b = (b0 + b1 + 1) / 2;
             o[2 * x] = cv::saturate_cast<uchar>(128 + ((-38 * r - 74 * g + 112 * b + 128) >> 8));
-            o[2 * x + 1] = cv::saturate_cast<uchar>(std::lround(y0 + n0));
+            o[2 * x + 1] = cv::saturate_cast<uchar>(int(float(y0) + n0 + 0.5f));
             o[2 * x + 2] = cv::saturate_cast<uchar>(128 + ((112 * r - 94 * g - 18 * b + 128) >> 8));
-            o[2 * x + 3] = cv::saturate_cast<uchar>(std::lround(y1 + n1));
+            o[2 * x + 3] = cv::saturate_cast<uchar>(int(float(y1) + n1 + 0.5f));
         }
     }
     return out;

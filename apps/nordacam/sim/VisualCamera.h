@@ -73,9 +73,10 @@ private:
     };
     Camera cameraAt(cv::Size size) const;
     cv::Point2d project(const Camera& cam, const cv::Point3d& p) const;
-    cv::Vec3f shade(const Camera& cam, const std::vector<SceneObject>& objects, double x, double y) const;
-    void shadeBox(cv::Mat& rgb, const Camera& cam, const std::vector<SceneObject>& objects,
-                  const SceneObject& o) const;
+    const cv::Mat& rays(const Camera& cam);
+    cv::Vec3f shade(const cv::Vec3f& ray, const std::vector<SceneObject>& objects) const;
+    void shadeBox(cv::Mat& rgb, const Camera& cam, const cv::Mat& rays,
+                  const std::vector<SceneObject>& objects, const SceneObject& o) const;
     void drawLaser(cv::Mat& rgb, const Camera& cam, const LaserTruth& laser) const;
     std::unique_ptr<norda::exp::Frame> frameAt(cv::Size size, unsigned long long n);
 
@@ -84,6 +85,7 @@ private:
     VisualConfig m_config;
     cv::Matx33d m_rotation;
     std::map<std::pair<int, int>, cv::Mat> m_static; // per size
+    std::map<std::pair<int, int>, cv::Mat> m_rays;   // per size: lines of sight (CV_32FC3)
     std::vector<float> m_noiseBank;
     cv::RNG m_rng;
     unsigned long long m_frame = 0;

@@ -24,8 +24,12 @@ DetectLaserPositionElement::DetectLaserPositionElement(DataProxy<std::string>* p
 
 bool DetectLaserPositionElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
     auto& entry = inputs[m_slot];
-    if (!entry)
+    if (!entry) {
+        // No visual frame this cycle (a host may run the element without one): no spot, rather
+        // than the last one's position for a scene that has moved on.
+        publish("NoFrame", nullptr, {});
         return false;
+    }
     const std::string status = locate(*entry);
     const bool trouble = status == kNoCalibration || status == kBadFrame || status == kStale;
     if (!trouble && !m_trouble.empty()) {

@@ -14,7 +14,8 @@
 //   pixels), Laser.Distance (float, m; 0 without a spot), Laser.VisualPosition (cv::Point_<int>),
 //   Laser.Status: "Found", "NotFound", "Ambiguous" (several spots), "OutsideInfrared" (seen by the
 //   visual camera only), "NoCalibration", "BadFrame" (another type, an odd width or an aspect that
-//   is no readout of the calibrated camera), "StaleFrame" (a frame not newer than the last).
+//   is no readout of the calibrated camera), "StaleFrame" (a frame not newer than the last),
+//   "NoFrame" (a cycle without a visual frame, when the host runs the element without one).
 // Visible is true only with "Found". Trouble with the input (NoCalibration, BadFrame,
 // StaleFrame) is logged once when it starts and once when it ends, on the "LASER_POS" logger.
 

@@ -54,8 +54,10 @@ void EmissionMarkerElement::apply(bool requested) {
 bool EmissionMarkerElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
     auto& visual = inputs[m_slot];
     auto& temperatures = inputs[STREAMING_DATATYPE_RAD_CONST];
-    if (!visual || !temperatures)
+    if (!visual || !temperatures) {
+        publish({"NoFrame"}); // a cycle without both frames (a host may run the element so)
         return false;
+    }
     const Measurement m = measure(*visual, *temperatures);
     if (isTrouble(m.status) && m_trouble != m.status)
         m_logger->log(LogLevel::warning, "no emissivity: {}",

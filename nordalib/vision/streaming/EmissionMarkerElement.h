@@ -56,8 +56,10 @@ public:
 
 private:
     struct Measurement {
+        Measurement(std::string s = {}, double e = 0, double t = 0, cv::Rect r = {})
+            : status(std::move(s)), emissivity(e), trueC(t), rect(r) {}
         std::string status;
-        double emissivity = 0, trueC = 0;
+        double emissivity, trueC;
         cv::Rect rect;
     };
     Measurement measure(const Frame& visual, const Frame& temperatures);

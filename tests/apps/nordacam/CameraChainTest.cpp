@@ -176,10 +176,17 @@ TEST(NordacamCamera, VisualCameraRunsBesideTheDetector) {
     EXPECT_FALSE(camera.store().getValue<bool>(Id::EmissionMarker::Apply));
 
     // Every saved image holds the visual image at 1024 x 768; the camera returns to its live size.
+    // The JPEG shows the display's fusion on request (the wall's beige in the corner).
+    camera.store().setValue(Id::Fusion::Mode, Id::Fusion::PictureInPicture, true);
+    camera.store().setValue(Id::Fusion::InJpeg, true, true);
     const auto name = camera.saveImage(std::chrono::seconds(20));
     norda::vision::Rix rix;
     rix.load(name);
     EXPECT_EQ(rix.getVisualImageYuv2().size(), cv::Size(1024, 768));
+    const cv::Mat jpeg = cv::imread(std::filesystem::path(name).replace_filename(
+        "TR" + std::filesystem::path(name).filename().string().substr(2, 6) + ".JPG"));
+    ASSERT_FALSE(jpeg.empty());
+    EXPECT_LT(cv::norm(cv::Vec3d(jpeg.at<cv::Vec3b>(10, 10)) - cv::Vec3d(176, 190, 196)), 20.0);
     camera.runCycle();
     EXPECT_EQ(camera.store().getValue<std::string>(Id::Viscam::CurrentImageResolution), "VGA");
 }

@@ -76,6 +76,18 @@ TEST(DetectLaserPositionElement, FindsTheSpotWithinTwoInfraredPixelsFromHalfAMet
 
 TEST(DetectLaserPositionElement, NoFalseSpotAndOneMessagePerEpisodeOfBadInput) {
     LaserFixture f;
+    // The mask's shortcut against a plain per-pixel conversion (BT.601 as ColorConvert).
+    const cv::Mat frame = VisualCamera::toUyvy(f.camera.render({640, 480}, 0.5));
+    cv::Mat fast;
+    norda::vision::LaserSpotDetector::mask(frame, fast);
+    for (int y = 0; y < frame.rows; ++y)
+        for (int x = 0; x < frame.cols; ++x) {
+            const uint8_t* p = frame.ptr<uint8_t>(y) + 4 * (x / 2);
+            const int c = 298 * (p[1 + 2 * (x % 2)] - 16);
+            const int r = (c + 409 * (p[2] - 128) + 128) >> 8;
+            const int g = std::clamp((c - 100 * (p[0] - 128) - 208 * (p[2] - 128) + 128) >> 8, 0, 255);
+            ASSERT_EQ(fast.at<uint8_t>(y, x), r >= 250 ? std::clamp(r - g, 1, 255) : 0) << x << "," << y;
+        }
     norda::test::LogCapture log;
     // The laser off: white print, a red object, a label -- no spot.
     VisualConfig off;
