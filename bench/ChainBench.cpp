@@ -15,12 +15,22 @@
 #include "nordalib/vision/streaming/SprElement.h"
 #include "nordalib/vision/streaming/TnrElement.h"
 
+#ifdef NORDACAM_CORE
+#include "apps/nordacam/sim/SceneSimulator.h"
+#include "apps/nordacam/sim/VisualCamera.h"
+#include "nordalib/vision/streaming/DetectLaserPositionElement.h"
+#include "nordalib/vision/streaming/EmissionMarkerElement.h"
+#include "nordalib/vision/streaming/FusionElement.h"
+#include "nordalib/vision/streaming/ImageBufferElement.h"
+#endif
+
 #include <benchmark/benchmark.h>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <chrono>
 #include <filesystem>
+#include <unistd.h>
 
 using namespace norda::exp;
 using namespace norda::exp::streaming;
@@ -36,9 +46,13 @@ struct Stage {
 
 class Chain {
 public:
-    explicit Chain(cv::Size size) : m_size(size) {
+    // `visual`: a 640 x 480 visual camera beside the detector (image buffer, laser spot, emission
+    // marker, fusion in the mode `fusion`).
+    explicit Chain(cv::Size size, bool visual = false, const std::string& fusion = "Off") : m_size(size) {
+        static int instance = 0;
         m_dir = std::filesystem::temp_directory_path() /
-                ("norda-chain-bench-" + std::to_string(size.width) + "x" + std::to_string(size.height));
+                ("norda-chain-bench-" + std::to_string(size.width) + "x" + std::to_string(size.height) + "-" +
+                 std::to_string(::getpid()) + "-" + std::to_string(++instance));
         std::filesystem::create_directories(m_dir);
         const std::string calib = m_dir.string() + "/";
         RadiometricCalibration::makeDefault().save(calib + RadiometricCalibration::kFileName);
@@ -60,8 +74,36 @@ public:
         add("Snr", std::make_unique<SnrElement>(&m_store));
         add("Radiometry", std::make_unique<RadiometryElement>(&m_store, calib, RadiometricCamTypeA));
         add("Distortion", std::make_unique<DistortionElement>(&m_store, calib, RadiometricCamTypeA));
+#ifdef NORDACAM_CORE
+        if (visual) {
+            // One frame of the simulated visual camera: scene, labels and a laser spot.
+            nordacam::sim::SimulatorConfig sim;
+            nordacam::sim::Scene scene(cv::Size(640, 480), sim.lens, sim.temperatures(), sim.rig);
+            nordacam::sim::VisualCamera camera(m_store, scene, {});
+            m_visual = nordacam::sim::VisualCamera::toUyvy(camera.render({640, 480}, 0.5));
+            sim.rig.registration(sim.lens, {640, 480}).save(calib + "registration.json");
+            m_store.setValue(Id::Registration::CalibrationFile, calib + "registration.json", false);
+            m_store.setValue(Id::Fusion::Mode, fusion, false);
+            m_store.setValue(Id::Viscam::MaximumImageLatency, 100.0f, false); // three frames deep
+            add("Buffer", std::make_unique<ImageBufferElement>(8, STREAMING_DATATYPE_YUV422, &m_store));
+            add("Laser", std::make_unique<DetectLaserPositionElement>(&m_store, STREAMING_DATATYPE_YUV422));
+        }
+#else
+        (void)fusion;
+        if (visual)
+            throw std::runtime_error("the dual chain needs the host's simulator");
+#endif
         add("MinMax", std::make_unique<MinMaxExtractionElement>(&m_store, STREAMING_DATATYPE_RAD, true));
+#ifdef NORDACAM_CORE
+        if (visual)
+            add("Marker",
+                std::make_unique<EmissionMarkerElement>(&m_store, 8, 10, STREAMING_DATATYPE_YUV422));
+#endif
         add("Palette", std::make_unique<PaletteElement>(false));
+#ifdef NORDACAM_CORE
+        if (visual)
+            add("Fusion", std::make_unique<FusionElement>(&m_store, STREAMING_DATATYPE_YUV422));
+#endif
 
         // A scene of a 25 °C background with a 60 °C object, as raw counts of a detector.
         const auto cal = RadiometricCalibration::makeDefault().ranges.at(1);
@@ -77,6 +119,8 @@ public:
 
         for (int i = 0; i < 4; ++i)
             cycle(m_shutter, Id::Shutter::StateCaptureOffsetFrame);
+        for (int i = 0; i < 4; ++i) // the image buffer fills
+            cycle(m_scene, Id::Shutter::StateIdle);
         for (auto& s : m_stages)
             s.seconds = 0;
     }
@@ -89,7 +133,15 @@ public:
     // One cycle; returns whether a display image came out.
     bool cycle(const cv::Mat& raw, const std::string& shutterState) {
         FrameMap frames;
+        m_uptime += 33;
         frames[STREAMING_DATATYPE_RAW] = std::make_unique<Frame>(raw.clone(), metadata(shutterState));
+        if (!m_visual.empty()) {
+            // Visual frames arrive two frames ahead of the infrared ones; the buffer lines them up.
+            DataStorage<std::string> meta;
+            meta.setValue(Id::Viscam::CaptureTime, 33.3f);
+            meta.setValue<unsigned long long>(Id::Viscam::Timestamp, m_uptime + 66);
+            frames[STREAMING_DATATYPE_YUV422] = std::make_unique<Frame>(m_visual, std::move(meta));
+        }
         for (auto& s : m_stages) {
             bool present = true;
             for (auto slot : s.element->getInputTypes())
@@ -107,8 +159,12 @@ public:
         return frames.count(STREAMING_DATATYPE_RGB) && frames[STREAMING_DATATYPE_RGB];
     }
 
-    const cv::Mat& scene() const { return m_scene; }
-    std::vector<Stage>& stages() { return m_stages; }
+    const cv::Mat& scene() const {
+        return m_scene;
+    }
+    std::vector<Stage>& stages() {
+        return m_stages;
+    }
 
 private:
     void add(const char* name, std::unique_ptr<StreamingElement> e) {
@@ -123,9 +179,10 @@ private:
                      {Id::Environment::EmissivityValue, Id::Environment::ReflectedTemperature,
                       Id::Temperatures::Current::TBoardSens50, Id::Temperatures::Current::TBoardSlope,
                       Id::Temperatures::Current::TLens, Id::Temperatures::Shuttering::TBoardSens50,
-                      Id::Temperatures::Shuttering::TShutter, Id::ActiveMeasRange::Name, Id::ActiveLens::Attached,
-                      Id::ActiveLens::Index, Id::ActiveLens::Serial, Id::ProtectiveGlass::Attached,
-                      Id::ProtectiveGlass::Transmission, Id::ProtectiveGlass::Emissivity});
+                      Id::Temperatures::Shuttering::TShutter, Id::ActiveMeasRange::Name,
+                      Id::ActiveLens::Attached, Id::ActiveLens::Index, Id::ActiveLens::Serial,
+                      Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
+                      Id::ProtectiveGlass::Emissivity});
             return k;
         }();
         DataStorage<std::string> meta;
@@ -133,21 +190,19 @@ private:
             meta.set(k, m_store.get(k));
         meta.setValue(Id::Shutter::State, state);
         meta.setValue(Id::Shutter::Closed, state != Id::Shutter::StateIdle);
-        meta.setValue<unsigned long long>(Id::DeviceInfo::Uptime, 600000);
+        meta.setValue<unsigned long long>(Id::DeviceInfo::Uptime, m_uptime);
         return meta;
     }
 
     cv::Size m_size;
     std::filesystem::path m_dir;
     DataProxy<std::string> m_store;
-    cv::Mat m_shutter, m_scene;
+    cv::Mat m_shutter, m_scene, m_visual;
+    unsigned long long m_uptime = 600000;
     std::vector<Stage> m_stages; // last: destroyed before the store
 };
 
-void BM_WholeChain(benchmark::State& state) {
-    const int threads = cv::getNumThreads();
-    cv::setNumThreads(1);
-    Chain chain({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))});
+void runChain(benchmark::State& state, Chain& chain) {
     int64_t frames = 0;
     for (auto _ : state) {
         if (!chain.cycle(chain.scene(), Id::Shutter::StateIdle)) {
@@ -162,8 +217,28 @@ void BM_WholeChain(benchmark::State& state) {
     state.counters["fps"] = benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
     for (auto& s : chain.stages())
         state.counters[std::string("share_") + s.name] = total > 0 ? s.seconds / total : 0;
+}
+
+void BM_WholeChain(benchmark::State& state) {
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    Chain chain({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))});
+    runChain(state, chain);
     cv::setNumThreads(threads);
 }
+
+#ifdef NORDACAM_CORE
+// 640 x 480 infrared and 640 x 480 visual: the fusion off (range 0) or alpha-blended (range 1).
+void BM_WholeChainDual(benchmark::State& state) {
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    Chain chain({640, 480}, true, state.range(0) ? "AlphaBlend" : "Off");
+    runChain(state, chain);
+    state.SetLabel(state.range(0) ? "alpha blend" : "fusion off");
+    cv::setNumThreads(threads);
+}
+BENCHMARK(BM_WholeChainDual)->DenseRange(0, 1)->Unit(benchmark::kMillisecond)->UseRealTime();
+#endif
 
 } // namespace
 

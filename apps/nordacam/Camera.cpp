@@ -3,6 +3,7 @@
 #include "apps/nordacam/PlaybackMetadataElement.h"
 #include "apps/nordacam/StoreStampElement.h"
 #include "apps/nordacam/TeeElement.h"
+#include "apps/nordacam/VisualStillElement.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/exception/Exception.h"
@@ -11,6 +12,8 @@
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "nordalib/vision/registration/Fusion.h"
+#include "nordalib/vision/registration/Registration.h"
 
 // The elements of the chain.
 #include "nordalib/vision/imageio/PxmEncoder.h"
@@ -18,8 +21,12 @@
 #include "nordalib/vision/streaming/BadPixelElement.h"
 #include "nordalib/vision/streaming/CaptureElement.h"
 #include "nordalib/vision/streaming/CoordinateValueElement.h"
+#include "nordalib/vision/streaming/DetectLaserPositionElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/EmissionMarkerElement.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
+#include "nordalib/vision/streaming/FusionElement.h"
+#include "nordalib/vision/streaming/ImageBufferElement.h"
 #include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
@@ -145,6 +152,14 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
                    ? std::string()
                    : "\"" + mode + "\" is not a scaling mode (Auto, Manual, AutoSpanHint)";
     });
+    m_settings.addCheck(Id::Fusion::Mode, [](const Variant& v) {
+        try {
+            norda::vision::Fusion::modeOf(v.value<std::string>());
+            return std::string();
+        } catch (const std::exception& e) {
+            return std::string(e.what());
+        }
+    });
     m_settings.addCheck(Id::ActiveMeasRange::Name, [this](const Variant& v) {
         const auto number = std::to_string(v.value<unsigned char>());
         return m_store.getValue<DataStorage<std::string>>(Id::MeasRangePool).contains(number)
@@ -185,6 +200,20 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     if (m_options.inputFile.empty())
         m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim,
                                                       sim::makeResponse(m_options.calibrationDir));
+    if (m_sim && m_options.visual) {
+        auto v = m_options.visualSim;
+        v.fps = m_options.sim.fps;
+        v.infraredLagFrames = m_options.sim.infraredLagFrames;
+        v.uptimeStartMs = m_options.sim.uptimeStartMs;
+        m_visual = std::make_unique<sim::VisualCamera>(m_store, m_sim->scene(), v);
+        // The live stream at 640 x 480; the image buffer's depth from the infrared path's lag:
+        // latency / frame period = lag + 1 frames deep, which delays by lag cycles.
+        m_store.setValue(Id::Viscam::CurrentImageResolution, Id::Viscam::Resolution::Vga, true);
+        m_store.setValue(Id::Viscam::MaximumImageLatency,
+                         float((v.infraredLagFrames + 1.5) * 1000.0 / m_options.sim.fps), true);
+    }
+    m_store.setValue(Id::Registration::CalibrationFile,
+                     m_options.calibrationDir + norda::vision::Registration::kFileName, true);
     m_follower = std::make_unique<MeasRangeFollower>(m_store, [this](unsigned char range) {
         if (m_sim)
             m_sim->setRange(range);
@@ -272,9 +301,64 @@ void Camera::addMeasurementChecks() {
 }
 
 void Camera::addStage(const std::string& type, std::unique_ptr<StreamingElement> element,
-                      const std::string& role, std::vector<STREAMING_DATATYPE> optional) {
+                      const std::string& role, std::vector<STREAMING_DATATYPE> optional,
+                      Pipeline::RunCondition condition) {
     m_stages.push_back({type, element->getName(), role});
-    m_pipeline.add(std::move(element), std::move(optional));
+    m_pipeline.add(std::move(element), std::move(optional), std::move(condition));
+}
+
+std::unique_ptr<Frame> Camera::nextVisual() {
+    auto frame = m_visual->nextLive();
+    if (frame) {
+        m_cyclesWithoutVisual = 0;
+        m_lastVisual = frame->getFrameData();
+        m_lastVisualMeta = frame->getMetaData();
+        return frame;
+    }
+    // A frame the camera did not deliver: the last one again (its time stamp tells the elements
+    // that it is old), so that the image buffer stays in step; after half a second, nothing.
+    if (++m_cyclesWithoutVisual <= 15 && !m_lastVisual.empty())
+        return std::make_unique<Frame>(m_lastVisual, DataStorage<std::string>(m_lastVisualMeta));
+    return nullptr;
+}
+
+void Camera::addVisualSources() {
+    auto live = std::make_unique<CaptureElement>(STREAMING_DATATYPE_YUV422, [this] { return nextVisual(); });
+    live->setName("VisualCapture");
+    addStage("CaptureElement", std::move(live), "frame source: simulated visual camera (live)");
+    auto still = std::make_unique<CaptureElement>(STREAMING_DATATYPE_YUV422_HIRES,
+                                                  [this] { return m_visual->nextStill(); });
+    still->setName("StillCapture");
+    addStage("CaptureElement", std::move(still), "frame source: simulated visual camera (stills)");
+}
+
+void Camera::addImageWriter() {
+    std::string folder = withSlash(m_options.outputDir.empty() ? std::string("./") : m_options.outputDir);
+    folder.pop_back();
+    const auto slot =
+        m_options.highResolutionStills ? STREAMING_DATATYPE_YUV422_HIRES : STREAMING_DATATYPE_YUV422;
+    if (m_visual && m_options.highResolutionStills)
+        addStage("VisualStillElement", std::make_unique<VisualStillElement>(),
+                 "still instead of the live frame");
+    // While the visual camera delivers, an image waits for a cycle with a visual frame (the image
+    // buffer refills for a few cycles after the camera changed its resolution); without one, images
+    // are saved without.
+    Pipeline::RunCondition condition;
+    if (m_visual)
+        condition = [this](const FrameMap& frames) {
+            auto has = [&](STREAMING_DATATYPE s) {
+                auto it = frames.find(s);
+                return it != frames.end() && it->second;
+            };
+            return m_cyclesWithoutVisual > 15 || has(STREAMING_DATATYPE_YUV422) ||
+                   has(STREAMING_DATATYPE_YUV422_HIRES);
+        };
+    addStage(
+        "ImageWriteElement",
+        std::make_unique<ImageWriteElement>(
+            folder, &m_store, &m_commands, withRangeBorders(savedKeys()), [](DataStorage<std::string>) {}, 0,
+            m_srFlag, slot),
+        "image saving", {slot}, std::move(condition));
 }
 
 bool Camera::has(const std::string& element) const {
@@ -295,6 +379,8 @@ void Camera::buildChain() {
             "CaptureElement",
             std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, [this] { return m_sim->nextFrame(); }),
             "frame source: simulated detector");
+        if (m_visual)
+            addVisualSources();
     } else {
         if (!norda::utils::existsFile(m_options.inputFile))
             throw SettingsError("input file " + m_options.inputFile + " does not exist");
@@ -343,12 +429,20 @@ void Camera::buildChain() {
              "radiometry");
     addStage("DistortionElement", std::make_unique<DistortionElement>(&m_store, calib, camType),
              "lens distortion");
+    if (m_visual)
+        addStage("ImageBufferElement",
+                 std::make_unique<ImageBufferElement>(8, STREAMING_DATATYPE_YUV422, &m_store),
+                 "visual frames delayed to the infrared frames' moment");
     // A saved image opened in the gallery takes the live frame's place from here on.
     addStage("ImageReadElement",
              std::make_unique<ImageReadElement>(&m_store,
                                                 m_options.outputDir.empty() ? "." : m_options.outputDir,
                                                 std::vector<std::string>{}, 0, STREAMING_DATATYPE_YUV422),
              "saved image from the gallery");
+    if (m_visual)
+        addStage("DetectLaserPositionElement",
+                 std::make_unique<DetectLaserPositionElement>(&m_store, STREAMING_DATATYPE_YUV422),
+                 "laser spot into the infrared image", {STREAMING_DATATYPE_YUV422});
 
     // Measurement and display.
     addStage("MinMaxExtractionElement",
@@ -360,6 +454,10 @@ void Camera::buildChain() {
              std::make_unique<StoreStampElement>(m_store, STREAMING_DATATYPE_RAD_CONST,
                                                  withRangeBorders(displayKeys()), "DisplaySettings"),
              "display settings into the frame");
+    if (m_visual)
+        addStage("EmissionMarkerElement",
+                 std::make_unique<EmissionMarkerElement>(&m_store, 8, 10, STREAMING_DATATYPE_YUV422),
+                 "emissivity from a reference label", {STREAMING_DATATYPE_YUV422});
     // The radiometric stream sends the frame before the palette moves its metadata on.
     if (m_options.streams)
         addStage("SocketServerElement",
@@ -368,6 +466,10 @@ void Camera::buildChain() {
                      m_commands, kPxmStreamName, 0),
                  "radiometric stream");
     addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
+    addImageWriter();
+    if (m_visual)
+        addStage("FusionElement", std::make_unique<FusionElement>(&m_store, STREAMING_DATATYPE_YUV422),
+                 "visual image into the display (Fusion.Mode)");
 
     // Sinks.
     if (m_options.streams) {
@@ -392,15 +494,6 @@ void Camera::buildChain() {
         };
         m_mjpegHub.setDemandCallback(demand(kMjpegStreamName));
         m_pxmHub.setDemandCallback(demand(kPxmStreamName));
-    }
-    {
-        std::string folder = withSlash(m_options.outputDir.empty() ? std::string("./") : m_options.outputDir);
-        folder.pop_back();
-        addStage("ImageWriteElement",
-                 std::make_unique<ImageWriteElement>(
-                     folder, &m_store, &m_commands, withRangeBorders(savedKeys()),
-                     [](DataStorage<std::string>) {}, 0, m_srFlag, STREAMING_DATATYPE_YUV422),
-                 "image saving", {STREAMING_DATATYPE_YUV422});
     }
 }
 
@@ -446,9 +539,23 @@ void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
             m_snapshot.frame = counter->value<unsigned long long>();
         if (m_sim)
             m_snapshot.truth = m_sim->truth();
+        // The visual camera's results of the same cycle as the truth.
+        if (m_visual) {
+            m_snapshot.laserVisible = m_store.getValue<bool>(Id::MeasPoints::LaserSpot::Visible);
+            m_snapshot.laser = m_store.getValue<cv::Point_<int>>(Id::MeasPoints::LaserSpot::Position);
+            m_snapshot.laserDistance = m_store.getValue<float>(Id::Laser::Distance);
+            m_snapshot.markerStatus = m_store.getValue<std::string>(Id::EmissionMarker::Status);
+            m_snapshot.markerEmissivity =
+                m_store.getValue<quantity::Relation<MarkedFloat>>(Id::EmissionMarker::Emissivity)
+                    .getValue()
+                    .toFloat();
+            m_snapshot.markerRect = m_store.getValue<cv::Rect_<int>>(Id::EmissionMarker::Rect);
+        }
     }
     if (rgb && !rgb->getFrameData().empty())
         m_snapshot.rgb = rgb->getFrameData().clone();
+    if (const Frame* visual = find(STREAMING_DATATYPE_YUV422))
+        m_snapshot.visual = visual->getFrameData(); // never written into again: shared, not copied
 }
 
 Camera::Snapshot Camera::snapshot() const {

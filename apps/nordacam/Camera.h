@@ -11,6 +11,11 @@
 //   -> display settings into the frame -> palette
 //   -> stream senders (display image, radiometric frame) -> image writer
 //
+// With the simulator a visual camera runs beside it (docs/visual-camera.md): its live frames
+// (slot 6) and full-resolution stills (slot 7) come from two capture elements, the image buffer
+// delays the live frames to the infrared frames' moment, the image writer saves them with every
+// image (XGA stills, or QSXGA with highResolutionStills).
+//
 // At the end of every cycle the host keeps a copy of the newest radiometric frame and display
 // image with their measurement metadata, for the status line, the summary and the HTTP server.
 
@@ -20,6 +25,7 @@
 #include "apps/nordacam/Overlay.h"
 #include "apps/nordacam/Settings.h"
 #include "apps/nordacam/sim/SceneSimulator.h"
+#include "apps/nordacam/sim/VisualCamera.h"
 
 #include "nordalib/core/cmd/CommandProxy.h"
 #include "nordalib/core/dataproxy/DataProxy.h"
@@ -48,8 +54,11 @@ struct CameraOptions {
     std::string settingsFile;             // read at start (when it exists) and written by SaveUserSettings
     std::vector<std::string> assignments; // --set KEY=VALUE
     sim::SimulatorConfig sim;
-    bool realTime = true; // pace the simulator at its frame rate
-    bool streams = false; // wire the stream senders for the HTTP server
+    bool realTime = true;              // pace the simulator at its frame rate
+    bool streams = false;              // wire the stream senders for the HTTP server
+    bool visual = true;                // the simulated visual camera beside the simulated detector
+    bool highResolutionStills = false; // saved images hold 2592 x 1944 visual stills (else 1024 x 768)
+    sim::VisualConfig visualSim;
 };
 
 // Callable names of the host's elements.
@@ -77,6 +86,14 @@ public:
         norda::exp::DataStorage<std::string> meta;
         std::optional<sim::SceneTruth> truth; // the scene at the time of that frame
         double fps = 0.0;
+        cv::Mat visual; // CV_8UC2 UYVY: the visual frame of that cycle (after the image buffer)
+        // The visual camera's results of that cycle.
+        bool laserVisible = false;
+        cv::Point laser;
+        float laserDistance = 0;
+        std::string markerStatus;
+        float markerEmissivity = 0;
+        cv::Rect markerRect; // the label measured, infrared pixels
     };
 
     explicit Camera(CameraOptions options);
@@ -89,6 +106,7 @@ public:
     Settings& settings() { return m_settings; }
     norda::exp::streaming::Pipeline& pipeline() { return m_pipeline; }
     sim::SceneSimulator* simulator() { return m_sim.get(); }
+    sim::VisualCamera* visualCamera() { return m_visual.get(); }
     const CameraOptions& options() const { return m_options; }
     const std::vector<Stage>& stages() const { return m_stages; }
     // Whether the chain holds an element of that class.
@@ -125,7 +143,11 @@ private:
     void addMeasurementChecks();
     void addStage(const std::string& type, std::unique_ptr<norda::exp::streaming::StreamingElement> element,
                   const std::string& role,
-                  std::vector<norda::exp::streaming::STREAMING_DATATYPE> optional = {});
+                  std::vector<norda::exp::streaming::STREAMING_DATATYPE> optional = {},
+                  norda::exp::streaming::Pipeline::RunCondition condition = {});
+    void addVisualSources();
+    void addImageWriter();
+    std::unique_ptr<norda::exp::Frame> nextVisual();
     void onCycle(const norda::exp::streaming::FrameMap& frames, uint64_t cycle);
     void sendJpeg(norda::exp::Frame& frame);
     void sendPxm(norda::exp::Frame& frame);
@@ -137,6 +159,13 @@ private:
     std::unique_ptr<HostCommands> m_hostCommands;
     std::unique_ptr<OverlayPublisher> m_overlay;
     std::unique_ptr<sim::SceneSimulator> m_sim;
+    std::unique_ptr<sim::VisualCamera> m_visual;
+    // The live visual stream on the pipeline thread: the last frame (repeated in place of a frame
+    // the camera did not deliver, so the image buffer keeps its count) and the cycles since a
+    // frame came.
+    cv::Mat m_lastVisual;
+    norda::exp::DataStorage<std::string> m_lastVisualMeta;
+    std::atomic<int> m_cyclesWithoutVisual{1000};
     std::unique_ptr<MeasRangeFollower> m_follower;
     FrameHub m_mjpegHub;
     FrameHub m_pxmHub;

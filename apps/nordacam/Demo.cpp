@@ -8,6 +8,7 @@
 #include "nordalib/core/utils/FileUtils.h"
 
 #include "nordalib/vision/imageio/ImageIO.h"
+#include "nordalib/vision/registration/Registration.h"
 
 #include <fmt/format.h>
 
@@ -91,8 +92,39 @@ struct Accuracy {
     };
     std::map<std::string, Sums> objects;
     Sums hotSpot, centreSpot;
-    unsigned long long lastFrame = ~0ull;
+    unsigned long long lastFrame = ~0ull, lastVisualFrame = ~0ull;
+    // The visual camera: laser error per distance (infrared pixels), emissivity per plate.
+    std::map<double, Sums> laser;
+    std::map<double, int> laserMissed;
+    std::map<std::string, Sums> emissivity;
 };
+
+// Where the registration file puts visual pixels against where the simulated rig shows them,
+// over the infrared image at each distance: the worst error in infrared pixels.
+std::map<double, double> registrationErrors(Camera& camera) {
+    std::map<double, double> out;
+    const auto& scene = camera.simulator()->scene();
+    norda::vision::Registration reg;
+    try {
+        reg = norda::vision::Registration::load(
+            camera.store().getValue<std::string>(Id::Registration::CalibrationFile));
+    } catch (const std::exception&) {
+        return out;
+    }
+    const cv::Size live(640, 480);
+    for (double d : {0.5, 1.0, 2.0, 5.0, 10.0}) {
+        double worst = 0;
+        for (int y = 20; y < 480; y += 55)
+            for (int x = 20; x < 640; x += 60) {
+                const cv::Point3d p((x - 319.5) / 560.0 * d, (y - 239.5) / 560.0 * d, d);
+                const cv::Point2d truthIr = scene.project(p);
+                const cv::Point2d seen = camera.visualCamera()->projectTruth(p, live);
+                worst = std::max(worst, cv::norm(reg.visualToInfrared(seen, d, live) - truthIr));
+            }
+        out[d] = worst;
+    }
+    return out;
+}
 
 } // namespace
 
@@ -144,6 +176,36 @@ int runLive(const RunOptions& options, std::ostream& out) {
                 } catch (const std::exception& e) {
                     saveErrors.push_back(e.what());
                 }
+            }
+        }
+
+        // The emission marker measures the plates' labels in turn (the user taps one after the other).
+        const bool visual = camera.visualCamera() && simulated;
+        if (visual) {
+            const auto& plates = camera.simulator()->scene().plates();
+            const auto& label = plates[(cycle / 50) % plates.size()].label;
+            const cv::Point_<int> at(int(label.x + label.width / 2), int(label.y + label.height / 2));
+            if (camera.store().getValue<cv::Point_<int>>(Id::EmissionMarker::SearchPoint) != at)
+                camera.store().setValue(Id::EmissionMarker::SearchPoint, at, true);
+        }
+        if (visual && !snap.rad.empty() && snap.truth && snap.frame != accuracy.lastVisualFrame) {
+            accuracy.lastVisualFrame = snap.frame;
+            const auto& t = *snap.truth;
+            const double d = std::round(t.laser.distance * 100) / 100;
+            if (snap.laserVisible)
+                accuracy.laser[d].add(float(cv::norm(cv::Point2d(snap.laser) - t.laser.infrared)), 0.0f);
+            else
+                ++accuracy.laserMissed[d];
+            if (snap.markerStatus == "Valid") {
+                // The plate whose label the element measured.
+                const cv::Point2f at(snap.markerRect.x + snap.markerRect.width / 2.0f,
+                                     snap.markerRect.y + snap.markerRect.height / 2.0f);
+                const sim::Plate* best = nullptr;
+                for (const auto& p : t.plates)
+                    if (p.label.contains(at))
+                        best = &p;
+                if (best)
+                    accuracy.emissivity[best->name].add(snap.markerEmissivity, best->emissivity);
             }
         }
 
@@ -238,6 +300,44 @@ int runLive(const RunOptions& options, std::ostream& out) {
             if (!ok)
                 code = 4;
         }
+    }
+    if (simulated && camera.visualCamera()) {
+        out << "\nVisual camera against the simulated rig:\n";
+        const auto reg = registrationErrors(camera);
+        double worst = 0;
+        for (const auto& [d, e] : reg) {
+            out << fmt::format("  registration at {:4.1f} m: worst {:.3f} infrared px\n", d, e);
+            worst = std::max(worst, e);
+        }
+        if (reg.empty())
+            out << "  registration: no calibration file\n";
+        else
+            out << fmt::format("  registration            -> {} (tolerance 1 px, 0.5 ... 10 m)\n",
+                               worst <= 1.0 ? "within" : "OUTSIDE");
+        out << fmt::format("  laser: {}, emission marker: {} (last cycle)\n",
+                           camera.store().getValue<std::string>(Id::Laser::Status),
+                           camera.store().getValue<std::string>(Id::EmissionMarker::Status));
+        double laserWorst = 0;
+        for (const auto& [d, s] : accuracy.laser) {
+            out << fmt::format(
+                "  laser at {:5.2f} m: {:4} frames found, {:3} not, mean error {:.2f} px, worst {:.2f} px\n",
+                d, s.n, accuracy.laserMissed[d], s.mean(), s.worst);
+            laserWorst = std::max(laserWorst, s.worst);
+        }
+        if (!accuracy.laser.empty())
+            out << fmt::format("  laser spot              -> {} (tolerance 2 px)\n",
+                               laserWorst <= 2.0 ? "within" : "OUTSIDE");
+        double emWorst = 0;
+        for (const auto& [name, s] : accuracy.emissivity) {
+            out << fmt::format(
+                "  emissivity of {}: true {:.2f}, from the label {:.3f} (mean of {} valid frames), "
+                "worst error {:.3f}\n",
+                name, s.lastTrue, s.lastTrue + s.mean(), s.n, s.worst);
+            emWorst = std::max(emWorst, s.worst);
+        }
+        if (!accuracy.emissivity.empty())
+            out << fmt::format("  emissivity              -> {} (tolerance 0.03)\n",
+                               emWorst <= 0.03 ? "within" : "OUTSIDE");
     }
     if (!camera.snapshot().rad.empty()) {
         out << "\nLast measurement:";

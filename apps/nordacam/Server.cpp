@@ -296,6 +296,25 @@ void WebServer::routes() {
                        {{"name", store.getValue<unsigned char>(Id::ActiveMeasRange::Name)},
                         {"bottom", store.getValue<Temp>(Id::ActiveMeasRange::ToleranceBottom).celsius()},
                         {"top", store.getValue<Temp>(Id::ActiveMeasRange::ToleranceTop).celsius()}}}};
+            if (cam.visualCamera()) {
+                json laser = {{"visible", snap.laserVisible},
+                              {"status", store.getValue<std::string>(Id::Laser::Status)},
+                              {"distance", snap.laserDistance}};
+                if (snap.laserVisible && !snap.rad.empty()) {
+                    laser["x"] = snap.laser.x;
+                    laser["y"] = snap.laser.y;
+                    laser["celsius"] = norda::vision::RadiometricTools::getFloat(
+                        snap.rad.at<uint16_t>(std::clamp(snap.laser.y, 0, snap.rad.rows - 1),
+                                              std::clamp(snap.laser.x, 0, snap.rad.cols - 1)));
+                }
+                const auto rect = store.getValue<cv::Rect_<int>>(Id::EmissionMarker::Rect);
+                j["laser"] = laser;
+                j["marker"] = {{"status", snap.markerStatus},
+                               {"valid", snap.markerStatus == "Valid"},
+                               {"emissivity", std::round(snap.markerEmissivity * 1000.0f) / 1000.0f},
+                               {"rect", {rect.x, rect.y, rect.width, rect.height}}};
+                j["fusion"] = store.getValue<std::string>(Id::Fusion::Mode);
+            }
             if (!snap.rad.empty()) {
                 double mn, mx;
                 cv::minMaxIdx(snap.rad, &mn, &mx);

@@ -141,7 +141,7 @@ bool parseShortRelation(const std::string& text, Rel& out) {
 bool isResultKey(const std::string& key) {
     static const char* prefixes[] = {"Shutter.",    "IrImage.",        "Images.",   "Temperatures.",
                                      "DeviceInfo.", "DeviceFeatures.", "IrSensor.", "Gallery.",
-                                     "Viscam.",     "Streaming."};
+                                     "Viscam.",     "Streaming.",      "Laser."};
     for (const char* p : prefixes)
         if (key.rfind(p, 0) == 0)
             return true;
@@ -158,7 +158,12 @@ bool isResultKey(const std::string& key) {
                                   "Palette.Colors",
                                   "Scaling.Min",
                                   "Scaling.Max",
-                                  "DeltaT.Difference"};
+                                  "DeltaT.Difference",
+                                  "Registration.CalibrationFile",
+                                  "EmissionMarker.Emissivity",
+                                  "EmissionMarker.Status",
+                                  "EmissionMarker.SurfaceTemperature",
+                                  "EmissionMarker.Rect"};
     for (const char* e : exact)
         if (key == e)
             return true;
@@ -169,9 +174,9 @@ bool isResultKey(const std::string& key) {
 }
 
 bool isUserKey(const std::string& key) {
-    static const char* prefixes[] = {"Environment.", "ProtectiveGlass.", "Alarm.",
-                                     "Isotherme.",   "DeltaT.",          "MeasRangeSettings.",
-                                     "PlaceTag.",    "SprElement.",      "SnrElement."};
+    static const char* prefixes[] = {
+        "Environment.", "ProtectiveGlass.", "Alarm.",      "Isotherme.", "DeltaT.",      "MeasRangeSettings.",
+        "PlaceTag.",    "SprElement.",      "SnrElement.", "Fusion.",    "Registration."};
     for (const char* p : prefixes)
         if (key.rfind(p, 0) == 0)
             return !isResultKey(key);
@@ -186,7 +191,10 @@ bool isUserKey(const std::string& key) {
                                   "Miscellaneous.ImageCounter",
                                   "Miscellaneous.SaveJpeg",
                                   "Miscellaneous.SuperResolution",
-                                  "Miscellaneous.SaveImageMode"};
+                                  "Miscellaneous.SaveImageMode",
+                                  "EmissionMarker.MarkerEmissivity",
+                                  "EmissionMarker.Size",
+                                  "EmissionMarker.SearchPoint"};
     for (const char* e : exact)
         if (key == e)
             return true;

@@ -226,6 +226,22 @@ int calibDistortion(const DistortionParameters& p, const std::string& outFile, s
     return 0;
 }
 
+int calibRegistration(const std::string& outFile, std::ostream& out) {
+    const sim::SimulatorConfig config;
+    const auto registration = config.rig.registration(config.lens, cv::Size(config.width, config.height));
+    const auto parent = fs::path(outFile).parent_path();
+    if (!parent.empty())
+        fs::create_directories(parent);
+    registration.save(outFile);
+    const auto& t = registration.translation;
+    out << fmt::format(
+        "wrote the registration of the {}x{} infrared and {}x{} visual cameras (baseline {:.1f}, {:.1f}, "
+        "{:.1f} mm) and the laser pointer to {}\n",
+        config.width, config.height, registration.visual.size.width, registration.visual.size.height,
+        t[0] * 1000, t[1] * 1000, t[2] * 1000, outFile);
+    return 0;
+}
+
 int calibBadPixel(const std::string& outFile, std::ostream& out) {
     norda::exp::DataProxy<std::string> store;
     norda::exp::setDefaultParameters(store);

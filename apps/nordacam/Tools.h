@@ -28,6 +28,10 @@ struct DistortionParameters {
 // Writes the distortion table of a lens (camera matrix and distortion coefficients) as distort.pxm.
 int calibDistortion(const DistortionParameters& parameters, const std::string& outFile, std::ostream& out);
 
+// Writes the infrared-visual registration of the simulated camera rig (registration.json): both
+// lenses, their baseline and the laser pointer, from the simulator's geometry.
+int calibRegistration(const std::string& outFile, std::ostream& out);
+
 // Writes the factory bad-pixel list of the simulated detector (its dead and stuck pixels) as
 // badpixel.pxm.
 int calibBadPixel(const std::string& outFile, std::ostream& out);

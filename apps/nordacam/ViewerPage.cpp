@@ -20,6 +20,7 @@ const std::string& viewerPage() {
  table { border-collapse: collapse; }
  td { padding: 3px 8px; }
  .hot { color: #ff6b5a; } .cold { color: #6bb8ff; } .centre { color: #9dff8a; }
+ .laser { color: #ff4fd8; } .marker { color: #ffd36b; }
  fieldset { border: 1px solid #444; margin: 10px 0; }
  button, select, input { background: #2c3038; color: #eee; border: 1px solid #555; padding: 4px 8px; }
  #msg { min-height: 1.4em; color: #ffd36b; }
@@ -49,12 +50,16 @@ const std::string& viewerPage() {
    <tr><td>Range</td><td id="range">--</td></tr>
    <tr><td>State</td><td id="state">--</td></tr>
    <tr><td>Pointer</td><td id="probe">click the image</td></tr>
+   <tr><td class="laser">Laser spot</td><td id="laser">--</td></tr>
+   <tr><td class="marker">Label emissivity</td><td id="marker">--</td></tr>
   </table>
   <fieldset><legend>Display</legend>
    Palette <select id="palette"></select><br><br>
    Scaling <select id="mode"><option>Auto</option><option>Manual</option><option>AutoSpanHint</option></select>
    <input id="tmin" size="5" value="15"> .. <input id="tmax" size="5" value="40"> &deg;C
-   <button id="apply">Apply</button>
+   <button id="apply">Apply</button><br><br>
+   Visual camera <select id="fusion"><option>Off</option><option>PictureInPicture</option><option>AlphaBlend</option><option>Edges</option></select>
+   <button id="useeps">Use label emissivity</button>
   </fieldset>
   <fieldset><legend>Images and recording</legend>
    <button id="save">Save image</button>
@@ -136,6 +141,15 @@ async function refresh() {
     mark(by.hot, '#ff6b5a', 'H'); mark(by.cold, '#6bb8ff', 'C'); mark(by.centre, '#9dff8a', '+');
     if (probe) { mark(probe, '#ffffff', 'P'); }
     drawTools();
+    const l = m.laser, k = m.marker, plain = !m.fusion || m.fusion === 'Off' || m.fusion === 'AlphaBlend' || m.fusion === 'Edges';
+    $('laser').textContent = l ? (l.visible && l.celsius !== undefined ? l.celsius.toFixed(1) + ' \u00b0C at ' + l.distance.toFixed(2) + ' m' : l.status) : '--';
+    $('marker').textContent = k ? (k.valid ? k.emissivity.toFixed(3) : k.status + (k.status === 'Measuring' ? ' ' + k.emissivity.toFixed(3) : '')) : '--';
+    if (l && l.visible && l.celsius !== undefined && plain) mark({x: l.x, y: l.y, celsius: l.celsius, valid: true}, '#ff4fd8', 'L');
+    if (k && k.rect && k.rect[2] > 0 && plain && k.status !== 'NotFound') {
+      const sx = ov.width / imgW, sy = ov.height / imgH;
+      ctx.strokeStyle = '#ffd36b'; ctx.lineWidth = 2; ctx.strokeRect(k.rect[0] * sx, k.rect[1] * sy, k.rect[2] * sx, k.rect[3] * sy);
+      ctx.fillStyle = '#ffd36b'; ctx.fillText('\u03b5 ' + (k.valid ? k.emissivity.toFixed(2) : k.status), k.rect[0] * sx, k.rect[1] * sy - 4);
+    }
   } catch (e) { msg('measurements: ' + e.message); }
 }
 async function setup() {
@@ -145,6 +159,7 @@ async function setup() {
     p.palettes.forEach(n => { const o = document.createElement('option'); o.textContent = n; $('palette').appendChild(o); });
     $('palette').value = s['Palette.ActivePalette'];
     $('mode').value = s['Scaling.Mode'];
+    if (s['Fusion.Mode']) $('fusion').value = s['Fusion.Mode'];
   } catch (e) { msg('settings: ' + e.message); }
 }
 $('palette').onchange = () => api('/api/settings', {method: 'POST', body: JSON.stringify({'Palette.ActivePalette': $('palette').value})}).then(() => msg('palette ' + $('palette').value), e => msg(e.message));
@@ -153,6 +168,8 @@ $('apply').onclick = () => {
   if ($('mode').value === 'Manual') { body['Scaling.TempMin'] = $('tmin').value; body['Scaling.TempMax'] = $('tmax').value; }
   api('/api/settings', {method: 'POST', body: JSON.stringify(body)}).then(() => msg('scaling ' + $('mode').value), e => msg(e.message));
 };
+$('fusion').onchange = () => api('/api/settings', {method: 'POST', body: JSON.stringify({'Fusion.Mode': $('fusion').value})}).then(() => msg('visual camera: ' + $('fusion').value), e => msg(e.message));
+$('useeps').onclick = () => api('/api/settings', {method: 'POST', body: JSON.stringify({'EmissionMarker.Apply': true})}).then(() => msg('label emissivity requested'), e => msg(e.message));
 $('save').onclick = () => { msg('saving...'); api('/api/save', {method: 'POST'}).then(r => msg('saved ' + r.file), e => msg(e.message)); };
 $('capture').onclick = () => { window.location = '/api/capture'; };
 $('recstart').onclick = () => api('/api/record/start', {method: 'POST', body: JSON.stringify({frames: parseInt($('recframes').value) || 0})}).then(r => msg('recording to ' + r.file), e => msg(e.message));

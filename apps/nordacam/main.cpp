@@ -29,6 +29,8 @@ struct Common {
     bool fast = false;
     bool quiet = false;
     float hot = 85.0f;
+    bool noVisual = false;
+    bool hiresStills = false;
 };
 
 void addCommon(CLI::App* app, Common& c, bool withOut = true) {
@@ -50,6 +52,9 @@ void addCommon(CLI::App* app, Common& c, bool withOut = true) {
                     "temperature of the simulated hot object (°C; above 100 the range switches up)")
         ->capture_default_str()
         ->check(CLI::Range(-40.0, 340.0));
+    app->add_flag("--no-visual", c.noVisual, "run without the simulated visual camera");
+    app->add_flag("--hires-stills", c.hiresStills,
+                  "save 2592 x 1944 visual stills with every image (default 1024 x 768)");
 }
 
 CameraOptions cameraOptions(const Common& c) {
@@ -62,6 +67,8 @@ CameraOptions cameraOptions(const Common& c) {
     o.sim.shutterPeriodS = c.shutter;
     o.sim.hotC = c.hot;
     o.realTime = !c.fast;
+    o.visual = !c.noVisual;
+    o.highResolutionStills = c.hiresStills;
     return o;
 }
 
@@ -137,6 +144,11 @@ int main(int argc, char** argv) {
     dist->add_option("--k3", dp.k3, "radial coefficient k3")->capture_default_str();
     dist->add_option("--p1", dp.p1, "tangential coefficient p1")->capture_default_str();
     dist->add_option("--p2", dp.p2, "tangential coefficient p2")->capture_default_str();
+
+    std::string regOut = "registration.json";
+    auto* reg = calib->add_subcommand(
+        "registration", "write registration.json: the simulated rig's lenses, baseline and laser");
+    reg->add_option("--out", regOut, "file to write")->capture_default_str();
 
     std::string badOut = "badpixel.pxm";
     auto* bad =
@@ -230,6 +242,8 @@ int main(int argc, char** argv) {
             return calibDistortion(dp, distOut, std::cout);
         if (*bad)
             return calibBadPixel(badOut, std::cout);
+        if (*reg)
+            return calibRegistration(regOut, std::cout);
         if (*targets) {
             using norda::utils::VectorDispatch;
             std::string available;

@@ -16,29 +16,8 @@ using Rel = quantity::Relation<MarkedFloat>;
 
 namespace {
 
-constexpr float kPi = 3.14159265f;
-constexpr float kHotRadius = 30.0f;
-constexpr float kColdRadius = 42.0f;
 constexpr float kDarkLevel = 4000.0f;
 constexpr int kStuckValue = 16383;
-
-// 0 outside, 1 inside, a 1.5-pixel soft edge (the optics' blur) in between.
-float coverage(float signedDistance) {
-    const float x = 0.5f - signedDistance / 1.5f;
-    return std::clamp(x, 0.0f, 1.0f);
-}
-
-float discDistance(float x, float y, cv::Point2f c, float r) {
-    return std::hypot(x - c.x, y - c.y) - r;
-}
-
-float roundedRectDistance(float x, float y, const cv::Rect2f& r, float radius) {
-    const float cx = r.x + r.width / 2, cy = r.y + r.height / 2;
-    const float qx = std::abs(x - cx) - (r.width / 2 - radius),
-                qy = std::abs(y - cy) - (r.height / 2 - radius);
-    const float outside = std::hypot(std::max(qx, 0.0f), std::max(qy, 0.0f));
-    return outside + std::min(std::max(qx, qy), 0.0f) - radius;
-}
 
 Temp celsius(float t) {
     return Temp(MarkedFloat(t));
@@ -48,7 +27,10 @@ Temp celsius(float t) {
 
 SceneSimulator::SceneSimulator(DataProxy<std::string>& store, SimulatorConfig config,
                                std::shared_ptr<const SensorResponse> response)
-    : m_store(store), m_config(std::move(config)), m_response(std::move(response)), m_rng(m_config.seed) {
+    : m_store(store), m_config(std::move(config)),
+      m_scene(cv::Size(m_config.width, m_config.height), m_config.lens, m_config.temperatures(),
+              m_config.rig),
+      m_response(std::move(response)), m_rng(m_config.seed) {
     if (!m_response)
         NORDA_THROW("a sensor response is mandatory", "nordacam::sim::SceneSimulator::SceneSimulator");
     if (m_config.width < 64 || m_config.height < 48 || m_config.fps <= 0.0 || m_config.shutterPeriodS <= 0.0)
@@ -121,28 +103,14 @@ void SceneSimulator::buildUndistortMap() {
         }
 }
 
-SceneSimulator::Scene SceneSimulator::sceneAt(double timeS) const {
-    // The hot object travels an ellipse around the upper middle once every 12 s.
-    const double a = 2.0 * kPi * timeS / 12.0;
-    const float w = static_cast<float>(m_config.width), h = static_cast<float>(m_config.height);
-    return Scene{timeS, cv::Point2f(0.55f * w + 0.25f * w * static_cast<float>(std::cos(a)),
-                                    0.32f * h + 0.10f * h * static_cast<float>(std::sin(a)))};
-}
-
-float SceneSimulator::staticTemperatureAt(float x, float y) const {
-    const float w = static_cast<float>(m_config.width), h = static_cast<float>(m_config.height);
-    // The wall: a little warmer towards the ceiling.
-    float t = m_config.backgroundC + 1.0f * (0.5f - y / h);
-    const cv::Rect2f warm(0.14f * w, 0.45f * h, 0.19f * w, 0.36f * h);
-    t += (m_config.warmC - t) * coverage(roundedRectDistance(x, y, warm, 12.0f));
-    const cv::Point2f cold(0.80f * w, 0.74f * h);
-    t += (m_config.coldC - t) * coverage(discDistance(x, y, cold, kColdRadius));
-    return t;
-}
-
-float SceneSimulator::temperatureAt(const Scene& s, float x, float y) const {
-    const float t = staticTemperatureAt(x, y);
-    return t + (m_config.hotC - t) * coverage(discDistance(x, y, s.hot, kHotRadius));
+float SceneSimulator::staticCountsAt(float x, float y) const {
+    const auto& objects = m_scene.staticObjects();
+    float counts = countsOf(m_scene.wallC(y), Scene::kWallEmissivity);
+    for (auto it = objects.rbegin(); it != objects.rend(); ++it)
+        if (it->infrared)
+            if (const float c = it->coverage(x, y); c > 0.0f)
+                counts += c * (countsOf(it->celsius, it->emissivity) - counts);
+    return counts;
 }
 
 float SceneSimulator::sceneTemperature(float x, float y) const {
@@ -151,7 +119,7 @@ float SceneSimulator::sceneTemperature(float x, float y) const {
         std::lock_guard<std::mutex> lock(m_truthMutex);
         timeS = m_truth.timeS;
     }
-    return temperatureAt(sceneAt(timeS), x, y);
+    return m_scene.temperatureAt(x, y, timeS);
 }
 
 float SceneSimulator::boardTemperature(double uptimeS) const {
@@ -160,22 +128,22 @@ float SceneSimulator::boardTemperature(double uptimeS) const {
 }
 
 void SceneSimulator::buildLut(const Conditions& c) {
+    // The table is a black body's; a surface of emissivity e gives e of it plus (1 - e) of the
+    // room's, since the counts are affine in the radiance reaching the lens (RadiometricTools).
+    Conditions black = c;
+    black.emissivity = 1.0f;
+    black.reflectedC = Scene::kReflectedC;
     const size_t n = static_cast<size_t>((kLutMaxC - kLutMinC) / kLutStep) + 2;
     m_lut.resize(n);
     for (size_t i = 0; i < n; ++i)
-        m_lut[i] = m_response->sceneCounts(kLutMinC + static_cast<float>(i) * kLutStep, c);
+        m_lut[i] = m_response->sceneCounts(kLutMinC + static_cast<float>(i) * kLutStep, black);
     m_lutConditions = c;
     m_lutValid = true;
-    if (m_staticTemps.empty()) {
-        m_staticTemps.create(m_config.height, m_config.width);
-        for (int r = 0; r < m_config.height; ++r)
-            for (int col = 0; col < m_config.width; ++col)
-                m_staticTemps(r, col) = staticTemperatureAt(m_scenePos(r, col)[0], m_scenePos(r, col)[1]);
-    }
+    m_reflectedCounts = countsOf(Scene::kReflectedC);
     m_staticCounts.create(m_config.height, m_config.width);
     for (int r = 0; r < m_config.height; ++r)
         for (int col = 0; col < m_config.width; ++col)
-            m_staticCounts(r, col) = countsOf(m_staticTemps(r, col));
+            m_staticCounts(r, col) = staticCountsAt(m_scenePos(r, col)[0], m_scenePos(r, col)[1]);
 }
 
 cv::Point2f SceneSimulator::distort(cv::Point2f p) const {
@@ -201,11 +169,12 @@ cv::Rect SceneSimulator::sensorBox(const cv::Rect2f& r) const {
     return box & cv::Rect(0, 0, m_config.width, m_config.height);
 }
 
-float SceneSimulator::countsOf(float t) const {
+float SceneSimulator::countsOf(float t, float e) const {
     const float pos = (std::clamp(t, kLutMinC, kLutMaxC) - kLutMinC) / kLutStep;
     const size_t i = std::min(static_cast<size_t>(pos), m_lut.size() - 2);
     const float f = pos - static_cast<float>(i);
-    return m_lut[i] + f * (m_lut[i + 1] - m_lut[i]);
+    const float black = m_lut[i] + f * (m_lut[i + 1] - m_lut[i]);
+    return e == 1.0f ? black : e * black + (1.0f - e) * m_reflectedCounts;
 }
 
 void SceneSimulator::advanceShutter(double timeS) {
@@ -258,10 +227,9 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
     if (m_shutter == Shutter::Capture)
         ++m_shutterFrames;
 
+    // The scene's surfaces have their own emissivities and reflect the room; the user's settings
+    // only change what the chain computes from the counts.
     Conditions c;
-    c.emissivity =
-        m_config.sceneEmissivity.value_or(m_store.getValue<float>(Id::Environment::EmissivityValue));
-    c.reflectedC = m_store.getValue<Temp>(Id::Environment::ReflectedTemperature).celsius();
     c.range = m_range.load();
     c.shutterC = m_shutterC;
     c.boardAtShutterC = m_boardAtShutterC;
@@ -285,10 +253,11 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
 
     // Render: the static scene's counts, the moving object drawn into its box, through the
     // detector's dark level, gain spread, drifting column stripes and temporal noise.
-    const Scene scene = sceneAt(timeS);
+    const SceneObject hot = m_scene.hotObject(timeS);
+    const float hotCounts = countsOf(hot.celsius, hot.emissivity);
     const int w = m_config.width, h = m_config.height;
-    cv::Rect hotBox = sensorBox(cv::Rect2f(scene.hot.x - kHotRadius - 2, scene.hot.y - kHotRadius - 2,
-                                           2 * kHotRadius + 4, 2 * kHotRadius + 4));
+    cv::Rect hotBox =
+        sensorBox(cv::Rect2f(hot.rect.x - 2, hot.rect.y - 2, hot.rect.width + 4, hot.rect.height + 4));
     const size_t pixels = static_cast<size_t>(w) * h;
     const size_t start = static_cast<size_t>(m_rng.uniform(0, static_cast<int>(m_noiseBank.size() - pixels)));
     const float* noise = m_noiseBank.data() + start;
@@ -309,9 +278,9 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
                 signal = stat[col];
                 if (hotRow && col >= hotBox.x && col < hotBox.x + hotBox.width) {
                     const cv::Vec2f& pos = m_scenePos(r, col);
-                    const float cover = coverage(discDistance(pos[0], pos[1], scene.hot, kHotRadius));
+                    const float cover = hot.coverage(pos[0], pos[1]);
                     if (cover > 0.0f)
-                        signal += cover * (countsOf(m_config.hotC) - signal);
+                        signal += cover * (hotCounts - signal);
                 }
                 signal += drift;
             }
@@ -367,14 +336,16 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
     truth.warmC = m_config.warmC;
     truth.hotC = m_config.hotC;
     truth.coldC = m_config.coldC;
-    truth.centreC = temperatureAt(scene, w / 2.0f, h / 2.0f);
-    truth.hotCentre = scene.hot;
-    truth.hotRadius = kHotRadius;
+    truth.centreC = m_scene.temperatureAt(w / 2.0f, h / 2.0f, timeS);
+    truth.hotCentre = m_scene.hotCentre(timeS);
+    truth.hotRadius = Scene::kHotRadius;
     const float fw = static_cast<float>(w), fh = static_cast<float>(h);
     truth.warmRect = cv::Rect2f(0.14f * fw, 0.45f * fh, 0.19f * fw, 0.36f * fh);
     truth.warmCentre = (truth.warmRect.tl() + truth.warmRect.br()) * 0.5f;
     truth.coldCentre = cv::Point2f(0.80f * fw, 0.74f * fh);
-    truth.coldRadius = kColdRadius;
+    truth.coldRadius = Scene::kColdRadius;
+    truth.plates = m_scene.plates();
+    truth.laser = m_scene.laser(timeS);
     truth.range = c.range;
     truth.shutterState = state;
     {

@@ -2,11 +2,10 @@
 // A simulated 640 x 480 microbolometer camera: the detector behind a capture element.
 //
 // Each call of nextFrame() renders the next raw frame (CV_16UC1) of a scene of known
-// temperatures -- a wall with a slight gradient, a warm object, a hot object that moves and a
-// cold one -- as the sensor sees it through a lens with barrel distortion, converts temperatures
-// into counts with the SensorResponse, and adds what a real detector adds: a per-pixel dark level
-// and gain pattern, column stripes that drift with the board temperature, temporal noise, a few
-// dead and stuck pixels and a global drift while the camera warms up.
+// temperatures, distances and emissivities (see Scene) as the sensor sees it through a lens with barrel
+// distortion, converts temperatures into counts with the SensorResponse, and adds what a real detector adds:
+// a per-pixel dark level and gain pattern, column stripes that drift with the board temperature, temporal
+// noise, a few dead and stuck pixels and a global drift while the camera warms up.
 //
 // It also runs the shutter: at start and then every `shutterPeriodS` seconds the frames show the
 // closed shutter's own temperature with state "CaptureOffsetFrame" until the offset element writes
@@ -20,6 +19,7 @@
 // machine's speed. nextFrame() runs on the pipeline thread; setRange() and truth() may be called
 // from any thread.
 
+#include "apps/nordacam/sim/Scene.h"
 #include "apps/nordacam/sim/SensorResponse.h"
 
 #include "nordalib/core/dataproxy/DataProxy.h"
@@ -35,11 +35,6 @@
 #include <vector>
 
 namespace nordacam::sim {
-
-struct LensModel {
-    double fx = 560.0, fy = 560.0, cx = 319.5, cy = 239.5;
-    double k1 = -0.18, k2 = 0.06, p1 = 0.0, p2 = 0.0, k3 = 0.0;
-};
 
 struct SimulatorConfig {
     int width = 640;
@@ -57,9 +52,13 @@ struct SimulatorConfig {
     int deadPixels = 8;
     int stuckPixels = 4;
     float noiseCounts = 2.0f; // temporal noise, one sigma
-    // The surfaces' true emissivity; unset: the one the user set (the setting is right).
-    std::optional<float> sceneEmissivity;
     LensModel lens;
+    Rig rig;
+    // Infrared frames show the moment this many frames before they reach the host (the
+    // bolometer's time constant and the readout); the visual camera's arrive at once.
+    int infraredLagFrames = 3;
+
+    SceneTemperatures temperatures() const { return {backgroundC, warmC, hotC, coldC}; }
 };
 
 // What the scene really is at the time of a frame (positions in undistorted image coordinates).
@@ -72,6 +71,8 @@ struct SceneTruth {
     cv::Rect2f warmRect;
     unsigned char range = 1;
     std::string shutterState;
+    std::vector<Plate> plates;
+    LaserTruth laser; // at the moment of the frame
 };
 
 class SceneSimulator {
@@ -92,24 +93,22 @@ public:
     float sceneTemperature(float x, float y) const;
     const SimulatorConfig& config() const { return m_config; }
     const SensorResponse& response() const { return *m_response; }
+    const Scene& scene() const { return m_scene; }
     // Dead and stuck pixels in sensor coordinates.
     const std::vector<cv::Point>& deadPixels() const { return m_dead; }
     const std::vector<cv::Point>& stuckPixels() const { return m_stuck; }
     unsigned long long frames() const { return m_frame.load(); }
 
 private:
-    struct Scene {
-        double timeS;
-        cv::Point2f hot;
-    };
-    Scene sceneAt(double timeS) const;
-    float temperatureAt(const Scene& s, float x, float y) const;
-    float staticTemperatureAt(float x, float y) const;
+    // Counts of the static scene at an undistorted position: objects blended over the wall in
+    // signal, each with its own emissivity.
+    float staticCountsAt(float x, float y) const;
     float boardTemperature(double uptimeS) const;
     void buildPatterns();
     void buildUndistortMap();
     void buildLut(const Conditions& c);
-    float countsOf(float t) const;
+    // Counts of a surface at t °C with emissivity e, reflecting the room (Scene::kReflectedC).
+    float countsOf(float t, float e = 1.0f) const;
     // Sensor-space box that holds every pixel looking into the undistorted box `r`.
     cv::Rect sensorBox(const cv::Rect2f& r) const;
     cv::Point2f distort(cv::Point2f undistorted) const;
@@ -117,6 +116,7 @@ private:
 
     norda::exp::DataProxy<std::string>& m_store;
     SimulatorConfig m_config;
+    Scene m_scene;
     std::shared_ptr<const SensorResponse> m_response;
 
     cv::Mat_<float> m_pedestal, m_gain, m_columnDrift;
@@ -124,13 +124,13 @@ private:
     std::vector<cv::Point> m_dead, m_stuck;
     cv::RNG m_rng;
 
-    // Temperature -> counts table and the counts of the static scene (everything but the moving
-    // object), rebuilt when the conditions change.
+    // Temperature -> counts table of a black body and the counts of the static scene (everything
+    // but the moving object), rebuilt when the conditions change.
     Conditions m_lutConditions;
     bool m_lutValid = false;
     std::vector<float> m_lut;
+    float m_reflectedCounts = 0.0f;
     cv::Mat_<float> m_staticCounts;
-    cv::Mat_<float> m_staticTemps;
     // Temporal noise: a bank of independent samples read from a random start each frame.
     std::vector<float> m_noiseBank;
     static constexpr float kLutMinC = -60.0f, kLutMaxC = 700.0f, kLutStep = 0.02f;

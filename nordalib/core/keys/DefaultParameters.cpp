@@ -288,6 +288,25 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Viscam::MaximumImageLatency, 120.0f, n);
     p.setValue(Id::Viscam::CaptureTime, 40.0f, n);
 
+    p.setValue(Id::Registration::CalibrationFile, std::string(), n);
+    p.setValue(Id::Registration::Distance, 3.0f, n);
+    p.setValue(Id::Registration::UseLaserDistance, true, n);
+    p.setValue(Id::Laser::Distance, 0.0f, n);
+    p.setValue(Id::Laser::VisualPosition, cv::Point_<int>(0, 0), n);
+    p.setValue(Id::Laser::Status, std::string("NoFrame"), n);
+    const auto unknown = MarkedFloat::MarkedFloatValidity(1);
+    p.setValue(Id::EmissionMarker::Emissivity, Rel(MarkedFloat(0.95f, unknown)), n);
+    p.setValue(Id::EmissionMarker::Status, std::string("NoFrame"), n);
+    p.setValue(Id::EmissionMarker::SurfaceTemperature, Temp(MarkedFloat(20.0f, unknown)), n);
+    p.setValue(Id::EmissionMarker::Rect, cv::Rect_<int>(0, 0, 0, 0), n);
+    p.setValue(Id::EmissionMarker::MarkerEmissivity, 0.95f, n);
+    p.setValue(Id::EmissionMarker::Size, 0.05f, n);
+    p.setValue(Id::EmissionMarker::SearchPoint, cv::Point_<int>(320, 240), n);
+    p.setValue(Id::EmissionMarker::Apply, false, n);
+    p.setValue(Id::Fusion::Mode, Id::Fusion::Off, n);
+    p.setValue(Id::Fusion::Alpha, 0.5f, n);
+    p.setValue(Id::Fusion::InJpeg, false, n);
+
     std::vector<std::function<void(DataProxy<std::string>&)>> more;
     {
         std::lock_guard<std::mutex> lock(providers().mutex);

@@ -265,13 +265,62 @@ inline const std::string GuiJpeg = "Images.GuiJpeg"; // cv::Mat CV_8UC4, 240 x 3
 namespace Viscam {
 namespace Resolution {
 inline const std::string Qvga = "QVGA";   // value: 320 x 240
+inline const std::string Vga = "VGA";     // value: 640 x 480
 inline const std::string Xga = "XGA";     // value: 1024 x 768
 inline const std::string Qsxga = "QSXGA"; // value: 2592 x 1944
 } // namespace Resolution
 inline const std::string CurrentImageResolution = "Viscam.CurrentImageResolution"; // std::string
 inline const std::string MaximumImageLatency = "Viscam.MaximumImageLatency";       // float, milliseconds
 inline const std::string CaptureTime = "Viscam.CaptureTime";                       // float, milliseconds (metadata)
+// Frame metadata of visual frames: the moment the frame shows, in milliseconds on the clock of
+// DeviceInfo.Uptime (unsigned long long), and the camera's frame counter (unsigned long long).
+inline const std::string Timestamp = "Viscam.Timestamp";
+inline const std::string FrameCounter = "Viscam.FrameCounter";
 } // namespace Viscam
+
+// Infrared-visual registration (vision/registration).
+namespace Registration {
+// std::string: path of the registration calibration (registration.json); the laser position,
+// emission marker and fusion elements load it, and again when the key changes.
+inline const std::string CalibrationFile = "Registration.CalibrationFile";
+// float, metres: the distance of the scene when no laser distance is at hand.
+inline const std::string Distance = "Registration.Distance";
+// bool: register at the laser's distance while the spot is seen.
+inline const std::string UseLaserDistance = "Registration.UseLaserDistance";
+} // namespace Registration
+
+// The laser pointer's spot (DetectLaserPositionElement); the infrared position and visibility go
+// to MeasPoints.LaserSpot.Position/Visible.
+namespace Laser {
+inline const std::string Distance = "Laser.Distance";             // float, metres; 0 without a spot
+inline const std::string VisualPosition = "Laser.VisualPosition"; // cv::Point_<int>, visual frame pixels
+inline const std::string Status = "Laser.Status"; // std::string: "Found" or why not (see the element)
+} // namespace Laser
+
+// Emissivity from a reference label (EmissionMarkerElement).
+namespace EmissionMarker {
+inline const std::string Emissivity = "EmissionMarker.Emissivity"; // Relation: the surface's, mark 0 when valid
+inline const std::string Status = "EmissionMarker.Status"; // std::string: "Valid" or why not (see the element)
+inline const std::string SurfaceTemperature = "EmissionMarker.SurfaceTemperature"; // Temperature (true)
+inline const std::string Rect = "EmissionMarker.Rect"; // cv::Rect_<int>: the label in the infrared image
+inline const std::string MarkerEmissivity = "EmissionMarker.MarkerEmissivity"; // float: the label's own
+inline const std::string Size = "EmissionMarker.Size"; // float, metres: the label's side
+// cv::Point_<int>, infrared pixels: the label nearest to it is measured (the user taps it).
+inline const std::string SearchPoint = "EmissionMarker.SearchPoint";
+// bool, a command: true copies a valid emissivity into Environment.EmissivityValue (then false).
+inline const std::string Apply = "EmissionMarker.Apply";
+} // namespace EmissionMarker
+
+// Fusion of the visual image into the display image (FusionElement).
+namespace Fusion {
+inline const std::string Mode = "Fusion.Mode";                  // std::string: one of the values below
+inline const std::string Off = "Off";                           // value: the infrared image alone
+inline const std::string PictureInPicture = "PictureInPicture"; // value: infrared inside the visual image
+inline const std::string AlphaBlend = "AlphaBlend";             // value: both, weighted by Alpha
+inline const std::string Edges = "Edges";                       // value: visual edges over the infrared
+inline const std::string Alpha = "Fusion.Alpha";   // float 0..1: weight of the infrared image in AlphaBlend
+inline const std::string InJpeg = "Fusion.InJpeg"; // bool: the saved JPEG shows the fusion too
+} // namespace Fusion
 
 } // namespace Id
 

@@ -1,5 +1,7 @@
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 
+#include "nordalib/vision/streaming/SuperResolutionCalculation.h"
+
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
 
@@ -22,22 +24,9 @@ std::mutex ImageWriteElement::m_mutSrCalcLock;
 
 namespace {
 constexpr size_t kSrFrameCount = 5;
-const cv::Size kJpegSize(640, 480);
-const cv::Size kOverlaySize(320, 240);
 const cv::Size kVisualXga(1024, 768);
 const cv::Size kVisualQsxga(2592, 1944);
 constexpr int kHighResolutionColumns = 2592;
-
-// Guards the read-modify-write of the pending super-resolution count, which threads update
-// before they queue on m_mutSrCalcLock.
-std::mutex g_srCountLock;
-
-int addToSrCount(DataProxy<std::string>& proxy, int delta) {
-    std::lock_guard<std::mutex> lock(g_srCountLock);
-    const int count = proxy.getValue<int>(Id::Miscellaneous::SuperResolutionCount) + delta;
-    proxy.setValue<int>(Id::Miscellaneous::SuperResolutionCount, count, true);
-    return count;
-}
 } // namespace
 
 ImageWriteElement::ImageWriteElement(const std::string& imageFolder, DataProxy<std::string>* dataProxy,
@@ -51,7 +40,8 @@ ImageWriteElement::ImageWriteElement(const std::string& imageFolder, DataProxy<s
       m_pCommandProxy(commandProxy), m_vecMetaDataKeys(metaDataKeys),
       m_strPreviousVisualResolution(Id::Viscam::Resolution::Qvga), m_metaDataCallback(metaDataCallback),
       m_bSrBusy(srBusy), m_visualSlot(visualSlot),
-      m_logger(logging::Logger::createSharedLogger("IMAGE_WRITE", true)) {
+      m_logger(logging::Logger::createSharedLogger("IMAGE_WRITE", true)),
+      m_naming(imageFolder, dataProxy, m_logger), m_jpeg(dataProxy, m_logger) {
     if (!m_pDataProxy)
         NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
                     "norda::exp::streaming::ImageWriteElement::ImageWriteElement");
@@ -237,7 +227,7 @@ void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Fra
             std::string fileName;
             try {
                 const auto counter = m_pDataProxy->getValue<unsigned int>(Id::Miscellaneous::ImageCounter);
-                deleteSupersededFiles(counter);
+                m_naming.deleteSupersededFiles(counter);
                 if (m_pDataProxy->getValue<bool>(Id::Miscellaneous::SuperResolution)) {
                     const std::string srName = getFilename(counter, "SR", "RIX");
                     std::thread(&ImageWriteElement::calculateSuperResolutionImage, srName, rix, m_vecSrFrames,
@@ -247,7 +237,7 @@ void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Fra
                 fileName = getFilename(counter, "IR", "RIX");
                 rix.setSuperResolutionActive(false);
                 rix.save(fileName, false);
-                createJpegImage(previewImage.clone(), getFilename(counter, "TR", "JPG"));
+                m_jpeg.createJpegImage(previewImage.clone(), getFilename(counter, "TR", "JPG"), visualImage);
                 m_pDataProxy->setValue<unsigned int>(Id::Miscellaneous::ImageCounter, counter + 1, true);
                 try {
                     (void)m_pCommandProxy->call(Cmd::ApplicationControlGroup, Cmd::SaveUserSettings,
@@ -278,62 +268,13 @@ void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Fra
         m_pDataProxy->setValue(Id::Miscellaneous::ImageRealSave, true, true);
 }
 
-// Files of an earlier image with the same number (a counter that was reset) are superseded by
-// the one about to be written: every file of the image folder whose name, before its extension,
-// ends in the number goes, whatever its prefix.
-void ImageWriteElement::deleteSupersededFiles(unsigned int counter) {
-    namespace fs = std::filesystem;
-    const std::string number = getFormatedFileNumber(counter);
-    std::error_code ec;
-    fs::directory_iterator it(m_strImageFolder, ec), end;
-    for (; !ec && it != end; it.increment(ec)) {
-        std::error_code fileError;
-        if (!it->is_regular_file(fileError))
-            continue;
-        const std::string name = it->path().filename().string();
-        const auto dot = name.rfind('.');
-        if (dot == std::string::npos || dot < number.size() ||
-            name.compare(dot - number.size(), number.size(), number) != 0)
-            continue;
-        if (fs::remove(it->path(), fileError))
-            m_logger->log(LogLevel::debug, "deleted superseded image file {}", it->path().string());
-        else if (fileError)
-            m_logger->log(LogLevel::warning, "could not delete superseded image file {}: {}",
-                          it->path().string(), fileError.message());
-    }
-}
-
 std::string ImageWriteElement::getFormatedFileNumber(unsigned int number) {
-    return fmt::format("{:06d}", number);
+    return ImageFileNaming::getFormatedFileNumber(number);
 }
 
 std::string ImageWriteElement::getFilename(unsigned int number, const std::string& prefix,
                                            const std::string& extension) {
-    std::string folder;
-    if (m_pDataProxy->getValue<bool>(Id::PlaceTag::SiteInUse)) {
-        const auto place = m_pDataProxy->getValue<std::string>(Id::PlaceTag::MeasSiteFolder);
-        if (!place.empty()) {
-            folder = place.front() != '/' ? m_strImageFolder + "/" + place : m_strImageFolder + place;
-            if (!utils::existsDirectory(folder)) {
-                m_logger->log(LogLevel::info, "Site image folder {} does not exsists ... create it!", folder);
-                std::error_code ec;
-                std::filesystem::create_directories(folder, ec);
-                if (ec || !utils::existsDirectory(folder)) {
-                    m_logger->log(LogLevel::error, "Could not create place tag image folder: {}!", folder);
-                    folder.clear();
-                }
-            }
-        }
-    }
-    std::string path;
-    if (!folder.empty()) {
-        path = folder;
-        if (path.back() != '/')
-            path += '/';
-    } else {
-        path = m_strImageFolder + "/";
-    }
-    return path + prefix + getFormatedFileNumber(number) + "." + extension;
+    return m_naming.getFilename(number, prefix, extension);
 }
 
 void ImageWriteElement::calculateSuperResolutionImage(const std::string& fileName, vision::Rix rix,
@@ -341,123 +282,22 @@ void ImageWriteElement::calculateSuperResolutionImage(const std::string& fileNam
                                                       DataProxy<std::string>* dataProxy,
                                                       std::atomic<bool>& srBusy,
                                                       std::shared_ptr<logging::Logger> logger) {
-    if (!logger)
-        logger = logging::Logger::createSharedLogger("SUPER_WRITE", true);
-    if (frames.size() != kSrFrameCount)
-        return;
-    // A detached thread must never let an exception escape: it would end the program.
-    try {
-        srBusy.store(true);
-        addToSrCount(*dataProxy, +1);
-        {
-            std::lock_guard<std::mutex> lock(m_mutSrCalcLock);
-            logger->log(LogLevel::debug, "calculate SuperResolutionImage {}", fileName);
-            float result = 0.0f;
-            bool calculated = false;
-            try {
-                const auto start = std::chrono::steady_clock::now();
-                result = rix.calculateSuperResolutionImage(frames);
-                const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
-                                    std::chrono::steady_clock::now() - start)
-                                    .count();
-                logger->log(LogLevel::debug, "Sr: SR2 Calc Time: {} ms Sr: SrRef result {}", ms,
-                            static_cast<double>(result));
-                calculated = true;
-            } catch (const std::exception& e) {
-                logger->log(LogLevel::error, "SR Image {}  Calculation fail: {}", fileName, e.what());
-            }
-            frames.clear();
-            if (calculated && result <= 0.0f) {
-                dataProxy->setValue(Id::Miscellaneous::WarnSrMovementDetected, true, true);
-            } else if (calculated) {
-                try {
-                    const auto removeList = dataProxy->getValue<std::vector<std::string>>(
-                        Id::Miscellaneous::SuperResolutionDeleteRequest);
-                    if (std::find(removeList.begin(), removeList.end(), fileName) != removeList.end())
-                        logger->log(LogLevel::debug, "skip save {} since it is one the remove list",
-                                    fileName);
-                    else
-                        rix.save(fileName, true);
-                } catch (const std::exception& e) {
-                    logger->log(LogLevel::error, "SR Image {} Write fail: {}", fileName, e.what());
-                    dataProxy->setValue(Id::Miscellaneous::ErrorImageSaving, true, true);
-                }
-            }
-            if (addToSrCount(*dataProxy, -1) == 0) {
-                srBusy.store(false);
-                dataProxy->setValue(Id::Miscellaneous::SuperResolutionDeleteRequest,
-                                    std::vector<std::string>(), true);
-            }
-        }
-        logger->log(LogLevel::debug, "Calculate SuperResolutionImage END {}", fileName);
-    } catch (const std::exception& e) {
-        logger->log(LogLevel::critical, "SR Image {} bookkeeping fail: {}", fileName, e.what());
-    }
+    SuperResolutionCalculation::run(fileName, std::move(rix), std::move(frames), dataProxy, srBusy,
+                                    std::move(logger), m_mutSrCalcLock);
 }
 
 void ImageWriteElement::createJpegImage(cv::Mat_<cv::Vec3b> preview, const std::string& fileName) {
-    if (!m_pDataProxy->getValue<bool>(Id::Miscellaneous::SaveJpeg) || preview.empty())
-        return;
-    // Gives the user interface time to publish the overlay of this image.
-    const auto until = std::chrono::steady_clock::now() + kOverlayWait;
-    while (std::chrono::steady_clock::now() < until)
-        std::this_thread::sleep_until(until);
-
-    const cv::Mat_<cv::Vec4b> overlay = m_pDataProxy->get(Id::Images::GuiJpeg)->value<cv::Mat>();
-    const cv::Mat_<cv::Vec4b> picture = composeJpegImage(preview, overlay);
-    if (!picture.empty()) {
-        // Encoded in memory and replaced atomically: a full disk leaves no cut-off picture.
-        std::vector<uchar> jpeg;
-        if (!cv::imencode(".jpg", picture, jpeg))
-            NORDA_THROW("could not encode JPEG file " + fileName,
-                        "norda::exp::streaming::ImageWriteElement::createJpegImage");
-        utils::writeFileAtomically(fileName, jpeg.data(), jpeg.size());
-    }
-    // The overlay goes back unchanged: the next image finds a usable overlay even when the user
-    // interface publishes none, and observers learn that the picture was taken.
-    m_pDataProxy->set(Id::Images::GuiJpeg, std::make_shared<Variant_<cv::Mat>>(cv::Mat(overlay.clone())),
-                      true);
+    m_jpeg.createJpegImage(std::move(preview), fileName);
 }
 
 cv::Mat_<cv::Vec4b> ImageWriteElement::composeJpegImage(const cv::Mat_<cv::Vec3b>& preview,
                                                         const cv::Mat_<cv::Vec4b>& overlay) {
-    if (preview.empty() || overlay.rows != kOverlaySize.height || overlay.cols != kOverlaySize.width)
-        return {};
-    cv::Mat scaled;
-    cv::resize(preview, scaled, kJpegSize, 0, 0, cv::INTER_CUBIC);
-    cv::Mat_<cv::Vec4b> base;
-    // The display image holds R, G, B; the overlay's ARGB words lie in memory as B, G, R, A, which
-    // is also the order imwrite expects. The base takes that order, fourth byte 255, so the
-    // picture shows the colours the user saw.
-    cv::cvtColor(scaled, base, cv::COLOR_RGB2BGRA);
-    cv::Mat_<cv::Vec4b> scaledOverlay;
-    cv::resize(overlay, scaledOverlay, kJpegSize, 0, 0, cv::INTER_CUBIC);
-    return blendArgb(scaledOverlay, base);
+    return JpegImageCreator::composeJpegImage(preview, overlay);
 }
 
 cv::Mat_<cv::Vec4b> ImageWriteElement::blendArgb(const cv::Mat_<cv::Vec4b>& over,
                                                  const cv::Mat_<cv::Vec4b>& under) {
-    if (over.empty() || over.rows != under.rows || over.cols != under.cols)
-        return {};
-    // Rows as 32-bit words (byte 0 least significant); the alias-safe, byte-aligned type keeps the
-    // loop legal for rows at any address (a matrix around foreign memory) and lets the compiler
-    // vectorise it.
-    using Word = uint32_t __attribute__((__may_alias__, __aligned__(1)));
-    cv::Mat_<cv::Vec4b> out(over.rows, over.cols);
-    for (int r = 0; r < over.rows; ++r) {
-        const Word* o = reinterpret_cast<const Word*>(over.ptr(r));
-        const Word* u = reinterpret_cast<const Word*>(under.ptr(r));
-        Word* d = reinterpret_cast<Word*>(out.ptr(r));
-        for (int c = 0; c < over.cols; ++c) {
-            const uint32_t ow = o[c], uw = u[c];
-            const uint32_t a = ow >> 24;
-            // Red and blue share one multiplication, green gets the other; >> 8 divides by 256.
-            const uint32_t rb = ((ow & 0x00FF00FFu) * a + (uw & 0x00FF00FFu) * (255u - a)) & 0xFF00FF00u;
-            const uint32_t g = ((ow & 0x0000FF00u) * a + (uw & 0x0000FF00u) * (255u - a)) & 0x00FF0000u;
-            d[c] = ((rb + g) >> 8) | (a << 24);
-        }
-    }
-    return out;
+    return JpegImageCreator::blendArgb(over, under);
 }
 
 } // namespace norda::exp::streaming

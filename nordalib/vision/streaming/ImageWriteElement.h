@@ -18,11 +18,16 @@
 //   WarnSrMovementDetected, Viscam.CurrentImageResolution, Images.GuiJpeg.
 // Commands of the callable "ImageWrite": "TriggerImageSave"(bool preview), "CaptureImage"() ->
 //   std::vector<char>.
+// File naming (ImageFileNaming), the JPEG (JpegImageCreator, with the display's fusion when
+// Fusion.InJpeg is set) and the super-resolution thread (SuperResolutionCalculation) are classes of
+// their own; this file holds the request, frame selection and save flow.
 
 #include "nordalib/core/cmd/CommandProxy.h"
 #include "nordalib/core/cmd/ICallable.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/streaming/ImageFileNaming.h"
+#include "nordalib/vision/streaming/JpegImageCreator.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include <opencv2/core.hpp>
@@ -86,12 +91,10 @@ public:
     static std::pair<float, bool> visualPreviewFactor(int columns);
 
     // The user interface's time to publish its overlay before a JPEG is composed.
-    static constexpr std::chrono::nanoseconds kOverlayWait{500'000'000};
+    static constexpr std::chrono::nanoseconds kOverlayWait = JpegImageCreator::kOverlayWait;
     static constexpr std::chrono::nanoseconds kTransferTimeout{15'000'000'000};
 
 private:
-    void deleteSupersededFiles(unsigned int counter);
-
     std::string m_strImageFolder;
     DataProxy<std::string>* m_pDataProxy;
     cmd::CommandProxy* m_pCommandProxy;
@@ -113,6 +116,8 @@ private:
     std::atomic<bool>& m_bSrBusy;
     STREAMING_DATATYPE m_visualSlot;
     std::shared_ptr<logging::Logger> m_logger;
+    ImageFileNaming m_naming; // file names, superseded files
+    JpegImageCreator m_jpeg;  // the JPEG picture
 
     static std::mutex m_mutSrCalcLock;
 };

@@ -24,7 +24,7 @@ Pipeline::~Pipeline() {
 }
 
 StreamingElement& Pipeline::add(std::unique_ptr<StreamingElement> element,
-                                std::vector<STREAMING_DATATYPE> optionalInputs) {
+                                std::vector<STREAMING_DATATYPE> optionalInputs, RunCondition condition) {
     if (!element)
         NORDA_THROW("no element given", "norda::exp::streaming::Pipeline::add");
     if (m_running.load())
@@ -35,6 +35,7 @@ StreamingElement& Pipeline::add(std::unique_ptr<StreamingElement> element,
         if (std::find(optionalInputs.begin(), optionalInputs.end(), slot) == optionalInputs.end())
             stage.required.push_back(slot);
     stage.stats.name = element->getName();
+    stage.condition = std::move(condition);
     stage.element = std::move(element);
     std::lock_guard<std::mutex> lock(m_statsMutex);
     m_stages.push_back(std::move(stage));
@@ -71,7 +72,7 @@ bool Pipeline::ready(const Stage& stage, const FrameMap& frames) const {
         if (it == frames.end() || !it->second)
             return false;
     }
-    return true;
+    return !stage.condition || stage.condition(frames);
 }
 
 void Pipeline::report(Stage& stage, const std::string& message) {

@@ -8,7 +8,9 @@
 //
 // An element whose declared input slots do not all hold a frame is skipped in that cycle (the
 // element contract dereferences declared inputs without a null test); a host may declare some of
-// an element's inputs optional (an image writer that also works without a visual frame).
+// an element's inputs optional (an image writer that also works without a visual frame), and may
+// give an element a condition on the cycle's frames that must hold too (the image writer waits
+// while a visual frame is expected but not there).
 //
 // An exception escaping an element's process() is counted and reported with the element's name;
 // the rest of the cycle goes on, unless the pipeline was told to stop on errors. Reports go to an
@@ -64,6 +66,8 @@ public:
     using ErrorHandler = std::function<void(const std::string& element, const std::string& message)>;
     // Sees the carried frames at the end of every cycle (on the pipeline thread).
     using CycleObserver = std::function<void(const FrameMap& frames, uint64_t cycle)>;
+    // Whether an element may run on the frames a cycle carries when its turn comes.
+    using RunCondition = std::function<bool(const FrameMap& frames)>;
 
     Pipeline();
     ~Pipeline(); // stops the thread, then destroys the elements in reverse order
@@ -73,7 +77,7 @@ public:
     // Appends an element; `optionalInputs` lists declared input slots the element copes without.
     // Throws while the pipeline thread runs.
     StreamingElement& add(std::unique_ptr<StreamingElement> element,
-                          std::vector<STREAMING_DATATYPE> optionalInputs = {});
+                          std::vector<STREAMING_DATATYPE> optionalInputs = {}, RunCondition condition = {});
     template <typename E, typename... Args> E& emplace(Args&&... args) {
         auto element = std::make_unique<E>(std::forward<Args>(args)...);
         E& ref = *element;
@@ -119,6 +123,7 @@ private:
     struct Stage {
         std::unique_ptr<StreamingElement> element;
         std::vector<STREAMING_DATATYPE> required;
+        RunCondition condition;
         ElementStatistics stats;
         double totalMs = 0.0;
         bool failing = false;

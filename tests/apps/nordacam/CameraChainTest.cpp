@@ -13,8 +13,13 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "nordalib/core/datatypes/MeasPoint.h"
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/vision/rix/Rix.h"
+
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 using namespace norda::exp;
 using namespace nordacam;
@@ -133,5 +138,88 @@ TEST(NordacamCamera, SavesImagesRecordsRawFramesAndPlaysThemBack) {
 
     o.inputFile = dir.file("missing.pxm");
     EXPECT_THROW(Camera bad(o), SettingsError);
+}
+#endif
+
+#ifdef NORDACAM_CORE
+TEST(NordacamCamera, VisualCameraRunsBesideTheDetector) {
+    using Rel = quantity::Relation<MarkedFloat>;
+    norda::test::TempDir dir;
+    Camera camera(fastCamera(dir.file("out")));
+    for (const char* element : {"ImageBufferElement", "DetectLaserPositionElement", "EmissionMarkerElement"})
+        EXPECT_TRUE(camera.has(element)) << element;
+    // The emission marker on each plate's label in turn: the emissivity of the plate within 0.03.
+    for (const auto& plate : camera.simulator()->scene().plates()) {
+        const auto c = (plate.label.tl() + plate.label.br()) * 0.5f;
+        camera.store().setValue(Id::EmissionMarker::SearchPoint, cv::Point_<int>(int(c.x), int(c.y)), true);
+        std::string status;
+        for (int i = 0; i < 40 && status != "Valid"; ++i) {
+            camera.runCycle();
+            status = camera.store().getValue<std::string>(Id::EmissionMarker::Status);
+        }
+        ASSERT_EQ(status, "Valid") << plate.name;
+        const float e = camera.store().getValue<Rel>(Id::EmissionMarker::Emissivity).getValue().toFloat();
+        std::cout << "[ quality  ] " << plate.name << ": emissivity from the label " << e << "\n";
+        EXPECT_NEAR(e, plate.emissivity, 0.03) << plate.name;
+    }
+    // The laser spot goes to the measurement: the laser spot's temperature is measured.
+    const auto snap = camera.snapshot();
+    ASSERT_TRUE(snap.laserVisible) << camera.store().getValue<std::string>(Id::Laser::Status);
+    EXPECT_LT(cv::norm(cv::Point2d(snap.laser) - snap.truth->laser.infrared), 2.0);
+    EXPECT_EQ(camera.store().getValue<MeasPoint>(Id::MeasPoints::LaserSpot::MeasPoint).getPos(),
+              cv::Point_<int>(snap.laser));
+    // A copy of the emissivity on command.
+    camera.store().setValue(Id::EmissionMarker::Apply, true, true);
+    camera.store().flush();
+    EXPECT_NEAR(camera.store().getValue<float>(Id::Environment::EmissivityValue),
+                camera.snapshot().markerEmissivity, 1e-6);
+    EXPECT_FALSE(camera.store().getValue<bool>(Id::EmissionMarker::Apply));
+
+    // Every saved image holds the visual image at 1024 x 768; the camera returns to its live size.
+    // The JPEG shows the display's fusion on request (the wall's beige in the corner).
+    camera.store().setValue(Id::Fusion::Mode, Id::Fusion::PictureInPicture, true);
+    camera.store().setValue(Id::Fusion::InJpeg, true, true);
+    const auto name = camera.saveImage(std::chrono::seconds(20));
+    norda::vision::Rix rix;
+    rix.load(name);
+    EXPECT_EQ(rix.getVisualImageYuv2().size(), cv::Size(1024, 768));
+    const cv::Mat jpeg = cv::imread(std::filesystem::path(name).replace_filename(
+        "TR" + std::filesystem::path(name).filename().string().substr(2, 6) + ".JPG"));
+    ASSERT_FALSE(jpeg.empty());
+    EXPECT_LT(cv::norm(cv::Vec3d(jpeg.at<cv::Vec3b>(10, 10)) - cv::Vec3d(176, 190, 196)), 20.0);
+    camera.runCycle();
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::Viscam::CurrentImageResolution), "VGA");
+}
+
+TEST(NordacamCamera, HighResolutionStillsAndAVisualCameraThatStops) {
+    norda::test::TempDir dir;
+    auto o = fastCamera(dir.file("out"));
+    o.highResolutionStills = true;
+    Camera camera(o);
+    for (int i = 0; i < 6; ++i)
+        camera.runCycle();
+    norda::vision::Rix rix;
+    rix.load(camera.saveImage(std::chrono::seconds(30)));
+    EXPECT_EQ(rix.getVisualImageYuv2().size(), cv::Size(2592, 1944));
+    EXPECT_FLOAT_EQ(rix.getVisualPreviewFactor(), 1.0f / 12.0f);
+
+    // A camera that delivers every second frame late by one (out of order), then none at all:
+    // the marker reports frames of another moment, and images are saved without a visual image.
+    auto broken = fastCamera(dir.file("out2"));
+    broken.visualSim.swapEvery = 4;
+    Camera late(broken);
+    std::set<std::string> statuses;
+    for (int i = 0; i < 30; ++i) {
+        late.runCycle();
+        statuses.insert(late.store().getValue<std::string>(Id::EmissionMarker::Status));
+    }
+    EXPECT_TRUE(statuses.count("NotAligned"));
+    broken.visualSim.dropEvery = 1;
+    broken.visualSim.swapEvery = 0;
+    Camera dead(broken);
+    for (int i = 0; i < 20; ++i)
+        dead.runCycle();
+    rix.load(dead.saveImage(std::chrono::seconds(20)));
+    EXPECT_TRUE(rix.getVisualImageYuv2().empty());
 }
 #endif

@@ -30,7 +30,6 @@ CameraOptions quietCamera(const std::string& out) {
     o.sim.uptimeStartMs = 130000;
     o.sim.shutterPeriodS = 600.0;
     o.sim.noiseCounts = 0.0f; // two saves of the same scene then differ only by what is measured
-    o.sim.sceneEmissivity = 0.95f;
     return o;
 }
 

@@ -1,0 +1,62 @@
+#include "nordalib/vision/streaming/FusionElement.h"
+
+#include "nordalib/core/keys/Keys.h"
+
+namespace norda::exp::streaming {
+
+using logging::LogLevel;
+
+FusionElement::FusionElement(DataProxy<std::string>* proxy, STREAMING_DATATYPE visualSlot)
+    : StreamingElement({STREAMING_DATATYPE_RGB, visualSlot}, {STREAMING_DATATYPE_RGB}, "FusionElement",
+                       nullptr, false, 0),
+      m_proxy(proxy), m_slot(visualSlot), m_logger(logging::Logger::createSharedLogger("FUSION", true)) {
+    if (!m_proxy)
+        NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
+                    "norda::exp::streaming::FusionElement::FusionElement");
+}
+
+bool FusionElement::process(FrameMap& inputs, FrameMap& outputs) {
+    auto& display = inputs[STREAMING_DATATYPE_RGB];
+    auto& visual = inputs[m_slot];
+    if (!display || !visual)
+        return false;
+    std::string trouble;
+    try {
+        const auto mode = vision::Fusion::modeOf(m_proxy->getValue<std::string>(Id::Fusion::Mode));
+        if (mode == vision::FusionMode::Off) {
+            m_trouble.clear();
+            return true;
+        }
+        const std::string file = m_proxy->getValue<std::string>(Id::Registration::CalibrationFile);
+        if (!m_calibrationTried || file != m_calibrationFile) {
+            m_calibrationTried = true;
+            m_calibrationFile = file;
+            m_registration.reset();
+            try {
+                m_registration = vision::Registration::load(file);
+            } catch (const std::exception& e) {
+                m_calibrationError = e.what();
+            }
+        }
+        if (!m_registration)
+            throw Exception(m_calibrationError, "");
+        double distance = m_proxy->getValue<float>(Id::Registration::Distance);
+        if (m_proxy->getValue<bool>(Id::Registration::UseLaserDistance) &&
+            m_proxy->getValue<std::string>(Id::Laser::Status) == "Found")
+            distance = m_proxy->getValue<float>(Id::Laser::Distance);
+        cv::Mat fused =
+            m_fusion.compose(mode, display->getFrameData(), visual->getFrameData(), *m_registration,
+                             std::max(0.1, distance), m_proxy->getValue<float>(Id::Fusion::Alpha));
+        emit(outputs, STREAMING_DATATYPE_RGB, std::make_unique<Frame>(fused, display->releaseMetaData()));
+    } catch (const std::exception& e) {
+        trouble = e.what();
+    }
+    if (!trouble.empty() && trouble != m_trouble)
+        m_logger->log(LogLevel::warning, "display without fusion: {}", trouble);
+    else if (trouble.empty() && !m_trouble.empty())
+        m_logger->log(LogLevel::info, "fusion works again");
+    m_trouble = trouble;
+    return trouble.empty();
+}
+
+} // namespace norda::exp::streaming
