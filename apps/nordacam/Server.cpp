@@ -314,6 +314,9 @@ void WebServer::routes() {
                                {"emissivity", std::round(snap.markerEmissivity * 1000.0f) / 1000.0f},
                                {"rect", {rect.x, rect.y, rect.width, rect.height}}};
                 j["fusion"] = store.getValue<std::string>(Id::Fusion::Mode);
+                const auto placement = store.getValue<std::vector<double>>(Id::Fusion::InfraredPlacement);
+                if (placement.size() == 4 && j["fusion"] == Id::Fusion::PictureInPicture)
+                    j["placement"] = placement;
             }
             if (!snap.rad.empty()) {
                 double mn, mx;

@@ -163,7 +163,8 @@ bool isResultKey(const std::string& key) {
                                   "EmissionMarker.Emissivity",
                                   "EmissionMarker.Status",
                                   "EmissionMarker.SurfaceTemperature",
-                                  "EmissionMarker.Rect"};
+                                  "EmissionMarker.Rect",
+                                  "Fusion.InfraredPlacement"};
     for (const char* e : exact)
         if (key == e)
             return true;

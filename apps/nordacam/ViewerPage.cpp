@@ -118,9 +118,18 @@ async function api(path, opts) {
   return body;
 }
 function fmt(s) { return s && s.valid ? s.celsius.toFixed(1) + ' \u00b0C' + (s.mark ? ' (!)' : '') : '--'; }
+// Infrared pixel -> overlay canvas; in picture in picture the infrared image sits inside the display.
+let placement = null;
+function place(px, py) {
+  if (placement) {
+    const [l, t, r, b] = placement;
+    px = l + px * (r - l) / (imgW - 1); py = t + py * (b - t) / (imgH - 1);
+  }
+  return [px * ov.width / imgW, py * ov.height / imgH];
+}
 function mark(s, colour, label) {
   if (!s || !s.valid) return;
-  const x = s.x * ov.width / imgW, y = s.y * ov.height / imgH;
+  const [x, y] = place(s.x, s.y);
   ctx.strokeStyle = colour; ctx.lineWidth = 2;
   ctx.beginPath(); ctx.moveTo(x - 9, y); ctx.lineTo(x + 9, y); ctx.moveTo(x, y - 9); ctx.lineTo(x, y + 9); ctx.stroke();
   ctx.beginPath(); ctx.arc(x, y, 6, 0, 7); ctx.stroke();
@@ -130,7 +139,8 @@ function mark(s, colour, label) {
 async function refresh() {
   try {
     const m = await api('/api/measurements');
-    imgW = m.width || 640; imgH = m.height || 480;
+    imgW = m.width || 640; imgH = m.height || 480; placement = m.placement || null;
+    if (m.fusion && document.activeElement !== $('fusion')) $('fusion').value = m.fusion;
     const by = {}; (m.spots || []).forEach(s => by[s.name] = s);
     $('hot').textContent = fmt(by.hot); $('cold').textContent = fmt(by.cold); $('centre').textContent = fmt(by.centre);
     $('stats').textContent = m.image ? m.image.min.toFixed(1) + ' / ' + m.image.mean.toFixed(1) + ' / ' + m.image.max.toFixed(1) + ' \u00b0C' : '--';
@@ -141,14 +151,14 @@ async function refresh() {
     mark(by.hot, '#ff6b5a', 'H'); mark(by.cold, '#6bb8ff', 'C'); mark(by.centre, '#9dff8a', '+');
     if (probe) { mark(probe, '#ffffff', 'P'); }
     drawTools();
-    const l = m.laser, k = m.marker, plain = !m.fusion || m.fusion === 'Off' || m.fusion === 'AlphaBlend' || m.fusion === 'Edges';
+    const l = m.laser, k = m.marker;
     $('laser').textContent = l ? (l.visible && l.celsius !== undefined ? l.celsius.toFixed(1) + ' \u00b0C at ' + l.distance.toFixed(2) + ' m' : l.status) : '--';
     $('marker').textContent = k ? (k.valid ? k.emissivity.toFixed(3) : k.status + (k.status === 'Measuring' ? ' ' + k.emissivity.toFixed(3) : '')) : '--';
-    if (l && l.visible && l.celsius !== undefined && plain) mark({x: l.x, y: l.y, celsius: l.celsius, valid: true}, '#ff4fd8', 'L');
-    if (k && k.rect && k.rect[2] > 0 && plain && k.status !== 'NotFound') {
-      const sx = ov.width / imgW, sy = ov.height / imgH;
-      ctx.strokeStyle = '#ffd36b'; ctx.lineWidth = 2; ctx.strokeRect(k.rect[0] * sx, k.rect[1] * sy, k.rect[2] * sx, k.rect[3] * sy);
-      ctx.fillStyle = '#ffd36b'; ctx.fillText('\u03b5 ' + (k.valid ? k.emissivity.toFixed(2) : k.status), k.rect[0] * sx, k.rect[1] * sy - 4);
+    if (l && l.visible && l.celsius !== undefined) mark({x: l.x, y: l.y, celsius: l.celsius, valid: true}, '#ff4fd8', 'L');
+    if (k && k.rect && k.rect[2] > 0 && k.status !== 'NotFound') {
+      const [x0, y0] = place(k.rect[0], k.rect[1]), [x1, y1] = place(k.rect[0] + k.rect[2], k.rect[1] + k.rect[3]);
+      ctx.strokeStyle = '#ffd36b'; ctx.lineWidth = 2; ctx.strokeRect(x0, y0, x1 - x0, y1 - y0);
+      ctx.fillStyle = '#ffd36b'; ctx.fillText('\u03b5 ' + (k.valid ? k.emissivity.toFixed(2) : k.status), x0, y0 - 4);
     }
   } catch (e) { msg('measurements: ' + e.message); }
 }
@@ -225,7 +235,7 @@ let thermo = null, drag = null;
 function fmtValue(v) { if (!v) return '--'; const t = v.percent !== undefined ? v.percent.toFixed(0) + ' %' : v.celsius.toFixed(1) + ' \u00b0C';
   return v.mark === 3 ? '<' + t : v.mark === 5 ? '>' + t : v.mark ? '(' + t + ')' : t; }
 function localText(l) { return l.on ? ' [e ' + l.emissivity.toFixed(2) + ', Tr ' + l.reflected.toFixed(1) + ' \u00b0C]' : ''; }
-function toCanvas(x, y) { return [x * ov.width / imgW, y * ov.height / imgH]; }
+function toCanvas(x, y) { return place(x, y); }
 function drawTools() {
   if (!thermo) return;
   ctx.font = '13px sans-serif'; ctx.lineWidth = 2;
@@ -272,7 +282,9 @@ async function refreshTools() {
 const deltaChange = () => post({'DeltaT.Active': $('deltaon').checked, 'DeltaT.First': $('deltafirst').value, 'DeltaT.Second': $('deltasecond').value}, 'delta-T');
 $('deltaon').onchange = deltaChange; $('deltafirst').onchange = deltaChange; $('deltasecond').onchange = deltaChange;
 function imagePos(ev) { const r = ov.getBoundingClientRect();
-  return {cx: ev.clientX - r.left, cy: ev.clientY - r.top, x: Math.floor((ev.clientX - r.left) * imgW / r.width), y: Math.floor((ev.clientY - r.top) * imgH / r.height)}; }
+  let x = (ev.clientX - r.left) * imgW / r.width, y = (ev.clientY - r.top) * imgH / r.height;
+  if (placement) { const [l, t, rr, b] = placement; x = (x - l) * (imgW - 1) / (rr - l); y = (y - t) * (imgH - 1) / (b - t); }
+  return {cx: ev.clientX - r.left, cy: ev.clientY - r.top, x: Math.min(imgW - 1, Math.max(0, Math.floor(x))), y: Math.min(imgH - 1, Math.max(0, Math.floor(y)))}; }
 let deltaNext = 1;
 ov.addEventListener('mousedown', ev => { if ($('toolmode').value === 'area') { const p = imagePos(ev); drag = {x0: p.cx, y0: p.cy, x1: p.cx, y1: p.cy, ix: p.x, iy: p.y}; } });
 ov.addEventListener('mousemove', ev => { if (drag) { const p = imagePos(ev); drag.x1 = p.cx; drag.y1 = p.cy; } });

@@ -49,7 +49,9 @@ def test_fields_and_metadata_match_the_cpp_reading(demo_images):
     assert hot.value.valid and hot.temperature is hot.value
     assert rix.planck.B == meta["Radiometry.Planck"][2]
     assert rix.object_parameters["emissivity"] == pytest.approx(0.95)
-    assert rix.preview.shape == rix.shape + (3,) and rix.visual is None and rix.visual_yuv is None
+    # the demo's visual camera: a 4:3 colour still
+    assert rix.preview.shape == rix.shape + (3,) and rix.visual.shape[2] == 3
+    assert rix.visual.shape[1] * 3 == rix.visual.shape[0] * 4
     assert (rix.borders.tolerance_bottom, rix.borders.display_top) == (-20.0, 150.0)  # the low range
 
 
@@ -82,7 +84,7 @@ def test_damaged_and_foreign_files_raise_with_the_library_message(demo_images, t
     cases = [
         (tmp_path / "missing.rix", None, FileNotFoundError, "missing.rix"),
         (tmp_path, None, IsADirectoryError, ""),
-        (tmp_path / "cut.rix", good[: len(good) // 3], ValueError, "truncated chunk 'RADI'"),
+        (tmp_path / "cut.rix", good[: len(good) // 3], ValueError, "truncated chunk"),
         (tmp_path / "flipped.rix", bytes(flipped), ValueError, "checksum mismatch"),
         (tmp_path / "photo.jpg", open(os.path.join(os.path.dirname(demo_images[0]), "TR000001.JPG"), "rb").read(),
          ValueError, "not a radiometric image file"),

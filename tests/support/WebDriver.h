@@ -96,7 +96,10 @@ public:
     // A mouse gesture over an element: each step moves to (x, y) from the element's centre, then
     // presses ("down"), releases ("up") or only moves ("move").
     void mouse(const std::string& css, const std::vector<std::tuple<std::string, int, int>>& steps) {
-        const json origin = {{"element-6066-11e4-a52e-4f735466cecf", find(css)}};
+        const std::string element = find(css);
+        const json origin = {{"element-6066-11e4-a52e-4f735466cecf", element}};
+        // Offsets are from the element's centre, which must lie in the viewport.
+        script("arguments[0].scrollIntoView({block: 'center'});", json::array({origin}));
         json actions = json::array();
         for (const auto& [what, x, y] : steps) {
             actions.push_back(

@@ -233,7 +233,8 @@ void setDefaultParameters(DataProxy<std::string>& p) {
         p.setValue(a.rect, a.at, n);
         p.setValue(a.measArea,
                    MeasArea(static_cast<unsigned short>(a.at.x), static_cast<unsigned short>(a.at.y),
-                            static_cast<unsigned short>(a.at.width), static_cast<unsigned short>(a.at.height)),
+                            static_cast<unsigned short>(a.at.width),
+                            static_cast<unsigned short>(a.at.height)),
                    n);
     }
 
@@ -306,6 +307,7 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Fusion::Mode, Id::Fusion::Off, n);
     p.setValue(Id::Fusion::Alpha, 0.5f, n);
     p.setValue(Id::Fusion::InJpeg, false, n);
+    p.setValue(Id::Fusion::InfraredPlacement, std::vector<double>(), n);
 
     std::vector<std::function<void(DataProxy<std::string>&)>> more;
     {

@@ -12,13 +12,14 @@ namespace norda::exp {
 namespace Id {
 
 namespace Shutter {
-inline const std::string State = "Shutter.State";                 // string: one of the State* values
-inline const std::string Closed = "Shutter.Closed";               // bool (frame metadata)
-inline const std::string OffsetFrame = "Shutter.OffsetFrame";     // cv::Mat CV_16U
-inline const std::string StateIdle = "Idle";                      // value: shutter open
-inline const std::string StateClosing = "Closing";                // value
-inline const std::string StateCaptureOffsetFrame = "CaptureOffsetFrame"; // value: shutter closed, offset frames
-inline const std::string StateOpening = "Opening";                // value: written after a completed capture
+inline const std::string State = "Shutter.State";             // string: one of the State* values
+inline const std::string Closed = "Shutter.Closed";           // bool (frame metadata)
+inline const std::string OffsetFrame = "Shutter.OffsetFrame"; // cv::Mat CV_16U
+inline const std::string StateIdle = "Idle";                  // value: shutter open
+inline const std::string StateClosing = "Closing";            // value
+inline const std::string StateCaptureOffsetFrame =
+    "CaptureOffsetFrame";                          // value: shutter closed, offset frames
+inline const std::string StateOpening = "Opening"; // value: written after a completed capture
 } // namespace Shutter
 
 namespace Streaming {
@@ -40,10 +41,10 @@ inline const std::string Med = "IrImage.Med";   // Temperature
 } // namespace IrImage
 
 namespace ActiveMeasRange {
-inline const std::string Name = "ActiveMeasRange.Name";                       // unsigned char: range number, 0 none
-inline const std::string TnrGain = "ActiveMeasRange.TnrGain";                 // unsigned char
-inline const std::string TnrAlpha = "ActiveMeasRange.TnrAlpha";               // unsigned short (Q11)
-inline const std::string ToleranceTop = "ActiveMeasRange.ToleranceTop";       // Temperature
+inline const std::string Name = "ActiveMeasRange.Name";                 // unsigned char: range number, 0 none
+inline const std::string TnrGain = "ActiveMeasRange.TnrGain";           // unsigned char
+inline const std::string TnrAlpha = "ActiveMeasRange.TnrAlpha";         // unsigned short (Q11)
+inline const std::string ToleranceTop = "ActiveMeasRange.ToleranceTop"; // Temperature
 inline const std::string ToleranceBottom = "ActiveMeasRange.ToleranceBottom"; // Temperature
 inline const std::string DisplayTop = "ActiveMeasRange.DisplayTop";           // Temperature
 inline const std::string DisplayBottom = "ActiveMeasRange.DisplayBottom";     // Temperature
@@ -133,11 +134,11 @@ inline const std::string ReflectedTemperature = "Gallery.Reanalysis.ReflectedTem
 
 // Measurement points: <Point>::MeasPoint (MeasPoint), ::Position (cv::Point_<int>), ::Visible (bool).
 namespace MeasPoints {
-#define NORDA_MEASPOINT_KEYS(P)                                                                                       \
-    namespace P {                                                                                                      \
-    inline const std::string MeasPoint = "MeasPoints." #P ".MeasPoint";                                               \
-    inline const std::string Position = "MeasPoints." #P ".Position";                                                 \
-    inline const std::string Visible = "MeasPoints." #P ".Visible";                                                   \
+#define NORDA_MEASPOINT_KEYS(P)                                                                              \
+    namespace P {                                                                                            \
+    inline const std::string MeasPoint = "MeasPoints." #P ".MeasPoint";                                      \
+    inline const std::string Position = "MeasPoints." #P ".Position";                                        \
+    inline const std::string Visible = "MeasPoints." #P ".Visible";                                          \
     }
 NORDA_MEASPOINT_KEYS(HotSpot)
 NORDA_MEASPOINT_KEYS(ColdSpot)
@@ -154,11 +155,11 @@ NORDA_MEASPOINT_KEYS(DeltaT2)
 // Local object parameters of a user point: <Point>::LocalParameters (bool: the point's value is
 // computed with its own emissivity and reflected temperature instead of the image's),
 // ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
-#define NORDA_LOCAL_PARAMETER_KEYS(P)                                                                                 \
-    namespace P {                                                                                                      \
-    inline const std::string LocalParameters = "MeasPoints." #P ".LocalParameters";                                   \
-    inline const std::string Emissivity = "MeasPoints." #P ".Emissivity";                                             \
-    inline const std::string ReflectedTemperature = "MeasPoints." #P ".ReflectedTemperature";                         \
+#define NORDA_LOCAL_PARAMETER_KEYS(P)                                                                        \
+    namespace P {                                                                                            \
+    inline const std::string LocalParameters = "MeasPoints." #P ".LocalParameters";                          \
+    inline const std::string Emissivity = "MeasPoints." #P ".Emissivity";                                    \
+    inline const std::string ReflectedTemperature = "MeasPoints." #P ".ReflectedTemperature";                \
     }
 NORDA_LOCAL_PARAMETER_KEYS(MeasPoint1)
 NORDA_LOCAL_PARAMETER_KEYS(MeasPoint2)
@@ -169,9 +170,9 @@ NORDA_LOCAL_PARAMETER_KEYS(MeasPoint5)
 } // namespace MeasPoints
 
 namespace DeltaT {
-inline const std::string Active = "DeltaT.Active";       // bool
-inline const std::string Mode = "DeltaT.Mode";           // std::string: PointPoint or PointReference
-inline const std::string PointPoint = "PointPoint";      // value
+inline const std::string Active = "DeltaT.Active";          // bool
+inline const std::string Mode = "DeltaT.Mode";              // std::string: PointPoint or PointReference
+inline const std::string PointPoint = "PointPoint";         // value
 inline const std::string PointReference = "PointReference"; // value
 // The two results delta-T compares (std::string, a result's name: HotSpot, ColdSpot, CenterSpot,
 // MeasPoint1..5, DeltaT1, DeltaT2, UserArea1..3 (its mean)); the difference First - Second in
@@ -190,14 +191,14 @@ inline const std::string Rect = "MeasAreas.CenterArea.Rect";         // cv::Rect
 // User measurement areas: <Area>::Visible (bool), ::Rect (cv::Rect_<int>, image pixels), ::MeasArea
 // (MeasArea, result), and local object parameters as for user points: ::LocalParameters (bool),
 // ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
-#define NORDA_USERAREA_KEYS(A)                                                                                        \
-    namespace A {                                                                                                      \
-    inline const std::string Visible = "MeasAreas." #A ".Visible";                                                    \
-    inline const std::string Rect = "MeasAreas." #A ".Rect";                                                          \
-    inline const std::string MeasArea = "MeasAreas." #A ".MeasArea";                                                  \
-    inline const std::string LocalParameters = "MeasAreas." #A ".LocalParameters";                                    \
-    inline const std::string Emissivity = "MeasAreas." #A ".Emissivity";                                              \
-    inline const std::string ReflectedTemperature = "MeasAreas." #A ".ReflectedTemperature";                          \
+#define NORDA_USERAREA_KEYS(A)                                                                               \
+    namespace A {                                                                                            \
+    inline const std::string Visible = "MeasAreas." #A ".Visible";                                           \
+    inline const std::string Rect = "MeasAreas." #A ".Rect";                                                 \
+    inline const std::string MeasArea = "MeasAreas." #A ".MeasArea";                                         \
+    inline const std::string LocalParameters = "MeasAreas." #A ".LocalParameters";                           \
+    inline const std::string Emissivity = "MeasAreas." #A ".Emissivity";                                     \
+    inline const std::string ReflectedTemperature = "MeasAreas." #A ".ReflectedTemperature";                 \
     }
 NORDA_USERAREA_KEYS(UserArea1)
 NORDA_USERAREA_KEYS(UserArea2)
@@ -206,21 +207,21 @@ NORDA_USERAREA_KEYS(UserArea3)
 } // namespace MeasAreas
 
 namespace Scaling {
-inline const std::string Mode = "Scaling.Mode";       // std::string: Auto, Manual or AutoSpanHint
-inline const std::string Auto = "Auto";               // value
-inline const std::string Manual = "Manual";           // value
+inline const std::string Mode = "Scaling.Mode";         // std::string: Auto, Manual or AutoSpanHint
+inline const std::string Auto = "Auto";                 // value
+inline const std::string Manual = "Manual";             // value
 inline const std::string AutoSpanHint = "AutoSpanHint"; // value
-inline const std::string TempMin = "Scaling.TempMin"; // Temperature
-inline const std::string TempMax = "Scaling.TempMax"; // Temperature
-inline const std::string Min = "Scaling.Min";         // unsigned short (pixel value)
-inline const std::string Max = "Scaling.Max";         // unsigned short (pixel value)
-inline const std::string TempIn = "Scaling.TempIn";   // Temperature (inside)
-inline const std::string TempOut = "Scaling.TempOut"; // Temperature (outside)
+inline const std::string TempMin = "Scaling.TempMin";   // Temperature
+inline const std::string TempMax = "Scaling.TempMax";   // Temperature
+inline const std::string Min = "Scaling.Min";           // unsigned short (pixel value)
+inline const std::string Max = "Scaling.Max";           // unsigned short (pixel value)
+inline const std::string TempIn = "Scaling.TempIn";     // Temperature (inside)
+inline const std::string TempOut = "Scaling.TempOut";   // Temperature (outside)
 } // namespace Scaling
 
 namespace Palette {
 inline const std::string ActivePalette = "Palette.ActivePalette"; // std::string
-inline const std::string Colors = "Palette.Colors";               // std::vector<unsigned char>: 256 RGB triples
+inline const std::string Colors = "Palette.Colors"; // std::vector<unsigned char>: 256 RGB triples
 } // namespace Palette
 
 namespace Alarm {
@@ -240,17 +241,18 @@ inline const std::string IsothermeBottomValue = "Isotherme.IsothermeBottomValue"
 } // namespace Isotherme
 
 namespace Miscellaneous {
-inline const std::string ImageCounter = "Miscellaneous.ImageCounter";           // unsigned int
-inline const std::string LastImageFileName = "Miscellaneous.LastImageFileName"; // std::string
-inline const std::string SaveImageMode = "Miscellaneous.SaveImageMode";         // bool: preview mode
-inline const std::string SpinnerVisible = "Miscellaneous.SpinnerVisible";       // bool
-inline const std::string SuperResolution = "Miscellaneous.SuperResolution";     // bool
+inline const std::string ImageCounter = "Miscellaneous.ImageCounter";                 // unsigned int
+inline const std::string LastImageFileName = "Miscellaneous.LastImageFileName";       // std::string
+inline const std::string SaveImageMode = "Miscellaneous.SaveImageMode";               // bool: preview mode
+inline const std::string SpinnerVisible = "Miscellaneous.SpinnerVisible";             // bool
+inline const std::string SuperResolution = "Miscellaneous.SuperResolution";           // bool
 inline const std::string SuperResolutionCount = "Miscellaneous.SuperResolutionCount"; // int
-inline const std::string SuperResolutionDeleteRequest = "Miscellaneous.SuperResolutionDeleteRequest"; // vector<string>
+inline const std::string SuperResolutionDeleteRequest =
+    "Miscellaneous.SuperResolutionDeleteRequest";                                         // vector<string>
 inline const std::string WarnSrMovementDetected = "Miscellaneous.WarnSrMovementDetected"; // bool
-inline const std::string ErrorImageSaving = "Miscellaneous.ErrorImageSaving";   // bool
-inline const std::string ImageRealSave = "Miscellaneous.ImageRealSave";         // bool
-inline const std::string SaveJpeg = "Miscellaneous.SaveJpeg";                   // bool
+inline const std::string ErrorImageSaving = "Miscellaneous.ErrorImageSaving";             // bool
+inline const std::string ImageRealSave = "Miscellaneous.ImageRealSave";                   // bool
+inline const std::string SaveJpeg = "Miscellaneous.SaveJpeg";                             // bool
 } // namespace Miscellaneous
 
 namespace PlaceTag {
@@ -271,7 +273,7 @@ inline const std::string Qsxga = "QSXGA"; // value: 2592 x 1944
 } // namespace Resolution
 inline const std::string CurrentImageResolution = "Viscam.CurrentImageResolution"; // std::string
 inline const std::string MaximumImageLatency = "Viscam.MaximumImageLatency";       // float, milliseconds
-inline const std::string CaptureTime = "Viscam.CaptureTime";                       // float, milliseconds (metadata)
+inline const std::string CaptureTime = "Viscam.CaptureTime"; // float, milliseconds (metadata)
 // Frame metadata of visual frames: the moment the frame shows, in milliseconds on the clock of
 // DeviceInfo.Uptime (unsigned long long), and the camera's frame counter (unsigned long long).
 inline const std::string Timestamp = "Viscam.Timestamp";
@@ -299,8 +301,10 @@ inline const std::string Status = "Laser.Status"; // std::string: "Found" or why
 
 // Emissivity from a reference label (EmissionMarkerElement).
 namespace EmissionMarker {
-inline const std::string Emissivity = "EmissionMarker.Emissivity"; // Relation: the surface's, mark 0 when valid
-inline const std::string Status = "EmissionMarker.Status"; // std::string: "Valid" or why not (see the element)
+inline const std::string Emissivity =
+    "EmissionMarker.Emissivity"; // Relation: the surface's, mark 0 when valid
+inline const std::string Status =
+    "EmissionMarker.Status"; // std::string: "Valid" or why not (see the element)
 inline const std::string SurfaceTemperature = "EmissionMarker.SurfaceTemperature"; // Temperature (true)
 inline const std::string Rect = "EmissionMarker.Rect"; // cv::Rect_<int>: the label in the infrared image
 inline const std::string MarkerEmissivity = "EmissionMarker.MarkerEmissivity"; // float: the label's own
@@ -320,16 +324,22 @@ inline const std::string AlphaBlend = "AlphaBlend";             // value: both, 
 inline const std::string Edges = "Edges";                       // value: visual edges over the infrared
 inline const std::string Alpha = "Fusion.Alpha";   // float 0..1: weight of the infrared image in AlphaBlend
 inline const std::string InJpeg = "Fusion.InJpeg"; // bool: the saved JPEG shows the fusion too
+// std::vector<double>, a result: in picture in picture, where the infrared image's first and last
+// pixel centres lie in the display (left, top, right, bottom), so that marks in infrared
+// coordinates can be drawn over it; empty while the infrared image fills the display.
+inline const std::string InfraredPlacement = "Fusion.InfraredPlacement";
 } // namespace Fusion
 
 } // namespace Id
 
 namespace Cmd {
 inline const std::string ApplicationControlGroup = "ApplicationControl"; // callable name of the host
-inline const std::string SaveUserSettings = "SaveUserSettings";         // command of that callable
+inline const std::string SaveUserSettings = "SaveUserSettings";          // command of that callable
 } // namespace Cmd
 
 // Activity key of an element: its type name followed by ".Active" ("TnrElement.Active").
-inline std::string activityKey(const std::string& typeName) { return typeName + ".Active"; }
+inline std::string activityKey(const std::string& typeName) {
+    return typeName + ".Active";
+}
 
 } // namespace norda::exp

@@ -45,6 +45,18 @@ void Fusion::prepare(const Registration& r, double distance, cv::Size ir, cv::Si
         }
 }
 
+std::vector<double> Fusion::infraredPlacement() const {
+    if (m_toVisualX.empty())
+        return {};
+    // The display shows the visual view scaled to the infrared image's size.
+    const double s = double(m_visual.width) / m_ir.width;
+    auto display = [s](float v) { return (v + 0.5) / s - 0.5; };
+    const int cx = m_ir.width / 2, cy = m_ir.height / 2;
+    return {display(m_toVisualX.at<float>(cy, 0)), display(m_toVisualY.at<float>(0, cx)),
+            display(m_toVisualX.at<float>(cy, m_ir.width - 1)),
+            display(m_toVisualY.at<float>(m_ir.height - 1, cx))};
+}
+
 cv::Mat Fusion::compose(FusionMode mode, const cv::Mat& infrared, const cv::Mat& uyvy, const Registration& r,
                         double distance, float alpha) {
     if (infrared.type() != CV_8UC3)

@@ -16,6 +16,7 @@
 #include <opencv2/core.hpp>
 
 #include <string>
+#include <vector>
 
 namespace norda::vision {
 
@@ -30,6 +31,11 @@ public:
     // the registration's visual camera). Returns a new CV_8UC3 RGB image of the infrared's size.
     cv::Mat compose(FusionMode mode, const cv::Mat& infrared, const cv::Mat& uyvy,
                     const Registration& registration, double distance, float alpha);
+
+    // After a picture-in-picture compose: the display positions of the infrared image's first and
+    // last pixel centres, {left, top, right, bottom}, taken along its middle row and column (the
+    // lenses' remaining distortion moves the corners by a pixel or two).
+    std::vector<double> infraredPlacement() const;
 
 private:
     void prepare(const Registration& r, double distance, cv::Size ir, cv::Size visual);

@@ -25,6 +25,7 @@ bool FusionElement::process(FrameMap& inputs, FrameMap& outputs) {
         const auto mode = vision::Fusion::modeOf(m_proxy->getValue<std::string>(Id::Fusion::Mode));
         if (mode == vision::FusionMode::Off) {
             m_trouble.clear();
+            publishPlacement({});
             return true;
         }
         const std::string file = m_proxy->getValue<std::string>(Id::Registration::CalibrationFile);
@@ -48,6 +49,8 @@ bool FusionElement::process(FrameMap& inputs, FrameMap& outputs) {
             m_fusion.compose(mode, display->getFrameData(), visual->getFrameData(), *m_registration,
                              std::max(0.1, distance), m_proxy->getValue<float>(Id::Fusion::Alpha));
         emit(outputs, STREAMING_DATATYPE_RGB, std::make_unique<Frame>(fused, display->releaseMetaData()));
+        publishPlacement(mode == vision::FusionMode::PictureInPicture ? m_fusion.infraredPlacement()
+                                                                      : std::vector<double>());
     } catch (const std::exception& e) {
         trouble = e.what();
     }
@@ -57,6 +60,15 @@ bool FusionElement::process(FrameMap& inputs, FrameMap& outputs) {
         m_logger->log(LogLevel::info, "fusion works again");
     m_trouble = trouble;
     return trouble.empty();
+}
+
+// Written only when it changes: the viewer reads it every refresh, the store need not hear it
+// every frame.
+void FusionElement::publishPlacement(const std::vector<double>& placement) {
+    if (placement == m_placement)
+        return;
+    m_placement = placement;
+    m_proxy->setValue(Id::Fusion::InfraredPlacement, placement);
 }
 
 } // namespace norda::exp::streaming

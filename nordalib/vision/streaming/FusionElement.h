@@ -7,7 +7,7 @@
 // Slots: inputs {5, visual slot}; output {5}: the fused display image replaces the palette image
 // (metadata moved along). Run it after the image writer when saved previews are to stay infrared.
 // Keys read: Fusion.Mode, Fusion.Alpha, Registration.CalibrationFile, .Distance,
-//   .UseLaserDistance, Laser.Status, Laser.Distance.
+//   .UseLaserDistance, Laser.Status, Laser.Distance. Written: Fusion.InfraredPlacement.
 // Without a calibration, with an unknown mode or a visual frame of another type or aspect the
 // display image passes unchanged; the trouble is logged once when it starts and once when it ends
 // on the "FUSION" logger.
@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace norda::exp::streaming {
 
@@ -28,6 +29,8 @@ public:
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
 private:
+    void publishPlacement(const std::vector<double>& placement);
+
     DataProxy<std::string>* m_proxy;
     STREAMING_DATATYPE m_slot;
     std::shared_ptr<logging::Logger> m_logger;
@@ -36,6 +39,7 @@ private:
     std::string m_calibrationFile, m_calibrationError;
     bool m_calibrationTried = false;
     std::string m_trouble;
+    std::vector<double> m_placement;
 };
 
 } // namespace norda::exp::streaming
