@@ -79,7 +79,8 @@ const std::vector<std::string>& savedKeys() {
         Id::ActiveMeasRange::Name, Id::Environment::Humidity, Id::Environment::Temperature,
         Id::Temperatures::Current::TBoardSens50, Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
         Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
-        Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasAreas::CenterArea::MeasArea, Id::Palette::ActivePalette,
+        Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasAreas::CenterArea::MeasArea,
+        Id::Palette::ActivePalette,
         // what re-analysing the image later needs
         Id::Radiometry::Planck, Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
         Id::ProtectiveGlass::Emissivity};
@@ -353,12 +354,11 @@ void Camera::addImageWriter() {
             return m_cyclesWithoutVisual > 15 || has(STREAMING_DATATYPE_YUV422) ||
                    has(STREAMING_DATATYPE_YUV422_HIRES);
         };
-    addStage(
-        "ImageWriteElement",
-        std::make_unique<ImageWriteElement>(
-            folder, &m_store, &m_commands, withRangeBorders(savedKeys()), [](DataStorage<std::string>) {}, 0,
-            m_srFlag, slot),
-        "image saving", {slot}, std::move(condition));
+    addStage("ImageWriteElement",
+             std::make_unique<ImageWriteElement>(
+                 folder, &m_store, &m_commands, withRangeBorders(savedKeys()),
+                 [](DataStorage<std::string>) {}, 0, m_srFlag, slot),
+             "image saving", {slot}, std::move(condition));
 }
 
 bool Camera::has(const std::string& element) const {

@@ -24,11 +24,12 @@ public:
                                  delay = d;
                                  shutter = s;
                              }),
-                         DelegateDescription("Start", typeid(void), "start pxm recording",
-                                             {PackParameterDescription(0, typeid(std::string), "strFilename", "pxm filename"),
-                                              PackParameterDescription(1, typeid(unsigned long long), "u64NumFrames", "n"),
-                                              PackParameterDescription(2, typeid(unsigned short), "u16Delay", "d"),
-                                              PackParameterDescription(2, typeid(bool), "bCaptShutter", "s")}));
+                         DelegateDescription(
+                             "Start", typeid(void), "start pxm recording",
+                             {PackParameterDescription(0, typeid(std::string), "strFilename", "pxm filename"),
+                              PackParameterDescription(1, typeid(unsigned long long), "u64NumFrames", "n"),
+                              PackParameterDescription(2, typeid(unsigned short), "u16Delay", "d"),
+                              PackParameterDescription(2, typeid(bool), "bCaptShutter", "s")}));
         registerDelegate(new Delegate<bool, unsigned int>([this](unsigned int n) {
                              ++calls;
                              return n > 0;
@@ -43,29 +44,30 @@ public:
     std::atomic<int> calls{0};
 };
 
-
 } // namespace
 
 TEST(Commands, ExactTypesAndArgumentCountAreChecked) {
     CommandProxy commands;
     Recorder rec(commands);
-    auto result = commands.call("Rec", "Start",
-                                ParameterPack{makeVariant(std::string("a.pxm")), makeVariant<unsigned long long>(3),
-                                              makeVariant<unsigned short>(0), makeVariant(true)});
+    auto result =
+        commands.call("Rec", "Start",
+                      ParameterPack{makeVariant(std::string("a.pxm")), makeVariant<unsigned long long>(3),
+                                    makeVariant<unsigned short>(0), makeVariant(true)});
     EXPECT_EQ(result, nullptr);
     EXPECT_EQ(rec.file, "a.pxm");
     EXPECT_EQ(rec.frames, 3u);
 
     // Three arguments, or a signed 64-bit count: rejected, nothing runs.
     rec.file.clear();
-    EXPECT_THROW(commands.call("Rec", "Start",
-                               ParameterPack{makeVariant(std::string("b")), makeVariant<unsigned long long>(3),
-                                             makeVariant<unsigned short>(0)}),
-                 norda::Exception);
+    EXPECT_THROW(
+        commands.call("Rec", "Start",
+                      ParameterPack{makeVariant(std::string("b")), makeVariant<unsigned long long>(3),
+                                    makeVariant<unsigned short>(0)}),
+        norda::Exception);
     auto msg = messageOf([&] {
         commands.call("Rec", "Start",
-                      ParameterPack{makeVariant(std::string("b")), makeVariant<long long>(3), makeVariant<unsigned short>(0),
-                                    makeVariant(true)});
+                      ParameterPack{makeVariant(std::string("b")), makeVariant<long long>(3),
+                                    makeVariant<unsigned short>(0), makeVariant(true)});
     });
     EXPECT_NE(msg.find("Rec"), std::string::npos);
     EXPECT_NE(msg.find("Start"), std::string::npos);
@@ -83,7 +85,8 @@ TEST(Commands, ExactTypesAndArgumentCountAreChecked) {
     // Unpacking through the delegate directly reports the Variant mismatch.
     Delegate<void, int> d([](int) {});
     EXPECT_FALSE(d.check(ParameterPack{makeVariant(1.0f)}));
-    EXPECT_EQ(messageOf([&] { d.call(ParameterPack{makeVariant(1.0f)}); }), "Variant-type (float)!= Template-type (int)");
+    EXPECT_EQ(messageOf([&] { d.call(ParameterPack{makeVariant(1.0f)}); }),
+              "Variant-type (float)!= Template-type (int)");
 }
 
 TEST(Commands, RegistrationLifecycleAndConcurrentCalls) {

@@ -35,8 +35,8 @@ TEST(DataProxy, GroupsLookupAndFailureMessages) {
     proxy.setValue("Shutter.Closed", true, false);
     proxy.setValue("Zoom", 2, false);
     proxy.setValue("Beta", 0, false);
-    EXPECT_EQ(proxy.keys(), (std::vector<std::string>{"A.B.C", "Beta", "Plain", "Shutter.Closed", "Shutter.State",
-                                                      "Zoom"}));
+    EXPECT_EQ(proxy.keys(), (std::vector<std::string>{"A.B.C", "Beta", "Plain", "Shutter.Closed",
+                                                      "Shutter.State", "Zoom"}));
     EXPECT_TRUE(proxy.remove("Shutter.Closed"));
     EXPECT_FALSE(proxy.contains("Shutter.Closed"));
 }

@@ -2,10 +2,10 @@
 #include "nordalib/core/utils/VectorDispatch.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
-#include "nordalib/vision/measurement/RowStatistics.h"
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
 #include "nordalib/vision/imgproc/TemporalNoiseReduction.h"
+#include "nordalib/vision/measurement/RowStatistics.h"
 #include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>

@@ -17,8 +17,10 @@ std::function<void()> CommandProxy::registerCallable(ICallable* callable, bool r
     const std::string name = callable->getCallableName();
     std::lock_guard<std::mutex> lock(m_mutex);
     auto it = m_callables.find(name);
-    if (it != m_callables.end() && !replace && it->second.callable != callable && isAlive(it->second.liveness))
-        NORDA_THROW("Callable " + name + " is already registered", "norda::exp::cmd::CommandProxy::registerCallable");
+    if (it != m_callables.end() && !replace && it->second.callable != callable &&
+        isAlive(it->second.liveness))
+        NORDA_THROW("Callable " + name + " is already registered",
+                    "norda::exp::cmd::CommandProxy::registerCallable");
     const uint64_t id = m_nextId++;
     m_callables[name] = Registration{callable, callable->liveness(), id};
     return [this, name, id] {

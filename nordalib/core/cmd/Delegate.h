@@ -25,8 +25,7 @@ public:
     virtual size_t getNumberOfParameter() const = 0;
 };
 
-template <typename R, typename... Args>
-class Delegate : public IDelegate {
+template <typename R, typename... Args> class Delegate : public IDelegate {
 public:
     explicit Delegate(std::function<R(Args...)> function) : m_function(std::move(function)) {}
 

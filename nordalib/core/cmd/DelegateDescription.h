@@ -33,8 +33,8 @@ private:
 
 class DelegateDescription {
 public:
-    DelegateDescription(const std::string& name, const std::type_info& returnType, const std::string& description,
-                        const std::set<PackParameterDescription>& parameters)
+    DelegateDescription(const std::string& name, const std::type_info& returnType,
+                        const std::string& description, const std::set<PackParameterDescription>& parameters)
         : m_name(name), m_returnType(returnType), m_description(description), m_parameters(parameters) {}
 
     const std::string& getName() const { return m_name; }

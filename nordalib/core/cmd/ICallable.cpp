@@ -6,7 +6,8 @@
 
 namespace norda::exp::cmd {
 
-ICallable::ICallable(const std::string& name) : m_callableName(name), m_liveness(std::make_shared<Liveness>()) {}
+ICallable::ICallable(const std::string& name)
+    : m_callableName(name), m_liveness(std::make_shared<Liveness>()) {}
 
 ICallable::~ICallable() {
     std::unique_lock<std::shared_mutex> lock(m_liveness->mutex); // waits for calls in flight
@@ -40,7 +41,8 @@ std::vector<DelegateDescription> ICallable::getDescriptions() const {
 std::shared_ptr<Variant> ICallable::call(const std::string& command, const ParameterPack& parameters) {
     IDelegate* delegate = getDelegate(command);
     if (!delegate)
-        NORDA_THROW("Callable " + m_callableName + " has no command " + command, "norda::exp::cmd::ICallable::call");
+        NORDA_THROW("Callable " + m_callableName + " has no command " + command,
+                    "norda::exp::cmd::ICallable::call");
     if (!delegate->check(parameters)) {
         std::string expected;
         for (const auto& p : m_delegates.at(command).description.getParameters())
@@ -48,8 +50,8 @@ std::shared_ptr<Variant> ICallable::call(const std::string& command, const Param
         std::string given;
         for (size_t i = 0; i < parameters.size(); ++i)
             given += (i ? ", " : "") + (parameters[i] ? parameters[i]->typeName() : std::string("empty"));
-        NORDA_THROW("Command " + m_callableName + "." + command + ": arguments (" + given + ") do not match (" +
-                        expected + ")",
+        NORDA_THROW("Command " + m_callableName + "." + command + ": arguments (" + given +
+                        ") do not match (" + expected + ")",
                     "norda::exp::cmd::ICallable::call");
     }
     return delegate->call(parameters);

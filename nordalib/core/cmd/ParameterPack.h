@@ -15,8 +15,7 @@ public:
     ParameterPack(std::initializer_list<std::shared_ptr<Variant>> args) : m_args(args) {}
 
     void add(std::shared_ptr<Variant> arg) { m_args.push_back(std::move(arg)); }
-    template <typename T>
-    void addValue(T value) {
+    template <typename T> void addValue(T value) {
         add(std::make_shared<Variant_<std::decay_t<T>>>(std::move(value)));
     }
     size_t size() const { return m_args.size(); }

@@ -8,8 +8,7 @@
 
 namespace norda::exp {
 
-template <typename K, typename UpdatePolicy>
-class CachedDataElement {
+template <typename K, typename UpdatePolicy> class CachedDataElement {
 public:
     explicit CachedDataElement(std::shared_ptr<UpdatePolicy> policy, std::shared_ptr<Variant> value = nullptr)
         : m_policy(std::move(policy)), m_value(std::move(value)) {}

@@ -10,14 +10,12 @@ namespace {
 }
 } // namespace
 
-template <typename K>
-DataProxy<K>::DataProxy() : m_policy(std::make_shared<SingleTaskUpdatePolicy>()) {}
+template <typename K> DataProxy<K>::DataProxy() : m_policy(std::make_shared<SingleTaskUpdatePolicy>()) {}
 
 template <typename K>
 DataProxy<K>::DataProxy(std::shared_ptr<SingleTaskUpdatePolicy> policy) : m_policy(std::move(policy)) {}
 
-template <typename K>
-DataProxy<K>::~DataProxy() = default;
+template <typename K> DataProxy<K>::~DataProxy() = default;
 
 template <typename K>
 std::shared_ptr<typename DataProxy<K>::Entry> DataProxy<K>::localEntry(const K& item, bool create) const {
@@ -33,8 +31,8 @@ std::shared_ptr<typename DataProxy<K>::Entry> DataProxy<K>::localEntry(const K& 
 }
 
 template <typename K>
-std::shared_ptr<typename DataProxy<K>::Entry> DataProxy<K>::locate(const K& key, bool create,
-                                                                  std::shared_ptr<Variant>* keepAlive) const {
+std::shared_ptr<typename DataProxy<K>::Entry>
+DataProxy<K>::locate(const K& key, bool create, std::shared_ptr<Variant>* keepAlive) const {
     auto gi = discriminate(key);
     if (gi.group.empty())
         return localEntry(gi.item, create);
@@ -62,13 +60,11 @@ std::shared_ptr<typename DataProxy<K>::Entry> DataProxy<K>::locate(const K& key,
     return group->locate(gi.item, create, nullptr);
 }
 
-template <typename K>
-void DataProxy<K>::set(const K& key, const Variant& value, bool notify) {
+template <typename K> void DataProxy<K>::set(const K& key, const Variant& value, bool notify) {
     set(key, value.clone(), notify);
 }
 
-template <typename K>
-void DataProxy<K>::set(const K& key, std::shared_ptr<Variant> value, bool notify) {
+template <typename K> void DataProxy<K>::set(const K& key, std::shared_ptr<Variant> value, bool notify) {
     if (!value)
         fail("could not set", __LINE__, "norda::exp::DataProxy::set");
     std::vector<std::shared_ptr<Dispatcher<K>>> dispatchers;
@@ -87,8 +83,7 @@ void DataProxy<K>::set(const K& key, std::shared_ptr<Variant> value, bool notify
     entry->set(std::move(value), notify);
 }
 
-template <typename K>
-std::shared_ptr<Variant> DataProxy<K>::get(const K& key) const {
+template <typename K> std::shared_ptr<Variant> DataProxy<K>::get(const K& key) const {
     std::shared_ptr<Variant> keepAlive;
     auto entry = locate(key, false, &keepAlive);
     if (!entry || !entry->hasValue())
@@ -96,8 +91,7 @@ std::shared_ptr<Variant> DataProxy<K>::get(const K& key) const {
     return entry->get();
 }
 
-template <typename K>
-bool DataProxy<K>::contains(const K& key) const {
+template <typename K> bool DataProxy<K>::contains(const K& key) const {
     try {
         std::shared_ptr<Variant> keepAlive;
         auto entry = locate(key, false, &keepAlive);
@@ -107,8 +101,7 @@ bool DataProxy<K>::contains(const K& key) const {
     }
 }
 
-template <typename K>
-bool DataProxy<K>::remove(const K& key) {
+template <typename K> bool DataProxy<K>::remove(const K& key) {
     auto gi = discriminate(key);
     if (gi.group.empty()) {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -127,8 +120,7 @@ bool DataProxy<K>::remove(const K& key) {
     return static_cast<DataProxy<K>*>(groupValue->address())->remove(gi.item);
 }
 
-template <typename K>
-Subscription DataProxy<K>::subscribe(const K& key, Observer observer) {
+template <typename K> Subscription DataProxy<K>::subscribe(const K& key, Observer observer) {
     std::shared_ptr<Variant> keepAlive;
     auto entry = locate(key, false, &keepAlive);
     if (!entry)
@@ -145,12 +137,12 @@ template <typename K>
 void DataProxy<K>::registerDispatcher(const K& prefix, std::shared_ptr<Dispatcher<K>> dispatcher) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!dispatcher || prefix.empty() || m_dispatchers.count(prefix))
-        fail("norda::exp::DataProxy::registerDispatcher", __LINE__, "norda::exp::DataProxy::registerDispatcher");
+        fail("norda::exp::DataProxy::registerDispatcher", __LINE__,
+             "norda::exp::DataProxy::registerDispatcher");
     m_dispatchers[prefix] = std::move(dispatcher);
 }
 
-template <typename K>
-void DataProxy<K>::collectKeys(const K& prefix, std::vector<K>& out) const {
+template <typename K> void DataProxy<K>::collectKeys(const K& prefix, std::vector<K>& out) const {
     std::vector<std::pair<K, std::shared_ptr<Entry>>> entries;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -167,8 +159,7 @@ void DataProxy<K>::collectKeys(const K& prefix, std::vector<K>& out) const {
     }
 }
 
-template <typename K>
-std::vector<K> DataProxy<K>::keys() const {
+template <typename K> std::vector<K> DataProxy<K>::keys() const {
     std::vector<K> out;
     collectKeys(K(), out);
     std::sort(out.begin(), out.end());

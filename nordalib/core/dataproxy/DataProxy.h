@@ -26,8 +26,7 @@
 
 namespace norda::exp {
 
-template <typename K>
-class DataProxy {
+template <typename K> class DataProxy {
 public:
     using Entry = CachedDataElement<K, SingleTaskUpdatePolicy>;
 
@@ -40,23 +39,18 @@ public:
 
     void set(const K& key, const Variant& value, bool notify);
     void set(const K& key, std::shared_ptr<Variant> value, bool notify);
-    template <typename T>
-    void setValue(const K& key, T value, bool notify = true) {
+    template <typename T> void setValue(const K& key, T value, bool notify = true) {
         set(key, std::make_shared<Variant_<std::decay_t<T>>>(std::move(value)), notify);
     }
 
     std::shared_ptr<Variant> get(const K& key) const;
-    template <typename T>
-    T getValue(const K& key) const {
-        return get(key)->template value<T>();
-    }
+    template <typename T> T getValue(const K& key) const { return get(key)->template value<T>(); }
     bool contains(const K& key) const;
     // Removes a key or a whole group; observers of removed keys are no longer called.
     bool remove(const K& key);
 
     Subscription subscribe(const K& key, Observer observer);
-    template <typename T>
-    Subscription subscribeValue(const K& key, std::function<void(const T&)> callback) {
+    template <typename T> Subscription subscribeValue(const K& key, std::function<void(const T&)> callback) {
         return subscribe(key, FunctorFactory::createTypedTransmitter<T>(std::move(callback)));
     }
 

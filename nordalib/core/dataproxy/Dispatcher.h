@@ -13,12 +13,13 @@
 
 namespace norda::exp {
 
-template <typename K>
-class Dispatcher {
+template <typename K> class Dispatcher {
 public:
     using Handler = std::function<bool(const K& key, std::shared_ptr<Variant>& value)>;
     explicit Dispatcher(Handler handler) : m_handler(std::move(handler)) {}
-    bool dispatch(const K& key, std::shared_ptr<Variant>& value) const { return !m_handler || m_handler(key, value); }
+    bool dispatch(const K& key, std::shared_ptr<Variant>& value) const {
+        return !m_handler || m_handler(key, value);
+    }
 
 private:
     Handler m_handler;

@@ -37,8 +37,7 @@ struct FunctorFactory {
         return std::make_shared<ObserverBase>(std::move(callback));
     }
     // Unwraps the value as T (exact type) before calling.
-    template <typename T>
-    static Observer createTypedTransmitter(std::function<void(const T&)> callback) {
+    template <typename T> static Observer createTypedTransmitter(std::function<void(const T&)> callback) {
         return createTransmitter([cb = std::move(callback)](std::shared_ptr<Variant> v) {
             if (v)
                 cb(v->template value<T>());

@@ -13,12 +13,15 @@ Curator& CuratorStorage::find(unsigned int id) {
     return it->second;
 }
 
-const Curator& CuratorStorage::find(unsigned int id) const { return const_cast<CuratorStorage*>(this)->find(id); }
+const Curator& CuratorStorage::find(unsigned int id) const {
+    return const_cast<CuratorStorage*>(this)->find(id);
+}
 
 void CuratorStorage::addCurator(unsigned int id, std::shared_ptr<Variant> initial) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_curators.count(id))
-        fail("Try to add already existing Curator! ID =" + std::to_string(id), "norda::exp::CuratorStorage::addCurator");
+        fail("Try to add already existing Curator! ID =" + std::to_string(id),
+             "norda::exp::CuratorStorage::addCurator");
     m_curators[id].value = std::move(initial);
 }
 

@@ -28,12 +28,11 @@ public:
     bool contains(unsigned int id) const;
 
     // The value (from the generator when one is set), exact type required.
-    template <typename T>
-    T get(unsigned int id) const {
+    template <typename T> T get(unsigned int id) const {
         auto v = getVariant(id);
         if (!v || v->type() != typeid(T))
-            fail("Requested data type does not match (data type:" + (v ? v->typeName() : std::string("empty")) +
-                     "!= template type:" + typeName(typeid(T)),
+            fail("Requested data type does not match (data type:" +
+                     (v ? v->typeName() : std::string("empty")) + "!= template type:" + typeName(typeid(T)),
                  "norda::exp::CuratorStorage::get");
         return v->template value<T>();
     }
@@ -42,8 +41,7 @@ public:
     // Replaces the value; a validator that rejects it makes this throw and keeps the old value.
     void set(unsigned int id, const std::shared_ptr<Variant>& value);
 
-    template <typename T>
-    void setRangeValidator(unsigned int id, std::function<bool(const T&)> validator) {
+    template <typename T> void setRangeValidator(unsigned int id, std::function<bool(const T&)> validator) {
         std::lock_guard<std::mutex> lock(m_mutex);
         Curator& c = find(id);
         if (c.value && c.value->type() != typeid(T))

@@ -4,12 +4,13 @@
 
 namespace norda::exp {
 
-void Serializer<DataStorage<std::string>>::write(MemoryBinary& m, const DataStorage<std::string>& v, Endianness e) {
+void Serializer<DataStorage<std::string>>::write(MemoryBinary& m, const DataStorage<std::string>& v,
+                                                 Endianness e) {
     m.writeScalar<uint32_t>(static_cast<uint32_t>(v.size()), e);
     for (const auto& [key, value] : v) {
         if (!value || value->typeTag().empty())
-            NORDA_THROW("metadata " + key + " of type '" + (value ? value->typeName() : std::string("empty")) +
-                            "' can not be serialized",
+            NORDA_THROW("metadata " + key + " of type '" +
+                            (value ? value->typeName() : std::string("empty")) + "' can not be serialized",
                         "norda::exp::Memory::serializeT");
         m.writeString(key, e);
         writeVariant(m, *value, e);

@@ -24,8 +24,7 @@ public:
     virtual std::shared_ptr<Variant> variantAt(const std::string& key) const = 0;
 };
 
-template <typename K>
-class DataStorage : public DataStorageBase {
+template <typename K> class DataStorage : public DataStorageBase {
 public:
     using Map = std::map<K, std::shared_ptr<Variant>>;
 
@@ -42,8 +41,7 @@ public:
     }
 
     // Typed read by exact type: "Could not find parameter <key>" or "type does not match: a != b".
-    template <typename T>
-    T get(const K& key) const {
+    template <typename T> T get(const K& key) const {
         auto v = lookup(key);
         if (!v)
             fail("Could not find parameter " + key);
@@ -56,8 +54,7 @@ public:
     bool contains(const K& key) const { return lookup(key) != nullptr; }
 
     void set(const K& key, std::shared_ptr<Variant> value) { m_map[key] = std::move(value); }
-    template <typename T>
-    void setValue(const K& key, T value) {
+    template <typename T> void setValue(const K& key, T value) {
         m_map[key] = std::make_shared<Variant_<std::decay_t<T>>>(std::move(value));
     }
     bool remove(const K& key) { return m_map.erase(key) > 0; }
@@ -116,8 +113,7 @@ private:
     Map m_map;
 };
 
-template <>
-struct Serializer<DataStorage<std::string>> {
+template <> struct Serializer<DataStorage<std::string>> {
     static constexpr bool available = true;
     static std::string tag() { return "DataStorage"; }
     // Every value must be of a registered type; anything else throws naming the key.

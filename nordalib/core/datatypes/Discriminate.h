@@ -6,8 +6,7 @@
 
 namespace norda::exp {
 
-template <typename K>
-struct GroupItem {
+template <typename K> struct GroupItem {
     K group;
     K item;
 };

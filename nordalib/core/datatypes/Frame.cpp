@@ -6,7 +6,8 @@ namespace norda::exp {
 
 Frame::Frame(const cv::Mat& data) : m_data(data) {}
 
-Frame::Frame(const cv::Mat& data, DataStorage<std::string>&& metaData) : m_data(data), m_metaData(std::move(metaData)) {}
+Frame::Frame(const cv::Mat& data, DataStorage<std::string>&& metaData)
+    : m_data(data), m_metaData(std::move(metaData)) {}
 
 Frame::~Frame() = default;
 
@@ -16,7 +17,9 @@ DataStorage<std::string> Frame::releaseMetaData() {
     return out;
 }
 
-bool Frame::isMetaDateAvailable(const std::string& key) const { return m_metaData.contains(key); }
+bool Frame::isMetaDateAvailable(const std::string& key) const {
+    return m_metaData.contains(key);
+}
 
 bool Frame::getMetaDate(const std::string& key, std::shared_ptr<Variant>& value) const {
     auto v = m_metaData.getVariant(key);
@@ -34,7 +37,9 @@ void Frame::addMetaDate(const std::string& key, std::shared_ptr<Variant> value) 
     m_metaData.set(key, std::move(value));
 }
 
-bool Frame::removeMetaDate(const std::string& key) { return m_metaData.remove(key); }
+bool Frame::removeMetaDate(const std::string& key) {
+    return m_metaData.remove(key);
+}
 
 void Frame::replaceMetaDate(const std::string& key, std::shared_ptr<Variant> value) {
     m_metaData.remove(key);

@@ -14,7 +14,8 @@ uint32_t MarkedFloat::pack(float value) {
     return bits & ~kMarkMask;
 }
 
-MarkedFloat::MarkedFloat(float value, MarkedFloatValidity validity) : m_bits(pack(value) | (validity & kMarkMask)) {}
+MarkedFloat::MarkedFloat(float value, MarkedFloatValidity validity)
+    : m_bits(pack(value) | (validity & kMarkMask)) {}
 
 MarkedFloat MarkedFloat::withMark(float value, uint8_t mark) {
     MarkedFloat m(value);
@@ -29,7 +30,9 @@ float MarkedFloat::toFloat() const {
     return f;
 }
 
-void MarkedFloat::setValue(float value) { m_bits = pack(value) | (m_bits & kMarkMask); }
+void MarkedFloat::setValue(float value) {
+    m_bits = pack(value) | (m_bits & kMarkMask);
+}
 
 std::string toString(const MarkedFloat& m) {
     return fmt::format("{}{}", m.toFloat(), m.isValid() ? "" : fmt::format(" (mark {})", m.getMark()));

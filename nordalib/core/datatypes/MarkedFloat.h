@@ -56,12 +56,15 @@ private:
 
 std::string toString(const MarkedFloat& m);
 
-template <>
-struct Serializer<MarkedFloat> {
+template <> struct Serializer<MarkedFloat> {
     static constexpr bool available = true;
     static std::string tag() { return "MarkedFloat"; }
-    static void write(MemoryBinary& m, const MarkedFloat& v, Endianness e) { m.writeScalar<uint32_t>(v.raw(), e); }
-    static MarkedFloat read(MemoryBinary& m, Endianness e) { return MarkedFloat::fromRaw(m.readScalar<uint32_t>(e)); }
+    static void write(MemoryBinary& m, const MarkedFloat& v, Endianness e) {
+        m.writeScalar<uint32_t>(v.raw(), e);
+    }
+    static MarkedFloat read(MemoryBinary& m, Endianness e) {
+        return MarkedFloat::fromRaw(m.readScalar<uint32_t>(e));
+    }
     static std::string toText(const MarkedFloat& v);
     static MarkedFloat fromText(const std::string& s);
 };

@@ -8,8 +8,9 @@ MeasArea::MeasArea(unsigned short x, unsigned short y, unsigned short width, uns
     : m_x(x), m_y(y), m_width(width), m_height(height) {}
 
 void MeasArea::throwNotAllowed() {
-    throw Exception("Only QuantityBase<MarkedFloat> types are allowed!",
-                    formatLocation("nordalib/core/datatypes/MeasArea", __LINE__, "norda::exp::MeasArea::setMeanValue"));
+    throw Exception(
+        "Only QuantityBase<MarkedFloat> types are allowed!",
+        formatLocation("nordalib/core/datatypes/MeasArea", __LINE__, "norda::exp::MeasArea::setMeanValue"));
 }
 
 bool MeasArea::operator==(const MeasArea& o) const {

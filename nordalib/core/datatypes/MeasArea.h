@@ -19,8 +19,7 @@ public:
     const MeasPoint& getColdSpot() const { return m_cold; }
 
     // Only quantities built on MarkedFloat (Temperature<MarkedFloat>, Relation<MarkedFloat>).
-    template <typename Q>
-    void setMeanValue(Q value) {
+    template <typename Q> void setMeanValue(Q value) {
         if constexpr (std::is_base_of_v<quantity::QuantityBase<MarkedFloat>, Q>)
             m_mean = std::make_shared<Variant_<Q>>(value);
         else
@@ -41,8 +40,7 @@ private:
         std::make_shared<Variant_<quantity::Temperature<MarkedFloat>>>(quantity::Temperature<MarkedFloat>());
 };
 
-template <>
-struct Serializer<MeasArea> {
+template <> struct Serializer<MeasArea> {
     static constexpr bool available = true;
     static std::string tag() { return "MeasArea"; }
     static void write(MemoryBinary& m, const MeasArea& v, Endianness e);

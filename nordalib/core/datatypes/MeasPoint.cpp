@@ -5,7 +5,8 @@
 namespace norda::exp {
 
 MeasPoint::MeasPoint()
-    : m_value(std::make_shared<Variant_<quantity::Temperature<MarkedFloat>>>(quantity::Temperature<MarkedFloat>())) {}
+    : m_value(std::make_shared<Variant_<quantity::Temperature<MarkedFloat>>>(
+          quantity::Temperature<MarkedFloat>())) {}
 
 MeasPoint::MeasPoint(unsigned short x, unsigned short y, std::shared_ptr<Variant> value)
     : m_x(x), m_y(y), m_value(std::move(value)) {}

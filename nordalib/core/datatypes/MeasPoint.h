@@ -17,7 +17,7 @@ public:
     MeasPoint();
     MeasPoint(unsigned short x, unsigned short y, std::shared_ptr<Variant> value);
     template <typename Q>
-        requires std::is_base_of_v<quantity::QuantityBase<MarkedFloat>, Q>
+    requires std::is_base_of_v<quantity::QuantityBase<MarkedFloat>, Q>
     MeasPoint(unsigned short x, unsigned short y, const Q& quantity)
         : MeasPoint(x, y, std::make_shared<Variant_<Q>>(quantity)) {}
 
@@ -37,8 +37,7 @@ private:
     std::shared_ptr<Variant> m_value;
 };
 
-template <>
-struct Serializer<MeasPoint> {
+template <> struct Serializer<MeasPoint> {
     static constexpr bool available = true;
     static std::string tag() { return "MeasPoint"; }
     static void write(MemoryBinary& m, const MeasPoint& v, Endianness e);

@@ -14,12 +14,22 @@
 namespace norda::exp::quantity {
 
 namespace detail {
-inline float toFloat(float v) { return v; }
-inline float toFloat(double v) { return static_cast<float>(v); }
-inline float toFloat(const MarkedFloat& v) { return v.toFloat(); }
+inline float toFloat(float v) {
+    return v;
+}
+inline float toFloat(double v) {
+    return static_cast<float>(v);
+}
+inline float toFloat(const MarkedFloat& v) {
+    return v.toFloat();
+}
 // A V with a new value and the mark of `like`.
-inline float withValue(float, float value) { return value; }
-inline double withValue(double, float value) { return value; }
+inline float withValue(float, float value) {
+    return value;
+}
+inline double withValue(double, float value) {
+    return value;
+}
 inline MarkedFloat withValue(const MarkedFloat& like, float value) {
     MarkedFloat m = like;
     m.setValue(value);
@@ -27,8 +37,7 @@ inline MarkedFloat withValue(const MarkedFloat& like, float value) {
 }
 } // namespace detail
 
-template <typename V>
-class QuantityBase {
+template <typename V> class QuantityBase {
 public:
     QuantityBase() = default;
     explicit QuantityBase(V value) : m_value(value) {}
@@ -43,8 +52,7 @@ enum class TemperatureUnit : uint8_t { Celsius = 0, Kelvin = 1, Fahrenheit = 2 }
 
 const char* unitSymbol(TemperatureUnit unit); // "°C", "K", "°F"
 
-template <typename V>
-class Temperature : public QuantityBase<V> {
+template <typename V> class Temperature : public QuantityBase<V> {
 public:
     Temperature() = default;
     explicit Temperature(V value, TemperatureUnit unit = TemperatureUnit::Celsius)
@@ -67,9 +75,12 @@ public:
                         : m_unit == TemperatureUnit::Celsius ? v + 273.15
                                                              : (v - 32.0) * 5.0 / 9.0 + 273.15;
         switch (unit) {
-        case TemperatureUnit::Kelvin: return static_cast<float>(kelvin);
-        case TemperatureUnit::Celsius: return static_cast<float>(kelvin - 273.15);
-        case TemperatureUnit::Fahrenheit: return static_cast<float>((kelvin - 273.15) * 9.0 / 5.0 + 32.0);
+        case TemperatureUnit::Kelvin:
+            return static_cast<float>(kelvin);
+        case TemperatureUnit::Celsius:
+            return static_cast<float>(kelvin - 273.15);
+        case TemperatureUnit::Fahrenheit:
+            return static_cast<float>((kelvin - 273.15) * 9.0 / 5.0 + 32.0);
         }
         return v;
     }
@@ -84,8 +95,7 @@ private:
     TemperatureUnit m_unit = TemperatureUnit::Celsius;
 };
 
-template <typename V>
-class Relation : public QuantityBase<V> {
+template <typename V> class Relation : public QuantityBase<V> {
 public:
     Relation() = default;
     // `ratio` as a fraction: 0.5 is 50 %.
@@ -103,8 +113,7 @@ public:
 
 namespace norda::exp {
 
-template <>
-struct Serializer<quantity::Temperature<MarkedFloat>> {
+template <> struct Serializer<quantity::Temperature<MarkedFloat>> {
     using T = quantity::Temperature<MarkedFloat>;
     static constexpr bool available = true;
     static std::string tag() { return "Temperature"; }
@@ -117,13 +126,16 @@ struct Serializer<quantity::Temperature<MarkedFloat>> {
     static T fromText(const std::string& s);
 };
 
-template <>
-struct Serializer<quantity::Relation<MarkedFloat>> {
+template <> struct Serializer<quantity::Relation<MarkedFloat>> {
     using T = quantity::Relation<MarkedFloat>;
     static constexpr bool available = true;
     static std::string tag() { return "Relation"; }
-    static void write(MemoryBinary& m, const T& v, Endianness e) { m.writeScalar<uint32_t>(v.getValue().raw(), e); }
-    static T read(MemoryBinary& m, Endianness e) { return T(MarkedFloat::fromRaw(m.readScalar<uint32_t>(e))); }
+    static void write(MemoryBinary& m, const T& v, Endianness e) {
+        m.writeScalar<uint32_t>(v.getValue().raw(), e);
+    }
+    static T read(MemoryBinary& m, Endianness e) {
+        return T(MarkedFloat::fromRaw(m.readScalar<uint32_t>(e)));
+    }
     static std::string toText(const T& v) { return Serializer<MarkedFloat>::toText(v.getValue()); }
     static T fromText(const std::string& s) { return T(Serializer<MarkedFloat>::fromText(s)); }
 };

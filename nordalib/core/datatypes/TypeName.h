@@ -11,8 +11,7 @@ namespace norda::exp {
 std::string typeName(const std::type_info& type);
 std::string typeName(std::type_index type);
 
-template <typename T>
-std::string typeName() {
+template <typename T> std::string typeName() {
     if constexpr (std::is_const_v<T>)
         return "const " + typeName(typeid(T));
     else

@@ -27,22 +27,17 @@ public:
     virtual bool isConst() const noexcept = 0;
     std::string typeName() const { return (isConst() ? "const " : "") + exp::typeName(type()); }
 
-    template <typename T>
-    bool holds() const noexcept {
-        return type() == typeid(std::remove_cv_t<T>);
-    }
+    template <typename T> bool holds() const noexcept { return type() == typeid(std::remove_cv_t<T>); }
 
     // Exact-type read; throws "Variant-type (<held>)!= Template-type (<T>)".
-    template <typename T>
-    const T& value() const {
+    template <typename T> const T& value() const {
         using U = std::remove_cv_t<T>;
         if (type() != typeid(U))
             throwTypeMismatch(exp::typeName<T>());
         return *static_cast<const U*>(caddress_imp());
     }
     // Mutable access; refused for const-held data.
-    template <typename T>
-    T& valueRef() {
+    template <typename T> T& valueRef() {
         using U = std::remove_cv_t<T>;
         if (type() != typeid(U))
             throwTypeMismatch(exp::typeName<T>());
@@ -51,8 +46,7 @@ public:
 
     // Arithmetic conversion (bool, integers, floating point) or an exact-type copy; anything else
     // throws "<held> is not convertible to<T>".
-    template <typename T>
-    T convert() const {
+    template <typename T> T convert() const {
         if (type() == typeid(T))
             return value<T>();
         if constexpr (std::is_arithmetic_v<T>) {
@@ -95,8 +89,7 @@ protected:
     [[noreturn]] void throwNotConvertible(const std::string& requested) const;
 };
 
-template <typename T>
-class Variant_ final : public Variant {
+template <typename T> class Variant_ final : public Variant {
 public:
     using value_type = std::remove_const_t<T>;
 
@@ -143,14 +136,16 @@ protected:
         if constexpr (isSerializable<value_type>)
             Serializer<value_type>::write(out, m_value, e);
         else
-            NORDA_THROW("type '" + typeName() + "' can not be serialized", "norda::exp::Variant_<T>::serialize_imp");
+            NORDA_THROW("type '" + typeName() + "' can not be serialized",
+                        "norda::exp::Variant_<T>::serialize_imp");
     }
     std::string toString_imp() const override { return intern::toStringTimpl(m_value); }
     size_t sizeofT_imp() const override {
         if constexpr (std::is_trivially_copyable_v<value_type>)
             return sizeof(value_type);
         else
-            NORDA_THROW("sizeT not available for this type:" + typeName(), "norda::exp::Variant_<T>::sizeofT_imp");
+            NORDA_THROW("sizeT not available for this type:" + typeName(),
+                        "norda::exp::Variant_<T>::sizeofT_imp");
     }
     std::shared_ptr<Variant> clone_imp() const override {
         if constexpr (std::is_copy_constructible_v<value_type>)
@@ -160,7 +155,8 @@ protected:
     }
     std::shared_ptr<Variant> moveImpl() override {
         if constexpr (std::is_const_v<T>)
-            NORDA_THROW("A variant holding const data can not be moved!", "norda::exp::Variant_<const T>::moveImpl");
+            NORDA_THROW("A variant holding const data can not be moved!",
+                        "norda::exp::Variant_<const T>::moveImpl");
         else if constexpr (std::is_move_constructible_v<value_type>)
             return std::make_shared<Variant_<T>>(std::move(m_value));
         else
@@ -168,7 +164,8 @@ protected:
     }
     void* address_imp() override {
         if constexpr (std::is_const_v<T>)
-            NORDA_THROW("Can't get void* address pointer from const data!", "norda::exp::Variant_<const T>::address_imp");
+            NORDA_THROW("Can't get void* address pointer from const data!",
+                        "norda::exp::Variant_<const T>::address_imp");
         else
             return &m_value;
     }
@@ -187,8 +184,7 @@ private:
 };
 
 // Shorthand: std::make_shared<Variant_<T>>(value) with T deduced.
-template <typename T>
-std::shared_ptr<Variant> makeVariant(T&& value) {
+template <typename T> std::shared_ptr<Variant> makeVariant(T&& value) {
     using U = std::decay_t<T>;
     return std::make_shared<Variant_<U>>(std::forward<T>(value));
 }

@@ -2,7 +2,9 @@
 
 namespace norda::exp {
 
-std::string Version::toString() const { return fmt::format("{}.{}.{}", m_major, m_minor, m_patch); }
+std::string Version::toString() const {
+    return fmt::format("{}.{}.{}", m_major, m_minor, m_patch);
+}
 
 Version Version::fromString(const std::string& text) {
     auto parts = MemoryAcsii::splitEscaped(text, '.');

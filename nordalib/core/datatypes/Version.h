@@ -12,7 +12,8 @@ namespace norda::exp {
 class Version {
 public:
     Version() = default;
-    Version(uint16_t major, uint16_t minor, uint16_t patch) : m_major(major), m_minor(minor), m_patch(patch) {}
+    Version(uint16_t major, uint16_t minor, uint16_t patch)
+        : m_major(major), m_minor(minor), m_patch(patch) {}
 
     uint16_t getMajor() const { return m_major; }
     uint16_t getMinor() const { return m_minor; }
@@ -26,8 +27,7 @@ private:
     uint16_t m_major = 0, m_minor = 0, m_patch = 0;
 };
 
-template <>
-struct Serializer<Version> {
+template <> struct Serializer<Version> {
     static constexpr bool available = true;
     static std::string tag() { return "Version"; }
     static void write(MemoryBinary& m, const Version& v, Endianness e) {

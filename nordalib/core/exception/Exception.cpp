@@ -7,7 +7,9 @@ namespace norda {
 Exception::Exception(std::string message, std::string location)
     : m_message(std::move(message)), m_location(std::move(location)) {}
 
-std::string Exception::fullText() const { return m_message + " [" + m_location + "]"; }
+std::string Exception::fullText() const {
+    return m_message + " [" + m_location + "]";
+}
 
 std::string formatLocation(const std::string& file, int line, const std::string& function) {
     return file + ": " + std::to_string(line) + ": " + function + "(..)";

@@ -13,13 +13,20 @@ namespace norda::logging {
 
 const char* levelName(LogLevel level) {
     switch (level) {
-    case LogLevel::trace: return "trace";
-    case LogLevel::debug: return "debug";
-    case LogLevel::info: return "info";
-    case LogLevel::warning: return "warning";
-    case LogLevel::error: return "error";
-    case LogLevel::critical: return "critical";
-    case LogLevel::off: return "off";
+    case LogLevel::trace:
+        return "trace";
+    case LogLevel::debug:
+        return "debug";
+    case LogLevel::info:
+        return "info";
+    case LogLevel::warning:
+        return "warning";
+    case LogLevel::error:
+        return "error";
+    case LogLevel::critical:
+        return "critical";
+    case LogLevel::off:
+        return "off";
     }
     return "unknown";
 }
@@ -28,9 +35,9 @@ LogLevel levelFromName(const char* name, LogLevel fallback) {
     if (!name || !*name)
         return fallback;
     static const std::pair<const char*, LogLevel> names[] = {
-        {"trace", LogLevel::trace}, {"debug", LogLevel::debug},     {"info", LogLevel::info},
-        {"warning", LogLevel::warning}, {"warn", LogLevel::warning}, {"error", LogLevel::error},
-        {"err", LogLevel::error},   {"critical", LogLevel::critical}, {"off", LogLevel::off}};
+        {"trace", LogLevel::trace},     {"debug", LogLevel::debug},       {"info", LogLevel::info},
+        {"warning", LogLevel::warning}, {"warn", LogLevel::warning},      {"error", LogLevel::error},
+        {"err", LogLevel::error},       {"critical", LogLevel::critical}, {"off", LogLevel::off}};
     for (const auto& [text, level] : names)
         if (std::strcmp(text, name) == 0)
             return level;
@@ -43,13 +50,20 @@ namespace {
 
 spdlog::level::level_enum toSpd(LogLevel level) {
     switch (level) {
-    case LogLevel::trace: return spdlog::level::trace;
-    case LogLevel::debug: return spdlog::level::debug;
-    case LogLevel::info: return spdlog::level::info;
-    case LogLevel::warning: return spdlog::level::warn;
-    case LogLevel::error: return spdlog::level::err;
-    case LogLevel::critical: return spdlog::level::critical;
-    case LogLevel::off: return spdlog::level::off;
+    case LogLevel::trace:
+        return spdlog::level::trace;
+    case LogLevel::debug:
+        return spdlog::level::debug;
+    case LogLevel::info:
+        return spdlog::level::info;
+    case LogLevel::warning:
+        return spdlog::level::warn;
+    case LogLevel::error:
+        return spdlog::level::err;
+    case LogLevel::critical:
+        return spdlog::level::critical;
+    case LogLevel::off:
+        return spdlog::level::off;
     }
     return spdlog::level::info;
 }
@@ -58,7 +72,8 @@ struct Registry {
     std::mutex mutex;
     std::map<std::string, std::shared_ptr<Logger>> loggers;
     std::shared_ptr<const Logger::Listener> listener;
-    std::atomic<int> consoleLevel{static_cast<int>(levelFromName(std::getenv("NORDA_LOG_LEVEL"), LogLevel::info))};
+    std::atomic<int> consoleLevel{
+        static_cast<int>(levelFromName(std::getenv("NORDA_LOG_LEVEL"), LogLevel::info))};
     spdlog::sink_ptr sink = std::make_shared<spdlog::sinks::stderr_color_sink_mt>();
     std::atomic<bool> hasListener{false};
 };
@@ -99,7 +114,9 @@ bool Logger::wants(LogLevel level) const {
            static_cast<int>(level) >= r.consoleLevel.load(std::memory_order_relaxed);
 }
 
-void Logger::log(LogLevel level, const char* message) { log(level, std::string(message ? message : "")); }
+void Logger::log(LogLevel level, const char* message) {
+    log(level, std::string(message ? message : ""));
+}
 
 void Logger::log(LogLevel level, const std::string& message) {
     if (wants(level))
@@ -133,8 +150,12 @@ void Logger::setListener(Listener listener) {
     }
 }
 
-void Logger::setConsoleLevel(LogLevel level) { registry().consoleLevel = static_cast<int>(level); }
+void Logger::setConsoleLevel(LogLevel level) {
+    registry().consoleLevel = static_cast<int>(level);
+}
 
-LogLevel Logger::consoleLevel() { return static_cast<LogLevel>(registry().consoleLevel.load()); }
+LogLevel Logger::consoleLevel() {
+    return static_cast<LogLevel>(registry().consoleLevel.load());
+}
 
 } // namespace norda::logging

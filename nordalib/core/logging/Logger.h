@@ -19,7 +19,8 @@ namespace norda::logging {
 
 class Logger {
 public:
-    using Listener = std::function<void(const std::string& logger, LogLevel level, const std::string& message)>;
+    using Listener =
+        std::function<void(const std::string& logger, LogLevel level, const std::string& message)>;
 
     // shared = true: one logger per name, created on first use. false: a private logger.
     static std::shared_ptr<Logger> createSharedLogger(const std::string& name, bool shared);
@@ -27,8 +28,7 @@ public:
     void log(LogLevel level, const char* message);
     void log(LogLevel level, const std::string& message);
     // "{}" placeholders, formatted only when someone will read the record.
-    template <typename... Args>
-    void log(LogLevel level, fmt::format_string<Args...> format, Args&&... args) {
+    template <typename... Args> void log(LogLevel level, fmt::format_string<Args...> format, Args&&... args) {
         if (wants(level))
             write(level, fmt::format(format, std::forward<Args>(args)...));
     }

@@ -10,7 +10,8 @@ void Serializer<cv::Mat>::write(MemoryBinary& m, const cv::Mat& v, Endianness e)
     if (e != Endianness::no_swap)
         NORDA_THROW("Mat only serializable for no_swap endianes", "norda::exp::Memory::serializeT");
     if (v.dims > 2)
-        NORDA_THROW("Mat with more than two dimensions can not be serialized", "norda::exp::Memory::serializeT");
+        NORDA_THROW("Mat with more than two dimensions can not be serialized",
+                    "norda::exp::Memory::serializeT");
     m.writeScalar<int32_t>(v.rows);
     m.writeScalar<int32_t>(v.cols);
     m.writeScalar<int32_t>(v.type());
@@ -73,7 +74,9 @@ cv::Point_<int> Serializer<cv::Point_<int>>::read(MemoryBinary& m, Endianness e)
     return {x, y};
 }
 
-std::string Serializer<cv::Point_<int>>::toText(const cv::Point_<int>& v) { return fmt::format("{},{}", v.x, v.y); }
+std::string Serializer<cv::Point_<int>>::toText(const cv::Point_<int>& v) {
+    return fmt::format("{},{}", v.x, v.y);
+}
 
 cv::Point_<int> Serializer<cv::Point_<int>>::fromText(const std::string& s) {
     auto parts = MemoryAcsii::splitEscaped(s);

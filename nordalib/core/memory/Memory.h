@@ -28,33 +28,43 @@
 
 namespace norda::exp {
 
-template <typename T, typename Enable = void>
-struct Serializer {
-    static constexpr bool available = false;
-};
+template <typename T, typename Enable = void> struct Serializer { static constexpr bool available = false; };
 
-template <typename T>
-inline constexpr bool isSerializable = Serializer<std::remove_cv_t<T>>::available;
+template <typename T> inline constexpr bool isSerializable = Serializer<std::remove_cv_t<T>>::available;
 
 // ---- arithmetic ----------------------------------------------------------------------------
 namespace intern {
-template <typename T>
-constexpr const char* arithmeticTag() {
-    if constexpr (std::is_same_v<T, bool>) return "bool";
-    else if constexpr (std::is_same_v<T, char>) return "char";
-    else if constexpr (std::is_same_v<T, signed char>) return "i8";
-    else if constexpr (std::is_same_v<T, unsigned char>) return "u8";
-    else if constexpr (std::is_same_v<T, short>) return "i16";
-    else if constexpr (std::is_same_v<T, unsigned short>) return "u16";
-    else if constexpr (std::is_same_v<T, int>) return "i32";
-    else if constexpr (std::is_same_v<T, unsigned int>) return "u32";
-    else if constexpr (std::is_same_v<T, long>) return "i64";
-    else if constexpr (std::is_same_v<T, unsigned long>) return "u64";
-    else if constexpr (std::is_same_v<T, long long>) return "ll";
-    else if constexpr (std::is_same_v<T, unsigned long long>) return "ull";
-    else if constexpr (std::is_same_v<T, float>) return "f32";
-    else if constexpr (std::is_same_v<T, double>) return "f64";
-    else return nullptr;
+template <typename T> constexpr const char* arithmeticTag() {
+    if constexpr (std::is_same_v<T, bool>)
+        return "bool";
+    else if constexpr (std::is_same_v<T, char>)
+        return "char";
+    else if constexpr (std::is_same_v<T, signed char>)
+        return "i8";
+    else if constexpr (std::is_same_v<T, unsigned char>)
+        return "u8";
+    else if constexpr (std::is_same_v<T, short>)
+        return "i16";
+    else if constexpr (std::is_same_v<T, unsigned short>)
+        return "u16";
+    else if constexpr (std::is_same_v<T, int>)
+        return "i32";
+    else if constexpr (std::is_same_v<T, unsigned int>)
+        return "u32";
+    else if constexpr (std::is_same_v<T, long>)
+        return "i64";
+    else if constexpr (std::is_same_v<T, unsigned long>)
+        return "u64";
+    else if constexpr (std::is_same_v<T, long long>)
+        return "ll";
+    else if constexpr (std::is_same_v<T, unsigned long long>)
+        return "ull";
+    else if constexpr (std::is_same_v<T, float>)
+        return "f32";
+    else if constexpr (std::is_same_v<T, double>)
+        return "f64";
+    else
+        return nullptr;
 }
 } // namespace intern
 
@@ -93,12 +103,13 @@ struct Serializer<T, std::enable_if_t<std::is_arithmetic_v<T> && intern::arithme
             NORDA_THROW("not a bool: \"" + s + "\"", "norda::exp::intern::fromStringTimpl");
         } else if constexpr (std::is_floating_point_v<T>) {
             double d = MemoryAcsii::parseDouble(s);
-            if (std::is_same_v<T, float> && std::isfinite(d) && std::abs(d) > std::numeric_limits<float>::max())
+            if (std::is_same_v<T, float> && std::isfinite(d) &&
+                std::abs(d) > std::numeric_limits<float>::max())
                 NORDA_THROW("number is too big", "norda::exp::intern::fromStringTimpl");
             return static_cast<T>(d);
         } else if constexpr (std::is_signed_v<T>) {
-            return static_cast<T>(MemoryAcsii::parseSigned(s, std::numeric_limits<T>::min(),
-                                                           std::numeric_limits<T>::max()));
+            return static_cast<T>(
+                MemoryAcsii::parseSigned(s, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
         } else {
             return static_cast<T>(MemoryAcsii::parseUnsigned(s, std::numeric_limits<T>::max()));
         }
@@ -106,8 +117,7 @@ struct Serializer<T, std::enable_if_t<std::is_arithmetic_v<T> && intern::arithme
 };
 
 // ---- strings -------------------------------------------------------------------------------
-template <>
-struct Serializer<std::string> {
+template <> struct Serializer<std::string> {
     static constexpr bool available = true;
     static std::string tag() { return "string"; }
     static void write(MemoryBinary& m, const std::string& v, Endianness e) { m.writeString(v, e); }
@@ -117,8 +127,7 @@ struct Serializer<std::string> {
 };
 
 // ---- vectors -------------------------------------------------------------------------------
-template <typename T>
-struct Serializer<std::vector<T>, std::enable_if_t<Serializer<T>::available>> {
+template <typename T> struct Serializer<std::vector<T>, std::enable_if_t<Serializer<T>::available>> {
     static constexpr bool available = true;
     static std::string tag() { return "vec<" + Serializer<T>::tag() + ">"; }
     static void write(MemoryBinary& m, const std::vector<T>& v, Endianness e) {
@@ -165,7 +174,8 @@ struct Serializer<std::vector<T>, std::enable_if_t<Serializer<T>::available>> {
         std::vector<T> v;
         if constexpr (sizeof(T) == 1 && std::is_integral_v<T> && !std::is_same_v<T, bool>) {
             auto bytes = MemoryAcsii::fromHex(s);
-            v.assign(reinterpret_cast<const T*>(bytes.data()), reinterpret_cast<const T*>(bytes.data()) + bytes.size());
+            v.assign(reinterpret_cast<const T*>(bytes.data()),
+                     reinterpret_cast<const T*>(bytes.data()) + bytes.size());
         } else {
             if (s.empty())
                 return v;
@@ -177,8 +187,7 @@ struct Serializer<std::vector<T>, std::enable_if_t<Serializer<T>::available>> {
 };
 
 // ---- OpenCV types --------------------------------------------------------------------------
-template <>
-struct Serializer<cv::Mat> {
+template <> struct Serializer<cv::Mat> {
     static constexpr bool available = true;
     static std::string tag() { return "mat"; }
     static void write(MemoryBinary& m, const cv::Mat& v, Endianness e);
@@ -187,8 +196,7 @@ struct Serializer<cv::Mat> {
     static cv::Mat fromText(const std::string& s);
 };
 
-template <>
-struct Serializer<cv::Point_<int>> {
+template <> struct Serializer<cv::Point_<int>> {
     static constexpr bool available = true;
     static std::string tag() { return "point"; }
     static void write(MemoryBinary& m, const cv::Point_<int>& v, Endianness e);
@@ -197,8 +205,7 @@ struct Serializer<cv::Point_<int>> {
     static cv::Point_<int> fromText(const std::string& s);
 };
 
-template <>
-struct Serializer<cv::Rect_<int>> {
+template <> struct Serializer<cv::Rect_<int>> {
     static constexpr bool available = true;
     static std::string tag() { return "rect"; }
     static void write(MemoryBinary& m, const cv::Rect_<int>& v, Endianness e);
@@ -216,11 +223,11 @@ void serializeT(MemoryBinary& memory, const T& value, Endianness e = Endianness:
     if constexpr (Serializer<U>::available)
         Serializer<U>::write(memory, value, e);
     else
-        NORDA_THROW("type '" + typeName(typeid(U)) + "' can not be serialized", "norda::exp::Memory::serializeT");
+        NORDA_THROW("type '" + typeName(typeid(U)) + "' can not be serialized",
+                    "norda::exp::Memory::serializeT");
 }
 
-template <typename T>
-T deserializeT(MemoryBinary& memory, Endianness e = Endianness::no_swap) {
+template <typename T> T deserializeT(MemoryBinary& memory, Endianness e = Endianness::no_swap) {
     static_assert(Serializer<T>::available, "no Serializer for this type");
     return Serializer<T>::read(memory, e);
 }
@@ -229,8 +236,7 @@ T deserializeT(MemoryBinary& memory, Endianness e = Endianness::no_swap) {
 
 namespace intern {
 
-template <typename T>
-std::string toStringTimpl(const T& value) {
+template <typename T> std::string toStringTimpl(const T& value) {
     using U = std::remove_cv_t<T>;
     if constexpr (Serializer<U>::available)
         return Serializer<U>::toText(value);
@@ -239,8 +245,7 @@ std::string toStringTimpl(const T& value) {
                     "norda::exp::intern::toStringTimpl");
 }
 
-template <typename T>
-T fromStringTimpl(const std::string& text) {
+template <typename T> T fromStringTimpl(const std::string& text) {
     static_assert(Serializer<T>::available, "no Serializer for this type");
     return Serializer<T>::fromText(text);
 }

@@ -14,11 +14,21 @@ std::string escape(const std::string& text) {
     out.reserve(text.size());
     for (unsigned char c : text) {
         switch (c) {
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        case ',': out += "\\,"; break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case ',':
+            out += "\\,";
+            break;
         default:
             if (c < 0x20 || c == 0x7F) {
                 out += "\\x";
@@ -42,7 +52,9 @@ int hexDigit(char c) {
         return c - 'A' + 10;
     return -1;
 }
-[[noreturn]] void fail(const std::string& what, const char* function) { NORDA_THROW(what, function); }
+[[noreturn]] void fail(const std::string& what, const char* function) {
+    NORDA_THROW(what, function);
+}
 } // namespace
 
 std::string unescape(const std::string& text) {
@@ -57,11 +69,21 @@ std::string unescape(const std::string& text) {
         if (++i >= text.size())
             fail("dangling escape at the end of \"" + text + "\"", "norda::exp::MemoryAcsii::unescape");
         switch (text[i]) {
-        case '\\': out += '\\'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        case 't': out += '\t'; break;
-        case ',': out += ','; break;
+        case '\\':
+            out += '\\';
+            break;
+        case 'n':
+            out += '\n';
+            break;
+        case 'r':
+            out += '\r';
+            break;
+        case 't':
+            out += '\t';
+            break;
+        case ',':
+            out += ',';
+            break;
         case 'x': {
             int hi = i + 1 < text.size() ? hexDigit(text[i + 1]) : -1;
             int lo = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
@@ -71,7 +93,8 @@ std::string unescape(const std::string& text) {
             i += 2;
             break;
         }
-        default: fail("unknown escape in \"" + text + "\"", "norda::exp::MemoryAcsii::unescape");
+        default:
+            fail("unknown escape in \"" + text + "\"", "norda::exp::MemoryAcsii::unescape");
         }
     }
     return out;

@@ -27,15 +27,13 @@ public:
     // Skips `size` bytes of input (bounds-checked).
     void skip(size_t size);
 
-    template <typename T>
-    void writeScalar(T value, Endianness e = Endianness::no_swap) {
+    template <typename T> void writeScalar(T value, Endianness e = Endianness::no_swap) {
         static_assert(std::is_trivially_copyable_v<T>);
         if (e == Endianness::swap)
             value = byteSwap(value);
         write(&value, sizeof(T));
     }
-    template <typename T>
-    T readScalar(Endianness e = Endianness::no_swap) {
+    template <typename T> T readScalar(Endianness e = Endianness::no_swap) {
         static_assert(std::is_trivially_copyable_v<T>);
         T value;
         read(&value, sizeof(T));
@@ -55,8 +53,7 @@ public:
     size_t readPosition() const { return m_readPos; }
     void rewind() { m_readPos = 0; }
 
-    template <typename T>
-    static T byteSwap(T value) {
+    template <typename T> static T byteSwap(T value) {
         uint8_t bytes[sizeof(T)];
         std::memcpy(bytes, &value, sizeof(T));
         for (size_t i = 0; i < sizeof(T) / 2; ++i)
