@@ -60,7 +60,7 @@ test-tsan:
 # expression) runs a subset.
 ARM64_BUILD   ?= build-arm64
 ARM64_SYSROOT ?= $(if $(filter 0,$(shell id -u)),/opt/nordalib,$(HOME)/.cache/nordalib)/sysroot-arm64
-ARM64_EXCLUDE ?= ^(NordacamServer\.BrowserShowsTheLiveImage|NordacamServerLoad\.)
+ARM64_EXCLUDE ?= ^NordacamServer\.(Browser|StalledViewer)
 ARM64_TESTS   ?=
 QEMU_CPU      ?= cortex-a53
 test-arm64: deps
