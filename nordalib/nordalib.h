@@ -78,6 +78,7 @@
 #include "nordalib/vision/registration/Fusion.h"
 #include "nordalib/vision/registration/LaserSpotDetector.h"
 #include "nordalib/vision/registration/Registration.h"
+#include "nordalib/vision/registration/RegistrationCache.h"
 #include "nordalib/vision/rix/Crc32.h"
 #include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/rix/RixMeasurements.h"

@@ -180,7 +180,7 @@ def suite(args, log):
 
 
 def build(args, log):
-    cmd = ["cmake", "--build", args.build, "-j", str(args.jobs), "--target", args.target]
+    cmd = ["cmake", "--build", args.build, "-j", str(args.jobs), "--target"] + args.target.replace(",", " ").split()
     return run(cmd, args.build_timeout, log) == 0
 
 
@@ -309,7 +309,9 @@ def main():
     r = sub.add_parser("run", help="apply, build and test each mutation")
     r.add_argument("--list", default=DEFAULT_LIST)
     r.add_argument("--build", default=os.path.join(ROOT, "build"))
-    r.add_argument("--target", default="nordalib_tests", help="what is rebuilt before each run")
+    r.add_argument("--target", default="nordalib_tests nordalib_python",
+                   help="what is rebuilt before each run (several: space or comma separated; the "
+                        "Python module too, whose tests are part of the suite)")
     r.add_argument("--results", default=os.path.join(ROOT, "build", "mutation-results.tsv"))
     r.add_argument("--log", default=os.path.join(ROOT, "build", "mutation.log"))
     r.add_argument("--only", help="comma-separated mutation ids")

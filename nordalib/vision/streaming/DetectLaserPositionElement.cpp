@@ -47,19 +47,10 @@ void DetectLaserPositionElement::report(const std::string& status, const std::st
 }
 
 std::string DetectLaserPositionElement::locate(const Frame& frame) {
-    const std::string file = m_proxy->getValue<std::string>(Id::Registration::CalibrationFile);
-    if (!m_calibrationTried || file != m_calibrationFile) {
-        m_calibrationTried = true;
-        m_calibrationFile = file;
-        m_registration.reset();
-        try {
-            m_registration = vision::Registration::load(file);
-        } catch (const std::exception& e) {
-            m_calibrationError = e.what();
-        }
-    }
-    if (!m_registration) {
-        report(kNoCalibration, m_calibrationError);
+    const vision::Registration* registration =
+        m_registration.get(m_proxy->getValue<std::string>(Id::Registration::CalibrationFile));
+    if (!registration) {
+        report(kNoCalibration, m_registration.error());
         return kNoCalibration;
     }
 
@@ -81,7 +72,7 @@ std::string DetectLaserPositionElement::locate(const Frame& frame) {
     vision::LaserSpotDetector::Spot spot;
     vision::LaserSpotDetector::Result result;
     try {
-        result = m_detector.detect(frame.getFrameData(), *m_registration, spot);
+        result = m_detector.detect(frame.getFrameData(), *registration, spot);
     } catch (const std::exception& e) {
         report(kBadFrame, e.what());
         return kBadFrame;
@@ -93,9 +84,9 @@ std::string DetectLaserPositionElement::locate(const Frame& frame) {
     }
     cv::Point2d ir = spot.fix.infrared;
     if (!m_proxy->getValue<bool>(Id::Registration::UseLaserDistance))
-        ir = m_registration->visualToInfrared(
-            spot.visual, m_proxy->getValue<float>(Id::Registration::Distance), frame.getFrameData().size());
-    const cv::Size irSize = m_registration->infrared.size;
+        ir = registration->visualToInfrared(spot.visual, m_proxy->getValue<float>(Id::Registration::Distance),
+                                            frame.getFrameData().size());
+    const cv::Size irSize = registration->infrared.size;
     const cv::Point rounded(int(std::lround(ir.x)), int(std::lround(ir.y)));
     if (rounded.x < 0 || rounded.y < 0 || rounded.x >= irSize.width || rounded.y >= irSize.height) {
         publish(kOutside, nullptr, {});

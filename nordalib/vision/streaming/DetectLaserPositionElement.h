@@ -21,10 +21,10 @@
 
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/registration/LaserSpotDetector.h"
+#include "nordalib/vision/registration/RegistrationCache.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace norda::exp::streaming {
@@ -45,10 +45,7 @@ private:
     STREAMING_DATATYPE m_slot;
     std::shared_ptr<logging::Logger> m_logger;
     vision::LaserSpotDetector m_detector;
-    std::optional<vision::Registration> m_registration;
-    std::string m_calibrationFile;
-    bool m_calibrationTried = false;
-    std::string m_calibrationError;
+    vision::RegistrationCache m_registration;
     unsigned long long m_lastTimestamp = 0;
     bool m_haveTimestamp = false;
     std::string m_status;

@@ -61,7 +61,7 @@ bool EmissionMarkerElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
     const Measurement m = measure(*visual, *temperatures);
     if (isTrouble(m.status) && m_trouble != m.status)
         m_logger->log(LogLevel::warning, "no emissivity: {}",
-                      m.status == "NoCalibration" ? m_calibrationError : m.status);
+                      m.status == "NoCalibration" ? m_registration.error() : m.status);
     else if (!isTrouble(m.status) && !m_trouble.empty())
         m_logger->log(LogLevel::info, "emissivity measurement works again ({})", m.status);
     m_trouble = isTrouble(m.status) ? m.status : std::string();
@@ -72,18 +72,9 @@ bool EmissionMarkerElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
 EmissionMarkerElement::Measurement EmissionMarkerElement::measure(const Frame& visual,
                                                                   const Frame& temperatures) {
     Measurement m;
-    const std::string file = m_proxy->getValue<std::string>(Id::Registration::CalibrationFile);
-    if (!m_calibrationTried || file != m_calibrationFile) {
-        m_calibrationTried = true;
-        m_calibrationFile = file;
-        m_registration.reset();
-        try {
-            m_registration = vision::Registration::load(file);
-        } catch (const std::exception& e) {
-            m_calibrationError = e.what();
-        }
-    }
-    if (!m_registration)
+    const vision::Registration* registration =
+        m_registration.get(m_proxy->getValue<std::string>(Id::Registration::CalibrationFile));
+    if (!registration)
         return {"NoCalibration"};
     const cv::Mat& rad = temperatures.getFrameData();
     if (rad.type() != CV_16UC1 || rad.empty())
@@ -106,7 +97,7 @@ EmissionMarkerElement::Measurement EmissionMarkerElement::measure(const Frame& v
     vision::EmissionMarkerFinder::Marker marker;
     vision::EmissionMarkerFinder::Result found;
     try {
-        found = m_finder.find(visual.getFrameData(), *m_registration,
+        found = m_finder.find(visual.getFrameData(), *registration,
                               m_proxy->getValue<cv::Point_<int>>(Id::EmissionMarker::SearchPoint), rad.size(),
                               m_proxy->getValue<float>(Id::EmissionMarker::Size), marker);
     } catch (const std::exception&) {

@@ -35,11 +35,11 @@
 #include "nordalib/core/dataproxy/Observer.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/registration/EmissionMarkerFinder.h"
+#include "nordalib/vision/registration/RegistrationCache.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include <deque>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace norda::exp::streaming {
@@ -72,9 +72,7 @@ private:
     STREAMING_DATATYPE m_slot;
     std::shared_ptr<logging::Logger> m_logger;
     vision::EmissionMarkerFinder m_finder;
-    std::optional<vision::Registration> m_registration;
-    std::string m_calibrationFile, m_calibrationError;
-    bool m_calibrationTried = false;
+    vision::RegistrationCache m_registration;
     std::deque<double> m_recent;
     cv::Rect m_recentRect;
     std::string m_status, m_trouble;

@@ -28,26 +28,12 @@ bool FusionElement::process(FrameMap& inputs, FrameMap& outputs) {
             publishPlacement({});
             return true;
         }
-        const std::string file = m_proxy->getValue<std::string>(Id::Registration::CalibrationFile);
-        if (!m_calibrationTried || file != m_calibrationFile) {
-            m_calibrationTried = true;
-            m_calibrationFile = file;
-            m_registration.reset();
-            try {
-                m_registration = vision::Registration::load(file);
-            } catch (const std::exception& e) {
-                m_calibrationError = e.what();
-            }
-        }
-        if (!m_registration)
-            throw Exception(m_calibrationError, "");
-        double distance = m_proxy->getValue<float>(Id::Registration::Distance);
-        if (m_proxy->getValue<bool>(Id::Registration::UseLaserDistance) &&
-            m_proxy->getValue<std::string>(Id::Laser::Status) == "Found")
-            distance = m_proxy->getValue<float>(Id::Laser::Distance);
-        cv::Mat fused =
-            m_fusion.compose(mode, display->getFrameData(), visual->getFrameData(), *m_registration,
-                             std::max(0.1, distance), m_proxy->getValue<float>(Id::Fusion::Alpha));
+        const vision::Registration* registration =
+            m_registration.get(m_proxy->getValue<std::string>(Id::Registration::CalibrationFile));
+        if (!registration)
+            throw Exception(m_registration.error(), "");
+        cv::Mat fused = m_fusion.compose(mode, display->getFrameData(), visual->getFrameData(), *registration,
+                                         distance(*m_proxy), m_proxy->getValue<float>(Id::Fusion::Alpha));
         emit(outputs, STREAMING_DATATYPE_RGB, std::make_unique<Frame>(fused, display->releaseMetaData()));
         publishPlacement(mode == vision::FusionMode::PictureInPicture ? m_fusion.infraredPlacement()
                                                                       : std::vector<double>());
@@ -69,6 +55,14 @@ void FusionElement::publishPlacement(const std::vector<double>& placement) {
         return;
     m_placement = placement;
     m_proxy->setValue(Id::Fusion::InfraredPlacement, placement);
+}
+
+double FusionElement::distance(DataProxy<std::string>& proxy) {
+    double d = proxy.getValue<float>(Id::Registration::Distance);
+    if (proxy.getValue<bool>(Id::Registration::UseLaserDistance) &&
+        proxy.getValue<std::string>(Id::Laser::Status) == "Found")
+        d = proxy.getValue<float>(Id::Laser::Distance);
+    return std::max(0.1, d);
 }
 
 } // namespace norda::exp::streaming

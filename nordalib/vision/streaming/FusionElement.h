@@ -14,10 +14,10 @@
 
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/registration/Fusion.h"
+#include "nordalib/vision/registration/RegistrationCache.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +28,10 @@ public:
     FusionElement(DataProxy<std::string>* proxy, STREAMING_DATATYPE visualSlot);
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
+    // The distance the images are registered at (m): the laser's while a spot is seen and
+    // Registration.UseLaserDistance is set, Registration.Distance otherwise; at least 0.1 m.
+    static double distance(DataProxy<std::string>& proxy);
+
 private:
     void publishPlacement(const std::vector<double>& placement);
 
@@ -35,9 +39,7 @@ private:
     STREAMING_DATATYPE m_slot;
     std::shared_ptr<logging::Logger> m_logger;
     vision::Fusion m_fusion;
-    std::optional<vision::Registration> m_registration;
-    std::string m_calibrationFile, m_calibrationError;
-    bool m_calibrationTried = false;
+    vision::RegistrationCache m_registration;
     std::string m_trouble;
     std::vector<double> m_placement;
 };

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/streaming/FusionElement.h"
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -27,17 +28,11 @@ cv::Mat_<cv::Vec3b> JpegImageCreator::fused(const cv::Mat_<cv::Vec3b>& preview, 
         const auto mode = vision::Fusion::modeOf(m_pDataProxy->getValue<std::string>(Id::Fusion::Mode));
         if (mode == vision::FusionMode::Off)
             return preview;
-        const auto file = m_pDataProxy->getValue<std::string>(Id::Registration::CalibrationFile);
-        if (!m_registration || file != m_calibrationFile) {
-            m_calibrationFile = file;
-            m_registration.reset();
-            m_registration = vision::Registration::load(file);
-        }
-        double distance = m_pDataProxy->getValue<float>(Id::Registration::Distance);
-        if (m_pDataProxy->getValue<bool>(Id::Registration::UseLaserDistance) &&
-            m_pDataProxy->getValue<std::string>(Id::Laser::Status) == "Found")
-            distance = m_pDataProxy->getValue<float>(Id::Laser::Distance);
-        return m_fusion.compose(mode, preview, visual, *m_registration, std::max(0.1, distance),
+        const vision::Registration* registration =
+            m_registration.get(m_pDataProxy->getValue<std::string>(Id::Registration::CalibrationFile));
+        if (!registration)
+            throw Exception(m_registration.error(), "");
+        return m_fusion.compose(mode, preview, visual, *registration, FusionElement::distance(*m_pDataProxy),
                                 m_pDataProxy->getValue<float>(Id::Fusion::Alpha));
     } catch (const std::exception& e) {
         m_logger->log(LogLevel::warning, "JPEG without fusion: {}", e.what());

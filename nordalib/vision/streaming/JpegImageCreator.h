@@ -12,12 +12,12 @@
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/registration/Fusion.h"
+#include "nordalib/vision/registration/RegistrationCache.h"
 
 #include <opencv2/core.hpp>
 
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace norda::exp::streaming {
@@ -42,8 +42,7 @@ private:
     DataProxy<std::string>* m_pDataProxy;
     std::shared_ptr<logging::Logger> m_logger;
     vision::Fusion m_fusion;
-    std::optional<vision::Registration> m_registration;
-    std::string m_calibrationFile;
+    vision::RegistrationCache m_registration;
 };
 
 } // namespace norda::exp::streaming

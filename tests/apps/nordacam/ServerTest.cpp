@@ -400,12 +400,18 @@ TEST(NordacamServer, BrowserShowsTheFusionModes) {
         auto put = live.client().Put("/api/settings/Fusion.Mode", std::string("\"") + mode + "\"",
                                      "application/json");
         ASSERT_TRUE(put && put->status == 200) << mode;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1200)); // the new mode's frames on screen
-        const std::string png = page.screenshot();
-        std::ofstream(folder + "/viewer-" + mode + ".png", std::ios::binary) << png;
-        const cv::Mat shot = cv::imdecode(std::vector<uchar>(png.begin(), png.end()), cv::IMREAD_COLOR);
-        ASSERT_FALSE(shot.empty()) << mode;
-        views[mode] = shot(view & cv::Rect(0, 0, shot.cols, shot.rows)).clone();
+        ASSERT_TRUE(page.waitFor(std::string("document.getElementById('fusion').value === '") + mode + "'"));
+        // The stream catches up within a second on an idle machine; a loaded one may take longer.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+        do {
+            std::this_thread::sleep_for(std::chrono::milliseconds(700));
+            const std::string png = page.screenshot();
+            std::ofstream(folder + "/viewer-" + mode + ".png", std::ios::binary) << png;
+            const cv::Mat shot = cv::imdecode(std::vector<uchar>(png.begin(), png.end()), cv::IMREAD_COLOR);
+            ASSERT_FALSE(shot.empty()) << mode;
+            views[mode] = shot(view & cv::Rect(0, 0, shot.cols, shot.rows)).clone();
+        } while (std::string(mode) != "Off" && std::chrono::steady_clock::now() < until &&
+                 cv::norm(views[mode], views["Off"], cv::NORM_L1) / views["Off"].total() <= 3.0);
     }
     // Picture in picture shows the visual view: the beige wall around the infrared image.
     const cv::Vec3b corner = views["PictureInPicture"].at<cv::Vec3b>(20, 20);
