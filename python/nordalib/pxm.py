@@ -15,10 +15,22 @@ _native = _nordalib.pxm
 
 
 class Frame(np.ndarray):
-    """One frame: a NumPy array (uint16 for raw detector frames) with the frame's ``metadata``."""
+    """One frame: a NumPy array (uint16 for raw detector frames) with the frame's ``metadata``
+    (made into Python values when first asked for; views of the frame share it)."""
 
     def __array_finalize__(self, obj):
-        self.metadata = getattr(obj, "metadata", None)
+        self._metadata = getattr(obj, "_metadata", None)
+        self._read = getattr(obj, "_read", None)
+
+    @property
+    def metadata(self):
+        if self._read is not None:
+            self._metadata, self._read = self._read.values(), None
+        return self._metadata
+
+    @metadata.setter
+    def metadata(self, value):
+        self._metadata, self._read = value, None
 
 
 class Recording:
@@ -47,7 +59,7 @@ class Recording:
             return [self[i] for i in range(*index.indices(len(self)))]
         image, metadata = self._native.read(index)
         frame = image.view(Frame)
-        frame.metadata = metadata
+        frame._read = metadata
         return frame
 
     def __iter__(self):

@@ -24,6 +24,17 @@ using norda::vision::ImageIO;
 
 namespace {
 
+// A frame's metadata as read, made into Python values only when asked for: a program going through
+// a recording for its pixels pays nothing for the metadata it never looks at.
+class FrameMetadata {
+public:
+    explicit FrameMetadata(norda::exp::DataStorage<std::string> storage) : m_storage(std::move(storage)) {}
+    py::object values() const { return toPython(m_storage); }
+
+private:
+    norda::exp::DataStorage<std::string> m_storage;
+};
+
 class Recording {
 public:
     explicit Recording(std::string path) : m_path(std::move(path)) {
@@ -60,7 +71,7 @@ public:
             m_next = i + 1;
             meta = m_decoder.getMetaData();
         }
-        return py::make_tuple(toArray(frame, true), toPython(meta));
+        return py::make_tuple(toArray(frame, true), FrameMetadata(std::move(meta)));
     }
 
     void close() {
@@ -136,6 +147,8 @@ private:
 } // namespace
 
 void bindPxm(py::module_& m) {
+    py::class_<FrameMetadata>(m, "_FrameMetadata").def("values", &FrameMetadata::values);
+
     py::class_<Recording>(m, "_Recording")
         .def(py::init([](py::handle path) { return std::make_unique<Recording>(pathArgument(path)); }),
              py::arg("path"))
