@@ -309,9 +309,10 @@ def main():
     r = sub.add_parser("run", help="apply, build and test each mutation")
     r.add_argument("--list", default=DEFAULT_LIST)
     r.add_argument("--build", default=os.path.join(ROOT, "build"))
-    r.add_argument("--target", default="nordalib_tests nordalib_python",
-                   help="what is rebuilt before each run (several: space or comma separated; the "
-                        "Python module too, whose tests are part of the suite)")
+    r.add_argument("--target", default="nordalib_tests nordacam nordalib_python nordapy_reference",
+                   help="what is rebuilt before each run (space or comma separated): the test "
+                        "program, the host the command-line tests start, the Python module and the "
+                        "C++ reference its tests compare with")
     r.add_argument("--results", default=os.path.join(ROOT, "build", "mutation-results.tsv"))
     r.add_argument("--log", default=os.path.join(ROOT, "build", "mutation.log"))
     r.add_argument("--only", help="comma-separated mutation ids")
