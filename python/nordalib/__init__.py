@@ -43,12 +43,12 @@ def _numpy():
             "nordalib needs NumPy: this Python (%s) has none, and the module was built for %s "
             "with the NumPy in %s; run it with that interpreter or install NumPy for this one"
             % (sys.executable, _build.PYTHON, _build.NUMPY_PATH))
-    spec = importlib.util.spec_from_file_location(
+    found = importlib.util.spec_from_file_location(
         "numpy", os.path.join(package, "__init__.py"), submodule_search_locations=[package])
-    numpy = importlib.util.module_from_spec(spec)
+    numpy = importlib.util.module_from_spec(found)
     sys.modules["numpy"] = numpy
     try:
-        spec.loader.exec_module(numpy)
+        found.loader.exec_module(numpy)
     except BaseException:
         del sys.modules["numpy"]
         raise
