@@ -249,16 +249,19 @@ void Camera::addMeasurementChecks() {
         };
     };
     const auto emissivity = between(0.0, true, 1.0, "an emissivity");
-    const auto reflected = between(-100.0, false, 1000.0,
-                                   "a reflected temperature in Â°"
-                                   "C");
+    const auto reflected = between(-100.0, false, 1000.0, "a reflected temperature in °C");
     m_settings.addCheck(Id::Environment::EmissivityValue, emissivity);
     m_settings.addCheck(Id::Gallery::Reanalysis::Emissivity, emissivity);
     m_settings.addCheck(Id::Environment::ReflectedTemperature, reflected);
     m_settings.addCheck(Id::Gallery::Reanalysis::ReflectedTemperature, reflected);
-    m_settings.addCheck(Id::Environment::Temperature, between(-45.0, false, 60.0,
-                                                              "the air temperature in Â°"
-                                                              "C"));
+    m_settings.addCheck(Id::Environment::Temperature,
+                        between(-45.0, false, 60.0, "the air temperature in °C"));
+    m_settings.addCheck(Id::Environment::Humidity, [](const Variant& v) {
+        const float rh = v.value<quantity::Relation<MarkedFloat>>().getValue().toFloat();
+        return rh >= 0.0f && rh <= 1.0f
+                   ? std::string()
+                   : fmt::format("a relative humidity must lie in [0, 100] % (got {} %)", rh * 100.0f);
+    });
     m_settings.addCheck(Id::ProtectiveGlass::Transmission, between(0.0, true, 1.0, "a transmission"));
     m_settings.addCheck(Id::ProtectiveGlass::Emissivity, between(-1e-9, true, 0.999, "the glass emissivity"));
     auto inImage = [this](const cv::Rect& r) {

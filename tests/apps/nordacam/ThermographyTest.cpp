@@ -155,7 +155,7 @@ TEST(NordacamThermography, BadInputIsRefusedAndConcurrentChangesAllLand) {
         json body;
         const char* setting;
     } bad[] = {{{{"Environment.EmissivityValue", 0}}, "Environment.EmissivityValue"},
-               {{{"Environment.Humidity", "120%"}}, "Environment.Humidity"},
+               {{{"Environment.Humidity", "1.2,0"}}, "Environment.Humidity"},
                {{{"MeasPoints.MeasPoint1.Position", "700,20"}}, "MeasPoints.MeasPoint1.Position"},
                {{{"MeasAreas.UserArea1.Rect", "600,400,100,100"}}, "MeasAreas.UserArea1.Rect"},
                {{{"MeasPoints.MeasPoint2.Emissivity", 1.2}}, "MeasPoints.MeasPoint2.Emissivity"},
