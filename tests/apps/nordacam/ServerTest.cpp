@@ -298,7 +298,7 @@ TEST(NordacamServer, StalledViewerIsDroppedWithoutHoldingUpTheOthers) {
         longest = std::max(longest, times[i] - times[i - 1]);
     EXPECT_LT(longest, 2.5);
     // Well past the send timeout the server has hung up: what is left drains, then the end.
-    std::this_thread::sleep_until(stalledSince + std::chrono::seconds(9));
+    std::this_thread::sleep_until(stalledSince + std::chrono::seconds(12)); // more on a busy machine
     EXPECT_FALSE(readFor(stalled, 10.0)) << "the server kept a stalled viewer";
     ::close(stalled);
 
