@@ -150,6 +150,13 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
     EXPECT_LT(t(0, 0), t(0, 1));
     EXPECT_LT(t(0, 1), t(0, 2));
     EXPECT_LT(t(0, 2), t(0, 3));
+    // Each entry is the model's temperature rounded to the nearest 0.01 K, not cut off (the first
+    // signal has no temperature: 0).
+    const auto c = wide.conditions();
+    for (int i = 1; i < 4; ++i)
+        EXPECT_EQ(t(0, i),
+                  std::lround(RadiometricTools::objectTemperature(wide.activeRange(), c, ramp(0, i)) * 100.0))
+            << ramp(0, i);
 }
 
 // Scenes synthesised with the forward model at known temperatures come back through the element
