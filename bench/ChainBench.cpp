@@ -228,16 +228,18 @@ void BM_WholeChain(benchmark::State& state) {
 }
 
 #ifdef NORDACAM_CORE
-// 640 x 480 infrared and 640 x 480 visual: the fusion off (range 0) or alpha-blended (range 1).
+// 640 x 480 infrared and 640 x 480 visual, in each fusion mode: 0 off, 1 alpha blend, 2 picture
+// in picture, 3 edges.
 void BM_WholeChainDual(benchmark::State& state) {
+    static const char* const modes[] = {"Off", "AlphaBlend", "PictureInPicture", "Edges"};
     const int threads = cv::getNumThreads();
     cv::setNumThreads(1);
-    Chain chain({640, 480}, true, state.range(0) ? "AlphaBlend" : "Off");
+    Chain chain({640, 480}, true, modes[state.range(0)]);
     runChain(state, chain);
-    state.SetLabel(state.range(0) ? "alpha blend" : "fusion off");
+    state.SetLabel(modes[state.range(0)]);
     cv::setNumThreads(threads);
 }
-BENCHMARK(BM_WholeChainDual)->DenseRange(0, 1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_WholeChainDual)->DenseRange(0, 3)->Unit(benchmark::kMillisecond)->UseRealTime();
 #endif
 
 } // namespace

@@ -1,7 +1,10 @@
 // Every vector kernel against its plain loop, on every instruction set this processor runs.
 #include "nordalib/core/utils/VectorDispatch.h"
+#include "nordalib/vision/imgproc/ArgbBlend.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
+#include "nordalib/vision/imgproc/LookupTable16.h"
+#include "nordalib/vision/imgproc/RemapBlend.h"
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
 #include "nordalib/vision/imgproc/TemporalNoiseReduction.h"
@@ -149,14 +152,68 @@ Outputs rowStatistics(std::mt19937& rng) {
     return {results};
 }
 
+Outputs argbBlend(std::mt19937& rng) {
+    Outputs out;
+    for (cv::Size size : kSizes) {
+        cv::Mat over = randomMat(size, CV_8UC4, rng, 0, 256), under = randomMat(size, CV_8UC4, rng, 0, 256);
+        over.col(0).setTo(cv::Scalar(255, 255, 255, 255)); // the ends of alpha
+        over.col(1).setTo(cv::Scalar(0, 0, 0, 0));
+        out.push_back(ArgbBlend::blend(over, under));
+    }
+    return out;
+}
+
+// Every entry distinct, the last one read too.
+Outputs lookupTable(std::mt19937& rng) {
+    LookupTable16 table;
+    for (int i = 0; i < 65536; ++i)
+        table[uint16_t(i)] = uint16_t(rng());
+    Outputs out;
+    for (cv::Size size : kSizes)
+        for (int type : {CV_16U, CV_16S}) {
+            cv::Mat in =
+                randomMat(size, type, rng, type == CV_16U ? 0 : -32768, type == CV_16U ? 65536 : 32768);
+            in.at<uint16_t>(0, 0) = 65535;
+            cv::Mat o;
+            table.apply(in, o);
+            out.push_back(o);
+        }
+    return out;
+}
+
+// Maps reaching past every edge, alpha at both ends and between.
+Outputs remapBlend(std::mt19937& rng) {
+    Outputs out;
+    for (cv::Size size : kSizes)
+        for (bool insideOnly : {false, true}) {
+            const cv::Size source(size.width + 5, size.height + 3);
+            const cv::Mat mapX = randomMat(size, CV_32F, rng, -2, source.width + 1);
+            const cv::Mat mapY = randomMat(size, CV_32F, rng, -2, source.height + 1);
+            RemapBlend blend(mapX, mapY, source, insideOnly);
+            const cv::Mat src = randomMat(source, CV_8UC3, rng, 0, 256),
+                          base = randomMat(size, CV_8UC3, rng, 0, 256);
+            for (float alpha : {0.0f, 0.37f, 1.0f}) {
+                cv::Mat o = base.clone();
+                blend.apply(src, base, alpha, o);
+                out.push_back(o);
+            }
+        }
+    return out;
+}
+
 struct Kernel {
     const char* name;
     std::function<Outputs(std::mt19937&)> run;
 };
-const Kernel kKernels[] = {
-    {"ColorConvert", colorConvert},          {"DistortionCorrection", distortion},
-    {"RowStatistics", rowStatistics},        {"SpatialNoiseRemover", spatialNoise},
-    {"StaticPatternRemover", staticPattern}, {"TemporalNoiseReduction", temporalNoise}};
+const Kernel kKernels[] = {{"ArgbBlend", argbBlend},
+                           {"ColorConvert", colorConvert},
+                           {"DistortionCorrection", distortion},
+                           {"LookupTable16", lookupTable},
+                           {"RemapBlend", remapBlend},
+                           {"RowStatistics", rowStatistics},
+                           {"SpatialNoiseRemover", spatialNoise},
+                           {"StaticPatternRemover", staticPattern},
+                           {"TemporalNoiseReduction", temporalNoise}};
 
 // Returns to the best target however a test ends.
 struct Restore {

@@ -75,7 +75,7 @@ void addValidators(exp::CuratorStorage& s) {
 RadiometryBase::RadiometryBase(unsigned short cols, unsigned short rows, float resolution,
                                const std::string& calibrationPath)
     : m_cols(cols), m_rows(rows), m_resolution(resolution),
-      m_calibrationFile(calibrationPath + RadiometricCalibration::kFileName), m_table(65536) {
+      m_calibrationFile(calibrationPath + RadiometricCalibration::kFileName) {
     if (cols == 0 || rows == 0)
         fail("image size " + std::to_string(cols) + "x" + std::to_string(rows) + " is empty",
              "norda::vision::RadiometryBase::RadiometryBase");
@@ -167,14 +167,8 @@ cv::Mat_<unsigned short> RadiometryBase::processFrame(cv::Mat_<short>& raw) {
         m_tableConditions = c;
         m_tableValid = true;
     }
-    cv::Mat_<unsigned short> out(raw.rows, raw.cols);
-    const unsigned short* table = m_table.data();
-    for (int y = 0; y < raw.rows; ++y) {
-        const short* in = raw[y];
-        unsigned short* o = out[y];
-        for (int x = 0; x < raw.cols; ++x)
-            o[x] = table[static_cast<unsigned short>(in[x])];
-    }
+    cv::Mat out;
+    m_table.apply(raw, out);
     return out;
 }
 

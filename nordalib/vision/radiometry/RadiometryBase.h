@@ -17,6 +17,7 @@
 // RadiometricCalibration::kFileName; a missing or invalid file throws.
 
 #include "nordalib/core/datatypes/CuratorStorage.h"
+#include "nordalib/vision/imgproc/LookupTable16.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometryId.h"
 
@@ -79,7 +80,7 @@ private:
     exp::CuratorStorage m_data;
     exp::CuratorStorage m_parameters;
 
-    std::vector<unsigned short> m_table; // indexed by the signal as unsigned 16-bit
+    LookupTable16 m_table; // indexed by the signal as unsigned 16-bit
     bool m_tableValid = false;
     unsigned m_tableRange = 0;
     RadiometricConditions m_tableConditions;

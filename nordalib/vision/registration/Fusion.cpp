@@ -22,27 +22,53 @@ FusionMode Fusion::modeOf(const std::string& name) {
                 "norda::vision::Fusion::modeOf");
 }
 
+namespace {
+bool sameCamera(const CameraModel& a, const CameraModel& b) {
+    return a.size == b.size && a.fx == b.fx && a.fy == b.fy && a.cx == b.cx && a.cy == b.cy && a.k1 == b.k1 &&
+           a.k2 == b.k2 && a.p1 == b.p1 && a.p2 == b.p2 && a.k3 == b.k3;
+}
+// What the maps depend on (the laser does not move them).
+bool sameGeometry(const Registration& a, const Registration& b) {
+    return sameCamera(a.infrared, b.infrared) && sameCamera(a.visual, b.visual) && a.rotation == b.rotation &&
+           a.translation == b.translation;
+}
+} // namespace
+
 void Fusion::prepare(const Registration& r, double distance, cv::Size ir, cv::Size visual) {
-    if (m_registration == &r && ir == m_ir && visual == m_visual &&
+    if (m_prepared && sameGeometry(r, m_registration) && ir == m_ir && visual == m_visual &&
         std::abs(distance / m_distance - 1.0) < 0.005)
         return;
-    m_registration = &r;
+    m_prepared = false; // until the maps are complete
+    m_registration = r;
     m_distance = distance;
     m_ir = ir;
     m_visual = visual;
     r.infraredToVisualMaps(distance, ir, visual, m_toVisualX, m_toVisualY);
+    m_blend = {};
+    m_inside = {};
+    m_outline.clear();
+    m_edgeXY.release();
+    m_edgeFraction.release();
+    m_prepared = true;
+}
+
+void Fusion::preparePictureInPicture() {
     // The picture-in-picture display shows the visual camera's view at the infrared image's size.
-    const double s = double(visual.width) / ir.width;
-    m_toInfraredX.create(ir, CV_32FC1);
-    m_toInfraredY.create(ir, CV_32FC1);
-    const CameraModel irCam = r.infrared.scaled(ir);
-    for (int y = 0; y < ir.height; ++y)
-        for (int x = 0; x < ir.width; ++x) {
+    const Registration& r = m_registration;
+    const double s = double(m_visual.width) / m_ir.width;
+    cv::Mat toInfraredX(m_ir, CV_32FC1), toInfraredY(m_ir, CV_32FC1);
+    const CameraModel irCam = r.infrared.scaled(m_ir);
+    for (int y = 0; y < m_ir.height; ++y)
+        for (int x = 0; x < m_ir.width; ++x) {
             const cv::Point2d v((x + 0.5) * s - 0.5, (y + 0.5) * s - 0.5);
-            const cv::Point2d p = irCam.project(r.visualPoint(v, distance, visual));
-            m_toInfraredX.at<float>(y, x) = float(p.x);
-            m_toInfraredY.at<float>(y, x) = float(p.y);
+            const cv::Point2d p = irCam.project(r.visualPoint(v, m_distance, m_visual));
+            toInfraredX.at<float>(y, x) = float(p.x);
+            toInfraredY.at<float>(y, x) = float(p.y);
         }
+    m_inside = RemapBlend(toInfraredX, toInfraredY, m_ir, true);
+    cv::Mat inside = (toInfraredX >= 0) & (toInfraredX <= m_ir.width - 1) & (toInfraredY >= 0) &
+                     (toInfraredY <= m_ir.height - 1);
+    cv::findContours(inside, m_outline, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE);
 }
 
 std::vector<double> Fusion::infraredPlacement() const {
@@ -68,31 +94,41 @@ cv::Mat Fusion::compose(FusionMode mode, const cv::Mat& infrared, const cv::Mat&
     prepare(r, distance, infrared.size(), uyvy.size());
     cv::Mat out;
     if (mode == FusionMode::Edges) {
+        if (m_edgeXY.empty())
+            cv::convertMaps(m_toVisualX, m_toVisualY, m_edgeXY, m_edgeFraction, CV_16SC2);
         cv::extractChannel(uyvy, m_gray, 1); // the luma of UYVY
-        cv::remap(m_gray, m_warped, m_toVisualX, m_toVisualY, cv::INTER_LINEAR, cv::BORDER_CONSTANT);
+        cv::remap(m_gray, m_warped, m_edgeXY, m_edgeFraction, cv::INTER_LINEAR, cv::BORDER_CONSTANT);
         cv::Canny(m_warped, m_edges, 60, 150);
         out = infrared.clone();
         out.setTo(cv::Scalar(255, 255, 255), m_edges);
         return out;
     }
-    cv::Mat_<cv::Vec3b> rgb;
-    ColorConvert::convertUY1VY0ToRGB(uyvy, rgb);
     if (mode == FusionMode::AlphaBlend) {
-        cv::remap(rgb, m_warped, m_toVisualX, m_toVisualY, cv::INTER_LINEAR, cv::BORDER_CONSTANT);
-        cv::addWeighted(infrared, std::clamp(alpha, 0.0f, 1.0f), m_warped,
-                        1.0 - std::clamp(alpha, 0.0f, 1.0f), 0.0, out);
+        if (m_blend.empty())
+            m_blend = RemapBlend(m_toVisualX, m_toVisualY, m_visual);
+        cv::Mat_<cv::Vec3b> rgb = m_blend.source(); // converted in place: no copy
+        ColorConvert::convertUY1VY0ToRGB(uyvy, rgb);
+        m_blend.apply(rgb, infrared, alpha, out);
         return out;
     }
-    // Picture in picture: the visual view, the infrared image where it sees, framed.
-    cv::resize(rgb, out, infrared.size(), 0, 0, cv::INTER_AREA);
-    cv::Mat mask;
-    cv::remap(infrared, m_warped, m_toInfraredX, m_toInfraredY, cv::INTER_LINEAR, cv::BORDER_CONSTANT);
-    cv::Mat inside = (m_toInfraredX >= 0) & (m_toInfraredX <= infrared.cols - 1) & (m_toInfraredY >= 0) &
-                     (m_toInfraredY <= infrared.rows - 1);
-    m_warped.copyTo(out, inside);
-    std::vector<std::vector<cv::Point>> outline;
-    cv::findContours(inside, outline, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE);
-    cv::drawContours(out, outline, -1, cv::Scalar(255, 255, 255), 1);
+    return pictureInPicture(infrared, uyvy);
+}
+
+// The visual view, the infrared image where it sees, framed.
+cv::Mat Fusion::pictureInPicture(const cv::Mat& infrared, const cv::Mat& uyvy) {
+    if (m_inside.empty())
+        preparePictureInPicture();
+    cv::Mat out;
+    if (uyvy.size() == infrared.size()) {
+        cv::Mat_<cv::Vec3b> view(infrared.size());
+        ColorConvert::convertUY1VY0ToRGB(uyvy, view);
+        out = view;
+    } else {
+        ColorConvert::convertUY1VY0ToRGB(uyvy, m_rgb);
+        cv::resize(m_rgb, out, infrared.size(), 0, 0, cv::INTER_AREA);
+    }
+    m_inside.apply(infrared, out, 0.0f, out);
+    cv::drawContours(out, m_outline, -1, cv::Scalar(255, 255, 255), 1);
     return out;
 }
 

@@ -8,9 +8,13 @@
 // infrared cannot see). Registration at one distance: where the scene is at that distance, the two
 // images agree exactly; nearer or farther, by the parallax of the lenses' baseline.
 //
-// The remap tables depend only on the distance and the sizes and are kept until one changes
-// (distances within 0.5 % count as equal).
+// The remap tables depend only on the registration's geometry, the distance and the sizes and are
+// kept until one changes (distances within 0.5 % count as equal). They are keyed by the geometry's
+// values, not by the registration object: a calibration reloaded in place gets new tables. Alpha
+// blend and picture in picture resample and mix in one pass through fixed-point tables
+// (RemapBlend), built per mode when the mode is first used.
 
+#include "nordalib/vision/imgproc/RemapBlend.h"
 #include "nordalib/vision/registration/Registration.h"
 
 #include <opencv2/core.hpp>
@@ -39,13 +43,20 @@ public:
 
 private:
     void prepare(const Registration& r, double distance, cv::Size ir, cv::Size visual);
+    void preparePictureInPicture();
+    cv::Mat pictureInPicture(const cv::Mat& infrared, const cv::Mat& uyvy);
 
+    bool m_prepared = false;
     double m_distance = 0;
     cv::Size m_ir, m_visual;
-    const Registration* m_registration = nullptr;
-    cv::Mat m_toVisualX, m_toVisualY;     // infrared pixel -> visual pixel
-    cv::Mat m_toInfraredX, m_toInfraredY; // display (visual geometry at the infrared's size) -> infrared
-    cv::Mat m_rgb, m_gray, m_edges, m_warped;
+    Registration m_registration;                   // the geometry the tables were made for
+    cv::Mat m_toVisualX, m_toVisualY;              // infrared pixel -> visual pixel
+    RemapBlend m_blend;                            // visual -> infrared, mixed (alpha blend)
+    RemapBlend m_inside;                           // infrared -> display where it sees (picture in picture)
+    std::vector<std::vector<cv::Point>> m_outline; // of the infrared image in the display
+    cv::Mat m_edgeXY, m_edgeFraction;              // visual luma -> infrared, fixed point (edges)
+    cv::Mat_<cv::Vec3b> m_rgb;
+    cv::Mat m_gray, m_edges, m_warped;
 };
 
 } // namespace norda::vision

@@ -11,7 +11,6 @@ const Registration* RegistrationCache::get(const std::string& file) {
     m_file = file;
     m_error.clear();
     try {
-        // The new one is made before the old one goes: never the same address for another file.
         auto loaded = std::make_unique<Registration>(Registration::load(file));
         m_registration = std::move(loaded);
     } catch (const std::exception& e) {

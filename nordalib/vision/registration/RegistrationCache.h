@@ -2,8 +2,8 @@
 // RegistrationCache: the registration calibration a user of it needs every frame, loaded once per
 // file name. The file is read when a name is first asked for or when the name changes; a file that
 // cannot be read is not tried again until the name changes, and why it failed stays readable for
-// the caller to report. A reloaded calibration lives at a new address, so that users keeping
-// tables per calibration (Fusion) see the change.
+// the caller to report. Users keeping tables per calibration (Fusion) compare its values, not its
+// address.
 
 #include "nordalib/vision/registration/Registration.h"
 

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/imgproc/ArgbBlend.h"
 #include "nordalib/vision/streaming/FusionElement.h"
 
 #include <opencv2/imgcodecs.hpp>
@@ -85,27 +86,7 @@ cv::Mat_<cv::Vec4b> JpegImageCreator::composeJpegImage(const cv::Mat_<cv::Vec3b>
 
 cv::Mat_<cv::Vec4b> JpegImageCreator::blendArgb(const cv::Mat_<cv::Vec4b>& over,
                                                 const cv::Mat_<cv::Vec4b>& under) {
-    if (over.empty() || over.rows != under.rows || over.cols != under.cols)
-        return {};
-    // Rows as 32-bit words (byte 0 least significant); the alias-safe, byte-aligned type keeps the
-    // loop legal for rows at any address (a matrix around foreign memory) and lets the compiler
-    // vectorise it.
-    using Word = uint32_t __attribute__((__may_alias__, __aligned__(1)));
-    cv::Mat_<cv::Vec4b> out(over.rows, over.cols);
-    for (int r = 0; r < over.rows; ++r) {
-        const Word* o = reinterpret_cast<const Word*>(over.ptr(r));
-        const Word* u = reinterpret_cast<const Word*>(under.ptr(r));
-        Word* d = reinterpret_cast<Word*>(out.ptr(r));
-        for (int c = 0; c < over.cols; ++c) {
-            const uint32_t ow = o[c], uw = u[c];
-            const uint32_t a = ow >> 24;
-            // Red and blue share one multiplication, green gets the other; >> 8 divides by 256.
-            const uint32_t rb = ((ow & 0x00FF00FFu) * a + (uw & 0x00FF00FFu) * (255u - a)) & 0xFF00FF00u;
-            const uint32_t g = ((ow & 0x0000FF00u) * a + (uw & 0x0000FF00u) * (255u - a)) & 0x00FF0000u;
-            d[c] = ((rb + g) >> 8) | (a << 24);
-        }
-    }
-    return out;
+    return vision::ArgbBlend::blend(over, under);
 }
 
 } // namespace norda::exp::streaming

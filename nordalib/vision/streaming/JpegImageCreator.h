@@ -6,8 +6,7 @@
 // blends them (blendArgb) and writes the picture, then writes the overlay back to Images.GuiJpeg.
 // With Fusion.InJpeg and a visual image, the preview first gets the display's fusion
 // (Fusion.Mode, vision::Fusion, registered as the fusion element registers).
-// blendArgb: alpha blend on 32-bit words, integer-only, dividing by 256 (an opaque overlay pixel
-// comes out one step darker).
+// blendArgb: the overlay laid over the picture by its alpha (vision::ArgbBlend).
 
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/logging/Logger.h"

@@ -61,6 +61,19 @@ TEST(Fusion, ModesAreRegisteredAtTheObjectsDistance) {
             found = x;
     ASSERT_GE(found, 0);
     EXPECT_NEAR(found, left, 1.5);
+    // Another calibration loaded into the same object: the maps follow its content, not its address.
+    Registration reloaded = reg;
+    for (const char* name : {"AlphaBlend", "PictureInPicture", "Edges"}) {
+        reloaded = reg;
+        Fusion warm;
+        (void)warm.compose(Fusion::modeOf(name), ir, uyvy, reloaded, 3.0, 0.5f);
+        reloaded.translation[0] += 0.05; // five centimetres further apart: 9 pixels more parallax
+        const cv::Mat expected = Fusion().compose(Fusion::modeOf(name), ir, uyvy, reloaded, 3.0, 0.5f);
+        EXPECT_EQ(cv::norm(warm.compose(Fusion::modeOf(name), ir, uyvy, reloaded, 3.0, 0.5f), expected,
+                           cv::NORM_INF),
+                  0)
+            << name;
+    }
     EXPECT_EQ(norda::test::messageOf([] { Fusion::modeOf("Sepia"); }),
               "unknown fusion mode \"Sepia\" (Off, PictureInPicture, AlphaBlend, Edges)");
 }
