@@ -18,10 +18,11 @@ namespace {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// One output pixel per 32-bit lane. A gather of 32 bits at a pixel's channel c fetches that
-// channel in its low byte and the right neighbour's in its high byte (pixels are three bytes
-// apart); one more gather a buffer row further fetches the pair below. The plain loop's integer
-// steps follow, lane by lane. Returns the number of pixels done, a whole number of vectors.
+// One output pixel per 32-bit lane. A gather of 64 bits at a pixel fetches it and its right
+// neighbour (bytes 0-2 and 3-5), one more a buffer row further the pair below; the low and high
+// words of each gather come apart into two vectors of 32-bit lanes, from which each channel's
+// pair is shifted out. The plain loop's integer steps follow, lane by lane. Returns the number of
+// pixels done, a whole number of vectors.
 size_t blendRun(const int32_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT frac, const uint8_t* src,
                 size_t stride, const uint8_t* base, uint8_t* out, size_t n, int32_t a) {
 #if HWY_TARGET == HWY_SCALAR
@@ -31,33 +32,50 @@ size_t blendRun(const int32_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT fr
     const hn::ScalableTag<int32_t> di;
     const hn::RebindToUnsigned<decltype(di)> du;
     const hn::Rebind<uint8_t, decltype(di)> d8;
+    const hn::Repartition<int64_t, decltype(di)> d64;
+    const hn::Rebind<int32_t, decltype(d64)> dhalf;
+    using V = hn::Vec<decltype(di)>;
     using V8 = hn::Vec<decltype(d8)>;
-    const size_t lanes = hn::Lanes(di);
+    const size_t lanes = hn::Lanes(di), half = hn::Lanes(d64);
     const auto byte = hn::Set(di, 0xFF), low16 = hn::Set(di, 0xFFFF);
     const auto wBase = hn::Set(di, a), wWarped = hn::Set(di, 32768 - a);
     const auto half10 = hn::Set(di, 512), half15 = hn::Set(di, 16384);
+    const int64_t* top = reinterpret_cast<const int64_t*>(src);
+    const int64_t* bottom = reinterpret_cast<const int64_t*>(src + stride);
     size_t i = 0;
     for (; i + lanes <= n; i += lanes) {
-        const auto at = hn::LoadU(di, off + i);
+        const auto at0 = hn::PromoteTo(d64, hn::LoadU(dhalf, off + i));
+        const auto at1 = hn::PromoteTo(d64, hn::LoadU(dhalf, off + i + half));
+        // Low words: channels 0-2 of the left pixel, 0 of the right; high words: 1-2 of the right.
+        const auto split = [&](const int64_t* rowBase, V& lo, V& hi) {
+            const V g0 = hn::BitCast(di, hn::GatherOffset(d64, rowBase, at0));
+            const V g1 = hn::BitCast(di, hn::GatherOffset(d64, rowBase, at1));
+            lo = hn::ConcatEven(di, g1, g0);
+            hi = hn::ConcatOdd(di, g1, g0);
+        };
+        V tl, th, bl, bh;
+        split(top, tl, th);
+        split(bottom, bl, bh);
         const auto f = hn::BitCast(di, hn::LoadU(du, frac + i));
         const auto fx = hn::And(f, low16), fy = hn::ShiftRight<16>(f);
-        V8 b0, b1, b2;
-        hn::LoadInterleaved3(d8, base + 3 * i, b0, b1, b2);
-        const auto channel = [&](size_t c, V8 b) {
-            const auto top = hn::GatherOffset(di, reinterpret_cast<const int32_t*>(src + c), at);
-            const auto bottom = hn::GatherOffset(di, reinterpret_cast<const int32_t*>(src + c + stride), at);
-            const auto lerp = [&](hn::Vec<decltype(di)> pair) {
-                const auto p0 = hn::And(pair, byte), p1 = hn::And(hn::ShiftRight<24>(pair), byte);
-                return hn::Add(hn::ShiftLeft<5>(p0), hn::Mul(fx, hn::Sub(p1, p0)));
-            };
-            const auto h0 = lerp(top), h1 = lerp(bottom);
+        const auto lerp = [&](V p0, V p1) {
+            p0 = hn::And(p0, byte);
+            p1 = hn::And(p1, byte);
+            return hn::Add(hn::ShiftLeft<5>(p0), hn::Mul(fx, hn::Sub(p1, p0)));
+        };
+        const auto mix = [&](V h0, V h1, V8 b) {
             const auto warped = hn::ShiftRight<10>(
                 hn::Add(hn::Add(hn::ShiftLeft<5>(h0), hn::Mul(fy, hn::Sub(h1, h0))), half10));
             const auto mixed =
                 hn::Add(hn::Add(hn::Mul(hn::PromoteTo(di, b), wBase), hn::Mul(warped, wWarped)), half15);
             return hn::DemoteTo(d8, hn::ShiftRight<15>(mixed));
         };
-        const V8 o0 = channel(0, b0), o1 = channel(1, b1), o2 = channel(2, b2);
+        V8 b0, b1, b2;
+        hn::LoadInterleaved3(d8, base + 3 * i, b0, b1, b2);
+        const V8 o0 = mix(lerp(tl, hn::ShiftRight<24>(tl)), lerp(bl, hn::ShiftRight<24>(bl)), b0);
+        const V8 o1 = mix(lerp(hn::ShiftRight<8>(tl), th), lerp(hn::ShiftRight<8>(bl), bh), b1);
+        const V8 o2 = mix(lerp(hn::ShiftRight<16>(tl), hn::ShiftRight<8>(th)),
+                          lerp(hn::ShiftRight<16>(bl), hn::ShiftRight<8>(bh)), b2);
         hn::StoreInterleaved3(o0, o1, o2, d8, out + 3 * i);
     }
     return i;
@@ -109,7 +127,9 @@ RemapBlend::RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size source
     if (sourceSize.width < 1 || sourceSize.height < 1)
         NORDA_THROW("remap tables need a source of at least one pixel",
                     "norda::vision::RemapBlend::RemapBlend");
-    m_framed = cv::Mat::zeros(sourceSize.height + 2, sourceSize.width + 2, CV_8UC3);
+    // One row more than the frame: the vector kernel reads 8 bytes for a pair of pixels (6).
+    m_framed = cv::Mat(cv::Mat::zeros(sourceSize.height + 3, sourceSize.width + 2, CV_8UC3))
+                   .rowRange(0, sourceSize.height + 2);
     const int stride = int(m_framed.step);
     m_offset.resize(m_size.area());
     m_fraction.resize(m_size.area());
