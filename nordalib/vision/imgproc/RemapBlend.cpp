@@ -38,7 +38,7 @@ size_t blendRun(const int32_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT fr
     using V8 = hn::Vec<decltype(d8)>;
     const size_t lanes = hn::Lanes(di), half = hn::Lanes(d64);
     const auto byte = hn::Set(di, 0xFF), low16 = hn::Set(di, 0xFFFF);
-    const auto wBase = hn::Set(di, a), wWarped = hn::Set(di, 32768 - a);
+    const auto wBase = hn::Set(di, a);
     const auto half10 = hn::Set(di, 512), half15 = hn::Set(di, 16384);
     const int64_t* top = reinterpret_cast<const int64_t*>(src);
     const int64_t* bottom = reinterpret_cast<const int64_t*>(src + stride);
@@ -66,9 +66,8 @@ size_t blendRun(const int32_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT fr
         const auto mix = [&](V h0, V h1, V8 b) {
             const auto warped = hn::ShiftRight<10>(
                 hn::Add(hn::Add(hn::ShiftLeft<5>(h0), hn::Mul(fy, hn::Sub(h1, h0))), half10));
-            const auto mixed =
-                hn::Add(hn::Add(hn::Mul(hn::PromoteTo(di, b), wBase), hn::Mul(warped, wWarped)), half15);
-            return hn::DemoteTo(d8, hn::ShiftRight<15>(mixed));
+            const auto towards = hn::Mul(hn::Sub(hn::PromoteTo(di, b), warped), wBase);
+            return hn::DemoteTo(d8, hn::Add(warped, hn::ShiftRight<15>(hn::Add(towards, half15))));
         };
         V8 b0, b1, b2;
         hn::LoadInterleaved3(d8, base + 3 * i, b0, b1, b2);
@@ -113,7 +112,7 @@ void blendRun(const int32_t* off, const uint32_t* frac, const uint8_t* src, size
             const int h0 = 32 * t[c] + fx * (t[c + 3] - t[c]);
             const int h1 = 32 * b[c] + fx * (b[c + 3] - b[c]);
             const int warped = (32 * h0 + fy * (h1 - h0) + 512) >> 10;
-            out[3 * i + c] = uint8_t((base[3 * i + c] * a + warped * (32768 - a) + 16384) >> 15);
+            out[3 * i + c] = uint8_t(warped + (((base[3 * i + c] - warped) * a + 16384) >> 15));
         }
     }
 }

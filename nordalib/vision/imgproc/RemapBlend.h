@@ -7,7 +7,7 @@
 // with p00, p01, p10, p11 the four source pixels and a = round(alpha * 32768):
 //   h0 = 32 p00 + fx (p01 - p00),  h1 = 32 p10 + fx (p11 - p10)
 //   warped = (32 h0 + fy (h1 - h0) + 512) >> 10
-//   out = (base a + warped (32768 - a) + 16384) >> 15
+//   out = (base a + warped (32768 - a) + 16384) >> 15 = warped + ((base - warped) a + 16384) >> 15
 // `warped` is cv::remap's INTER_LINEAR result with a black constant border, byte for byte; `out`
 // is cv::addWeighted's up to its rounding (it rounds a float sum half to even, this an exact one
 // half up: the two differ by one step where the sum lies at or within float error of a half).
