@@ -184,7 +184,7 @@ void RemapBlend::apply(const cv::Mat& source, const cv::Mat& base, float alpha, 
         source.copyTo(inside);
     if (out.size() != m_size || out.type() != CV_8UC3)
         out.create(m_size, CV_8UC3);
-    const int32_t a = int32_t(std::lround(std::clamp(alpha, 0.0f, 1.0f) * 32768.0f));
+    const int32_t a = int32_t(std::lround((alpha > 0 ? std::min(alpha, 1.0f) : 0.0f) * 32768.0f));
     const uint8_t* src = m_framed.ptr<uint8_t>(0);
     const size_t stride = m_framed.step;
     const bool vector = !utils::VectorDispatch::plain();

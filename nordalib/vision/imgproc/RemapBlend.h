@@ -42,7 +42,7 @@ public:
     cv::Mat source() const;
 
     // `source`: CV_8UC3 of the source size; `base`: CV_8UC3 of the output size; `alpha`: the
-    // weight of `base`, clamped to 0..1. `out` is (re)created unless it has base's size and type;
+    // weight of `base`, clamped to 0..1 (NaN is 0). `out` is (re)created unless it has base's size and type;
     // it may be `base` itself. Throws norda::Exception for images of another size or type.
     void apply(const cv::Mat& source, const cv::Mat& base, float alpha, cv::Mat& out);
 
