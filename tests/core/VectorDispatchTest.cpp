@@ -197,6 +197,10 @@ Outputs remapBlend(std::mt19937& rng) {
                 blend.apply(src, base, alpha, o);
                 out.push_back(o);
             }
+            cv::Mat luma;
+            RemapBlend(mapX, mapY, source, false, RemapBlend::Source::UyvyLuma)
+                .warpLuma(randomMat(source, CV_8UC2, rng, 0, 256), luma);
+            out.push_back(luma);
         }
     return out;
 }

@@ -81,6 +81,40 @@ size_t blendRun(const int32_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT fr
 #endif
 }
 
+// The luma of a UYVY frame (pixels two bytes apart, Y in the second): a gather of 32 bits at a
+// pixel's Y fetches its right neighbour's Y in the third byte.
+size_t lumaRun(const int32_t* HWY_RESTRICT off, const uint32_t* HWY_RESTRICT frac, const uint8_t* src,
+               size_t stride, uint8_t* out, size_t n) {
+#if HWY_TARGET == HWY_SCALAR
+    (void)off, (void)frac, (void)src, (void)stride, (void)out, (void)n;
+    return 0;
+#else
+    const hn::ScalableTag<int32_t> di;
+    const hn::RebindToUnsigned<decltype(di)> du;
+    const hn::Rebind<uint8_t, decltype(di)> d8;
+    using V = hn::Vec<decltype(di)>;
+    const size_t lanes = hn::Lanes(di);
+    const auto byte = hn::Set(di, 0xFF), low16 = hn::Set(di, 0xFFFF), half10 = hn::Set(di, 512);
+    const int32_t* top = reinterpret_cast<const int32_t*>(src);
+    const int32_t* bottom = reinterpret_cast<const int32_t*>(src + stride);
+    size_t i = 0;
+    for (; i + lanes <= n; i += lanes) {
+        const auto at = hn::LoadU(di, off + i);
+        const auto f = hn::BitCast(di, hn::LoadU(du, frac + i));
+        const auto fx = hn::And(f, low16), fy = hn::ShiftRight<16>(f);
+        const auto lerp = [&](V pair) {
+            const auto p0 = hn::And(pair, byte), p1 = hn::And(hn::ShiftRight<16>(pair), byte);
+            return hn::Add(hn::ShiftLeft<5>(p0), hn::Mul(fx, hn::Sub(p1, p0)));
+        };
+        const auto h0 = lerp(hn::GatherOffset(di, top, at)), h1 = lerp(hn::GatherOffset(di, bottom, at));
+        const auto warped =
+            hn::ShiftRight<10>(hn::Add(hn::Add(hn::ShiftLeft<5>(h0), hn::Mul(fy, hn::Sub(h1, h0))), half10));
+        hn::StoreU(hn::DemoteTo(d8, warped), d8, out + i);
+    }
+    return i;
+#endif
+}
+
 const char* targetName() {
     return hwy::TargetName(HWY_TARGET);
 }
@@ -95,6 +129,7 @@ namespace norda::vision {
 
 namespace {
 HWY_EXPORT(blendRun);
+HWY_EXPORT(lumaRun);
 HWY_EXPORT(targetName);
 [[maybe_unused]] const bool kRegistered =
     utils::VectorDispatch::registerKernel("RemapBlend", [] { return HWY_DYNAMIC_DISPATCH(targetName)(); });
@@ -116,10 +151,22 @@ void blendRun(const int32_t* off, const uint32_t* frac, const uint8_t* src, size
         }
     }
 }
+void lumaRun(const int32_t* off, const uint32_t* frac, const uint8_t* src, size_t stride, uint8_t* out,
+             size_t first, size_t n) {
+    for (size_t i = first; i < n; ++i) {
+        const uint8_t* t = src + off[i];
+        const uint8_t* b = t + stride;
+        const int fx = int(frac[i] & 0xFFFF), fy = int(frac[i] >> 16);
+        const int h0 = 32 * t[0] + fx * (t[2] - t[0]);
+        const int h1 = 32 * b[0] + fx * (b[2] - b[0]);
+        out[i] = uint8_t((32 * h0 + fy * (h1 - h0) + 512) >> 10);
+    }
+}
 } // namespace
 
-RemapBlend::RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size sourceSize, bool insideOnly)
-    : m_size(mapX.size()), m_source(sourceSize) {
+RemapBlend::RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size sourceSize, bool insideOnly,
+                       Source format)
+    : m_size(mapX.size()), m_source(sourceSize), m_format(format) {
     if (mapX.type() != CV_32FC1 || mapY.type() != CV_32FC1 || mapX.size() != mapY.size() || mapX.empty())
         NORDA_THROW("remap tables need two CV_32FC1 maps of one size",
                     "norda::vision::RemapBlend::RemapBlend");
@@ -127,7 +174,9 @@ RemapBlend::RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size source
         NORDA_THROW("remap tables need a source of at least one pixel",
                     "norda::vision::RemapBlend::RemapBlend");
     // One row more than the frame: the vector kernel reads 8 bytes for a pair of pixels (6).
-    m_framed = cv::Mat(cv::Mat::zeros(sourceSize.height + 3, sourceSize.width + 2, CV_8UC3))
+    const bool luma = format == Source::UyvyLuma;
+    const int pixelBytes = luma ? 2 : 3, first = luma ? 1 : 0; // the Y of a UYVY pixel is its second byte
+    m_framed = cv::Mat(cv::Mat::zeros(sourceSize.height + 3, sourceSize.width + 2, luma ? CV_8UC2 : CV_8UC3))
                    .rowRange(0, sourceSize.height + 2);
     const int stride = int(m_framed.step);
     m_offset.resize(m_size.area());
@@ -148,10 +197,10 @@ RemapBlend::RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size source
                 const int iy = near ? cvRound(my[x] * kFraction) : -1000 * kFraction;
                 const int sx = ix >> 5, sy = iy >> 5; // floor
                 if (sx < -1 || sy < -1 || sx >= sourceSize.width || sy >= sourceSize.height) {
-                    m_offset[i] = 0; // the frame's corner, black, weighing all
+                    m_offset[i] = first; // the frame's corner, black, weighing all
                     m_fraction[i] = 0;
                 } else {
-                    m_offset[i] = (sy + 1) * stride + (sx + 1) * 3;
+                    m_offset[i] = (sy + 1) * stride + (sx + 1) * pixelBytes + first;
                     m_fraction[i] = uint32_t(ix & (kFraction - 1)) | uint32_t(iy & (kFraction - 1)) << 16;
                 }
             }
@@ -171,7 +220,7 @@ cv::Mat RemapBlend::source() const {
 }
 
 void RemapBlend::apply(const cv::Mat& source, const cv::Mat& base, float alpha, cv::Mat& out) {
-    if (source.type() != CV_8UC3 || source.size() != m_source)
+    if (m_format != Source::Rgb || source.type() != CV_8UC3 || source.size() != m_source)
         NORDA_THROW("remap source must be CV_8UC3 of " + std::to_string(m_source.width) + "x" +
                         std::to_string(m_source.height),
                     "norda::vision::RemapBlend::apply");
@@ -196,6 +245,26 @@ void RemapBlend::apply(const cv::Mat& source, const cv::Mat& base, float alpha, 
         uint8_t* o = out.ptr<uint8_t>(r.row) + 3 * r.first;
         const size_t done = vector ? HWY_DYNAMIC_DISPATCH(blendRun)(off, frac, src, stride, b, o, n, a) : 0;
         blendRun(off, frac, src, stride, b, o, done, n, a);
+    }
+}
+
+void RemapBlend::warpLuma(const cv::Mat& uyvy, cv::Mat& out) {
+    if (m_format != Source::UyvyLuma || uyvy.type() != CV_8UC2 || uyvy.size() != m_source)
+        NORDA_THROW("remap source must be UYVY (CV_8UC2) of " + std::to_string(m_source.width) + "x" +
+                        std::to_string(m_source.height),
+                    "norda::vision::RemapBlend::warpLuma");
+    uyvy.copyTo(source());
+    out.create(m_size, CV_8UC1);
+    const uint8_t* src = m_framed.ptr<uint8_t>(0);
+    const size_t stride = m_framed.step;
+    const bool vector = !utils::VectorDispatch::plain();
+    for (const Run& r : m_runs) {
+        const size_t at = size_t(r.row) * m_size.width + r.first, n = size_t(r.end - r.first);
+        uint8_t* o = out.ptr<uint8_t>(r.row) + r.first;
+        const size_t done = vector ? HWY_DYNAMIC_DISPATCH(lumaRun)(m_offset.data() + at,
+                                                                   m_fraction.data() + at, src, stride, o, n)
+                                   : 0;
+        lumaRun(m_offset.data() + at, m_fraction.data() + at, src, stride, o, done, n);
     }
 }
 

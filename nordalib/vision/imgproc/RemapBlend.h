@@ -18,6 +18,9 @@
 // With `insideOnly`, only the pixels whose coordinates lie within the source image are written;
 // the others keep what `out` holds (picture in picture).
 //
+// A table for the luma of UYVY frames (Source::UyvyLuma) resamples only that: warpLuma() is
+// cv::extractChannel and cv::remap as above, byte for byte.
+//
 // Runs of pixels go through a vector kernel of the widest vectors the processor has (see
 // VectorDispatch.h) and the plain loop; both give identical bytes.
 
@@ -30,21 +33,26 @@ namespace norda::vision {
 
 class RemapBlend {
 public:
+    enum class Source { Rgb, UyvyLuma };
+
     RemapBlend() = default;
     // `mapX`, `mapY`: CV_32FC1 of the output's size, source pixel coordinates of every output pixel.
-    RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size sourceSize, bool insideOnly = false);
+    RemapBlend(const cv::Mat& mapX, const cv::Mat& mapY, cv::Size sourceSize, bool insideOnly = false,
+               Source format = Source::Rgb);
 
     bool empty() const { return m_offset.empty(); }
     cv::Size size() const { return m_size; }
     cv::Size sourceSize() const { return m_source; }
 
-    // The source's place in the framed buffer (CV_8UC3 of the source size).
+    // The source's place in the framed buffer (CV_8UC3, or CV_8UC2 for UYVY, of the source size).
     cv::Mat source() const;
 
     // `source`: CV_8UC3 of the source size; `base`: CV_8UC3 of the output size; `alpha`: the
     // weight of `base`, clamped to 0..1 (NaN is 0). `out` is (re)created unless it has base's size and type;
     // it may be `base` itself. Throws norda::Exception for images of another size or type.
     void apply(const cv::Mat& source, const cv::Mat& base, float alpha, cv::Mat& out);
+    // A UyvyLuma table: `uyvy` (CV_8UC2 of the source size) -> `out`, CV_8UC1 of the output size.
+    void warpLuma(const cv::Mat& uyvy, cv::Mat& out);
 
 private:
     struct Run {
@@ -55,6 +63,7 @@ private:
     std::vector<uint32_t> m_fraction; // fx | fy << 16
     std::vector<Run> m_runs;
     cv::Size m_size, m_source;
+    Source m_format = Source::Rgb;
     cv::Mat m_framed; // the source with a black frame of one pixel
 };
 

@@ -47,8 +47,7 @@ void Fusion::prepare(const Registration& r, double distance, cv::Size ir, cv::Si
     m_blend = {};
     m_inside = {};
     m_outline.clear();
-    m_edgeXY.release();
-    m_edgeFraction.release();
+    m_luma = {};
     m_prepared = true;
 }
 
@@ -94,13 +93,14 @@ cv::Mat Fusion::compose(FusionMode mode, const cv::Mat& infrared, const cv::Mat&
     prepare(r, distance, infrared.size(), uyvy.size());
     cv::Mat out;
     if (mode == FusionMode::Edges) {
-        if (m_edgeXY.empty())
-            cv::convertMaps(m_toVisualX, m_toVisualY, m_edgeXY, m_edgeFraction, CV_16SC2);
-        cv::extractChannel(uyvy, m_gray, 1); // the luma of UYVY
-        cv::remap(m_gray, m_warped, m_edgeXY, m_edgeFraction, cv::INTER_LINEAR, cv::BORDER_CONSTANT);
+        if (m_luma.empty())
+            m_luma = RemapBlend(m_toVisualX, m_toVisualY, m_visual, false, RemapBlend::Source::UyvyLuma);
+        m_luma.warpLuma(uyvy, m_warped);
         cv::Canny(m_warped, m_edges, 60, 150);
-        out = infrared.clone();
-        out.setTo(cv::Scalar(255, 255, 255), m_edges);
+        // Edge pixels are 255, the rest 0: the brighter of the two is white on edges, the
+        // infrared elsewhere (two vector passes, where a masked set goes pixel by pixel).
+        cv::cvtColor(m_edges, m_edges, cv::COLOR_GRAY2RGB);
+        cv::max(infrared, m_edges, out);
         return out;
     }
     if (mode == FusionMode::AlphaBlend) {

@@ -54,9 +54,9 @@ private:
     RemapBlend m_blend;                            // visual -> infrared, mixed (alpha blend)
     RemapBlend m_inside;                           // infrared -> display where it sees (picture in picture)
     std::vector<std::vector<cv::Point>> m_outline; // of the infrared image in the display
-    cv::Mat m_edgeXY, m_edgeFraction;              // visual luma -> infrared, fixed point (edges)
+    RemapBlend m_luma;                             // visual luma -> infrared (edges)
     cv::Mat_<cv::Vec3b> m_rgb;
-    cv::Mat m_gray, m_edges, m_warped;
+    cv::Mat m_edges, m_warped;
 };
 
 } // namespace norda::vision

@@ -42,6 +42,14 @@ TEST(RemapBlend, IsRemapThenAddWeightedInOnePass) {
             // at most, and only there.
             EXPECT_LE(cv::norm(out, expected, cv::NORM_INF), alpha == 0.0f || alpha == 1.0f ? 0.0 : 1.0);
         }
+        // The luma of a UYVY frame: extractChannel and remap, byte for byte.
+        cv::Mat uyvy(source, CV_8UC2), luma, expectedLuma, warpedLuma;
+        rng.fill(uyvy, cv::RNG::UNIFORM, 0, 256);
+        cv::extractChannel(uyvy, luma, 1);
+        cv::remap(luma, expectedLuma, xy, fraction, cv::INTER_LINEAR, cv::BORDER_CONSTANT,
+                  cv::Scalar::all(0));
+        RemapBlend(mapX, mapY, source, false, RemapBlend::Source::UyvyLuma).warpLuma(uyvy, warpedLuma);
+        EXPECT_EQ(cv::norm(warpedLuma, expectedLuma, cv::NORM_INF), 0.0);
         // Picture in picture: only where the coordinates lie within the source, the rest untouched.
         RemapBlend inside(mapX, mapY, source, true);
         cv::Mat out = base.clone(), expected = base.clone();
