@@ -187,6 +187,29 @@ TEST(PhysicalCamera, RawSignalRisesWithSceneAndFallsAsTheCameraWarms) {
     }
 }
 
+TEST(PhysicalCamera, CameraPartsFollowTheBoardAsFirstOrderLags) {
+    // A first-order lag (tau_p) driven by the board's exponential rise (tau_b) has the closed form
+    // T(t) = a + share rise (1 - (tau_p e^(-t/tau_p) - tau_b e^(-t/tau_b)) / (tau_p - tau_b)).
+    const ThermalParameters p;
+    CameraThermal thermal(p, ShutterParameters{});
+    for (double t : {60.0, 300.0, 900.0}) {
+        thermal.switchOn(t);
+        const auto& c = thermal.temperatures();
+        auto expected = [&](double share, double tau) {
+            const double tb = p.boardTimeConstantS;
+            return p.ambientC + share * p.boardRiseK *
+                                    (1.0 - (tau * std::exp(-t / tau) - tb * std::exp(-t / tb)) / (tau - tb));
+        };
+        EXPECT_NEAR(c.boardC, p.ambientC + p.boardRiseK * (1.0 - std::exp(-t / p.boardTimeConstantS)), 1e-9)
+            << t;
+        EXPECT_NEAR(c.housingC, expected(p.housingShare, p.housingTimeConstantS), 0.05) << t;
+        EXPECT_NEAR(c.lensC, expected(p.lensShare, p.lensTimeConstantS), 0.05) << t;
+        EXPECT_LT(c.shutterC, c.housingC) << t; // it trails the housing it hangs in
+    }
+    thermal.settle(40.0);
+    EXPECT_NEAR(thermal.temperatures().shutterC, thermal.temperatures().housingC - 0.5, 1e-9);
+}
+
 TEST(PhysicalCamera, HeatedGridLandsWhereOpenCvsLensModelPutsIt) {
     PhysicalCamera camera(quietCamera());
     GridView request;
