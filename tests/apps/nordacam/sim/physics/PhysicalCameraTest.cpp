@@ -99,10 +99,17 @@ TEST(PhysicalCamera, AirTransmitsLessOverDistanceAndWithHumidityAndEmitsWhatItAb
         EXPECT_LT(b.transmission(7.6, d), b.transmission(10.0, d)) << d; // the band's edge absorbs more
         previous = t;
     }
-    // The 10 um window over 1 km at 20 C and 50 %: about 0.9 (continuum-dominated).
-    const double window = Atmosphere(AirParameters{}).transmission(10.0, 1000.0);
-    EXPECT_GT(window, 0.85);
-    EXPECT_LT(window, 0.97);
+    // 1 km at 20 C and 50 %: about 0.9 in the 10 um window (continuum), about 0.6 at the water
+    // band's edge at 8 um, as low-resolution transmission spectra of such a path show.
+    const Atmosphere standard{AirParameters{}};
+    EXPECT_GT(standard.transmission(10.0, 1000.0), 0.85);
+    EXPECT_LT(standard.transmission(10.0, 1000.0), 0.97);
+    EXPECT_GT(standard.transmission(8.0, 1000.0), 0.45);
+    EXPECT_LT(standard.transmission(8.0, 1000.0), 0.75);
+    // Curve of growth: absorption by saturated lines grows slower than the path (Beer's law would
+    // double the optical depth with the distance).
+    EXPECT_LT(std::log(standard.transmission(8.0, 2000.0)) / std::log(standard.transmission(8.0, 1000.0)),
+              1.9);
 
     // Kirchhoff: a black body at the air's temperature looks the same at any distance, what the air
     // takes away it gives back; a hot one fades with distance and humidity.
@@ -126,6 +133,25 @@ TEST(PhysicalCamera, SmallHotObjectsReadLowerThanLargeOnes) {
     scene.surfaces = {{"large", Shape::Disc, {320, 240}, 0.9, 0.9, 3.0, 80.0, 0.95},
                       {"small", Shape::Disc, {120, 120}, 0.02, 0.02, 3.0, 80.0, 0.95},
                       {"middle", Shape::Disc, {520, 120}, 0.06, 0.06, 3.0, 80.0, 0.95}};
+    // Surfaces cover their area: the radiance they add, summed, is their area in pixels times
+    // their contrast (a disc of d metres at 3 m is pi (f d / 6)^2 pixels).
+    const cv::Mat& ideal = camera.sceneRadiance(scene);
+    const double floor = ideal.at<float>(470, 10), disc = ideal.at<float>(240, 320);
+    for (auto [centre, metres] :
+         {std::pair{cv::Point(120, 120), 0.02}, std::pair{cv::Point(520, 120), 0.06}}) {
+        const double area =
+            cv::sum(ideal(cv::Rect(centre - cv::Point(10, 10), cv::Size(21, 21))) - floor)[0] /
+            (disc - floor);
+        const double r = camera.parameters().distortion.fx * metres / 6.0;
+        EXPECT_NEAR(area, kPi * r * r, 1.0) << metres; // within an edge pixel
+    }
+    // The PSF moves radiance, it neither makes nor loses any.
+    cv::Mat flat(480, 640, CV_32F, cv::Scalar(50.0)), point(480, 640, CV_32F, cv::Scalar(0.0));
+    point.at<float>(200, 300) = 1000.0f;
+    camera.optics().blur(flat);
+    camera.optics().blur(point);
+    EXPECT_NEAR(cv::mean(flat)[0], 50.0, 1e-3);
+    EXPECT_NEAR(cv::sum(point)[0], 1000.0, 1.0);
     const cv::Mat raw = camera.render(scene, t);
     auto at = [&](cv::Point2d ideal) {
         const cv::Point2d p = camera.distortion().distort(ideal);
@@ -170,6 +196,18 @@ TEST(PhysicalCamera, RawSignalRisesWithSceneAndFallsAsTheCameraWarms) {
     const double high2 = centreMean(camera.blackbodyView(v).frames.at(0));
     v.blackbodyC = 29.5;
     EXPECT_NEAR(high2 - centreMean(camera.blackbodyView(v).frames.at(0)), (high - low) / 4, 3.0);
+
+    // The bolometer's responsivity follows its film's temperature coefficient, -Ea / (k T^2): a
+    // camera 20 K warmer gains ((25 + 1.5 + 273.15) / (45 + 1.5 + 273.15))^2 as much per kelvin.
+    auto slopeAt = [&](double board) {
+        BlackbodyView w;
+        w.boardC = board;
+        w.blackbodyC = 20.0;
+        const double a = centreMean(camera.blackbodyView(w).frames.at(0));
+        w.blackbodyC = 40.0;
+        return centreMean(camera.blackbodyView(w).frames.at(0)) - a;
+    };
+    EXPECT_NEAR(slopeAt(45.0) / slopeAt(25.0), std::pow(299.65 / 319.65, 2), 0.01);
 
     // With the read-out's own drift switched off, a settled camera that runs warmer reads the same
     // scene lower: the bolometer's own emission grows faster than what housing and optics send.
