@@ -15,7 +15,7 @@ CameraThermal::CameraThermal(const ThermalParameters& t, const ShutterParameters
 }
 
 double CameraThermal::boardAt(double timeS) const {
-    return m_p.ambientC + m_p.boardRiseK * (1.0 - std::exp(-timeS / m_p.boardTimeConstantS));
+    return m_t.ambientC + m_p.boardRiseK * (1.0 - std::exp(-timeS / m_p.boardTimeConstantS));
 }
 
 void CameraThermal::switchOn(double uptimeS) {
@@ -33,7 +33,7 @@ void CameraThermal::advance(double dtS) {
         NORDA_THROW("camera thermal model: time step must not be negative",
                     "nordacam::sim::physics::CameraThermal::advance");
     m_time += dtS;
-    const double a = m_p.ambientC;
+    const double a = m_t.ambientC;
     m_t.boardC = boardAt(m_time);
     m_t.boardSlopeKPerMin =
         m_p.boardRiseK / m_p.boardTimeConstantS * std::exp(-m_time / m_p.boardTimeConstantS) * 60.0;
@@ -61,7 +61,7 @@ void CameraThermal::settle(double boardC) {
     m_t.windowC = a + m_p.windowShare * rise;
     m_shutter.settle(m_t.housingC);
     m_t.shutterC = m_shutter.temperatureC();
-    m_time = 1e9;
+    m_time = 1e9; // long after switching on: advancing keeps it settled
 }
 
 } // namespace nordacam::sim::physics

@@ -150,3 +150,31 @@ struct CameraParameters {
 };
 
 } // namespace nordacam::sim::physics
+
+namespace nordacam::sim::physics {
+
+// The laser pointer and the visual camera that sees its spot (optional model; see LaserSpot).
+struct LaserParameters {
+    double powerW = 1e-3; // class 2 pointer: at most 1 mW
+    double wavelengthUm = 0.635;
+    double waistRadiusM = 1.5e-3;          // 1/e^2 radius at the exit
+    double divergenceRad = 1.0e-3;         // full angle (1/e^2), typical of a collimated diode
+    cv::Vec3d origin{0.0, 0.042, 0.0};     // beside the visual lens, metres (camera coordinates)
+    cv::Vec3d direction{0.0, -0.002, 1.0}; // tilted slightly towards the optical axis
+};
+
+struct VisualSensorParameters {
+    DistortionParameters lens{1200.0, 1200.0, 319.5, 239.5, -0.1, 0.02, 0.0, 0.0, 0.0}; // 640 x 480 readout
+    int width = 640, height = 480;
+    double fNumber = 2.4;
+    double pixelPitchM = 2.2e-6 * 4; // binned 4 x 4 from a 2.2 um sensor
+    double exposureS = 0.001;
+    double quantumEfficiency = 0.5; // red channel of a CMOS sensor at 635 nm
+    double fullWellElectrons = 40000.0;
+    double psfSigmaPx = 0.8;
+    double ambientIrradianceW = 2.0; // in the red channel's band: indoor lighting of a few hundred lux
+    bool speckle = true;
+    unsigned seed = 11;
+};
+
+} // namespace nordacam::sim::physics

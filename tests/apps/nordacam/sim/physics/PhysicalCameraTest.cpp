@@ -3,6 +3,7 @@
 // figures: nothing expected is taken from the simulator itself.
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
 #include "apps/nordacam/sim/physics/Atmosphere.h"
+#include "apps/nordacam/sim/physics/LaserSpot.h"
 #include "apps/nordacam/sim/physics/Planck.h"
 
 #include "nordalib/core/exception/Exception.h"
@@ -285,6 +286,43 @@ TEST(PhysicalCamera, HeatedGridLandsWhereOpenCvsLensModelPutsIt) {
         cold += at(p) / double(atCells.size());
     // 45 C stripes on a 21 C board at about 40 counts/K, blurred by the PSF: well above the cells.
     EXPECT_GT(hot - cold, 400.0);
+}
+
+TEST(PhysicalCamera, LaserSpotCollectsWhatALambertianReflectorSendsIntoTheAperture) {
+    // A matt surface sends rho P cos(t) / pi per steradian at the angle t off its normal; the
+    // aperture (diameter f / N, f = fx times the pixel pitch), seen at t from r metres away,
+    // spans pi (f / 2N)^2 cos(t) / r^2 steradians.
+    LaserParameters laser;
+    laser.direction = {0.25, 0.0, 1.0}; // a tilted beam: an elongated footprint, the same power
+    VisualSensorParameters sensor;
+    sensor.speckle = false;
+    LaserSpot spot(laser, sensor);
+    const double f = sensor.lens.fx * sensor.pixelPitchM;
+    const double photon = 6.62607015e-34 * 299792458.0 / (laser.wavelengthUm * 1e-6);
+    for (auto [depth, rho] : {std::pair{2.0, 0.8}, std::pair{6.0, 0.8}, std::pair{6.0, 0.2}}) {
+        LaserSpotTruth truth;
+        const cv::Mat e = spot.electrons(depth, rho, &truth);
+        const double ambient = e.at<float>(0, 0);
+        const double r = cv::norm(truth.hit), cosT = truth.hit.z / r;
+        const double collected =
+            rho * laser.powerW * cosT / kPi * kPi * std::pow(f / (2 * sensor.fNumber), 2) * cosT / (r * r);
+        const double expected = collected * sensor.exposureS / photon * sensor.quantumEfficiency;
+        EXPECT_NEAR(cv::sum(e - ambient)[0], expected, 0.02 * expected) << depth << " " << rho;
+        // The hit point lies on the beam at the surface's depth, and its image where OpenCV's lens
+        // model puts it.
+        EXPECT_NEAR(truth.hit.z, depth, 1e-9);
+        std::vector<cv::Point2d> image;
+        const auto& l = sensor.lens;
+        cv::projectPoints(std::vector<cv::Point3d>{truth.hit}, cv::Vec3d(), cv::Vec3d(),
+                          cv::Matx33d(l.fx, 0, l.cx, 0, l.fy, l.cy, 0, 0, 1),
+                          std::vector<double>{l.k1, l.k2, l.p1, l.p2, l.k3}, image);
+        EXPECT_NEAR(cv::norm(image.at(0) - truth.centre), 0.0, 0.01);
+    }
+    // Speckle leaves the mean and grains the spot.
+    LaserSpot speckled(laser, VisualSensorParameters{});
+    LaserSpotTruth truth;
+    const cv::Mat e = speckled.electrons(6.0, 0.8, &truth);
+    EXPECT_NEAR(cv::sum(e - e.at<float>(0, 0))[0], truth.totalElectrons, 0.1 * truth.totalElectrons);
 }
 
 TEST(PhysicalCamera, BadInputIsRefusedByName) {
