@@ -24,6 +24,13 @@ void CameraThermal::switchOn(double uptimeS) {
     m_t = {a, a, 0.0, a + m_p.fpaAboveBoardK, a, a, a, a};
     m_shutter.settle(a);
     m_t.shutterC = m_shutter.temperatureC();
+    runTo(uptimeS);
+}
+
+void CameraThermal::runTo(double uptimeS) {
+    if (!(uptimeS < 1e7))
+        NORDA_THROW("camera thermal model: uptime must stay below 10^7 s",
+                    "nordacam::sim::physics::CameraThermal::runTo");
     while (m_time < uptimeS)
         advance(std::min(1.0, uptimeS - m_time));
 }

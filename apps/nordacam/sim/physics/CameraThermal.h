@@ -23,6 +23,8 @@ public:
     // Switched on at time 0 with every part at ambient; run on to uptimeS.
     void switchOn(double uptimeS);
     void advance(double dtS);
+    // Advance in steps of at most a second up to uptimeS (no step when already there).
+    void runTo(double uptimeS);
     // Settled with the board at boardC (ambient boardC - rise), as in a long calibration run.
     void settle(double boardC);
     const CameraTemperatures& temperatures() const { return m_t; }

@@ -166,6 +166,47 @@ TargetView PhysicalCamera::blackbodyView(const BlackbodyView& r) {
     return view;
 }
 
+WarmUpSequence PhysicalCamera::warmUpView(const WarmUpView& r) {
+    auto bad = [](double t) { return !(t >= 0.0 && t <= 1e5); };
+    if (r.timesS.size() > 10000 || r.shutterFrames < 0 || r.shutterFrames > 10000 || bad(r.shutterAtS) ||
+        std::any_of(r.timesS.begin(), r.timesS.end(), bad))
+        NORDA_THROW("warm-up view: up to 10000 frames at times within 0..1e5 s",
+                    "nordacam::sim::physics::PhysicalCamera::warmUpView");
+    if (!(r.ambientC > -40.0 && r.ambientC < 60.0))
+        NORDA_THROW("warm-up view: ambient temperature must lie in -40..60 C",
+                    "nordacam::sim::physics::PhysicalCamera::warmUpView");
+    ThermalParameters tp = m_p.thermal;
+    tp.ambientC = r.ambientC;
+    CameraThermal thermal(tp, m_p.shutter);
+    const PhysicalScene scene = PhysicalScene::blackbody(r.blackbodyC, r.ambientC, m_p.blackbody, {},
+                                                         m_p.distortion.fx, m_p.distortion.fy);
+    // Visit the moments in time order, the shutter's among them.
+    std::vector<size_t> order(r.timesS.size());
+    for (size_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return r.timesS[a] < r.timesS[b]; });
+    WarmUpSequence out;
+    out.frames.resize(r.timesS.size());
+    bool shutterDone = false;
+    auto shutter = [&] {
+        thermal.runTo(r.shutterAtS);
+        out.shutterTemperatures = thermal.temperatures();
+        for (int i = 0; i < r.shutterFrames; ++i)
+            out.shutter.push_back(renderShutter(out.shutterTemperatures, r.range));
+        shutterDone = true;
+    };
+    for (size_t i : order) {
+        if (!shutterDone && r.shutterAtS <= r.timesS[i])
+            shutter();
+        thermal.runTo(r.timesS[i]);
+        out.frames[i] = {r.timesS[i], render(scene, thermal.temperatures(), r.range), thermal.temperatures()};
+    }
+    if (!shutterDone)
+        shutter();
+    return out;
+}
+
 GridTargetView PhysicalCamera::gridView(const GridView& r) {
     if (r.frames < 0 || r.frames > 10000)
         NORDA_THROW("grid view: between 0 and 10000 frames",

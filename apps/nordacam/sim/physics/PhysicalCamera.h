@@ -46,6 +46,30 @@ struct TargetView {
     CameraTemperatures temperatures;
 };
 
+// A request for a warm-up run: switched on at time 0 in `ambientC`, looking at a blackbody; the
+// shutter closes once at `shutterAtS`; frames at each of `timesS` (seconds after switching on). What
+// the board-drift constants are fitted to.
+struct WarmUpView {
+    double blackbodyC = 30.0;
+    double ambientC = 21.0;
+    double shutterAtS = 60.0;
+    int shutterFrames = 1;
+    std::vector<double> timesS;
+    int range = 1;
+};
+
+struct WarmUpFrame {
+    double timeS = 0.0;
+    cv::Mat raw;
+    CameraTemperatures temperatures;
+};
+
+struct WarmUpSequence {
+    std::vector<cv::Mat> shutter;
+    CameraTemperatures shutterTemperatures;
+    std::vector<WarmUpFrame> frames; // in the order of timesS
+};
+
 // A request for views of a heated grid in a pose (distortion calibration).
 struct GridView {
     GridTarget target;
@@ -72,6 +96,7 @@ public:
     // Calibration views: the camera settled at the board temperature, looking at a blackbody.
     TargetView blackbodyView(const BlackbodyView& request);
     GridTargetView gridView(const GridView& request);
+    WarmUpSequence warmUpView(const WarmUpView& request);
 
     // In-band radiance (W m^-2 sr^-1) arriving at the window from each ideal pixel of `scene`
     // (before the optics), CV_32F of the sensor's size.

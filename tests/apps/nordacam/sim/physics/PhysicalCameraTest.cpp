@@ -245,6 +245,17 @@ TEST(PhysicalCamera, CameraPartsFollowTheBoardAsFirstOrderLags) {
         EXPECT_NEAR(c.lensC, expected(p.lensShare, p.lensTimeConstantS), 0.05) << t;
         EXPECT_LT(c.shutterC, c.housingC) << t; // it trails the housing it hangs in
     }
+    // A warm-up run delivers its frames in the order asked, each at its moment's temperatures.
+    PhysicalCamera camera(quietCamera());
+    const WarmUpSequence run = camera.warmUpView({30.0, p.ambientC, 120.0, 1, {300.0, 60.0, 900.0}, 1});
+    ASSERT_EQ(run.frames.size(), 3u);
+    for (const auto& f : run.frames) {
+        thermal.switchOn(f.timeS);
+        EXPECT_NEAR(f.temperatures.housingC, thermal.temperatures().housingC, 1e-9) << f.timeS;
+    }
+    EXPECT_EQ(run.frames[1].timeS, 60.0);
+    thermal.switchOn(120.0);
+    EXPECT_NEAR(run.shutterTemperatures.shutterC, thermal.temperatures().shutterC, 1e-9);
     thermal.settle(40.0);
     EXPECT_NEAR(thermal.temperatures().shutterC, thermal.temperatures().housingC - 0.5, 1e-9);
 }
