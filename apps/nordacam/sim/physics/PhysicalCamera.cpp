@@ -69,12 +69,16 @@ const cv::Mat& PhysicalCamera::sceneRadiance(const PhysicalScene& scene) {
     const cv::Rect image(0, 0, size.width, size.height);
     for (const SceneSurface* s : order) {
         const float l = float(surfaceRadiance(s->distance, s->celsius, s->emissivity));
+        // The footprint clipped to the image (in doubles: a near surface may be far larger).
         const cv::Rect2d f = s->footprint(fx, fy);
-        const cv::Rect box =
-            cv::Rect(int(std::floor(std::max(-1.0, f.x))), int(std::floor(std::max(-1.0, f.y))),
-                     int(std::ceil(std::min(1e5, f.width))) + 2,
-                     int(std::ceil(std::min(1e5, f.height))) + 2) &
-            image;
+        const double x0 = std::max(-1.0, f.x), y0 = std::max(-1.0, f.y);
+        const double x1 = std::min(size.width + 1.0, f.x + f.width),
+                     y1 = std::min(size.height + 1.0, f.y + f.height);
+        if (x1 <= x0 || y1 <= y0)
+            continue;
+        const cv::Rect box = cv::Rect(cv::Point(int(std::floor(x0)), int(std::floor(y0))),
+                                      cv::Point(int(std::ceil(x1)) + 1, int(std::ceil(y1)) + 1)) &
+                             image;
         for (int y = box.y; y < box.y + box.height; ++y) {
             float* row = m_ideal.ptr<float>(y);
             for (int x = box.x; x < box.x + box.width; ++x)
@@ -82,17 +86,16 @@ const cv::Mat& PhysicalCamera::sceneRadiance(const PhysicalScene& scene) {
                     row[x] += c * (l - row[x]);
         }
     }
-    if (scene.grid)
-        drawGrid(*scene.grid, scene, surfaceRadiance);
+    if (const auto& g = scene.grid) {
+        const double distance = cv::norm(g->translation);
+        drawGrid(*g, float(surfaceRadiance(distance, g->hotC, g->emissivity)),
+                 float(surfaceRadiance(distance, g->boardC, g->emissivity)));
+    }
     return m_ideal;
 }
 
-template <class Radiance>
-void PhysicalCamera::drawGrid(const GridTarget& g, const PhysicalScene&, const Radiance& surfaceRadiance) {
+void PhysicalCamera::drawGrid(const GridTarget& g, float hot, float cold) {
     const auto& d = m_p.distortion;
-    const double distance = cv::norm(g.translation);
-    const float hot = float(surfaceRadiance(distance, g.hotC, g.emissivity));
-    const float cold = float(surfaceRadiance(distance, g.boardC, g.emissivity));
     // The board's outline bounds the pixels to visit.
     const cv::Rect image(0, 0, m_ideal.cols, m_ideal.rows);
     std::vector<cv::Point2f> outline;

@@ -120,8 +120,8 @@ private:
         double airEmission = 0.0;
     };
     const PathTables& path(const AirParameters& air, double metres);
-    template <class Radiance>
-    void drawGrid(const GridTarget& g, const PhysicalScene& scene, const Radiance& surfaceRadiance);
+    // The heated grid over the ideal image, stripes and board at the given scene radiances.
+    void drawGrid(const GridTarget& g, float hot, float cold);
     // Net radiance the detector absorbs besides the scene term: Phi = a * L + b.
     void netRadianceTerms(const CameraTemperatures& t, double& a, double& b) const;
 
