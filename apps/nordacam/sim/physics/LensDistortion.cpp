@@ -34,6 +34,9 @@ cv::Point2d LensDistortion::undistort(cv::Point2d sensor) const {
 }
 
 cv::Mat LensDistortion::sensorMap(cv::Size size) const {
+    if (size.width < 1 || size.height < 1 || size.width > 16384 || size.height > 16384)
+        NORDA_THROW("lens distortion: the sensor must be 1..16384 pixels each way",
+                    "nordacam::sim::physics::LensDistortion::sensorMap");
     cv::Mat_<cv::Vec2f> map(size);
     for (int v = 0; v < size.height; ++v)
         for (int u = 0; u < size.width; ++u) {
