@@ -83,10 +83,6 @@ TEST(BadPixelCalibration, RefusesUnusableFlatFields) {
     const auto close = fails({d.view(2000.0, rng, "a"), d.view(2050.0, rng, "b")});
     EXPECT_EQ(close.substr(0, 30), "flat fields a and b differ by ");
     EXPECT_NE(close.find("counts, at least 100 needed"), std::string::npos);
-    auto small = d.view(6000.0, rng, "small");
-    for (auto& f : small.frames)
-        f = f(cv::Rect(0, 0, 40, 30)).clone();
-    EXPECT_EQ(fails({d.view(2000.0, rng, "cold"), small}), "flat field small differs in size from cold");
     EXPECT_NE(fails({d.view(2000.0, rng, "cold"), d.view(60000.0, rng, "glare")}).find("view glare: "),
               std::string::npos);                   // most of the sensor saturated
     auto notFlat = d.view(6000.0, rng, "textured"); // a textured object in part of the field

@@ -67,16 +67,8 @@ TEST(DistortionCalibration, RefusesTooFewViewsAMissingTargetAndALargeResidual) {
     auto blank = views;
     blank[4].image = cv::Mat(kLens.size, CV_16U, cv::Scalar(29000));
     EXPECT_EQ(fails(blank), "view pose4: the 9x6 circle grid target was not found");
-    auto cropped = views;
-    cropped[2].image = cropped[2].image(cv::Rect(0, 0, 200, 200)).clone();
-    EXPECT_EQ(fails(cropped), "view pose2 differs in size from pose0");
     DistortionCalibrationSettings strict;
     strict.maxRmsPx = 0.001;
     EXPECT_NE(fails(views, strict).find("more than 0.00 px; worst view pose"), std::string::npos)
         << fails(views, strict);
-    test::TempDir dir;
-    EXPECT_NE(
-        test::messageOf([&] { DistortionCalibration::write(DistortionFit{}, dir.file("distort.pxm")); }),
-        "<no exception>");
-    EXPECT_FALSE(std::filesystem::exists(dir.file("distort.pxm")));
 }
