@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -68,6 +69,35 @@ struct Document {
         if (!norda::utils::existsFile(path))
             bad(key, "names " + path + ", which is missing");
         return CalibrationViews::frames(path);
+    }
+    GridTarget target() const {
+        GridTarget target;
+        auto t = doc.find("target");
+        if (t == doc.end() || !t->is_object())
+            bad("target", "must describe the grid target");
+        const std::string pattern = text(*t, "pattern", "target.pattern");
+        if (pattern == "circles")
+            target.pattern = GridTarget::Pattern::SymmetricCircles;
+        else if (pattern == "asymmetric-circles")
+            target.pattern = GridTarget::Pattern::AsymmetricCircles;
+        else if (pattern == "chessboard")
+            target.pattern = GridTarget::Pattern::Chessboard;
+        else
+            bad("target.pattern", "must be \"circles\", \"asymmetric-circles\" or \"chessboard\"");
+        const double columns = number(*t, "columns", "target.columns"),
+                     rows = number(*t, "rows", "target.rows");
+        if (columns < 2 || rows < 2 || columns > 100 || rows > 100)
+            bad("target.columns", "and rows must be 2..100");
+        target.points = {static_cast<int>(columns), static_cast<int>(rows)};
+        target.spacing = number(*t, "spacing", "target.spacing");
+        if (!(target.spacing > 0))
+            bad("target.spacing", "must be positive (metres)");
+        if (auto w = t->find("warmDots"); w != t->end()) {
+            if (!w->is_boolean())
+                bad("target.warmDots", "must be true or false");
+            target.warmDots = w->get<bool>();
+        }
+        return target;
     }
     std::string name(const json& o, size_t i) const {
         return o.contains("name") ? text(o, "name", key(i, "name")) : fmt::format("#{}", i);
@@ -159,33 +189,44 @@ std::vector<FlatFieldView> CalibrationViews::flatFields(const std::string& folde
 
 std::vector<GridView> CalibrationViews::grid(const std::string& folder, GridTarget& target) {
     const Document d(folder);
-    auto t = d.doc.find("target");
-    if (t == d.doc.end() || !t->is_object())
-        d.bad("target", "must describe the grid target");
-    const std::string pattern = d.text(*t, "pattern", "target.pattern");
-    if (pattern == "circles")
-        target.pattern = GridTarget::Pattern::SymmetricCircles;
-    else if (pattern == "asymmetric-circles")
-        target.pattern = GridTarget::Pattern::AsymmetricCircles;
-    else if (pattern == "chessboard")
-        target.pattern = GridTarget::Pattern::Chessboard;
-    else
-        d.bad("target.pattern", "must be \"circles\", \"asymmetric-circles\" or \"chessboard\"");
-    const double columns = d.number(*t, "columns", "target.columns"),
-                 rows = d.number(*t, "rows", "target.rows");
-    if (columns < 2 || rows < 2 || columns > 100 || rows > 100)
-        d.bad("target.columns", "and rows must be 2..100");
-    target.points = {static_cast<int>(columns), static_cast<int>(rows)};
-    target.spacing = d.number(*t, "spacing", "target.spacing");
-    if (!(target.spacing > 0))
-        d.bad("target.spacing", "must be positive (metres)");
-    if (auto w = t->find("warmDots"); w != t->end())
-        target.warmDots =
-            w->is_boolean() ? w->get<bool>() : (d.bad("target.warmDots", "must be true or false"), true);
+    target = d.target();
     std::vector<GridView> views;
     for (size_t i = 0; i < d.views().size(); ++i) {
         const json& o = d.views()[i];
         views.push_back({d.name(o, i), d.frames(o, "file", Document::key(i, "file")).front()});
+    }
+    return views;
+}
+
+std::vector<StereoView> CalibrationViews::stereo(const std::string& folder, GridTarget& target,
+                                                 std::vector<LaserSpot>& laser) {
+    const Document d(folder);
+    target = d.target();
+    std::vector<StereoView> views;
+    for (size_t i = 0; i < d.views().size(); ++i) {
+        const json& o = d.views()[i];
+        StereoView v{d.name(o, i), d.frames(o, "infrared", Document::key(i, "infrared")).front(), {}};
+        const std::string visual = d.text(o, "visual", Document::key(i, "visual"));
+        if (visual.size() > 4 && visual.substr(visual.size() - 4) == ".pxm") {
+            v.visual = d.frames(o, "visual", Document::key(i, "visual")).front();
+        } else {
+            v.visual = cv::imread(d.folder + visual, cv::IMREAD_COLOR);
+            if (v.visual.empty())
+                d.bad(Document::key(i, "visual"),
+                      "names " + d.folder + visual + ", which can not be read as an image");
+        }
+        views.push_back(std::move(v));
+    }
+    laser.clear();
+    if (auto spots = d.doc.find("laser"); spots != d.doc.end()) {
+        if (!spots->is_array())
+            d.bad("laser", "must be an array of spots");
+        for (size_t i = 0; i < spots->size(); ++i) {
+            const json& o = (*spots)[i];
+            const std::string key = "laser[" + std::to_string(i) + "].";
+            laser.push_back({d.number(o, "distance", key + "distance"),
+                             {d.number(o, "x", key + "x"), d.number(o, "y", key + "y")}});
+        }
     }
     return views;
 }

@@ -7,6 +7,7 @@
 #include "nordalib/vision/calibration/BadPixelCalibration.h"
 #include "nordalib/vision/calibration/DistortionCalibration.h"
 #include "nordalib/vision/calibration/RadiometryFit.h"
+#include "nordalib/vision/calibration/RegistrationCalibration.h"
 
 #include <string>
 #include <vector>
@@ -23,6 +24,11 @@ public:
     static std::vector<norda::vision::FlatFieldView> flatFields(const std::string& folder);
     static std::vector<norda::vision::GridView> grid(const std::string& folder,
                                                      norda::vision::GridTarget& target);
+    // Poses seen by both cameras (infrared PXM, visual PXM or any image OpenCV reads) and the
+    // laser spots, if any.
+    static std::vector<norda::vision::StereoView> stereo(const std::string& folder,
+                                                         norda::vision::GridTarget& target,
+                                                         std::vector<norda::vision::LaserSpot>& laser);
 
     // Every frame of a PXM file (a recording or a single image).
     static std::vector<cv::Mat> frames(const std::string& file);

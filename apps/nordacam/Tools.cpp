@@ -320,4 +320,37 @@ int calibFitDistortion(const std::string& folder, const std::string& outFile, st
     return 0;
 }
 
+int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out) {
+    using namespace norda::vision;
+    GridTarget target;
+    std::vector<LaserSpot> laser;
+    const auto views = CalibrationViews::stereo(folder, target, laser);
+    std::vector<GridView> infrared;
+    for (const auto& v : views)
+        infrared.push_back({v.name + " (infrared)", v.infrared});
+    const auto lens = DistortionCalibration(target).fit(infrared);
+    out << fmt::format("infrared lens fitted to {} views: reprojection residual {:.3f} px\n", views.size(),
+                       lens.rmsPx);
+    GridTarget visualTarget = target;
+    visualTarget.warmDots = false; // the dots are dark in visible light
+    const RegistrationCalibration calibration(target, visualTarget);
+    auto fit = calibration.fit(views, lens);
+    const auto& r = fit.registration;
+    out << fmt::format(
+        "visual lens residual {:.3f} px, stereo residual {:.3f} px; baseline {:.4f} {:.4f} {:.4f} m\n",
+        fit.visualRmsPx, fit.stereoRmsPx, r.translation[0], r.translation[1], r.translation[2]);
+    if (laser.empty()) {
+        out << "no laser spots: the laser ray is left straight ahead from the camera\n";
+    } else {
+        calibration.fitLaser(fit, laser);
+        out << fmt::format(
+            "laser from {:.4f} {:.4f} {:.4f} m along {:.4f} {:.4f} {:.4f}, spots within {:.2f} mm\n",
+            r.laserOrigin[0], r.laserOrigin[1], r.laserOrigin[2], r.laserDirection[0], r.laserDirection[1],
+            r.laserDirection[2], fit.laserOffMetres * 1000.0);
+    }
+    RegistrationCalibration::write(r, outFile);
+    out << "wrote " << outFile << "\n";
+    return 0;
+}
+
 } // namespace nordacam

@@ -44,5 +44,8 @@ int calibFitRadiometry(const std::string& folder, const std::string& outFile, co
                        std::ostream& out);
 int calibFitBadPixel(const std::string& folder, const std::string& outFile, std::ostream& out);
 int calibFitDistortion(const std::string& folder, const std::string& outFile, std::ostream& out);
+// The infrared lens is fitted from the infrared images of the same poses; without laser spots the
+// laser ray is left straight ahead from the camera.
+int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out);
 
 } // namespace nordacam

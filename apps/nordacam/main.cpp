@@ -162,7 +162,10 @@ int main(int argc, char** argv) {
                                          "find badpixel.pxm in flat-field views (a folder with views.json)");
     auto* distFit = calib->add_subcommand(
         "distortion-fit", "fit a lens's distort.pxm to grid target views (a folder with views.json)");
-    for (auto* fit : {radFit, badFit, distFit}) {
+    auto* regFit = calib->add_subcommand(
+        "registration-fit",
+        "fit registration.json to poses both cameras saw and laser spots (a folder with views.json)");
+    for (auto* fit : {radFit, badFit, distFit, regFit}) {
         fit->add_option("--views", fitViews, "folder of the views (views.json and PXM files)")
             ->required()
             ->check(CLI::ExistingDirectory);
@@ -264,6 +267,8 @@ int main(int argc, char** argv) {
             return calibFitBadPixel(fitViews, fitOut, std::cout);
         if (*distFit)
             return calibFitDistortion(fitViews, fitOut, std::cout);
+        if (*regFit)
+            return calibFitRegistration(fitViews, fitOut, std::cout);
         if (*reg)
             return calibRegistration(regOut, std::cout);
         if (*targets) {

@@ -2,6 +2,7 @@
 #include "apps/nordacam/Tools.h"
 #include "apps/nordacam/Camera.h"
 
+#include "tests/support/Messages.h"
 #include "tests/support/TempDir.h"
 
 #include "nordalib/core/datatypes/MeasPoint.h"
@@ -133,15 +134,17 @@ TEST(NordacamTools, CalibrationFitsReadAFolderOfViews) {
               (norda::vision::BadPixelList{{7, 3, norda::vision::BadPixelOrigin::Dead}}));
     EXPECT_NE(log.str().find("1 bad pixels: 1 dead"), std::string::npos) << log.str();
 
+    // Grid views need their target described.
+    EXPECT_EQ(norda::test::messageOf(
+                  [&] { calibFitRegistration(dir.path().string(), dir.file("registration.json"), log); }),
+              dir.file("views.json") + ": target must describe the grid target");
+
     // A view without its blackbody temperature is refused naming the key; nothing is written.
     std::ofstream(dir.file("views.json"))
         << R"({"views": [{"range": 1, "board": 25, "boardAtShutter": 25, "shutter": 22, "signal": 10}]})";
-    try {
-        calibFitRadiometry(dir.path().string(), dir.file("radiometry.json"), "", log);
-        ADD_FAILURE() << "no exception";
-    } catch (const std::exception& e) {
-        EXPECT_EQ(std::string(e.what()), dir.file("views.json") + ": views[0].blackbody is missing");
-    }
+    EXPECT_EQ(norda::test::messageOf(
+                  [&] { calibFitRadiometry(dir.path().string(), dir.file("radiometry.json"), "", log); }),
+              dir.file("views.json") + ": views[0].blackbody is missing");
     EXPECT_FALSE(std::filesystem::exists(dir.file("radiometry.json")));
 }
 #endif
