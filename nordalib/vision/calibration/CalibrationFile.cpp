@@ -19,6 +19,8 @@ void CalibrationFile::replace(const std::string& target, const std::function<voi
         path.parent_path() / (".partial-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
                               "-" + path.filename().string());
     std::error_code ignored;
+    if (path.has_parent_path())
+        std::filesystem::create_directories(path.parent_path(), ignored); // "lens2/distort.pxm"
     try {
         write(temp.string());
         verify(temp.string());

@@ -2,7 +2,7 @@
 // CalibrationFile: replaces a calibration file so that the camera never reads a partial or unchecked
 // one. The new content is written under a temporary name beside the target, read back with the
 // library's own reader, and only then renamed over the target; on any failure the temporary file is
-// removed and the old file stays as it was.
+// removed and the old file stays as it was. Missing folders of the target are created.
 
 #include <functional>
 #include <string>

@@ -41,8 +41,8 @@ TEST(DistortionCalibration, RecoversTheLensFromRenderedGridViews) {
 
     // The written table resamples from where OpenCV's undistortion of the true lens reads.
     test::TempDir dir;
-    DistortionCalibration::write(fit, dir.file("distort.pxm"));
-    const auto table = DistortionTable::load(dir.file("distort.pxm"), kLens.size.height, kLens.size.width);
+    DistortionCalibration::write(fit, dir.file("lens2/distort.pxm"));
+    const auto table = DistortionTable::load(dir.file("lens2/distort.pxm"), kLens.size.height, kLens.size.width);
     cv::Mat mapX, mapY;
     cv::initUndistortRectifyMap(kLens.K, kLens.dist, cv::Mat(), kLens.K, kLens.size, CV_32FC1, mapX, mapY);
     double worst = 0;
