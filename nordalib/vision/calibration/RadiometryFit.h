@@ -13,7 +13,8 @@
 // and boardDriftGain; boardSlopeGain when the views' board slopes differ; slowFrameGain when some
 // views are in slow-frame mode and some not. O cancels from every offset-corrected signal (it adds
 // to the object's and the shutter's signal alike), so views cannot determine it: it keeps its
-// value from the settings.
+// value from the settings (it matters only behind a protective glass whose transmission and
+// emissivity add up to less than 1).
 //
 // Each range needs views at `minTemperatures` blackbody temperatures and `minBoardTemperatures`
 // board temperatures, and board warmings since the shutter closed that differ (else the drift gain
