@@ -449,7 +449,7 @@ void Camera::buildChain() {
     if (m_visual)
         addStage("DetectLaserPositionElement",
                  std::make_unique<DetectLaserPositionElement>(&m_store, STREAMING_DATATYPE_YUV422),
-                 "laser spot into the infrared image", {STREAMING_DATATYPE_YUV422});
+                 "laser spot into the infrared image", {STREAMING_DATATYPE_YUV422, STREAMING_DATATYPE_RAD});
 
     // Measurement and display.
     addStage("MinMaxExtractionElement",

@@ -27,8 +27,8 @@ bool DetectLaserPositionElement::process(FrameMap& inputs, FrameMap& /*outputs*/
     auto& entry = inputs[m_slot];
     auto& temperatures = inputs[STREAMING_DATATYPE_RAD];
     if (!entry || !temperatures) {
-        // No visual frame this cycle (a host may run the element without one): no spot, rather
-        // than the last one's position for a scene that has moved on.
+        // No visual or temperature frame this cycle (a host may run the element without one): no
+        // spot, rather than the last one's position for a scene that has moved on.
         publish("NoFrame", nullptr, {});
         return false;
     }
