@@ -25,6 +25,7 @@
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/datatypes/Version.h"
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/exception/SystemError.h"
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/LogLevel.h"

@@ -198,9 +198,13 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     applyPalette(m_store.getValue<std::string>(Id::Palette::ActivePalette));
     m_paletteSubscription = m_store.subscribeValue<std::string>(Id::Palette::ActivePalette, applyPalette);
 
-    if (m_options.inputFile.empty())
+    if (m_options.inputFile.empty()) {
         m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim,
                                                       sim::makeResponse(m_options.calibrationDir));
+        // The detector's size, for the elements that size their tables before the first frame.
+        m_store.setValue(Id::IrImage::Cols, static_cast<unsigned short>(m_options.sim.width), true);
+        m_store.setValue(Id::IrImage::Rows, static_cast<unsigned short>(m_options.sim.height), true);
+    }
     if (m_sim && m_options.visual) {
         auto v = m_options.visualSim;
         v.fps = m_options.sim.fps;
@@ -445,7 +449,7 @@ void Camera::buildChain() {
     if (m_visual)
         addStage("DetectLaserPositionElement",
                  std::make_unique<DetectLaserPositionElement>(&m_store, STREAMING_DATATYPE_YUV422),
-                 "laser spot into the infrared image", {STREAMING_DATATYPE_YUV422});
+                 "laser spot into the infrared image", {STREAMING_DATATYPE_YUV422, STREAMING_DATATYPE_RAD});
 
     // Measurement and display.
     addStage("MinMaxExtractionElement",
@@ -546,6 +550,9 @@ void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
         if (m_visual) {
             m_snapshot.laserVisible = m_store.getValue<bool>(Id::MeasPoints::LaserSpot::Visible);
             m_snapshot.laser = m_store.getValue<cv::Point_<int>>(Id::MeasPoints::LaserSpot::Position);
+            const auto position = m_store.getValue<std::vector<double>>(Id::Laser::InfraredPosition);
+            if (position.size() == 2)
+                m_snapshot.laserPosition = {position[0], position[1]};
             m_snapshot.laserDistance = m_store.getValue<float>(Id::Laser::Distance);
             m_snapshot.markerStatus = m_store.getValue<std::string>(Id::EmissionMarker::Status);
             m_snapshot.markerEmissivity =

@@ -89,7 +89,8 @@ public:
         cv::Mat visual; // CV_8UC2 UYVY: the visual frame of that cycle (after the image buffer)
         // The visual camera's results of that cycle.
         bool laserVisible = false;
-        cv::Point laser;
+        cv::Point laser;           // the infrared pixel under the spot
+        cv::Point2d laserPosition; // the spot's infrared position, sub-pixel
         float laserDistance = 0;
         std::string markerStatus;
         float markerEmissivity = 0;

@@ -119,7 +119,8 @@ std::map<double, double> registrationErrors(Camera& camera) {
                 const cv::Point3d p((x - 319.5) / 560.0 * d, (y - 239.5) / 560.0 * d, d);
                 const cv::Point2d truthIr = scene.project(p);
                 const cv::Point2d seen = camera.visualCamera()->projectTruth(p, live);
-                worst = std::max(worst, cv::norm(reg.visualToInfrared(seen, d, live) - truthIr));
+                worst =
+                    std::max(worst, cv::norm(reg.visualToInfrared(seen, d, live, scene.size()) - truthIr));
             }
         out[d] = worst;
     }
@@ -193,7 +194,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
             const auto& t = *snap.truth;
             const double d = std::round(t.laser.distance * 100) / 100;
             if (snap.laserVisible)
-                accuracy.laser[d].add(float(cv::norm(cv::Point2d(snap.laser) - t.laser.infrared)), 0.0f);
+                accuracy.laser[d].add(float(cv::norm(snap.laserPosition - t.laser.infrared)), 0.0f);
             else
                 ++accuracy.laserMissed[d];
             if (snap.markerStatus == "Valid") {

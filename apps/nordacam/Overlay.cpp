@@ -56,6 +56,15 @@ std::string localNote(const ValueLookup& values, const std::string& prefix) {
                        getOr(values, prefix + ".Emissivity", 0.0f), reflected.celsius());
 }
 
+// The value a result shows: a point's value or an area's mean.
+std::shared_ptr<Variant> resultValue(const ValueLookup& values, const std::string& name) {
+    MeasArea area;
+    if (name.rfind("UserArea", 0) == 0)
+        return get(values, "MeasAreas." + name + ".MeasArea", area) ? area.getMeanValue() : nullptr;
+    MeasPoint point;
+    return get(values, "MeasPoints." + name + ".MeasPoint", point) ? point.getValue() : nullptr;
+}
+
 ColourBand band(float a, float b, unsigned rgb) {
     return {std::min(a, b), std::max(a, b), static_cast<uint32_t>(rgb)};
 }
@@ -79,6 +88,26 @@ std::string overlayDateTime(unsigned long long ms) {
     char buf[32];
     std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
     return buf;
+}
+
+std::string DeltaTReading::label() const {
+    return fmt::format("{} {:+.1f} {}", humidity ? "dRH" : "dT", difference, unit());
+}
+
+std::optional<DeltaTReading> deltaTReading(const ValueLookup& values) {
+    if (!getOr(values, Id::DeltaT::Active, false))
+        return std::nullopt;
+    DeltaTReading r;
+    r.first = getOr(values, Id::DeltaT::First, std::string());
+    r.second = getOr(values, Id::DeltaT::Second, std::string());
+    r.humidity = getOr(values, Id::Environment::HumidityModeActive, false);
+    if (!r.humidity)
+        return get(values, Id::DeltaT::Difference, r.difference) ? std::optional(r) : std::nullopt;
+    const auto a = resultValue(values, r.first), b = resultValue(values, r.second);
+    if (!a || !b || !a->holds<Rel>() || !b->holds<Rel>())
+        return std::nullopt;
+    r.difference = (a->value<Rel>().getValue().toFloat() - b->value<Rel>().getValue().toFloat()) * 100.0f;
+    return r;
 }
 
 OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, const std::string& dateTime) {
@@ -143,11 +172,9 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
                            valueOf(cold.getValue()), cv::Point(hot.getX(), hot.getY()),
                            cv::Point(cold.getX(), cold.getY()), localNote(values, prefix)});
     }
-    float difference = 0;
-    if (deltaT && get(values, Id::DeltaT::Difference, difference) && positions.count(first) &&
-        positions.count(second))
-        c.deltaT =
-            OverlayDeltaT{positions[first], positions[second], fmt::format("dT {:+.1f} K", difference)};
+    const auto reading = deltaTReading(values);
+    if (reading && positions.count(first) && positions.count(second))
+        c.deltaT = OverlayDeltaT{positions[first], positions[second], reading->label()};
 
     Temp reflected;
     get(values, Id::Environment::ReflectedTemperature, reflected);

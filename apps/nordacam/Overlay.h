@@ -13,6 +13,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace nordacam {
@@ -21,6 +22,19 @@ namespace nordacam {
 using ValueLookup = std::function<std::shared_ptr<norda::exp::Variant>(const std::string&)>;
 
 ValueLookup storeLookup(const norda::exp::DataProxy<std::string>& store);
+
+// Delta-T as the screen shows it: DeltaT.First minus DeltaT.Second in the unit the two results
+// are shown in. Temperatures differ in kelvin (DeltaT.Difference); in the humidity mode the
+// results are relative humidities at the surface, and they differ in percentage points of
+// relative humidity. None while delta-T is off or a result is not measured (in its unit).
+struct DeltaTReading {
+    std::string first, second;
+    float difference = 0;
+    bool humidity = false;
+    const char* unit() const { return humidity ? "%pt" : "K"; } // %pt: percentage points of RH
+    std::string label() const;                                  // "dT +1.2 K", "dRH +12.0 %pt"
+};
+std::optional<DeltaTReading> deltaTReading(const ValueLookup& values);
 
 // `dateTime` goes into the status line as it is.
 norda::vision::OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize,

@@ -301,8 +301,8 @@ void WebServer::routes() {
                               {"status", store.getValue<std::string>(Id::Laser::Status)},
                               {"distance", snap.laserDistance}};
                 if (snap.laserVisible && !snap.rad.empty()) {
-                    laser["x"] = snap.laser.x;
-                    laser["y"] = snap.laser.y;
+                    laser["x"] = snap.laserPosition.x;
+                    laser["y"] = snap.laserPosition.y;
                     laser["celsius"] = norda::vision::RadiometricTools::getFloat(
                         snap.rad.at<uint16_t>(std::clamp(snap.laser.y, 0, snap.rad.rows - 1),
                                               std::clamp(snap.laser.x, 0, snap.rad.cols - 1)));

@@ -1,6 +1,7 @@
 // Routes of the thermographer's view: the user's points, areas and delta-T with their values and
 // local parameters, the colour scale, the measurement ranges and the humidity mode.
 #include "apps/nordacam/HttpSupport.h"
+#include "apps/nordacam/Overlay.h"
 #include "apps/nordacam/Server.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
@@ -86,13 +87,15 @@ json thermography(Camera& cam) {
         }
     const auto air = s.getValue<Temp>(Id::Environment::Temperature);
     const auto humidity = s.getValue<Rel>(Id::Environment::Humidity);
+    const auto delta = deltaTReading(storeLookup(s));
     return {{"points", points},
             {"areas", areas},
             {"deltaT",
              {{"active", s.getValue<bool>(Id::DeltaT::Active)},
               {"first", s.getValue<std::string>(Id::DeltaT::First)},
               {"second", s.getValue<std::string>(Id::DeltaT::Second)},
-              {"difference", s.getValue<float>(Id::DeltaT::Difference)},
+              {"difference", delta ? json(delta->difference) : json(nullptr)},
+              {"unit", delta ? delta->unit() : ""},
               {"points", deltaPoints}}},
             {"centreArea",
              {{"visible", s.getValue<bool>(Id::MeasAreas::CenterArea::Visible)},

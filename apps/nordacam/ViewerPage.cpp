@@ -263,7 +263,8 @@ async function refreshTools() {
     thermo = await api('/api/thermography');
     const rows = thermo.points.filter(p => p.visible).map(p => toolRow('point', p)).concat(thermo.areas.filter(a => a.visible).map(a => toolRow('area', a)));
     $('tools').innerHTML = rows.join('') || '<tr><td class="muted">no points or areas</td></tr>';
-    $('deltaval').textContent = thermo.deltaT.active ? thermo.deltaT.difference.toFixed(2) + ' K' : '--';
+    const d = thermo.deltaT;
+    $('deltaval').textContent = d.active && d.difference !== null ? d.difference.toFixed(d.unit === 'K' ? 2 : 1) + ' ' + (d.unit === 'K' ? 'K' : 'percentage points RH') : '--';
     $('deltaon').checked = thermo.deltaT.active;
     $('dew').textContent = 'dew point ' + thermo.humidity.dewPoint.toFixed(1) + ' \u00b0C at ' + thermo.humidity.air.toFixed(1) + ' \u00b0C, ' + thermo.humidity.relative.toFixed(0) + ' %';
     if (!$('range_sel').options.length) thermo.ranges.forEach(r => { const o = document.createElement('option'); o.value = r.name; o.textContent = r.name + ' (' + r.bottom + ' .. ' + r.top + ' \u00b0C)'; $('range_sel').appendChild(o); });

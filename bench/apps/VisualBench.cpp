@@ -39,7 +39,7 @@ void BM_LaserSpotDetector(benchmark::State& state) {
     LaserSpotDetector detector;
     LaserSpotDetector::Spot spot;
     for (auto _ : state)
-        if (detector.detect(f.uyvy, f.registration, spot) != LaserSpotDetector::Result::Found)
+        if (detector.detect(f.uyvy, f.registration, {640, 480}, spot) != LaserSpotDetector::Result::Found)
             state.SkipWithError("no spot");
 }
 BENCHMARK(BM_LaserSpotDetector)->Unit(benchmark::kMicrosecond);

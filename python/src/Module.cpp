@@ -2,7 +2,7 @@
 #include "python/src/Bindings.h"
 #include "python/src/Values.h"
 
-#include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/exception/SystemError.h"
 
 #include <opencv2/core.hpp>
 
@@ -44,11 +44,20 @@ void requireReadable(const std::string& path) {
 PYBIND11_MODULE(_nordalib, m) {
     namespace py = pybind11;
     m.doc() = "nordalib's C++ library for Python; use the package nordalib";
-    // The library's own failures (damaged files, values out of range) carry its message.
+    // The library's own failures (damaged files, values out of range) carry its message; those of
+    // the file system (a missing folder, a full disk) are the system's OSError with its number and
+    // the file, which Python turns into FileNotFoundError, PermissionError, ...
     py::register_exception_translator([](std::exception_ptr p) {
         try {
             if (p)
                 std::rethrow_exception(p);
+        } catch (const norda::SystemError& e) {
+            PyObject* args =
+                Py_BuildValue("(isN)", e.error(), e.what(), PyUnicode_DecodeFSDefault(e.path().c_str()));
+            if (args) {
+                PyErr_SetObject(PyExc_OSError, args);
+                Py_DECREF(args);
+            }
         } catch (const norda::Exception& e) {
             PyErr_SetString(PyExc_ValueError, e.what());
         } catch (const cv::Exception& e) {

@@ -151,7 +151,8 @@ the loaded pixels without copying them.)")
             },
             py::arg("path"), py::arg("super_resolution") = false,
             "Writes the image (atomically: an existing file is replaced only by a complete new one). "
-            "super_resolution=True writes the super-resolution file, which needs a super-resolution image.")
+            "super_resolution=True writes the super-resolution file, which needs a super-resolution image. "
+            "OSError (with errno and the file) when it can not be written: a missing folder, a full disk.")
         .def("to_bytes",
              [](const PyRix& r) {
                  std::vector<char> out;

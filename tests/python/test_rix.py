@@ -1,5 +1,9 @@
+import errno
+import gc
 import os
 import re
+import subprocess
+import sys
 
 import numpy as np
 import pytest
@@ -75,6 +79,46 @@ def test_save_and_bytes_round_trip(demo_images, tmp_path):
     again = nordalib.Rix.from_bytes(data)
     assert np.array_equal(again.raw, rix.raw) and np.array_equal(again.preview, rix.preview)
     assert again.metadata == rix.metadata and again.uuid == rix.uuid
+    # Arrays outlive the images they came from: they hold the pixels, not a view into a dead object.
+    arrays = [again.raw, again.temperatures, again.preview, again.visual_yuv]
+    copies = [a.copy() for a in arrays]
+    del again
+    gc.collect()
+    overwrite = [np.full(a.shape, 7, a.dtype) for a in arrays for _ in range(8)]  # noqa: F841
+    assert all(np.array_equal(a, c) for a, c in zip(arrays, copies))
+
+
+# Files that can not be written raise the system's OSError with the file; the run below writes
+# under a file size limit, which cuts the write short as a full disk does (/dev/full does not fit:
+# the image is written beside its target and renamed over it).
+FULL_DISK = """
+import resource, signal, sys, nordalib
+rix = nordalib.Rix.load(sys.argv[1])
+signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+try:
+    rix.save(sys.argv[2])
+except OSError as e:
+    print(type(e).__name__, e.errno, e.filename)
+"""
+
+
+def test_save_raises_os_errors_for_the_file_system_and_value_errors_for_arguments(demo_images, tmp_path):
+    rix = nordalib.Rix.load(demo_images[0])
+    missing = tmp_path / "no such folder" / "IR000001.RIX"
+    with pytest.raises(FileNotFoundError, match="can not write") as e:
+        rix.save(missing)
+    assert (e.value.errno, e.value.filename) == (errno.ENOENT, str(missing))
+    full = tmp_path / "full" / "IR000001.RIX"
+    full.parent.mkdir()
+    done = subprocess.run([sys.executable, "-c", FULL_DISK, demo_images[0], str(full)],
+                          capture_output=True, text=True)
+    assert done.stdout.split() == ["OSError", str(errno.EFBIG), str(full)], done.stderr
+    assert os.listdir(full.parent) == []  # nothing half-written left behind
+    with pytest.raises(ValueError, match="no super-resolution image"):
+        rix.save(tmp_path / "SR000001.RIX", super_resolution=True)
+    with pytest.raises(TypeError):
+        rix.save(42)
 
 
 def test_damaged_and_foreign_files_raise_with_the_library_message(demo_images, tmp_path):

@@ -6,8 +6,12 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
+#include "nordalib/vision/registration/Registration.h"
 #include "tests/support/Messages.h"
 #include "tests/support/TempDir.h"
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <atomic>
 #include <filesystem>
@@ -99,6 +103,39 @@ inline exp::DataStorage<std::string> radiometricMeta(float emissivity = 0.95f, f
     m.setValue(Id::ProtectiveGlass::Transmission, 0.92f);
     m.setValue(Id::ProtectiveGlass::Emissivity, 0.05f);
     return m;
+}
+
+// A camera rig like the simulator's: the visual lens 45 mm beside the infrared lens, slightly
+// turned, with barrel distortion; the laser below.
+inline vision::Registration testRig() {
+    vision::Registration r;
+    r.infrared = {cv::Size(640, 480), 560, 560, 319.5, 239.5};
+    r.visual = {cv::Size(2592, 1944), 1852, 1852, 1301.3, 968.2, -0.115, 0.021, 0.0004, -0.0003, 0};
+    cv::Rodrigues(cv::Vec3d(0.004, -0.007, 0.0026), r.rotation);
+    r.translation = {0.045, -0.006, 0.004};
+    r.laserOrigin = {0.02, 0.042, 0.01};
+    r.laserDirection = {0, 0, 1};
+    return r;
+}
+
+// A camera's matrix at a frame size: the same field of view, pixel centres kept in place.
+inline cv::Matx33d cameraMatrixAt(const vision::CameraModel& c, cv::Size size) {
+    const double s = double(size.width) / c.size.width;
+    return {c.fx * s, 0, (c.cx + 0.5) * s - 0.5, 0, c.fy * s, (c.cy + 0.5) * s - 0.5, 0, 0, 1};
+}
+
+// An RGB image as the visual camera delivers it: UYVY (U Y0 V Y1), BT.601 by OpenCV.
+inline cv::Mat rgbToUyvy(const cv::Mat& rgb) {
+    cv::Mat bgr, yuv, uyvy(rgb.size(), CV_8UC2);
+    cv::cvtColor(rgb, bgr, cv::COLOR_RGB2BGR);
+    cv::cvtColor(bgr, yuv, cv::COLOR_BGR2YUV);
+    for (int y = 0; y < rgb.rows; ++y)
+        for (int x = 0; x + 1 < rgb.cols; x += 2) {
+            const auto a = yuv.at<cv::Vec3b>(y, x), b = yuv.at<cv::Vec3b>(y, x + 1);
+            uyvy.at<cv::Vec2b>(y, x) = {uchar((a[1] + b[1]) / 2), a[0]};
+            uyvy.at<cv::Vec2b>(y, x + 1) = {uchar((a[2] + b[2]) / 2), b[0]};
+        }
+    return uyvy;
 }
 
 inline std::string calibrationDir() {

@@ -294,6 +294,7 @@ void setDefaultParameters(DataProxy<std::string>& p) {
     p.setValue(Id::Registration::UseLaserDistance, true, n);
     p.setValue(Id::Laser::Distance, 0.0f, n);
     p.setValue(Id::Laser::VisualPosition, cv::Point_<int>(0, 0), n);
+    p.setValue(Id::Laser::InfraredPosition, std::vector<double>{0.0, 0.0}, n);
     p.setValue(Id::Laser::Status, std::string("NoFrame"), n);
     const auto unknown = MarkedFloat::MarkedFloatValidity(1);
     p.setValue(Id::EmissionMarker::Emissivity, Rel(MarkedFloat(0.95f, unknown)), n);

@@ -294,8 +294,9 @@ inline const std::string UseLaserDistance = "Registration.UseLaserDistance";
 // The laser pointer's spot (DetectLaserPositionElement); the infrared position and visibility go
 // to MeasPoints.LaserSpot.Position/Visible.
 namespace Laser {
-inline const std::string Distance = "Laser.Distance";             // float, metres; 0 without a spot
-inline const std::string VisualPosition = "Laser.VisualPosition"; // cv::Point_<int>, visual frame pixels
+inline const std::string Distance = "Laser.Distance";                 // float, metres; 0 without a spot
+inline const std::string InfraredPosition = "Laser.InfraredPosition"; // std::vector<double> {x, y}, sub-pixel
+inline const std::string VisualPosition = "Laser.VisualPosition";     // cv::Point_<int>, visual frame pixels
 inline const std::string Status = "Laser.Status"; // std::string: "Found" or why not (see the element)
 } // namespace Laser
 

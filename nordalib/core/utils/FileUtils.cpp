@@ -1,6 +1,7 @@
 #include "nordalib/core/utils/FileUtils.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/exception/SystemError.h"
 
 #include <fmt/format.h>
 
@@ -72,12 +73,14 @@ void writeFileAtomically(const std::string& path, std::initializer_list<ByteRang
         if (fd >= 0)
             ::close(fd);
         ::unlink(temp.c_str());
-        NORDA_THROW(fmt::format("can not write {}: {}: {}", path, step, std::strerror(error)), kFunction);
+        throw SystemError(fmt::format("can not write {}: {}: {}", path, step, std::strerror(error)),
+                          NORDA_LOCATION(kFunction), error, path);
     };
     const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) {
         const int error = errno;
-        NORDA_THROW(fmt::format("can not write {}: {}", path, std::strerror(error)), kFunction);
+        throw SystemError(fmt::format("can not write {}: {}", path, std::strerror(error)),
+                          NORDA_LOCATION(kFunction), error, path);
     }
     if (!writeAll(fd, parts))
         fail("write", errno, fd);

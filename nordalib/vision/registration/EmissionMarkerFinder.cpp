@@ -35,6 +35,7 @@ EmissionMarkerFinder::Result EmissionMarkerFinder::find(const cv::Mat& uyvy, con
                         std::to_string(uyvy.rows),
                     "norda::vision::EmissionMarkerFinder::find");
     const CameraModel cam = reg.visualAt(uyvy.size());
+    const CameraModel ir = reg.infraredAt(infraredSize); // throws for a size of another aspect
     m_mask.create(uyvy.size(), CV_8UC1);
     const int pairs = uyvy.cols / 2;
     for (int y = 0; y < uyvy.rows; ++y) {
@@ -56,8 +57,8 @@ EmissionMarkerFinder::Result EmissionMarkerFinder::find(const cv::Mat& uyvy, con
         if (c.area < minArea)
             continue;
         const double d = cam.fx * labelSize / std::sqrt(double(c.area));
-        const cv::Point2d ir = reg.visualToInfrared(c.centroid, d, uyvy.size());
-        const double e = std::hypot(ir.x - searchPoint.x, ir.y - searchPoint.y);
+        const cv::Point2d p = reg.visualToInfrared(c.centroid, d, uyvy.size(), infraredSize);
+        const double e = std::hypot(p.x - searchPoint.x, p.y - searchPoint.y);
         if (e < bestDistance)
             bestDistance = e, best = &c;
     }
@@ -82,7 +83,7 @@ EmissionMarkerFinder::Result EmissionMarkerFinder::find(const cv::Mat& uyvy, con
     double x0 = 1e9, y0 = 1e9, x1 = -1e9, y1 = -1e9;
     for (int k = 0; k < 4; ++k) {
         const cv::Point2d v(c.box.x - 0.5 + (k & 1) * c.box.width, c.box.y - 0.5 + (k >> 1) * c.box.height);
-        const cv::Point2d p = reg.visualToInfrared(v, marker.distance, uyvy.size());
+        const cv::Point2d p = reg.visualToInfrared(v, marker.distance, uyvy.size(), infraredSize);
         x0 = std::min(x0, p.x), y0 = std::min(y0, p.y), x1 = std::max(x1, p.x), y1 = std::max(y1, p.y);
     }
     marker.infraredBox = cv::Rect(cv::Point(int(std::floor(x0)), int(std::floor(y0))),
@@ -95,14 +96,15 @@ EmissionMarkerFinder::Result EmissionMarkerFinder::find(const cv::Mat& uyvy, con
         return Result::OutsideInfrared;
 
     // The label's mask eroded by two infrared pixels (in visual pixels at its distance).
-    const int erosion = int(std::ceil(2.0 * cam.fx / reg.infrared.fx));
+    const int erosion = int(std::ceil(2.0 * cam.fx / ir.fx));
     cv::Mat roi = m_mask(c.box + cv::Size(0, 0)), label;
     cv::Mat padded;
     cv::copyMakeBorder(roi, padded, 1, 1, 1, 1, cv::BORDER_CONSTANT, 0);
     cv::erode(padded, label, cv::getStructuringElement(cv::MORPH_RECT, {2 * erosion + 1, 2 * erosion + 1}));
     for (int y = marker.infraredBox.y; y < marker.infraredBox.br().y; ++y)
         for (int x = marker.infraredBox.x; x < marker.infraredBox.br().x; ++x) {
-            const cv::Point2d v = reg.infraredToVisual({double(x), double(y)}, marker.distance, uyvy.size());
+            const cv::Point2d v =
+                reg.infraredToVisual({double(x), double(y)}, marker.distance, uyvy.size(), infraredSize);
             const int lx = int(std::lround(v.x)) - c.box.x + 1, ly = int(std::lround(v.y)) - c.box.y + 1;
             if (lx >= 0 && ly >= 0 && lx < label.cols && ly < label.rows && label.at<uint8_t>(ly, lx))
                 marker.label.emplace_back(x, y);

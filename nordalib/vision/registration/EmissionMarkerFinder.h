@@ -41,7 +41,8 @@ public:
     };
 
     // `searchPoint` in infrared pixels; `infraredSize` the temperature frame's size. Throws
-    // norda::Exception for a frame that is no UYVY readout of the registration's visual camera.
+    // norda::Exception for a frame that is no UYVY readout of the registration's visual camera,
+    // or a temperature frame size that is no readout of its infrared camera.
     Result find(const cv::Mat& uyvy, const Registration& registration, cv::Point searchPoint,
                 cv::Size infraredSize, double labelSize, Marker& marker);
     static const char* name(Result r);

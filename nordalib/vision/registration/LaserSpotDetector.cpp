@@ -43,13 +43,15 @@ void LaserSpotDetector::mask(const cv::Mat& uyvy, cv::Mat& out) {
 }
 
 LaserSpotDetector::Result LaserSpotDetector::detect(const cv::Mat& uyvy, const Registration& registration,
-                                                    Spot& spot) {
+                                                    cv::Size infraredSize, Spot& spot) {
     if (uyvy.type() != CV_8UC2 || uyvy.cols % 2 != 0 || uyvy.empty())
         NORDA_THROW("a visual frame must be UYVY (CV_8UC2) of even width, not " +
                         cv::typeToString(uyvy.type()) + " " + std::to_string(uyvy.cols) + "x" +
                         std::to_string(uyvy.rows),
                     "norda::vision::LaserSpotDetector::detect");
-    (void)registration.visualAt(uyvy.size()); // throws for a frame of another aspect
+    // Both throw for a frame of another aspect.
+    (void)registration.visualAt(uyvy.size());
+    (void)registration.infraredAt(infraredSize);
     mask(uyvy, m_mask);
     const double scale = uyvy.cols / 640.0;
     const double maxArea = kMaxAreaShare * double(uyvy.total());
@@ -64,7 +66,7 @@ LaserSpotDetector::Result LaserSpotDetector::detect(const cv::Mat& uyvy, const R
         ++m_candidates;
         if (c.box.x == 0 || c.box.y == 0 || c.box.br().x == uyvy.cols || c.box.br().y == uyvy.rows)
             continue;
-        const auto fix = registration.laserTriangulation(c.centroid, uyvy.size());
+        const auto fix = registration.laserTriangulation(c.centroid, uyvy.size(), infraredSize);
         if (fix.distance < 0.3 || fix.distance > 100.0 || fix.offLine > kMaxOffLine * scale)
             continue;
         if (++found == 1)

@@ -36,8 +36,9 @@ public:
     };
 
     // Searches `uyvy` (CV_8UC2, even width, a scaled readout of the registration's visual camera;
-    // throws norda::Exception otherwise).
-    Result detect(const cv::Mat& uyvy, const Registration& registration, Spot& spot);
+    // throws norda::Exception otherwise). The spot's infrared position is a pixel of a temperature
+    // frame of `infraredSize`.
+    Result detect(const cv::Mat& uyvy, const Registration& registration, cv::Size infraredSize, Spot& spot);
     // The foreground mask of the first step (exposed for tests): redness of clipping pixels.
     static void mask(const cv::Mat& uyvy, cv::Mat& out);
     int candidates() const { return m_candidates; } // components that passed colour and shape

@@ -57,13 +57,13 @@ cv::Point3d Registration::visualPoint(const cv::Point2d& visualPixel, double dis
 }
 
 cv::Point2d Registration::visualToInfrared(const cv::Point2d& visualPixel, double distance,
-                                           cv::Size visualSize) const {
-    return infrared.project(visualPoint(visualPixel, distance, visualSize));
+                                           cv::Size visualSize, cv::Size infraredSize) const {
+    return infraredAt(infraredSize).project(visualPoint(visualPixel, distance, visualSize));
 }
 
 cv::Point2d Registration::infraredToVisual(const cv::Point2d& infraredPixel, double distance,
-                                           cv::Size visualSize) const {
-    const cv::Point2d n = infrared.normalised(infraredPixel);
+                                           cv::Size visualSize, cv::Size infraredSize) const {
+    const cv::Point2d n = infraredAt(infraredSize).normalised(infraredPixel);
     const cv::Vec3d p(n.x * distance, n.y * distance, distance);
     const cv::Vec3d q = rotation.t() * (p - translation);
     return visualAt(visualSize).project({q[0], q[1], q[2]});
@@ -76,10 +76,11 @@ cv::Point2d Registration::laserInVisual(double distance, cv::Size visualSize) co
     return visualAt(visualSize).project({q[0], q[1], q[2]});
 }
 
-Registration::LaserFix Registration::laserTriangulation(const cv::Point2d& visualPixel,
-                                                        cv::Size visualSize) const {
+Registration::LaserFix Registration::laserTriangulation(const cv::Point2d& visualPixel, cv::Size visualSize,
+                                                        cv::Size infraredSize) const {
     LaserFix fix;
     const CameraModel cam = visualAt(visualSize);
+    const CameraModel ir = infraredAt(infraredSize);
     const cv::Point2d n = cam.normalised(visualPixel);
     cv::Vec3d v = rotation * cv::Vec3d(n.x, n.y, 1.0);
     v /= cv::norm(v);
@@ -98,13 +99,13 @@ Registration::LaserFix Registration::laserTriangulation(const cv::Point2d& visua
     fix.distance = onLaser[2];
     const cv::Vec3d q = rotation.t() * (onLaser - translation);
     fix.offLine = cv::norm(cam.project({q[0], q[1], q[2]}) - visualPixel);
-    fix.infrared = infrared.project(fix.point);
+    fix.infrared = ir.project(fix.point);
     return fix;
 }
 
 void Registration::infraredToVisualMaps(double distance, cv::Size infraredSize, cv::Size visualSize,
                                         cv::Mat& mapX, cv::Mat& mapY) const {
-    const CameraModel ir = infrared.scaled(infraredSize);
+    const CameraModel ir = infraredAt(infraredSize);
     const CameraModel cam = visualAt(visualSize);
     mapX.create(infraredSize, CV_32FC1);
     mapY.create(infraredSize, CV_32FC1);

@@ -4,7 +4,8 @@
 //
 // Geometry, all in the infrared camera's coordinates (metres; x right, y down, z along its axis):
 //   - the infrared camera at the origin, seen through the chain's distortion correction, i.e. as
-//     a pinhole camera without distortion (`infrared`, at the temperature frame's size);
+//     a pinhole camera without distortion (`infrared`, at the size it was calibrated at; frames
+//     of other sizes are scaled readouts of it);
 //   - the visual camera at `translation` (the baseline, a few centimetres), turned by `rotation`
 //     (visual camera axes -> infrared axes), with its own lens and distortion (`visual`, at its
 //     sensor's full size; live modes are scaled readouts of it);
@@ -39,7 +40,7 @@ class Registration {
 public:
     static constexpr const char* kFileName = "registration.json";
 
-    CameraModel infrared; // undistorted temperature frame
+    CameraModel infrared; // undistorted temperature frame, at the calibration's size
     CameraModel visual;   // full sensor
     cv::Matx33d rotation = cv::Matx33d::eye();
     cv::Vec3d translation;
@@ -51,14 +52,18 @@ public:
     // Throws norda::Exception (naming `source`) for the first invalid value.
     void validate(const std::string& source) const;
 
-    // The visual camera at the size of its frames (throws for a size that is no scaled readout).
+    // Each camera at the size of its frames (throws for a size that is no scaled readout). Every
+    // operation below takes the sizes of the frames it works on: pixels are pixels of those.
     CameraModel visualAt(cv::Size size) const { return visual.scaled(size); }
+    CameraModel infraredAt(cv::Size size) const { return infrared.scaled(size); }
 
-    // Infrared pixel of a visual pixel (frame of `visualSize`) on an object at `distance` metres.
-    cv::Point2d visualToInfrared(const cv::Point2d& visualPixel, double distance, cv::Size visualSize) const;
-    // Visual pixel (frame of `visualSize`) of an infrared pixel on an object at `distance` metres.
-    cv::Point2d infraredToVisual(const cv::Point2d& infraredPixel, double distance,
-                                 cv::Size visualSize) const;
+    // Infrared pixel (frame of `infraredSize`) of a visual pixel (frame of `visualSize`) on an
+    // object at `distance` metres.
+    cv::Point2d visualToInfrared(const cv::Point2d& visualPixel, double distance, cv::Size visualSize,
+                                 cv::Size infraredSize) const;
+    // Visual pixel of an infrared pixel on an object at `distance` metres.
+    cv::Point2d infraredToVisual(const cv::Point2d& infraredPixel, double distance, cv::Size visualSize,
+                                 cv::Size infraredSize) const;
     // The point in infrared coordinates seen at a visual pixel at `distance`.
     cv::Point3d visualPoint(const cv::Point2d& visualPixel, double distance, cv::Size visualSize) const;
 
@@ -68,11 +73,12 @@ public:
         double distance = 0;  // depth of the spot (metres); <= 0 when the ray misses the laser
         cv::Point3d point;    // spot on the laser ray
         double offLine = 0;   // visual pixels between the spot seen and the laser's line there
-        cv::Point2d infrared; // the spot in the infrared image
+        cv::Point2d infrared; // the spot in the infrared image (frame of `infraredSize`)
     };
     // The surface distance from a spot seen at a visual pixel: the point of the laser ray closest
     // to that pixel's line of sight.
-    LaserFix laserTriangulation(const cv::Point2d& visualPixel, cv::Size visualSize) const;
+    LaserFix laserTriangulation(const cv::Point2d& visualPixel, cv::Size visualSize,
+                                cv::Size infraredSize) const;
 
     // Maps for cv::remap: for every infrared pixel (image of `infraredSize`), the visual pixel it
     // sees at `distance` (CV_32FC1 each).

@@ -15,8 +15,9 @@ const std::string kFound = "Found", kNotFound = "NotFound", kAmbiguous = "Ambigu
 }
 
 DetectLaserPositionElement::DetectLaserPositionElement(DataProxy<std::string>* proxy, STREAMING_DATATYPE slot)
-    : StreamingElement({slot}, {slot}, "DetectLaserPositionElement", nullptr, false, 0), m_proxy(proxy),
-      m_slot(slot), m_logger(logging::Logger::createSharedLogger("LASER_POS", true)) {
+    : StreamingElement({slot, STREAMING_DATATYPE_RAD}, {slot}, "DetectLaserPositionElement", nullptr, false,
+                       0),
+      m_proxy(proxy), m_slot(slot), m_logger(logging::Logger::createSharedLogger("LASER_POS", true)) {
     if (!m_proxy)
         NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
                     "norda::exp::streaming::DetectLaserPositionElement::DetectLaserPositionElement");
@@ -24,13 +25,14 @@ DetectLaserPositionElement::DetectLaserPositionElement(DataProxy<std::string>* p
 
 bool DetectLaserPositionElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
     auto& entry = inputs[m_slot];
-    if (!entry) {
-        // No visual frame this cycle (a host may run the element without one): no spot, rather
-        // than the last one's position for a scene that has moved on.
+    auto& temperatures = inputs[STREAMING_DATATYPE_RAD];
+    if (!entry || !temperatures) {
+        // No visual or temperature frame this cycle (a host may run the element without one): no
+        // spot, rather than the last one's position for a scene that has moved on.
         publish("NoFrame", nullptr, {});
         return false;
     }
-    const std::string status = locate(*entry);
+    const std::string status = locate(*entry, temperatures->getFrameData().size());
     const bool trouble = status == kNoCalibration || status == kBadFrame || status == kStale;
     if (!trouble && !m_trouble.empty()) {
         m_logger->log(LogLevel::info, "laser spot search works again ({})", status);
@@ -46,7 +48,7 @@ void DetectLaserPositionElement::report(const std::string& status, const std::st
     publish(status, nullptr, {});
 }
 
-std::string DetectLaserPositionElement::locate(const Frame& frame) {
+std::string DetectLaserPositionElement::locate(const Frame& frame, cv::Size irSize) {
     const vision::Registration* registration =
         m_registration.get(m_proxy->getValue<std::string>(Id::Registration::CalibrationFile));
     if (!registration) {
@@ -72,7 +74,7 @@ std::string DetectLaserPositionElement::locate(const Frame& frame) {
     vision::LaserSpotDetector::Spot spot;
     vision::LaserSpotDetector::Result result;
     try {
-        result = m_detector.detect(frame.getFrameData(), *registration, spot);
+        result = m_detector.detect(frame.getFrameData(), *registration, irSize, spot);
     } catch (const std::exception& e) {
         report(kBadFrame, e.what());
         return kBadFrame;
@@ -85,25 +87,28 @@ std::string DetectLaserPositionElement::locate(const Frame& frame) {
     cv::Point2d ir = spot.fix.infrared;
     if (!m_proxy->getValue<bool>(Id::Registration::UseLaserDistance))
         ir = registration->visualToInfrared(spot.visual, m_proxy->getValue<float>(Id::Registration::Distance),
-                                            frame.getFrameData().size());
-    const cv::Size irSize = registration->infrared.size;
-    const cv::Point rounded(int(std::lround(ir.x)), int(std::lround(ir.y)));
-    if (rounded.x < 0 || rounded.y < 0 || rounded.x >= irSize.width || rounded.y >= irSize.height) {
+                                            frame.getFrameData().size(), irSize);
+    // Rounded only to decide which pixel the spot lies on.
+    const cv::Point pixel(int(std::lround(ir.x)), int(std::lround(ir.y)));
+    if (!cv::Rect(cv::Point(0, 0), irSize).contains(pixel)) {
         publish(kOutside, nullptr, {});
         return kOutside;
     }
-    publish(kFound, &spot, rounded);
+    publish(kFound, &spot, ir);
     return kFound;
 }
 
 void DetectLaserPositionElement::publish(const std::string& status,
-                                         const vision::LaserSpotDetector::Spot* spot, cv::Point infrared) {
+                                         const vision::LaserSpotDetector::Spot* spot, cv::Point2d infrared) {
     // Observers hear of a spot coming and going; positions follow every frame quietly.
     const bool changed = status != m_status;
     m_status = status;
     m_proxy->setValue(Id::Laser::Status, status, changed);
     if (spot) {
-        m_proxy->setValue(Id::MeasPoints::LaserSpot::Position, cv::Point_<int>(infrared), false);
+        // The measurement point needs a pixel; the position itself stays sub-pixel.
+        m_proxy->setValue(Id::MeasPoints::LaserSpot::Position,
+                          cv::Point_<int>(int(std::lround(infrared.x)), int(std::lround(infrared.y))), false);
+        m_proxy->setValue(Id::Laser::InfraredPosition, std::vector<double>{infrared.x, infrared.y}, false);
         m_proxy->setValue(Id::Laser::Distance, float(spot->fix.distance), false);
         m_proxy->setValue(Id::Laser::VisualPosition,
                           cv::Point_<int>(int(std::lround(spot->visual.x)), int(std::lround(spot->visual.y))),

@@ -7,15 +7,19 @@
 // when Registration.UseLaserDistance is false, the registration maps it into the infrared image.
 // Visual and infrared frames must show the same moment: the host runs this after the image buffer.
 //
-// Slots: the constructor's slot in and out (pass-through; the frame is not changed).
+// Slots: inputs {the constructor's slot, 3}, the visual slot out (pass-through; neither frame is
+// changed). The temperature frame gives the size of the infrared image the spot is placed in.
 // Keys read: Registration.CalibrationFile (loaded at the first frame and again when it changes),
 //   Registration.UseLaserDistance, Registration.Distance; frame metadata Viscam.Timestamp.
-// Keys written: MeasPoints.LaserSpot.Visible (bool) and .Position (cv::Point_<int>, infrared
-//   pixels), Laser.Distance (float, m; 0 without a spot), Laser.VisualPosition (cv::Point_<int>),
+// Keys written: MeasPoints.LaserSpot.Visible (bool) and .Position (cv::Point_<int>, the infrared
+//   pixel the spot lies on), Laser.InfraredPosition (std::vector<double> {x, y}: the spot's
+//   infrared position, sub-pixel), Laser.Distance (float, m, from the sub-pixel spot; 0 without a
+//   spot), Laser.VisualPosition (cv::Point_<int>),
 //   Laser.Status: "Found", "NotFound", "Ambiguous" (several spots), "OutsideInfrared" (seen by the
 //   visual camera only), "NoCalibration", "BadFrame" (another type, an odd width or an aspect that
 //   is no readout of the calibrated camera), "StaleFrame" (a frame not newer than the last),
-//   "NoFrame" (a cycle without a visual frame, when the host runs the element without one).
+//   "NoFrame" (a cycle without a visual or a temperature frame, when the host runs the element
+//   without one).
 // Visible is true only with "Found". Trouble with the input (NoCalibration, BadFrame,
 // StaleFrame) is logged once when it starts and once when it ends, on the "LASER_POS" logger.
 
@@ -37,8 +41,9 @@ public:
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
 private:
-    std::string locate(const Frame& frame);
-    void publish(const std::string& status, const vision::LaserSpotDetector::Spot* spot, cv::Point infrared);
+    std::string locate(const Frame& frame, cv::Size irSize);
+    void publish(const std::string& status, const vision::LaserSpotDetector::Spot* spot,
+                 cv::Point2d infrared);
     void report(const std::string& status, const std::string& detail);
 
     DataProxy<std::string>* m_proxy;

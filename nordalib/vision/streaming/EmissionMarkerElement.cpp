@@ -19,6 +19,10 @@ namespace {
 bool isTrouble(const std::string& s) {
     return s == "NoCalibration" || s == "BadFrame" || s == "NotAligned" || s == "NoRadiometry";
 }
+// The label's mean and the surface's median stand for the true temperatures within about this
+// (the detector's noise, the label's contact with the surface): an emissivity above 1 by no more
+// than such errors explain is 1; beyond that, the label is not at the surface's temperature.
+constexpr double kToleranceK = 0.2;
 } // namespace
 
 EmissionMarkerElement::EmissionMarkerElement(DataProxy<std::string>* proxy, uint8_t averaging,
@@ -131,6 +135,13 @@ EmissionMarkerElement::Measurement EmissionMarkerElement::measure(const Frame& v
         return {"NoRadiometry", 0, 0, m.rect};
     }
 
+    // Encoded 0 and 65535 mean below and beyond the scale: no temperature to average.
+    for (const auto* pixels : {&marker.label, &marker.surface})
+        for (const auto& p : *pixels) {
+            const uint16_t v = rad.at<uint16_t>(p);
+            if (v == 0 || v == 65535)
+                return {v == 0 ? "UnderRange" : "OverRange", 0, 0, m.rect};
+        }
     auto kelvin = [&](cv::Point p) { return rad.at<uint16_t>(p) / 100.0; };
     double labelK = 0;
     for (const auto& p : marker.label)
@@ -155,7 +166,11 @@ EmissionMarkerElement::Measurement EmissionMarkerElement::measure(const Frame& v
     if (!std::isfinite(trueK) || std::abs(trueK - frame.reflectedK) < m_minContrast)
         return {"LowContrast", 0, m.trueC, m.rect};
     const double e = model.emissivity(surfaceK, trueK, frame);
-    if (!std::isfinite(e) || e < 0.02 || e > 1.05)
+    // The least emissivity the temperatures' errors allow: both moved to lower it.
+    const double towards = trueK > frame.reflectedK ? 1.0 : -1.0;
+    const double least =
+        model.emissivity(surfaceK - towards * kToleranceK, trueK + towards * kToleranceK, frame);
+    if (!std::isfinite(e) || e < 0.02 || (e > 1.0 && !(least <= 1.0)))
         return {"Implausible", 0, m.trueC, m.rect};
     m.emissivity = std::min(e, 1.0);
     m.status = "Valid";

@@ -24,8 +24,11 @@
 //   "PartlyCovered", "OutsideInfrared" (not wholly inside the temperature frame with its
 //   surroundings), "TooSmall" (too far away), "LowContrast" (the surface is less than
 //   `minContrast` kelvin from the reflected temperature: the emissivity is undetermined),
-//   "SurfaceNotUniform" (the surroundings are no single surface), "Implausible" (an emissivity
-//   outside 0.02 ... 1.05: the label is not at the surface's temperature), "NotAligned" (visual and
+//   "SurfaceNotUniform" (the surroundings are no single surface), "UnderRange" / "OverRange" (a
+//   pixel of the label or the surroundings below or beyond the scale: no temperature there),
+//   "Implausible" (an emissivity under 0.02, or above 1 by more than 0.2 K of error in the
+//   label's and the surface's temperatures explains: the label is not at the surface's
+//   temperature; within that, 1), "NotAligned" (visual and
 //   infrared frames of different moments), "NoCalibration", "BadFrame", "NoRadiometry" (no Planck
 //   constants with the temperature frame).
 // Command: EmissionMarker.Apply set true copies a valid emissivity into

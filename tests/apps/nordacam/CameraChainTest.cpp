@@ -1,6 +1,7 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/Measure.h"
+#include "apps/nordacam/Tools.h"
 
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/streaming/SnrElement.h"
@@ -8,6 +9,7 @@
 #include "tests/support/TempDir.h"
 
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
+#include "nordalib/vision/imgproc/BadPixelMap.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +22,7 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sstream>
 
 using namespace norda::exp;
 using namespace nordacam;
@@ -213,6 +216,75 @@ TEST(NordacamCamera, VisualCameraRunsBesideTheDetector) {
     EXPECT_LT(cv::norm(cv::Vec3d(jpeg.at<cv::Vec3b>(10, 10)) - cv::Vec3d(176, 190, 196)), 20.0);
     camera.runCycle();
     EXPECT_EQ(camera.store().getValue<std::string>(Id::Viscam::CurrentImageResolution), "VGA");
+}
+
+// Detectors of other sizes with the factory's registration (calibrated at 640 x 480): the laser,
+// the label, the fusion, the overlay and the saved images work at the frames' size.
+TEST(NordacamCamera, VisualResultsOnDetectorsOfOtherSizes) {
+    namespace fs = std::filesystem;
+    using Rel = quantity::Relation<MarkedFloat>;
+    for (const cv::Size size : {cv::Size(320, 240), cv::Size(1024, 768)}) {
+        SCOPED_TRACE(std::to_string(size.width) + "x" + std::to_string(size.height));
+        norda::test::TempDir dir;
+        auto o = fastCamera(dir.file("out"));
+        const double s = size.width / 640.0;
+        o.sim.width = size.width;
+        o.sim.height = size.height;
+        auto& lens = o.sim.lens; // the same lens on a sensor of another pitch
+        lens.fx *= s, lens.fy *= s, lens.cx = (lens.cx + 0.5) * s - 0.5, lens.cy = (lens.cy + 0.5) * s - 0.5;
+        // This detector's lens table and bad pixels beside the factory's radiometry and registration.
+        o.calibrationDir = dir.file("calib/");
+        fs::create_directories(o.calibrationDir);
+        for (const char* file : {"radiometry.json", "registration.json"})
+            fs::copy_file(defaultCalibrationDir() + file, o.calibrationDir + file);
+        std::ostringstream quiet;
+        calibDistortion({lens.fx, lens.fy, lens.cx, lens.cy, lens.k1, lens.k2, lens.p1, lens.p2, lens.k3,
+                         size.width, size.height},
+                        o.calibrationDir + "lens1/distort.pxm", quiet);
+        norda::vision::BadPixelMap::write(o.calibrationDir + "badpixel.pxm", {}, size);
+        Camera camera(o);
+        camera.store().setValue(Id::Fusion::Mode, Id::Fusion::PictureInPicture, true);
+
+        const auto& plate = camera.simulator()->scene().plates().front();
+        const auto c = (plate.label.tl() + plate.label.br()) * 0.5f;
+        camera.store().setValue(Id::EmissionMarker::SearchPoint, cv::Point_<int>(int(c.x), int(c.y)), true);
+        std::string status;
+        auto snap = camera.snapshot();
+        for (int i = 0; i < 60 && !(status == "Valid" && snap.laserVisible); ++i) {
+            camera.runCycle();
+            status = camera.store().getValue<std::string>(Id::EmissionMarker::Status);
+            snap = camera.snapshot();
+        }
+        ASSERT_EQ(status, "Valid") << plate.name;
+        EXPECT_NEAR(camera.store().getValue<Rel>(Id::EmissionMarker::Emissivity).getValue().toFloat(),
+                    plate.emissivity, 0.03);
+        const cv::Rect label = camera.store().getValue<cv::Rect_<int>>(Id::EmissionMarker::Rect);
+        EXPECT_LT(cv::norm(cv::Point2f(label.tl() + label.br()) * 0.5f - c), 2.0);
+        ASSERT_TRUE(snap.laserVisible) << camera.store().getValue<std::string>(Id::Laser::Status);
+        EXPECT_LT(cv::norm(snap.laserPosition - snap.truth->laser.infrared), 2.0 * std::max(1.0, s));
+        EXPECT_EQ(snap.rgb.size(), size);
+        // The fused display places the infrared image inside the visual view, centred near its middle.
+        const auto placement = camera.store().getValue<std::vector<double>>(Id::Fusion::InfraredPlacement);
+        ASSERT_EQ(placement.size(), 4u);
+        EXPECT_NEAR((placement[0] + placement[2]) / 2, size.width / 2.0, 0.1 * size.width);
+
+        norda::vision::Rix rix;
+        const auto name = camera.saveImage(std::chrono::seconds(20));
+        rix.load(name);
+        EXPECT_EQ(rix.getRadiometricImage().size(), size);
+        EXPECT_EQ(rix.getPreviewImageRgb().size(), size);
+        // The picture is 640 x 480 whatever the detector; its overlay places the marks from the
+        // detector's size.
+        EXPECT_EQ(cv::imread(fs::path(name).replace_filename(
+                                 "TR" + fs::path(name).filename().string().substr(2, 6) + ".JPG"))
+                      .size(),
+                  cv::Size(640, 480));
+        EXPECT_EQ(cv::Size(camera.store().getValue<unsigned short>(Id::IrImage::Cols),
+                           camera.store().getValue<unsigned short>(Id::IrImage::Rows)),
+                  size);
+        for (const auto& e : camera.pipeline().statistics().elements)
+            EXPECT_EQ(e.failures, 0u) << e.name << ": " << e.lastError;
+    }
 }
 
 TEST(NordacamCamera, HighResolutionStillsAndAVisualCameraThatStops) {

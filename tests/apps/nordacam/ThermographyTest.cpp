@@ -1,7 +1,10 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/Gallery.h"
+#include "apps/nordacam/Overlay.h"
 #include "apps/nordacam/Server.h"
 
+#include "nordalib/core/datatypes/MeasArea.h"
+#include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/rix/RixReanalysis.h"
 #include "tests/support/TempDir.h"
@@ -72,6 +75,38 @@ Response call(const WebServer& server, const std::string& method, const std::str
 }
 
 } // namespace
+
+// Delta-T says its unit: kelvin between temperatures; in the humidity mode, where the results are
+// relative humidities at the surface, percentage points (85 % - 62 % = 23 points), and nothing
+// while a result is not measured as one.
+TEST(NordacamThermography, DeltaTInTheUnitOfItsResults) {
+    using Rel = quantity::Relation<MarkedFloat>;
+    using Temp = quantity::Temperature<MarkedFloat>;
+    std::map<std::string, std::shared_ptr<Variant>> values;
+    auto set = [&](const std::string& key, auto v) { values[key] = makeVariant(v); };
+    const ValueLookup lookup = [&](const std::string& key) {
+        const auto it = values.find(key);
+        return it == values.end() ? nullptr : it->second;
+    };
+    set(Id::DeltaT::Active, true);
+    set(Id::DeltaT::First, std::string("MeasPoint1"));
+    set(Id::DeltaT::Second, std::string("UserArea2"));
+    set(Id::DeltaT::Difference, 3.5f); // the element's: kelvin
+    set("MeasPoints.MeasPoint1.Visible", true);
+    set("MeasAreas.UserArea2.Visible", true);
+    auto results = [&](auto first, auto second) {
+        set("MeasPoints.MeasPoint1.MeasPoint", MeasPoint(100, 80, first));
+        MeasArea area(10, 20, 30, 40);
+        area.setMeanValue(second);
+        set("MeasAreas.UserArea2.MeasArea", area);
+        const auto c = overlayContent(lookup, {640, 480}, "");
+        return c.deltaT ? c.deltaT->text : std::string("none");
+    };
+    EXPECT_EQ(results(Temp(MarkedFloat(30.0f)), Temp(MarkedFloat(26.5f))), "dT +3.5 K");
+    set(Id::Environment::HumidityModeActive, true);
+    EXPECT_EQ(results(Rel(MarkedFloat(0.85f)), Rel(MarkedFloat(0.62f))), "dRH +23.0 %pt");
+    EXPECT_EQ(results(Rel(MarkedFloat(0.85f)), Temp(MarkedFloat(26.5f))), "none");
+}
 
 // Re-analysis with the stored parameters changes no pixel by more than 0.01 K; with another
 // emissivity it gives what the camera measures live with that emissivity, within 0.05 K. The
@@ -201,5 +236,18 @@ TEST(NordacamThermography, BadInputIsRefusedAndConcurrentChangesAllLand) {
     EXPECT_TRUE(e == 0.5f || e == 0.6f || e == 0.7f || e == 0.8f) << e;
     const auto thermo = call(server, "GET", "/api/thermography").body;
     EXPECT_TRUE(thermo["points"][3]["visible"].get<bool>());
+    // Delta-T between two points in the humidity mode: in percentage points of relative humidity.
+    call(server, "POST", "/api/settings",
+         {{"DeltaT.Active", true},
+          {"DeltaT.First", "MeasPoint1"},
+          {"DeltaT.Second", "MeasPoint2"},
+          {"Environment.HumidityModeActive", true}});
+    camera.runCycle();
+    const auto delta = call(server, "GET", "/api/thermography").body["deltaT"];
+    const auto points = call(server, "GET", "/api/thermography").body["points"];
+    EXPECT_EQ(delta["unit"], "%pt");
+    EXPECT_NEAR(delta["difference"].get<double>(),
+                points[0]["value"]["percent"].get<double>() - points[1]["value"]["percent"].get<double>(),
+                1e-3);
 }
 #endif

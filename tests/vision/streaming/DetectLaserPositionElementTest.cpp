@@ -27,12 +27,14 @@ struct LaserFixture {
         config.rig.registration(config.lens, {640, 480}).save(dir.file("registration.json"));
         store.setValue(Id::Registration::CalibrationFile, dir.file("registration.json"), false);
     }
-    // The element's status for one frame.
-    std::string run(cv::Mat uyvy, unsigned long long timestamp) {
+    // The element's status for one frame (beside a temperature frame of `ir`).
+    std::string run(cv::Mat uyvy, unsigned long long timestamp, cv::Size ir = {640, 480}) {
         DataStorage<std::string> meta;
         meta.setValue(Id::Viscam::Timestamp, timestamp);
         FrameMap in, out;
         in[STREAMING_DATATYPE_YUV422] = std::make_unique<Frame>(uyvy, std::move(meta));
+        in[STREAMING_DATATYPE_RAD] =
+            std::make_unique<Frame>(cv::Mat(ir, CV_16UC1, cv::Scalar(29515)), DataStorage<std::string>());
         element.process(in, out);
         EXPECT_TRUE(in[STREAMING_DATATYPE_YUV422]); // passed on untouched
         return store.getValue<std::string>(Id::Laser::Status);
@@ -72,6 +74,52 @@ TEST(DetectLaserPositionElement, FindsTheSpotWithinTwoInfraredPixelsFromHalfAMet
                 2.0);
         }
     }
+}
+
+// A spot drawn at the sub-pixel place OpenCV projects the laser's point to, for several distances
+// and temperature frame sizes: the infrared position is the laser's point at the distance found,
+// not a whole pixel, both within the detector's accuracy (its centroid of a UYVY frame's clipping
+// pixels is off by up to a fifth of a pixel), and the measurement point is the pixel it lies on.
+TEST(DetectLaserPositionElement, SubPixelPositionAndTheDistanceFromIt) {
+    LaserFixture f;
+    const auto r = norda::test::testRig();
+    r.save(f.dir.file("rig.json"));
+    f.store.setValue(Id::Registration::CalibrationFile, f.dir.file("rig.json"), false);
+    const cv::Vec3d tvec = -(r.rotation.t() * r.translation);
+    cv::Vec3d rvec;
+    cv::Rodrigues(r.rotation.t(), rvec);
+    unsigned long long t = 1;
+    for (const cv::Size ir : {cv::Size(640, 480), cv::Size(1024, 768)})
+        for (double d : {1.3, 4.1, 7.7}) {
+            const cv::Vec3d l =
+                r.laserOrigin + (d - r.laserOrigin[2]) / r.laserDirection[2] * r.laserDirection;
+            std::vector<cv::Point2d> v, i;
+            cv::projectPoints(
+                std::vector<cv::Point3d>{{l[0], l[1], l[2]}}, rvec, tvec,
+                norda::test::cameraMatrixAt(r.visual, {640, 480}),
+                std::vector<double>{r.visual.k1, r.visual.k2, r.visual.p1, r.visual.p2, r.visual.k3}, v);
+            cv::projectPoints(std::vector<cv::Point3d>{{l[0], l[1], l[2]}}, cv::Vec3d(), cv::Vec3d(),
+                              norda::test::cameraMatrixAt(r.infrared, ir), cv::noArray(), i);
+            // A clipping white core in a red halo, drawn with 1/256 pixel precision.
+            cv::Mat rgb(480, 640, CV_8UC3, cv::Scalar(90, 100, 110));
+            const cv::Point at(int(std::lround((v[0].x) * 256)), int(std::lround(v[0].y * 256)));
+            cv::circle(rgb, at, 5 * 256, cv::Scalar(255, 60, 50), -1, cv::LINE_AA, 8);
+            cv::circle(rgb, at, 3 * 256, cv::Scalar(255, 250, 245), -1, cv::LINE_AA, 8);
+            ASSERT_EQ(f.run(norda::test::rgbToUyvy(rgb), t++, ir), "Found") << d;
+            const auto position = f.store.getValue<std::vector<double>>(Id::Laser::InfraredPosition);
+            ASSERT_EQ(position.size(), 2u);
+            const double found = f.store.getValue<float>(Id::Laser::Distance);
+            const cv::Vec3d p =
+                r.laserOrigin + (found - r.laserOrigin[2]) / r.laserDirection[2] * r.laserDirection;
+            std::vector<cv::Point2d> there;
+            cv::projectPoints(std::vector<cv::Point3d>{{p[0], p[1], p[2]}}, cv::Vec3d(), cv::Vec3d(),
+                              norda::test::cameraMatrixAt(r.infrared, ir), cv::noArray(), there);
+            EXPECT_LT(cv::norm(cv::Point2d(position[0], position[1]) - there[0]), 0.01) << d;
+            EXPECT_LT(cv::norm(cv::Point2d(position[0], position[1]) - i[0]), 0.4 * ir.width / 640) << d;
+            EXPECT_NEAR(found, d, 0.05 * d);
+            EXPECT_EQ(f.store.getValue<cv::Point_<int>>(Id::MeasPoints::LaserSpot::Position),
+                      cv::Point_<int>(int(std::lround(position[0])), int(std::lround(position[1]))));
+        }
 }
 
 TEST(DetectLaserPositionElement, NoFalseSpotAndOneMessagePerEpisodeOfBadInput) {

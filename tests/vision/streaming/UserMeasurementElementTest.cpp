@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 using namespace norda::exp;
 using namespace norda::exp::streaming;
 using norda::vision::RadiometricTools;
@@ -43,11 +45,14 @@ struct Fixture {
     }
 };
 
-double converted(const norda::vision::PlanckConstants& planck, float celsius, double emissivity) {
-    norda::vision::ObjectParameters from, to;
-    from.emissivity = 0.95;
-    to.emissivity = emissivity;
-    return norda::vision::Reanalysis(planck).convert(celsius + 273.15, from, to) - 273.15;
+// A pixel taken with emissivity 0.95 and 20 °C reflected, measured with `emissivity` instead: the
+// object signal on the Planck curve S(T) = R1 / (R2 (exp(B / T) - F)) - O, written out here.
+double converted(const norda::vision::PlanckConstants& c, float celsius, double emissivity) {
+    auto S = [&](double k) { return c.R1 / (c.R2 * (std::exp(c.B / k) - c.F)) - c.O; };
+    const double reflected = S(293.15);
+    const double seen = 0.95 * S(celsius + 273.15) + 0.05 * reflected;
+    const double object = (seen - (1 - emissivity) * reflected) / emissivity;
+    return c.B / std::log(c.R1 / (c.R2 * (object + c.O)) + c.F) - 273.15;
 }
 
 } // namespace
