@@ -21,8 +21,8 @@ if [ ! -x "${targets[0]}" ]; then
     exit 2
 fi
 
-# libFuzzer's statistic `stat::NAME: VALUE` from a log, 0 when absent.
-stat() { sed -n "s/^stat::$1: *\([0-9]*\).*/\1/p" "$2" | tail -n 1 | grep . || echo 0; }
+# libFuzzer's statistic `stat::NAME: VALUE` from a log, else FALLBACK (0).
+statistic() { sed -n "s/^stat::$1: *\([0-9]*\).*/\1/p" "$2" | tail -n 1 | grep . || echo "${3:-0}"; }
 
 summary=()
 failed=0
@@ -59,8 +59,9 @@ for target in "${targets[@]}"; do
         grep -m 1 -A 30 "ERROR: \|runtime error\|==ERROR\|deadly signal" "$log" || tail -n 40 "$log"
         echo "   log: $log"
     fi
-    runs=$(stat number_of_executed_units "$log")
-    added=$(stat new_units_added "$log")
+    # After a crash the final statistics may be missing: the last progress line's count then.
+    runs=$(statistic number_of_executed_units "$log" "$(sed -n 's/^#\([0-9]*\).*/\1/p' "$log" | tail -n 1)")
+    added=$(statistic new_units_added "$log")
     line=$(printf '%-18s %10s runs %6s new %3s finds  replay of %s inputs %s' "$name" "$runs" "$added" \
         "$found" "${#inputs[@]}" "$replay")
     summary+=("$line")
