@@ -1,9 +1,12 @@
 #pragma once
-// Shared by the fuzz targets: inputs that parsers read from files go through a scratch file.
+// Shared by the fuzz targets: inputs that parsers read from files go through a scratch file; hosts
+// that run threads live as long as the main thread.
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace norda::fuzz {
 
@@ -17,6 +20,17 @@ inline const std::string& writeScratch(const uint8_t* data, size_t size) {
         std::fclose(f);
     }
     return path;
+}
+
+// The fuzz target's host (a camera with its chain running, say), made once on the main thread and
+// destroyed when that thread ends the process. libFuzzer ends it with exit() at any moment between
+// inputs; exit() runs the main thread's thread-local destructors before any static one, so the
+// host stops and joins its threads while everything they use still exists. (A static host would
+// be destroyed among the static objects, after those made later, which a cycle still running may
+// read.)
+template <typename T, typename... Args> T& hostForThisProcess(Args&&... args) {
+    static thread_local std::unique_ptr<T> host = std::make_unique<T>(std::forward<Args>(args)...);
+    return *host;
 }
 
 } // namespace norda::fuzz

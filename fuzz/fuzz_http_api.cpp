@@ -1,12 +1,12 @@
 // The JSON API of `nordacam serve` on arbitrary requests, answered in-process by the server's own
 // dispatch. Input: the method on the first line, the request target (path and query, URL-encoded)
-// on the second, the body after it. The camera runs its chain on its thread while a request is
-// answered, so saving, capturing and recording complete as they do in the program.
+// on the second, the body after it. The camera runs its chain on its thread, so saving, capturing
+// and recording complete as they do in the program.
+#include "FuzzSupport.h"
 #include "apps/nordacam/Server.h"
 
 #include <httplib.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -15,10 +15,6 @@
 
 namespace {
 
-// The camera's chain runs only while an input is answered: the fuzzer ends the process with exit()
-// at any moment between inputs, and a chain still cycling then would run into objects the exit
-// handlers are destroying. The host itself is never destroyed (its destructor would run among
-// those handlers too); its folder is removed by one that touches nothing of the library.
 struct Host {
     std::string folder;
     std::unique_ptr<nordacam::Camera> camera;
@@ -34,9 +30,18 @@ struct Host {
         o.sim.fps = 60;
         camera = std::make_unique<nordacam::Camera>(o);
         server = std::make_unique<nordacam::WebServer>(*camera);
+        camera->start();
+    }
+    ~Host() {
+        server.reset();
+        camera.reset(); // stops and joins the chain
+        std::error_code ec;
+        std::filesystem::remove_all(folder, ec);
     }
     // Images and recordings of one input do not pile up over millions of them.
     void tidy() {
+        if (camera->recording())
+            camera->stopRecording();
         std::error_code ec;
         for (const auto& e : std::filesystem::directory_iterator(folder, ec))
             std::filesystem::remove(e.path(), ec);
@@ -44,27 +49,12 @@ struct Host {
 };
 
 Host* g_host = nullptr;
-char g_folder[4096];
-
-void removeFolder() {
-    std::error_code ec;
-    std::filesystem::remove_all(g_folder, ec);
-}
-
-// Stops the chain however the input ends (an abort below is a find and ends the process anyway).
-struct Running {
-    explicit Running(Host& h) : host(h) { host.camera->start(); }
-    ~Running() { host.camera->stop(); }
-    Host& host;
-};
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     setenv("NORDA_LOG_LEVEL", "off", 0);
-    g_host = new Host;
-    std::snprintf(g_folder, sizeof g_folder, "%s", g_host->folder.c_str());
-    std::atexit(removeFolder);
+    g_host = &norda::fuzz::hostForThisProcess<Host>();
     return 0;
 }
 
@@ -87,12 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         req.body = input.substr(targetEnd + 1);
 
     httplib::Response res;
-    {
-        Running running(*g_host);
-        g_host->server->handle(req, res);
-        if (g_host->camera->recording())
-            g_host->camera->stopRecording();
-    }
+    g_host->server->handle(req, res);
     // Every answer is a status the server means; errors explain themselves.
     if (res.status < 200 || res.status > 599)
         std::abort();

@@ -10,9 +10,6 @@
 
 namespace {
 
-// Never destroyed: the fuzzer ends the process with exit() between inputs, and the camera's
-// destructor would then run among the exit handlers, after objects it uses. Its chain never runs;
-// its store's notifier is idle after every input (flushed).
 nordacam::Camera* g_camera = nullptr;
 
 nordacam::Camera& camera() {
@@ -23,9 +20,11 @@ nordacam::Camera& camera() {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     setenv("NORDA_LOG_LEVEL", "off", 0);
-    nordacam::CameraOptions o;
-    o.realTime = false;
-    g_camera = new nordacam::Camera(o);
+    g_camera = &norda::fuzz::hostForThisProcess<nordacam::Camera>([] {
+        nordacam::CameraOptions o;
+        o.realTime = false;
+        return o;
+    }());
     return 0;
 }
 

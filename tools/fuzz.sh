@@ -32,12 +32,14 @@ for target in "${targets[@]}"; do
     seeds=fuzz/corpus/$name
     work=$build/corpus/$name
     finds=$build/finds/$name
-    mkdir -p "$work" "$finds" "$seeds"
+    mkdir -p "$work" "$finds"
+    [ -d "$seeds" ] || seeds=$work # a target without checked-in inputs yet
     log=$finds/fuzz.log
     echo "== $name: replaying $seeds, then $seconds s"
 
     # The checked-in inputs, each run once; a failing one is a regression.
-    mapfile -t inputs < <(find "$seeds" -type f | sort)
+    inputs=()
+    [ "$seeds" = "$work" ] || mapfile -t inputs < <(find "$seeds" -type f | sort)
     replay=ok
     if [ ${#inputs[@]} -gt 0 ] && ! "$target" -rss_limit_mb=2048 -timeout=10 \
         -artifact_prefix="$finds/" "${inputs[@]}" >"$finds/replay.log" 2>&1; then
