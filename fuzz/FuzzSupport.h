@@ -3,6 +3,7 @@
 // that run threads live as long as the main thread.
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <unistd.h>
@@ -10,10 +11,14 @@
 
 namespace norda::fuzz {
 
-// A per-process scratch file holding the current input.
-inline const std::string& writeScratch(const uint8_t* data, size_t size) {
-    static const std::string path = "/tmp/norda-fuzz-" + std::to_string(::getpid()) + ".bin";
-    std::FILE* f = std::fopen(path.c_str(), "wb");
+// A per-process scratch file holding the current input, removed when the process exits.
+inline const char* writeScratch(const uint8_t* data, size_t size) {
+    static char path[64] = {};
+    if (!path[0]) {
+        std::snprintf(path, sizeof path, "/tmp/norda-fuzz-%ld.bin", static_cast<long>(::getpid()));
+        std::atexit([] { std::remove(path); });
+    }
+    std::FILE* f = std::fopen(path, "wb");
     if (f) {
         if (size)
             std::fwrite(data, 1, size, f);
