@@ -78,18 +78,18 @@ test-arm64: deps
 	QEMU_CPU=max qemu-aarch64 -L $(ARM64_SYSROOT) $(ARM64_BUILD)/tests/nordalib_tests --gtest_filter='VectorDispatch.*'
 
 FUZZ_SECONDS ?= 60
-# Each fuzz target for FUZZ_SECONDS, from its seeds in fuzz/corpus/<target> (finds land in build-fuzz/).
+# Light optimisation and line tables only (enough for the sanitizers' stacks): the build stays short.
+FUZZ_FLAGS ?= -O1 -gline-tables-only -DNDEBUG
+# Every fuzz target: its checked-in inputs in fuzz/corpus/<target> replayed, then FUZZ_SECONDS of
+# fuzzing from them (tools/fuzz.sh: new inputs and finds land in build-fuzz/). Only the targets and
+# what they link are built.
 fuzz:
 	@NORDA_EXTRA_PACKAGES="clang libclang-rt-14-dev" bash tools/install-deps.sh
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORDA_SANITIZE=address \
+	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="$(FUZZ_FLAGS)" \
 	    -DNORDA_FUZZ=ON -DNORDA_BUILD_TESTS=OFF -DNORDA_BUILD_BENCH=OFF -DNORDA_BUILD_APPS=ON
-	cmake --build build-fuzz -j$(JOBS)
-	@set -e; for t in build-fuzz/fuzz/fuzz_*; do \
-	    name=$$(basename $$t); mkdir -p build-fuzz/corpus/$$name build-fuzz/finds/$$name; \
-	    echo "== $$name ($(FUZZ_SECONDS) s)"; \
-	    $$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 \
-	        -artifact_prefix=build-fuzz/finds/$$name/ build-fuzz/corpus/$$name fuzz/corpus/$$name; \
-	done
+	cmake --build build-fuzz -j$(JOBS) --target fuzz_targets
+	bash tools/fuzz.sh $(FUZZ_SECONDS) build-fuzz
 
 # `nordacam serve` under load (20 stream clients, some stalled, the API polled) for 5 minutes with
 # figures every 30 s; `soak` for 10 minutes (bench/apps/NordacamLoad.cpp).

@@ -2,6 +2,7 @@
 // dispatch. Input: the method on the first line, the request target (path and query, URL-encoded)
 // on the second, the body after it. The camera runs its chain on its thread, so saving, capturing
 // and recording complete as they do in the program.
+#include "FuzzSupport.h"
 #include "apps/nordacam/Server.h"
 
 #include <httplib.h>
@@ -33,7 +34,7 @@ struct Host {
     }
     ~Host() {
         server.reset();
-        camera.reset();
+        camera.reset(); // stops and joins the chain
         std::error_code ec;
         std::filesystem::remove_all(folder, ec);
     }
@@ -47,16 +48,13 @@ struct Host {
     }
 };
 
-Host& host() {
-    static Host h;
-    return h;
-}
+Host* g_host = nullptr;
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     setenv("NORDA_LOG_LEVEL", "off", 0);
-    host();
+    g_host = &norda::fuzz::hostForThisProcess<Host>();
     return 0;
 }
 
@@ -79,12 +77,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         req.body = input.substr(targetEnd + 1);
 
     httplib::Response res;
-    host().server->handle(req, res);
+    g_host->server->handle(req, res);
     // Every answer is a status the server means; errors explain themselves.
     if (res.status < 200 || res.status > 599)
         std::abort();
     if (res.status >= 400 && res.body.find("\"error\"") == std::string::npos)
         std::abort();
-    host().tidy();
+    g_host->tidy();
     return 0;
 }

@@ -1,9 +1,12 @@
 // Radiometric image files on arbitrary bytes: every input is loaded or refused with an exception,
 // from memory and from a file; what loads saves again to the same bytes. The input is also tried
-// with every checksum made valid, so that the fuzzer reaches the chunk parsers behind them.
+// with every checksum made valid, so that the fuzzer reaches the chunk parsers behind them. What
+// loads is re-analysed as the gallery does with a stored image: its own entries (Planck constants,
+// glass, palette, scale) drive that.
 #include "FuzzSupport.h"
 #include "nordalib/vision/rix/Crc32.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/rix/RixReanalysis.h"
 
 #include <cstring>
 #include <vector>
@@ -21,6 +24,13 @@ void loadAndResave(const void* data, size_t size) {
         again.save(second, false);
         if (first != second)
             __builtin_trap();
+    } catch (const norda::Exception&) {
+        return;
+    }
+    try {
+        auto to = norda::vision::RixReanalysis::storedParameters(rix);
+        to.emissivity = to.emissivity > 0.5 ? 0.5 : 0.95;
+        (void)norda::vision::RixReanalysis::reanalysed(rix, to);
     } catch (const norda::Exception&) {
     }
 }

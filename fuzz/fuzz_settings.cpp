@@ -10,20 +10,21 @@
 
 namespace {
 
+nordacam::Camera* g_camera = nullptr;
+
 nordacam::Camera& camera() {
-    static nordacam::Camera c([] {
-        nordacam::CameraOptions o;
-        o.realTime = false;
-        return o;
-    }());
-    return c;
+    return *g_camera;
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     setenv("NORDA_LOG_LEVEL", "off", 0);
-    camera();
+    g_camera = &norda::fuzz::hostForThisProcess<nordacam::Camera>([] {
+        nordacam::CameraOptions o;
+        o.realTime = false;
+        return o;
+    }());
     return 0;
 }
 

@@ -58,52 +58,45 @@ using Temp = quantity::Temperature<MarkedFloat>;
 namespace {
 
 // The values the display and image-saving elements take from the frame rather than the store.
-const std::vector<std::string>& displayKeys() {
-    static const std::vector<std::string> keys = [] {
-        std::vector<std::string> k = PaletteElement::metadataKeys();
-        k.insert(k.end(),
-                 {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
-        // What the overlay of a saved image shows besides the results the measurement stamps.
-        k.insert(k.end(), {Id::MeasPoints::HotSpot::Visible, Id::MeasPoints::ColdSpot::Visible,
-                           Id::MeasPoints::CenterSpot::Visible, Id::MeasPoints::LaserSpot::Visible,
-                           Id::MeasPoints::LaserSpot::MeasPoint, Id::MeasPoints::DeltaT1::MeasPoint,
-                           Id::MeasPoints::DeltaT2::MeasPoint, Id::DeltaT::Mode});
-        return k;
-    }();
-    return keys;
+// (Built per camera, not kept in function-local statics: the process's exit handlers destroy those.)
+std::vector<std::string> displayKeys() {
+    std::vector<std::string> k = PaletteElement::metadataKeys();
+    k.insert(k.end(), {Id::Scaling::TempMin, Id::Scaling::TempMax, Id::MeasPoints::CenterSpot::MeasPoint});
+    // What the overlay of a saved image shows besides the results the measurement stamps.
+    k.insert(k.end(), {Id::MeasPoints::HotSpot::Visible, Id::MeasPoints::ColdSpot::Visible,
+                       Id::MeasPoints::CenterSpot::Visible, Id::MeasPoints::LaserSpot::Visible,
+                       Id::MeasPoints::LaserSpot::MeasPoint, Id::MeasPoints::DeltaT1::MeasPoint,
+                       Id::MeasPoints::DeltaT2::MeasPoint, Id::DeltaT::Mode});
+    return k;
 }
 
 // Metadata saved into every image as generic entries.
-const std::vector<std::string>& savedKeys() {
-    static const std::vector<std::string> keys = {
-        Id::ActiveMeasRange::Name, Id::Environment::Humidity, Id::Environment::Temperature,
-        Id::Temperatures::Current::TBoardSens50, Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
-        Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
-        Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasAreas::CenterArea::MeasArea,
-        Id::Palette::ActivePalette,
-        // what re-analysing the image later needs
-        Id::Radiometry::Planck, Id::ProtectiveGlass::Attached, Id::ProtectiveGlass::Transmission,
-        Id::ProtectiveGlass::Emissivity};
-    static const std::vector<std::string> all = [] {
-        std::vector<std::string> k = keys;
-        // The user's measurement set-up with its results and local parameters, and what the
-        // overlay of the image shows, so that a re-analysed copy looks like the original.
-        for (int i = 1; i <= 5; ++i)
-            for (const char* item : {"Visible", "Position", "MeasPoint", "LocalParameters", "Emissivity",
-                                     "ReflectedTemperature"})
-                k.push_back("MeasPoints.MeasPoint" + std::to_string(i) + "." + item);
-        for (int i = 1; i <= 3; ++i)
-            for (const char* item :
-                 {"Visible", "Rect", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
-                k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
-        for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
-            k.push_back(*key);
-        for (const auto& key : displayKeys())
-            if (key != Id::Palette::Colors && std::find(k.begin(), k.end(), key) == k.end())
-                k.push_back(key);
-        return k;
-    }();
-    return all;
+std::vector<std::string> savedKeys() {
+    std::vector<std::string> k = {Id::ActiveMeasRange::Name, Id::Environment::Humidity,
+                                  Id::Environment::Temperature, Id::Temperatures::Current::TBoardSens50,
+                                  Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
+                                  Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
+                                  Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasAreas::CenterArea::MeasArea,
+                                  Id::Palette::ActivePalette,
+                                  // what re-analysing the image later needs
+                                  Id::Radiometry::Planck, Id::ProtectiveGlass::Attached,
+                                  Id::ProtectiveGlass::Transmission, Id::ProtectiveGlass::Emissivity};
+    // The user's measurement set-up with its results and local parameters, and what the
+    // overlay of the image shows, so that a re-analysed copy looks like the original.
+    for (int i = 1; i <= 5; ++i)
+        for (const char* item :
+             {"Visible", "Position", "MeasPoint", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+            k.push_back("MeasPoints.MeasPoint" + std::to_string(i) + "." + item);
+    for (int i = 1; i <= 3; ++i)
+        for (const char* item :
+             {"Visible", "Rect", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+            k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
+    for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
+        k.push_back(*key);
+    for (const auto& key : displayKeys())
+        if (key != Id::Palette::Colors && std::find(k.begin(), k.end(), key) == k.end())
+            k.push_back(key);
+    return k;
 }
 
 std::string withSlash(std::string dir) {
@@ -297,12 +290,12 @@ void Camera::addMeasurementChecks() {
     }
     for (const auto* key : {&Id::DeltaT::First, &Id::DeltaT::Second})
         m_settings.addCheck(*key, [](const Variant& v) {
-            const auto& names = UserMeasurementElement::resultNames();
+            const auto& names = UserMeasurementElement::kResultNames;
             const auto& name = v.value<std::string>();
             std::string all;
-            for (const auto& n : names)
-                all += (all.empty() ? "" : ", ") + n;
-            return std::find(names.begin(), names.end(), name) != names.end()
+            for (const auto n : names)
+                (all += all.empty() ? "" : ", ") += n;
+            return std::find(std::begin(names), std::end(names), name) != std::end(names)
                        ? std::string()
                        : "\"" + name + "\" is no result (" + all + ")";
         });

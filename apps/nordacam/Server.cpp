@@ -26,7 +26,7 @@
 
 namespace nordacam {
 
-const std::string& viewerPage();
+std::string_view viewerPage();
 
 using namespace norda::exp;
 using json = nlohmann::json;
@@ -203,7 +203,8 @@ void WebServer::routes() {
     Camera& cam = m_camera;
 
     add("GET", "/", [](const httplib::Request&, httplib::Response& res) {
-        res.set_content(viewerPage(), "text/html; charset=utf-8");
+        const auto page = viewerPage();
+        res.set_content(page.data(), page.size(), "text/html; charset=utf-8");
     });
 
     // Multipart streams of the newest frames.

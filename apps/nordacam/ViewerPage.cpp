@@ -1,10 +1,10 @@
 // The live viewer page served at "/": plain HTML and JavaScript, no external resources.
-#include <string>
+#include <string_view>
 
 namespace nordacam {
 
-const std::string& viewerPage() {
-    static const std::string page = R"HTML(<!DOCTYPE html>
+std::string_view viewerPage() {
+    static constexpr std::string_view page = R"HTML(<!DOCTYPE html>
 <html lang="en">
 <head>
 <meta charset="utf-8">

@@ -1,5 +1,6 @@
 #pragma once
-// A fresh directory under the system's temporary folder, removed with everything in it.
+// A fresh directory under tests/tmp of the build folder, removed with everything in it: tests write
+// nowhere else (not into the checkout, the working directory or the system's temporary folder).
 
 #include <filesystem>
 #include <random>
@@ -11,7 +12,7 @@ class TempDir {
 public:
     TempDir() {
         std::random_device rd;
-        m_path = std::filesystem::temp_directory_path() /
+        m_path = std::filesystem::path(NORDA_BINARY_DIR) / "tests" / "tmp" /
                  ("nordalib-test-" + std::to_string(rd()) + std::to_string(rd()));
         std::filesystem::create_directories(m_path);
     }

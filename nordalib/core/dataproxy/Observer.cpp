@@ -13,8 +13,10 @@ void ObserverBase::notify(const std::shared_ptr<Variant>& value) {
     try {
         m_callback(value);
     } catch (const std::exception& e) {
-        static auto logger = logging::Logger::createSharedLogger("DATAPROXY", true);
-        logger->log(logging::LogLevel::error, "observer failed: {}", e.what());
+        // The registry keeps the logger for the process's life (no function-local shared_ptr,
+        // which the exit handlers would destroy under a late notification).
+        logging::Logger::createSharedLogger("DATAPROXY", true)
+            ->log(logging::LogLevel::error, "observer failed: {}", e.what());
     }
 }
 

@@ -14,9 +14,12 @@
 namespace norda::vision {
 
 namespace {
+// Never destroyed, like the logger registry: a chain still reading files while the process exits
+// logs through a valid pointer.
 std::shared_ptr<logging::Logger> logger() {
-    static auto log = logging::Logger::createSharedLogger("PXM", true);
-    return log;
+    static const auto* log =
+        new std::shared_ptr<logging::Logger>(logging::Logger::createSharedLogger("PXM", true));
+    return *log;
 }
 
 bool isSpace(int c) {

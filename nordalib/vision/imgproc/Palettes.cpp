@@ -179,9 +179,10 @@ struct Registry {
     }
 };
 
+// Never destroyed: a chain still colouring frames while the process exits reads valid tables.
 const Registry& registry() {
-    static const Registry r;
-    return r;
+    static const Registry* r = new Registry();
+    return *r;
 }
 
 } // namespace

@@ -69,6 +69,9 @@ ImageWriteElement::~ImageWriteElement() {
     m_bClosing = true;
     m_cvTransfer.notify_all();
     m_cvTransfer.wait(lock, [this] { return m_iTransferWaiters == 0; });
+    lock.unlock();
+    for (auto& job : m_srJobs)
+        job.wait();
 }
 
 bool ImageWriteElement::process(FrameMap& inputs, FrameMap& /*outputs*/) {
@@ -230,9 +233,14 @@ void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Fra
                 m_naming.deleteSupersededFiles(counter);
                 if (m_pDataProxy->getValue<bool>(Id::Miscellaneous::SuperResolution)) {
                     const std::string srName = getFilename(counter, "SR", "RIX");
-                    std::thread(&ImageWriteElement::calculateSuperResolutionImage, srName, rix, m_vecSrFrames,
-                                m_pDataProxy, std::ref(m_bSrBusy), m_logger)
-                        .detach();
+                    // Finished calculations are let go; the destructor waits for the others, which
+                    // use the host's store and flag.
+                    std::erase_if(m_srJobs, [](const std::future<void>& job) {
+                        return job.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+                    });
+                    m_srJobs.push_back(
+                        std::async(std::launch::async, &ImageWriteElement::calculateSuperResolutionImage,
+                                   srName, rix, m_vecSrFrames, m_pDataProxy, std::ref(m_bSrBusy), m_logger));
                 }
                 fileName = getFilename(counter, "IR", "RIX");
                 rix.setSuperResolutionActive(false);

@@ -36,6 +36,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -116,8 +117,9 @@ private:
     std::atomic<bool>& m_bSrBusy;
     STREAMING_DATATYPE m_visualSlot;
     std::shared_ptr<logging::Logger> m_logger;
-    ImageFileNaming m_naming; // file names, superseded files
-    JpegImageCreator m_jpeg;  // the JPEG picture
+    ImageFileNaming m_naming;                // file names, superseded files
+    JpegImageCreator m_jpeg;                 // the JPEG picture
+    std::vector<std::future<void>> m_srJobs; // super-resolution calculations started here
 
     static std::mutex m_mutSrCalcLock;
 };

@@ -31,28 +31,27 @@ PaletteElement::PaletteElement(bool bgr)
 
 PaletteElement::~PaletteElement() = default;
 
-const std::vector<std::string>& PaletteElement::metadataKeys() {
-    static const std::vector<std::string> keys = {Id::Palette::ActivePalette,
-                                                  Id::Palette::Colors,
-                                                  Id::Scaling::Mode,
-                                                  Id::Scaling::Min,
-                                                  Id::Scaling::Max,
-                                                  Id::Environment::HumidityModeActive,
-                                                  Id::Environment::Temperature,
-                                                  Id::Environment::Humidity,
-                                                  Id::Alarm::AlarmBottomActive,
-                                                  Id::Alarm::AlarmTopActive,
-                                                  Id::Alarm::AlarmTopColor,
-                                                  Id::Alarm::AlarmBottomColor,
-                                                  Id::Alarm::AlarmBottomValue,
-                                                  Id::Alarm::AlarmTopValue,
-                                                  Id::ActiveMeasRange::Top,
-                                                  Id::ActiveMeasRange::Bottom,
-                                                  Id::Isotherme::IsothermeActive,
-                                                  Id::Isotherme::IsothermeColor,
-                                                  Id::Isotherme::IsothermeTopValue,
-                                                  Id::Isotherme::IsothermeBottomValue};
-    return keys;
+std::vector<std::string> PaletteElement::metadataKeys() {
+    return {Id::Palette::ActivePalette,
+            Id::Palette::Colors,
+            Id::Scaling::Mode,
+            Id::Scaling::Min,
+            Id::Scaling::Max,
+            Id::Environment::HumidityModeActive,
+            Id::Environment::Temperature,
+            Id::Environment::Humidity,
+            Id::Alarm::AlarmBottomActive,
+            Id::Alarm::AlarmTopActive,
+            Id::Alarm::AlarmTopColor,
+            Id::Alarm::AlarmBottomColor,
+            Id::Alarm::AlarmBottomValue,
+            Id::Alarm::AlarmTopValue,
+            Id::ActiveMeasRange::Top,
+            Id::ActiveMeasRange::Bottom,
+            Id::Isotherme::IsothermeActive,
+            Id::Isotherme::IsothermeColor,
+            Id::Isotherme::IsothermeTopValue,
+            Id::Isotherme::IsothermeBottomValue};
 }
 
 bool PaletteElement::process(FrameMap& inputs, FrameMap& outputs) {

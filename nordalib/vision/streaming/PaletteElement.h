@@ -38,7 +38,7 @@ public:
 
     // The metadata keys the element reads from each frame: a host copies them from its store into
     // every frame that is to be coloured.
-    static const std::vector<std::string>& metadataKeys();
+    static std::vector<std::string> metadataKeys();
 
 protected:
     // The converter, for hosts or tests that look at or add to the colour regions.

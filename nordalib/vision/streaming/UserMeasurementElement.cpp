@@ -15,8 +15,10 @@ using vision::RadiometricTools;
 
 namespace {
 
+// Constant tables: a cycle running late (a host that exits without stopping its chain) still reads
+// valid memory, where a function-local vector would already be destroyed by then.
 struct PointKeys {
-    std::string name;
+    std::string_view name;
     const std::string &visible, &position, &measPoint, &local, &emissivity, &reflected;
 };
 #define NORDA_POINT(P)                                                                                       \
@@ -25,16 +27,13 @@ struct PointKeys {
             Id::MeasPoints::P::LocalParameters, Id::MeasPoints::P::Emissivity,                               \
             Id::MeasPoints::P::ReflectedTemperature                                                          \
     }
-const std::vector<PointKeys>& userPoints() {
-    static const std::vector<PointKeys> points = {NORDA_POINT(MeasPoint1), NORDA_POINT(MeasPoint2),
-                                                  NORDA_POINT(MeasPoint3), NORDA_POINT(MeasPoint4),
-                                                  NORDA_POINT(MeasPoint5)};
-    return points;
-}
+constexpr PointKeys kUserPoints[] = {NORDA_POINT(MeasPoint1), NORDA_POINT(MeasPoint2),
+                                     NORDA_POINT(MeasPoint3), NORDA_POINT(MeasPoint4),
+                                     NORDA_POINT(MeasPoint5)};
 #undef NORDA_POINT
 
 struct AreaKeys {
-    std::string name;
+    std::string_view name;
     const std::string &visible, &rect, &measArea, &local, &emissivity, &reflected;
 };
 #define NORDA_AREA(A)                                                                                        \
@@ -43,11 +42,7 @@ struct AreaKeys {
             Id::MeasAreas::A::LocalParameters, Id::MeasAreas::A::Emissivity,                                 \
             Id::MeasAreas::A::ReflectedTemperature                                                           \
     }
-const std::vector<AreaKeys>& userAreas() {
-    static const std::vector<AreaKeys> areas = {NORDA_AREA(UserArea1), NORDA_AREA(UserArea2),
-                                                NORDA_AREA(UserArea3)};
-    return areas;
-}
+constexpr AreaKeys kUserAreas[] = {NORDA_AREA(UserArea1), NORDA_AREA(UserArea2), NORDA_AREA(UserArea3)};
 #undef NORDA_AREA
 
 MarkedFloat celsiusOf(const quantity::Temperature<MarkedFloat>& t) {
@@ -73,13 +68,6 @@ struct UserMeasurementElement::Context {
         frame.replaceMetaDate(key, store.get(key));
     }
 };
-
-const std::vector<std::string>& UserMeasurementElement::resultNames() {
-    static const std::vector<std::string> names = {
-        "HotSpot",    "ColdSpot", "CenterSpot", "MeasPoint1", "MeasPoint2", "MeasPoint3", "MeasPoint4",
-        "MeasPoint5", "DeltaT1",  "DeltaT2",    "UserArea1",  "UserArea2",  "UserArea3"};
-    return names;
-}
 
 UserMeasurementElement::UserMeasurementElement(DataProxy<std::string>* proxy, STREAMING_DATATYPE slot)
     : StreamingElement({slot}, {slot}, "UserMeasurementElement", proxy, false, 0), m_pDataProxy(proxy),
@@ -160,39 +148,41 @@ MeasPoint UserMeasurementElement::measurePoint(Context& c, const std::string& na
 
 void UserMeasurementElement::measurePoints(Context& c) {
     auto& s = *m_pDataProxy;
-    for (const auto& p : userPoints()) {
+    for (const auto& p : kUserPoints) {
+        const std::string name(p.name);
         c.stamp(s, p.visible);
         c.stamp(s, p.position);
-        const auto local = localParameters(c, p.name, p.local, p.emissivity, p.reflected);
+        const auto local = localParameters(c, name, p.local, p.emissivity, p.reflected);
         if (!s.getValue<bool>(p.visible))
             continue;
         const auto position = s.getValue<cv::Point_<int>>(p.position);
         const cv::Point at(std::clamp(position.x, 0, c.img.cols - 1),
                            std::clamp(position.y, 0, c.img.rows - 1));
-        const MeasPoint point = measurePoint(c, p.name, at, c.img.at<unsigned short>(at), local);
+        const MeasPoint point = measurePoint(c, name, at, c.img.at<unsigned short>(at), local);
         c.publish(s, p.measPoint, makeVariant(point));
     }
 }
 
 void UserMeasurementElement::measureAreas(Context& c) {
     auto& s = *m_pDataProxy;
-    for (const auto& a : userAreas()) {
+    for (const auto& a : kUserAreas) {
+        const std::string name(a.name);
         c.stamp(s, a.visible);
         c.stamp(s, a.rect);
-        const auto local = localParameters(c, a.name, a.local, a.emissivity, a.reflected);
+        const auto local = localParameters(c, name, a.local, a.emissivity, a.reflected);
         if (!s.getValue<bool>(a.visible))
             continue;
         const cv::Rect rect = s.getValue<cv::Rect_<int>>(a.rect) & cv::Rect(0, 0, c.img.cols, c.img.rows);
         if (rect.empty()) {
-            warnOnce(a.name + ".Rect", a.name + " lies outside the image and is not measured");
+            warnOnce(name + ".Rect", name + " lies outside the image and is not measured");
             continue;
         }
-        clearWarning(a.name + ".Rect");
+        clearWarning(name + ".Rect");
         const auto e = MeasurementStatistics::scanArea(c.img, rect);
         MeasArea area(static_cast<unsigned short>(rect.x), static_cast<unsigned short>(rect.y),
                       static_cast<unsigned short>(rect.width), static_cast<unsigned short>(rect.height));
-        area.setHotSpot(measurePoint(c, a.name + ".Hot", e.hot, e.maxRaw, local));
-        area.setColdSpot(measurePoint(c, a.name + ".Cold", e.cold, e.minRaw, local));
+        area.setHotSpot(measurePoint(c, name + ".Hot", e.hot, e.maxRaw, local));
+        area.setColdSpot(measurePoint(c, name + ".Cold", e.cold, e.minRaw, local));
         // The mean of the converted pixels: the conversion is not linear.
         unsigned short meanRaw = e.mean;
         if (local.params) {
@@ -214,7 +204,7 @@ void UserMeasurementElement::measureAreas(Context& c) {
         else if (local.degraded)
             mean = Temperature(MarkedFloat(mean.celsius(), MarkedFloat::OutOfTolerance),
                                quantity::TemperatureUnit::Celsius);
-        m_values[a.name] = mean.celsius();
+        m_values[name] = mean.celsius();
         if (c.humidityMode)
             area.setMeanValue(vision::DewPoint::calcSurfaceMoisture(mean, c.air, c.humidity));
         else

@@ -32,6 +32,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace norda::exp::streaming {
 
@@ -47,7 +48,9 @@ public:
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
     // The names delta-T can compare (values of Id::DeltaT::First / Second).
-    static const std::vector<std::string>& resultNames();
+    static constexpr std::string_view kResultNames[] = {
+        "HotSpot",    "ColdSpot", "CenterSpot", "MeasPoint1", "MeasPoint2", "MeasPoint3", "MeasPoint4",
+        "MeasPoint5", "DeltaT1",  "DeltaT2",    "UserArea1",  "UserArea2",  "UserArea3"};
 
 private:
     struct Context;

@@ -23,6 +23,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <thread>
 
 using namespace norda::exp;
 using namespace nordacam;
@@ -317,5 +318,21 @@ TEST(NordacamCamera, HighResolutionStillsAndAVisualCameraThatStops) {
         dead.runCycle();
     rix.load(dead.saveImage(std::chrono::seconds(20)));
     EXPECT_TRUE(rix.getVisualImageYuv2().empty());
+}
+
+// A host torn down while its chain runs: the destructor stops and joins the pipeline thread before
+// anything the elements use goes away. ASan builds report a late cycle reading freed memory.
+TEST(NordacamCamera, DestroyedWhileItsChainRuns) {
+    norda::test::TempDir dir;
+    auto o = fastCamera(dir.file("out"));
+    o.visual = false;
+    for (int i = 0; i < 100; ++i) {
+        Camera camera(o);
+        camera.start();
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (camera.snapshot().cycle < 2 && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_GE(camera.snapshot().cycle, 2u) << "round " << i;
+    }
 }
 #endif

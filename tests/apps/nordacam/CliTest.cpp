@@ -67,7 +67,7 @@ TEST(NordacamCli, BadInputGivesOneLineAndNonZeroExit) {
         {"run --input " + dir.file("damaged.pxm") + out, "damaged.pxm"},
         {"demo --frames 5 --out /proc/forbidden", "/proc/forbidden"},
         {"rix info " + dir.file("none.RIX"), "none.RIX"},
-        {"serve --port 70000", "70000"},
+        {"serve --port 70000" + out, "70000"},
     };
     for (const auto& [args, mention] : cases) {
         const auto r = nordacam(args);

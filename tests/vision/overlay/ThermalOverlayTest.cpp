@@ -3,6 +3,7 @@
 #include "nordalib/vision/imgproc/Palettes.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -78,7 +79,10 @@ TEST(ThermalOverlay, DrawsScaleMarksAndStatusForTheSavedPicture) {
     cv::Mat_<cv::Vec3b> preview(480, 640, cv::Vec3b(60, 20, 120));
     const auto picture = norda::exp::streaming::ImageWriteElement::composeJpegImage(preview, overlay);
     ASSERT_FALSE(picture.empty());
-    cv::imwrite("thermal-overlay-test.jpg", picture);
+    // Kept for a look, in the build folder.
+    const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
+    std::filesystem::create_directories(folder);
+    cv::imwrite(folder + "/thermal-overlay-test.jpg", picture);
     OverlayContent empty;
     empty.imageSize = {0, 0};
     EXPECT_THROW(ThermalOverlay::render(empty), norda::Exception);
