@@ -110,6 +110,7 @@
 #include "nordalib/vision/streaming/SnrElement.h"
 #include "nordalib/vision/streaming/SocketServerElement.h"
 #include "nordalib/vision/streaming/SprElement.h"
+#include "nordalib/vision/streaming/StoreStampElement.h"
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 #include "nordalib/vision/streaming/SuperResolutionCalculation.h"

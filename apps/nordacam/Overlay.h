@@ -9,25 +9,17 @@
 // (Id::Miscellaneous::SpinnerVisible goes true); the writer waits 500 ms before it blends it in.
 
 #include "nordalib/core/dataproxy/DataProxy.h"
-#include "nordalib/vision/overlay/ThermalOverlay.h"
+#include "nordalib/vision/overlay/OverlayFromValues.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 
 namespace nordacam {
 
-// A named value or nullptr.
-using ValueLookup = std::function<std::shared_ptr<norda::exp::Variant>(const std::string&)>;
-
-ValueLookup storeLookup(const norda::exp::DataProxy<std::string>& store);
-
-// `dateTime` goes into the status line as it is.
-norda::vision::OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize,
-                                             const std::string& dateTime);
-
-// The local time now (or of `msSinceEpoch`), as the status line shows it.
-std::string overlayDateTime(unsigned long long msSinceEpoch = 0);
+using norda::vision::overlayContent;
+using norda::vision::overlayDateTime;
+using norda::vision::storeLookup;
+using norda::vision::ValueLookup;
 
 class OverlayPublisher {
 public:
