@@ -27,7 +27,8 @@ enum { PROP_0, PROP_CALIBRATION_DIR, PROP_SHUTTER_CLOSED, PROP_NOISE_FILTERS };
 void applyShutter(GstNordaCorrect* self) {
     auto& store = gst_norda_filter_store(GST_NORDA_FILTER(self));
     const bool closed = self->shutterClosed;
-    store.setValue(Id::Shutter::State, closed ? Id::Shutter::StateCaptureOffsetFrame : Id::Shutter::StateIdle, true);
+    store.setValue(Id::Shutter::State, closed ? Id::Shutter::StateCaptureOffsetFrame : Id::Shutter::StateIdle,
+                   true);
     store.setValue(Id::Shutter::Closed, closed, true);
 }
 
@@ -35,7 +36,8 @@ std::string build(GstNordaFilter* filter, Pipeline& chain, DataProxy<std::string
     auto* self = GST_NORDA_CORRECT(filter);
     const std::string calib = gst_norda_filter_calibration_dir(filter);
     if (!g_file_test(calib.c_str(), G_FILE_TEST_IS_DIR))
-        return std::string(GST_ELEMENT_NAME(filter)) + ": the calibration directory " + calib + " does not exist";
+        return std::string(GST_ELEMENT_NAME(filter)) + ": the calibration directory " + calib +
+               " does not exist";
     // Frames without metadata (a detector outside the plugin) get the element's.
     std::vector<std::string> keys = norda_gst_condition_keys();
     keys.insert(keys.end(), {Id::Shutter::State, Id::Shutter::Closed});
@@ -50,7 +52,8 @@ std::string build(GstNordaFilter* filter, Pipeline& chain, DataProxy<std::string
         chain.add(std::make_unique<SprElement>(&store));
         chain.add(std::make_unique<SnrElement>(&store));
         // The two filters take their settings when a key is written (see SprElement).
-        for (const std::string& key : {Id::SprElement::Threshold, Id::SprElement::LineLimit, Id::SprElement::FrameLimit})
+        for (const std::string& key :
+             {Id::SprElement::Threshold, Id::SprElement::LineLimit, Id::SprElement::FrameLimit})
             store.set(key, store.get(key), true);
     }
     return {};
@@ -94,15 +97,21 @@ void getProperty(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
 } // namespace
 
 const std::vector<std::string>& norda_gst_condition_keys() {
-    static const std::vector<std::string> keys = {
-        Id::Environment::EmissivityValue,       Id::Environment::ReflectedTemperature,
-        Id::Temperatures::Current::TBoardSens50, Id::Temperatures::Current::TBoardSlope,
-        Id::Temperatures::Current::TLens,       Id::Temperatures::Shuttering::TBoardSens50,
-        Id::Temperatures::Shuttering::TShutter, Id::ActiveMeasRange::Name,
-        Id::ActiveLens::Attached,               Id::ActiveLens::Index,
-        Id::ActiveLens::Serial,                 Id::ProtectiveGlass::Attached,
-        Id::ProtectiveGlass::Transmission,      Id::ProtectiveGlass::Emissivity,
-        Id::DeviceInfo::Uptime};
+    static const std::vector<std::string> keys = {Id::Environment::EmissivityValue,
+                                                  Id::Environment::ReflectedTemperature,
+                                                  Id::Temperatures::Current::TBoardSens50,
+                                                  Id::Temperatures::Current::TBoardSlope,
+                                                  Id::Temperatures::Current::TLens,
+                                                  Id::Temperatures::Shuttering::TBoardSens50,
+                                                  Id::Temperatures::Shuttering::TShutter,
+                                                  Id::ActiveMeasRange::Name,
+                                                  Id::ActiveLens::Attached,
+                                                  Id::ActiveLens::Index,
+                                                  Id::ActiveLens::Serial,
+                                                  Id::ProtectiveGlass::Attached,
+                                                  Id::ProtectiveGlass::Transmission,
+                                                  Id::ProtectiveGlass::Emissivity,
+                                                  Id::DeviceInfo::Uptime};
     return keys;
 }
 
@@ -122,24 +131,21 @@ static void gst_norda_correct_class_init(GstNordaCorrectClass* klass) {
                                                       GST_PARAM_MUTABLE_PLAYING)));
     g_object_class_install_property(
         object, PROP_NOISE_FILTERS,
-        g_param_spec_boolean("noise-filters", "Noise filters",
-                             "Temporal noise reduction, static pattern and spatial noise removal after "
-                             "the offset and bad-pixel correction",
-                             TRUE,
-                             static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                      GST_PARAM_MUTABLE_READY)));
+        g_param_spec_boolean(
+            "noise-filters", "Noise filters",
+            "Temporal noise reduction, static pattern and spatial noise removal after "
+            "the offset and bad-pixel correction",
+            TRUE,
+            static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
 
     auto* element = GST_ELEMENT_CLASS(klass);
     gst_element_class_set_static_metadata(
         element, "Thermal sensor correction", "Filter/Video",
-        "Offset with the shutter, bad pixels and noise filters on raw 16-bit detector frames",
-        "nordalib");
+        "Offset with the shutter, bad pixels and noise filters on raw 16-bit detector frames", "nordalib");
+    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
+                                                                     norda_gst_video_caps("GRAY16_LE")));
     gst_element_class_add_pad_template(
-        element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
-                                      norda_gst_video_caps("GRAY16_LE")));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS,
-                                      norda_gst_video_caps("GRAY16_LE")));
+        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("GRAY16_LE")));
     auto* filter = GST_NORDA_FILTER_CLASS(klass);
     filter->inputFormat = "GRAY16_LE";
     filter->outputFormat = "GRAY16_LE";

@@ -145,7 +145,8 @@ gboolean setCaps(GstBaseTransform* trans, GstCaps* incaps, GstCaps* outcaps) {
     if (!gst_video_info_from_caps(&in, incaps) || !gst_video_info_from_caps(&out, outcaps)) {
         gchar* text = gst_caps_to_string(incaps);
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
-                              std::string(name) + " takes " + klass->inputFormat + " video frames, not " + text);
+                              std::string(name) + " takes " + klass->inputFormat + " video frames, not " +
+                                  text);
         g_free(text);
         return FALSE;
     }
@@ -159,9 +160,9 @@ gboolean setCaps(GstBaseTransform* trans, GstCaps* incaps, GstCaps* outcaps) {
     const cv::Size size(GST_VIDEO_INFO_WIDTH(&in), GST_VIDEO_INFO_HEIGHT(&in));
     if (s.chain && size != s.size) {
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
-                              std::string(name) + ": the frame size changed from " + std::to_string(s.size.width) +
-                                  "x" + std::to_string(s.size.height) + " to " + std::to_string(size.width) +
-                                  "x" + std::to_string(size.height) +
+                              std::string(name) + ": the frame size changed from " +
+                                  std::to_string(s.size.width) + "x" + std::to_string(s.size.height) +
+                                  " to " + std::to_string(size.width) + "x" + std::to_string(size.height) +
                                   " mid-stream; the calibration and filters hold one size");
         return FALSE;
     }
@@ -205,7 +206,8 @@ GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
 
     GstVideoFrame vin;
     if (!gst_video_frame_map(&vin, &s.in, inbuf, GST_MAP_READ)) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, std::string(name) + ": unreadable buffer");
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                              std::string(name) + ": unreadable buffer");
         return GST_FLOW_ERROR;
     }
     cv::Mat data = cv::Mat(s.size, cvType(klass->inputFormat, slot), GST_VIDEO_FRAME_PLANE_DATA(&vin, 0),
@@ -218,24 +220,28 @@ GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
     const auto cycle = s.chain->runCycle();
     if (cycle.failed > 0 || !s.cycleError.empty()) {
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
-                              std::string(name) + ": " + (s.cycleError.empty() ? "the chain failed" : s.cycleError));
+                              std::string(name) + ": " +
+                                  (s.cycleError.empty() ? "the chain failed" : s.cycleError));
         return GST_FLOW_ERROR;
     }
     // The chain keeps some frames back: those of the closed shutter, a frame whose conditions
     // cannot be read.
     if (!s.haveResult)
         return GST_BASE_TRANSFORM_FLOW_DROPPED;
-    if (s.result.size() != s.size || s.result.elemSize() != static_cast<size_t>(GST_VIDEO_INFO_COMP_PSTRIDE(&s.out, 0))) {
+    if (s.result.size() != s.size ||
+        s.result.elemSize() != static_cast<size_t>(GST_VIDEO_INFO_COMP_PSTRIDE(&s.out, 0))) {
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
                               std::string(name) + ": the chain gave a frame of another size or depth");
         return GST_FLOW_ERROR;
     }
     GstVideoFrame vout;
     if (!gst_video_frame_map(&vout, &s.out, outbuf, GST_MAP_WRITE)) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, std::string(name) + ": unwritable buffer");
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                              std::string(name) + ": unwritable buffer");
         return GST_FLOW_ERROR;
     }
-    cv::Mat target(s.size, s.result.type(), GST_VIDEO_FRAME_PLANE_DATA(&vout, 0), GST_VIDEO_FRAME_PLANE_STRIDE(&vout, 0));
+    cv::Mat target(s.size, s.result.type(), GST_VIDEO_FRAME_PLANE_DATA(&vout, 0),
+                   GST_VIDEO_FRAME_PLANE_STRIDE(&vout, 0));
     s.result.copyTo(target);
     gst_video_frame_unmap(&vout);
     norda_frame_meta_set(outbuf, klass->chainOutput, s.resultMeta);
@@ -270,7 +276,8 @@ gboolean stop(GstBaseTransform* trans) {
 }
 
 void finalize(GObject* object) {
-    auto* p = static_cast<GstNordaFilterPrivate*>(gst_norda_filter_get_instance_private(GST_NORDA_FILTER(object)));
+    auto* p =
+        static_cast<GstNordaFilterPrivate*>(gst_norda_filter_get_instance_private(GST_NORDA_FILTER(object)));
     delete p->state;
     G_OBJECT_CLASS(gst_norda_filter_parent_class)->finalize(object);
 }
@@ -316,12 +323,12 @@ gboolean gst_norda_filter_is_built(GstNordaFilter* filter) {
 void gst_norda_filter_install_calibration_dir(GObjectClass* klass, guint propertyId) {
     g_object_class_install_property(
         klass, propertyId,
-        g_param_spec_string("calibration-dir", "Calibration directory",
-                            "Folder of the camera's calibration (radiometry.json, badpixel.pxm, "
-                            "lens<n>/distort.pxm); read when the stream starts",
-                            norda_gst_default_calibration_dir().c_str(),
-                            static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                     GST_PARAM_MUTABLE_READY)));
+        g_param_spec_string(
+            "calibration-dir", "Calibration directory",
+            "Folder of the camera's calibration (radiometry.json, badpixel.pxm, "
+            "lens<n>/distort.pxm); read when the stream starts",
+            norda_gst_default_calibration_dir().c_str(),
+            static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
 }
 
 void gst_norda_filter_set_calibration_dir(GstNordaFilter* filter, const GValue* value) {
@@ -356,7 +363,7 @@ std::string norda_gst_default_calibration_dir() {
 }
 
 GstCaps* norda_gst_video_caps(const char* format) {
-    return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, format, "width", GST_TYPE_INT_RANGE, 1, 8192,
-                               "height", GST_TYPE_INT_RANGE, 1, 8192, "framerate", GST_TYPE_FRACTION_RANGE, 0, 1,
-                               G_MAXINT, 1, nullptr);
+    return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, format, "width", GST_TYPE_INT_RANGE, 1,
+                               8192, "height", GST_TYPE_INT_RANGE, 1, 8192, "framerate",
+                               GST_TYPE_FRACTION_RANGE, 0, 1, G_MAXINT, 1, nullptr);
 }

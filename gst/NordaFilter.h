@@ -27,7 +27,7 @@ G_DECLARE_DERIVABLE_TYPE(GstNordaFilter, gst_norda_filter, GST, NORDA_FILTER, Gs
 
 struct _GstNordaFilterClass {
     GstBaseTransformClass parent_class;
-    const char* inputFormat;  // GStreamer video format names
+    const char* inputFormat; // GStreamer video format names
     const char* outputFormat;
     // Slots of the frames the element takes (RAW also takes buffers without frame metadata),
     // described for messages ("offset-corrected frames (nordacorrect)"), and the chain's slots.

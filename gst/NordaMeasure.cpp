@@ -85,18 +85,20 @@ void writeSettings(GstNordaMeasure* self, DataProxy<std::string>& store) {
 std::string outside(const std::vector<cv::Rect>& rects, cv::Size size, const char* what) {
     for (const auto& r : rects)
         if (r.width <= 0 || r.height <= 0 || (r & cv::Rect({0, 0}, size)) != r)
-            return fmt::format("the {} ({}, {}, {} x {}) does not lie inside the {} x {} image", what, r.x, r.y,
-                               r.width, r.height, size.width, size.height);
+            return fmt::format("the {} ({}, {}, {} x {}) does not lie inside the {} x {} image", what, r.x,
+                               r.y, r.width, r.height, size.width, size.height);
     return {};
 }
 
 std::string build(GstNordaFilter* filter, Pipeline& chain, DataProxy<std::string>& store) {
     auto* self = GST_NORDA_MEASURE(filter);
-    const cv::Size size(store.getValue<unsigned short>(Id::IrImage::Cols), store.getValue<unsigned short>(Id::IrImage::Rows));
+    const cv::Size size(store.getValue<unsigned short>(Id::IrImage::Cols),
+                        store.getValue<unsigned short>(Id::IrImage::Rows));
     for (auto problem : {outside(*self->points, size, "point"), outside(*self->areas, size, "area")})
         if (!problem.empty())
             return std::string(GST_ELEMENT_NAME(filter)) + ": " + problem;
-    store.setValue(Id::MeasPoints::CenterSpot::Position, cv::Point_<int>(size.width / 2, size.height / 2), true);
+    store.setValue(Id::MeasPoints::CenterSpot::Position, cv::Point_<int>(size.width / 2, size.height / 2),
+                   true);
     writeSettings(self, store);
     chain.add(std::make_unique<MinMaxExtractionElement>(&store, STREAMING_DATATYPE_RAD, false));
     chain.add(std::make_unique<UserMeasurementElement>(&store));
@@ -105,7 +107,8 @@ std::string build(GstNordaFilter* filter, Pipeline& chain, DataProxy<std::string
     for (const auto& k : norda::vision::overlayKeys())
         if (std::find(keys.begin(), keys.end(), k) == keys.end())
             keys.push_back(k);
-    chain.add(std::make_unique<StoreStampElement>(store, STREAMING_DATATYPE_RAD_CONST, keys, "DisplaySettings"));
+    chain.add(
+        std::make_unique<StoreStampElement>(store, STREAMING_DATATYPE_RAD_CONST, keys, "DisplaySettings"));
     return {};
 }
 
@@ -137,7 +140,8 @@ void finish(GstNordaFilter* filter, const Frame& frame, GstBuffer* buffer) {
     const auto& meta = frame.getMetaData();
     GstStructure* s = gst_structure_new_empty("norda-measurement");
     if (auto n = meta.getVariant("FrameCnt"); n && n->holds<unsigned long long>())
-        gst_structure_set(s, "frame", G_TYPE_UINT64, static_cast<guint64>(n->value<unsigned long long>()), nullptr);
+        gst_structure_set(s, "frame", G_TYPE_UINT64, static_cast<guint64>(n->value<unsigned long long>()),
+                          nullptr);
     gst_structure_set(s, "pts", G_TYPE_UINT64, static_cast<guint64>(GST_BUFFER_PTS(buffer)), nullptr);
     auto point = [&](const std::string& key, const std::string& name) {
         if (auto v = meta.getVariant(key); v && v->holds<MeasPoint>())
@@ -156,8 +160,9 @@ void finish(GstNordaFilter* filter, const Frame& frame, GstBuffer* buffer) {
         const std::string name = fmt::format("area{}", i + 1);
         const auto r = a.getAreaRect();
         gst_structure_set(s, (name + "-x").c_str(), G_TYPE_INT, r.x, (name + "-y").c_str(), G_TYPE_INT, r.y,
-                          (name + "-width").c_str(), G_TYPE_INT, r.width, (name + "-height").c_str(), G_TYPE_INT,
-                          r.height, (name + "-mean-c").c_str(), G_TYPE_FLOAT, valueOf(a.getMeanValue()), nullptr);
+                          (name + "-width").c_str(), G_TYPE_INT, r.width, (name + "-height").c_str(),
+                          G_TYPE_INT, r.height, (name + "-mean-c").c_str(), G_TYPE_FLOAT,
+                          valueOf(a.getMeanValue()), nullptr);
         addPoint(s, name + "-hot", a.getHotSpot());
         addPoint(s, name + "-cold", a.getColdSpot());
     }
@@ -179,9 +184,10 @@ void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* psp
         std::vector<cv::Rect> parsed;
         if (!parseRects(text, points ? 2 : 4, points ? kMaxPoints : kMaxAreas, parsed)) {
             gst_norda_filter_refuse(
-                filter, points ? fmt::format("points \"{}\" are not up to 5 positions \"x,y;x,y\"", text ? text : "")
-                               : fmt::format("areas \"{}\" are not up to 3 rectangles \"x,y,width,height;...\"",
-                                             text ? text : ""));
+                filter,
+                points ? fmt::format("points \"{}\" are not up to 5 positions \"x,y;x,y\"", text ? text : "")
+                       : fmt::format("areas \"{}\" are not up to 3 rectangles \"x,y,width,height;...\"",
+                                     text ? text : ""));
             break;
         }
         if (gst_norda_filter_is_built(filter)) {
@@ -253,9 +259,9 @@ static void gst_norda_measure_class_init(GstNordaMeasureClass* klass) {
         static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_PLAYING);
     g_object_class_install_property(
         object, PROP_POINTS,
-        g_param_spec_string("points", "Measurement points",
-                            "Up to 5 points measured every frame, pixel positions \"x,y;x,y\" inside the image",
-                            "", live));
+        g_param_spec_string(
+            "points", "Measurement points",
+            "Up to 5 points measured every frame, pixel positions \"x,y;x,y\" inside the image", "", live));
     g_object_class_install_property(
         object, PROP_AREAS,
         g_param_spec_string("areas", "Measurement areas",
@@ -281,14 +287,15 @@ static void gst_norda_measure_class_init(GstNordaMeasureClass* klass) {
         "Hot spot, cold spot, points and areas of temperature frames, posted on the bus and attached to "
         "the buffers",
         "nordalib");
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS, norda_gst_video_caps("GRAY16_LE")));
+    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
+                                                                     norda_gst_video_caps("GRAY16_LE")));
     gst_element_class_add_pad_template(
         element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("GRAY16_LE")));
     auto* filter = GST_NORDA_FILTER_CLASS(klass);
     filter->inputFormat = "GRAY16_LE";
     filter->outputFormat = "GRAY16_LE";
-    filter->acceptedSlots = new std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_RAD_CONST};
+    filter->acceptedSlots =
+        new std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_RAD_CONST};
     filter->acceptedDescription = "temperature frames (put nordaradiometry before it)";
     filter->chainInput = STREAMING_DATATYPE_RAD;
     filter->chainOutput = STREAMING_DATATYPE_RAD_CONST;

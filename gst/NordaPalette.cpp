@@ -45,8 +45,8 @@ void applyPalette(GstNordaPalette* self) {
 
 std::string build(GstNordaFilter*, Pipeline& chain, DataProxy<std::string>& store) {
     chain.add(std::make_unique<StoreStampElement>(
-        store, STREAMING_DATATYPE_RAD_CONST, std::vector<std::string>{Id::Palette::ActivePalette, Id::Palette::Colors},
-        "PaletteSettings"));
+        store, STREAMING_DATATYPE_RAD_CONST,
+        std::vector<std::string>{Id::Palette::ActivePalette, Id::Palette::Colors}, "PaletteSettings"));
     chain.add(std::make_unique<PaletteElement>(false));
     return {};
 }
@@ -116,9 +116,9 @@ static void gst_norda_palette_class_init(GstNordaPaletteClass* klass) {
     object->get_property = getProperty;
     const auto live =
         static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_PLAYING);
-    g_object_class_install_property(object, PROP_PALETTE,
-                                    g_param_spec_enum("palette", "Palette", "Colour table of the display image",
-                                                      paletteType(), 0, live));
+    g_object_class_install_property(
+        object, PROP_PALETTE,
+        g_param_spec_enum("palette", "Palette", "Colour table of the display image", paletteType(), 0, live));
     g_object_class_install_property(
         object, PROP_OVERLAY,
         g_param_spec_boolean("overlay", "Overlay",
@@ -131,13 +131,10 @@ static void gst_norda_palette_class_init(GstNordaPaletteClass* klass) {
                                           "Temperature frames to RGB display images with a palette and the "
                                           "measurement overlay",
                                           "nordalib");
+    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
+                                                                     norda_gst_video_caps("GRAY16_LE")));
     gst_element_class_add_pad_template(
-        element,
-        gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
-                             norda_gst_video_caps("GRAY16_LE")));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS,
-                                      norda_gst_video_caps("RGB")));
+        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("RGB")));
     auto* filter = GST_NORDA_FILTER_CLASS(klass);
     filter->inputFormat = "GRAY16_LE";
     filter->outputFormat = "RGB";

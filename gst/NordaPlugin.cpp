@@ -24,6 +24,7 @@ gboolean pluginInit(GstPlugin* plugin) {
 
 // The package name GST_PLUGIN_DEFINE records.
 #define PACKAGE "nordalib"
-GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, norda, "Thermal camera chain of nordalib: sensor correction, "
-                  "radiometry, measurement, palette and a simulated camera", pluginInit, NORDA_GST_VERSION,
-                  "Proprietary", "nordalib", "nordalib")
+GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, norda,
+                  "Thermal camera chain of nordalib: sensor correction, "
+                  "radiometry, measurement, palette and a simulated camera",
+                  pluginInit, NORDA_GST_VERSION, "Proprietary", "nordalib", "nordalib")

@@ -39,11 +39,21 @@ G_DEFINE_TYPE(GstNordaSimSrc, gst_norda_sim_src, GST_TYPE_PUSH_SRC)
 
 namespace {
 
-enum { PROP_0, PROP_WIDTH, PROP_HEIGHT, PROP_SEED, PROP_HOT, PROP_CALIBRATION_DIR, PROP_POST_TRUTH, PROP_IS_LIVE };
+enum {
+    PROP_0,
+    PROP_WIDTH,
+    PROP_HEIGHT,
+    PROP_SEED,
+    PROP_HOT,
+    PROP_CALIBRATION_DIR,
+    PROP_POST_TRUTH,
+    PROP_IS_LIVE
+};
 
 GstCaps* fixedCaps(GstNordaSimSrc* self) {
-    return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "GRAY16_LE", "width", G_TYPE_INT, self->width,
-                               "height", G_TYPE_INT, self->height, "framerate", GST_TYPE_FRACTION, kFps, 1, nullptr);
+    return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "GRAY16_LE", "width", G_TYPE_INT,
+                               self->width, "height", G_TYPE_INT, self->height, "framerate",
+                               GST_TYPE_FRACTION, kFps, 1, nullptr);
 }
 
 GstCaps* getCaps(GstBaseSrc* src, GstCaps* filter) {
@@ -62,16 +72,19 @@ gboolean start(GstBaseSrc* src) {
     if (!calib.empty() && calib.back() != '/')
         calib += '/';
     if (!g_file_test(calib.c_str(), G_FILE_TEST_IS_DIR)) {
-        GST_ELEMENT_ERROR(src, RESOURCE, NOT_FOUND,
-                          ("%s: the calibration directory %s does not exist", GST_ELEMENT_NAME(src), calib.c_str()),
-                          (nullptr));
+        GST_ELEMENT_ERROR(
+            src, RESOURCE, NOT_FOUND,
+            ("%s: the calibration directory %s does not exist", GST_ELEMENT_NAME(src), calib.c_str()),
+            (nullptr));
         return FALSE;
     }
     try {
         auto simulation = std::make_unique<Simulation>();
         setDefaultParameters(simulation->store);
-        simulation->store.setValue<unsigned short>(Id::IrImage::Cols, static_cast<unsigned short>(self->width), false);
-        simulation->store.setValue<unsigned short>(Id::IrImage::Rows, static_cast<unsigned short>(self->height), false);
+        simulation->store.setValue<unsigned short>(Id::IrImage::Cols,
+                                                   static_cast<unsigned short>(self->width), false);
+        simulation->store.setValue<unsigned short>(Id::IrImage::Rows,
+                                                   static_cast<unsigned short>(self->height), false);
         simulation->store.flush();
         nordacam::sim::SimulatorConfig config;
         config.width = self->width;
@@ -86,10 +99,11 @@ gboolean start(GstBaseSrc* src) {
         config.lens.cx = (self->width - 1) / 2.0;
         config.lens.cy = (self->height - 1) / 2.0;
         simulation->sim = std::make_unique<nordacam::sim::SceneSimulator>(simulation->store, config,
-                                                                           nordacam::sim::makeResponse(calib));
+                                                                          nordacam::sim::makeResponse(calib));
         self->simulation = simulation.release();
     } catch (const std::exception& e) {
-        GST_ELEMENT_ERROR(src, LIBRARY, INIT, ("%s: the simulator does not start: %s", GST_ELEMENT_NAME(src), e.what()),
+        GST_ELEMENT_ERROR(src, LIBRARY, INIT,
+                          ("%s: the simulator does not start: %s", GST_ELEMENT_NAME(src), e.what()),
                           (nullptr));
         return FALSE;
     }
@@ -107,11 +121,11 @@ gboolean stop(GstBaseSrc* src) {
 void postTruth(GstNordaSimSrc* self) {
     const auto t = self->simulation->sim->truth();
     GstStructure* s = gst_structure_new(
-        "norda-scene-truth", "frame", G_TYPE_UINT64, static_cast<guint64>(t.frame), "background-c", G_TYPE_FLOAT,
-        t.backgroundC, "hot-c", G_TYPE_FLOAT, t.hotC, "hot-x", G_TYPE_FLOAT, t.hotCentre.x, "hot-y", G_TYPE_FLOAT,
-        t.hotCentre.y, "hot-radius", G_TYPE_FLOAT, t.hotRadius, "cold-c", G_TYPE_FLOAT, t.coldC, "cold-x",
-        G_TYPE_FLOAT, t.coldCentre.x, "cold-y", G_TYPE_FLOAT, t.coldCentre.y, "cold-radius", G_TYPE_FLOAT,
-        t.coldRadius, "shutter", G_TYPE_STRING, t.shutterState.c_str(), nullptr);
+        "norda-scene-truth", "frame", G_TYPE_UINT64, static_cast<guint64>(t.frame), "background-c",
+        G_TYPE_FLOAT, t.backgroundC, "hot-c", G_TYPE_FLOAT, t.hotC, "hot-x", G_TYPE_FLOAT, t.hotCentre.x,
+        "hot-y", G_TYPE_FLOAT, t.hotCentre.y, "hot-radius", G_TYPE_FLOAT, t.hotRadius, "cold-c", G_TYPE_FLOAT,
+        t.coldC, "cold-x", G_TYPE_FLOAT, t.coldCentre.x, "cold-y", G_TYPE_FLOAT, t.coldCentre.y,
+        "cold-radius", G_TYPE_FLOAT, t.coldRadius, "shutter", G_TYPE_STRING, t.shutterState.c_str(), nullptr);
     gst_element_post_message(GST_ELEMENT(self), gst_message_new_element(GST_OBJECT(self), s));
 }
 
@@ -121,8 +135,8 @@ GstFlowReturn create(GstPushSrc* src, GstBuffer** out) {
     try {
         frame = self->simulation->sim->nextFrame();
     } catch (const std::exception& e) {
-        GST_ELEMENT_ERROR(src, LIBRARY, FAILED, ("%s: the simulator failed: %s", GST_ELEMENT_NAME(src), e.what()),
-                          (nullptr));
+        GST_ELEMENT_ERROR(src, LIBRARY, FAILED,
+                          ("%s: the simulator failed: %s", GST_ELEMENT_NAME(src), e.what()), (nullptr));
         return GST_FLOW_ERROR;
     }
     const cv::Mat& data = frame->getFrameData();
@@ -131,7 +145,8 @@ GstFlowReturn create(GstPushSrc* src, GstBuffer** out) {
     cv::Mat target(data.size(), data.type());
     gst_buffer_fill(buffer, 0, data.isContinuous() ? data.data : data.clone().data, size);
     GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(self->frames, GST_SECOND, kFps);
-    GST_BUFFER_DURATION(buffer) = gst_util_uint64_scale(self->frames + 1, GST_SECOND, kFps) - GST_BUFFER_PTS(buffer);
+    GST_BUFFER_DURATION(buffer) =
+        gst_util_uint64_scale(self->frames + 1, GST_SECOND, kFps) - GST_BUFFER_PTS(buffer);
     GST_BUFFER_OFFSET(buffer) = self->frames;
     ++self->frames;
     norda_frame_meta_set(buffer, STREAMING_DATATYPE_RAW, frame->getMetaData());
@@ -218,38 +233,41 @@ static void gst_norda_sim_src_class_init(GstNordaSimSrcClass* klass) {
         static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY);
     nordacam::sim::SimulatorConfig defaults;
     g_object_class_install_property(
-        object, PROP_WIDTH, g_param_spec_int("width", "Width", "Detector width in pixels", 64, 4096, defaults.width, ready));
+        object, PROP_WIDTH,
+        g_param_spec_int("width", "Width", "Detector width in pixels", 64, 4096, defaults.width, ready));
     g_object_class_install_property(
         object, PROP_HEIGHT,
         g_param_spec_int("height", "Height", "Detector height in pixels", 48, 4096, defaults.height, ready));
-    g_object_class_install_property(
-        object, PROP_SEED,
-        g_param_spec_uint("seed", "Seed", "Seed of the detector's patterns, bad pixels and noise", 0, G_MAXUINT,
-                          defaults.seed, ready));
+    g_object_class_install_property(object, PROP_SEED,
+                                    g_param_spec_uint("seed", "Seed",
+                                                      "Seed of the detector's patterns, bad pixels and noise",
+                                                      0, G_MAXUINT, defaults.seed, ready));
     g_object_class_install_property(
         object, PROP_HOT,
         g_param_spec_float("hot-temperature", "Hot object temperature",
-                           "Temperature in °C of the scene's hot object (-20 to 600)", -20.0f, 600.0f, defaults.hotC,
-                           ready));
+                           "Temperature in °C of the scene's hot object (-20 to 600)", -20.0f, 600.0f,
+                           defaults.hotC, ready));
     g_object_class_install_property(
         object, PROP_CALIBRATION_DIR,
-        g_param_spec_string("calibration-dir", "Calibration directory",
-                            "Folder of the camera's calibration, whose radiometric model the detector follows",
-                            norda_gst_default_calibration_dir().c_str(), ready));
+        g_param_spec_string(
+            "calibration-dir", "Calibration directory",
+            "Folder of the camera's calibration, whose radiometric model the detector follows",
+            norda_gst_default_calibration_dir().c_str(), ready));
     g_object_class_install_property(
         object, PROP_POST_TRUTH,
         g_param_spec_boolean("post-truth", "Post the scene's truth",
                              "Post the scene's true temperatures and positions as element messages "
                              "\"norda-scene-truth\" on the bus, one per frame",
                              FALSE, static_cast<GParamFlags>(ready | GST_PARAM_MUTABLE_PLAYING)));
-    g_object_class_install_property(
-        object, PROP_IS_LIVE,
-        g_param_spec_boolean("is-live", "Live", "Deliver frames in real time, as a camera does", FALSE, ready));
+    g_object_class_install_property(object, PROP_IS_LIVE,
+                                    g_param_spec_boolean("is-live", "Live",
+                                                         "Deliver frames in real time, as a camera does",
+                                                         FALSE, ready));
 
     auto* element = GST_ELEMENT_CLASS(klass);
-    gst_element_class_set_static_metadata(element, "Simulated thermal camera", "Source/Video",
-                                          "Raw 16-bit infrared detector frames of a simulated scene at 30 fps",
-                                          "nordalib");
+    gst_element_class_set_static_metadata(
+        element, "Simulated thermal camera", "Source/Video",
+        "Raw 16-bit infrared detector frames of a simulated scene at 30 fps", "nordalib");
     gst_element_class_add_pad_template(
         element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS,
                                       gst_caps_from_string("video/x-raw, format=GRAY16_LE, width=[64, 4096], "

@@ -73,20 +73,37 @@ ValueLookup metadataLookup(const DataStorage<std::string>& metadata) {
 
 const std::vector<std::string>& overlayKeys() {
     static const std::vector<std::string> keys = [] {
-        std::vector<std::string> k = {
-            Id::Palette::ActivePalette, Id::Palette::Colors, Id::Scaling::TempMin, Id::Scaling::TempMax,
-            Id::Isotherme::IsothermeActive, Id::Isotherme::IsothermeTopValue, Id::Isotherme::IsothermeBottomValue,
-            Id::Isotherme::IsothermeColor, Id::Alarm::AlarmTopActive, Id::Alarm::AlarmTopValue,
-            Id::Alarm::AlarmTopColor, Id::Alarm::AlarmBottomActive, Id::Alarm::AlarmBottomValue,
-            Id::Alarm::AlarmBottomColor, Id::DeltaT::Active, Id::DeltaT::First, Id::DeltaT::Second,
-            Id::DeltaT::Difference, Id::Environment::ReflectedTemperature, Id::Environment::EmissivityValue,
-            Id::Environment::HumidityModeActive, Id::Environment::Temperature, Id::Environment::Humidity};
+        std::vector<std::string> k = {Id::Palette::ActivePalette,
+                                      Id::Palette::Colors,
+                                      Id::Scaling::TempMin,
+                                      Id::Scaling::TempMax,
+                                      Id::Isotherme::IsothermeActive,
+                                      Id::Isotherme::IsothermeTopValue,
+                                      Id::Isotherme::IsothermeBottomValue,
+                                      Id::Isotherme::IsothermeColor,
+                                      Id::Alarm::AlarmTopActive,
+                                      Id::Alarm::AlarmTopValue,
+                                      Id::Alarm::AlarmTopColor,
+                                      Id::Alarm::AlarmBottomActive,
+                                      Id::Alarm::AlarmBottomValue,
+                                      Id::Alarm::AlarmBottomColor,
+                                      Id::DeltaT::Active,
+                                      Id::DeltaT::First,
+                                      Id::DeltaT::Second,
+                                      Id::DeltaT::Difference,
+                                      Id::Environment::ReflectedTemperature,
+                                      Id::Environment::EmissivityValue,
+                                      Id::Environment::HumidityModeActive,
+                                      Id::Environment::Temperature,
+                                      Id::Environment::Humidity};
         for (const char* p : {"HotSpot", "ColdSpot", "CenterSpot", "LaserSpot", "MeasPoint1", "MeasPoint2",
                               "MeasPoint3", "MeasPoint4", "MeasPoint5", "DeltaT1", "DeltaT2"})
-            for (const char* item : {"Visible", "MeasPoint", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+            for (const char* item :
+                 {"Visible", "MeasPoint", "LocalParameters", "Emissivity", "ReflectedTemperature"})
                 k.push_back(fmt::format("MeasPoints.{}.{}", p, item));
         for (int i = 1; i <= 3; ++i)
-            for (const char* item : {"Visible", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+            for (const char* item :
+                 {"Visible", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
                 k.push_back(fmt::format("MeasAreas.UserArea{}.{}", i, item));
         return k;
     }();

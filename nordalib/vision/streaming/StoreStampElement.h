@@ -13,8 +13,7 @@ namespace norda::exp::streaming {
 
 class StoreStampElement : public StreamingElement {
 public:
-    StoreStampElement(DataProxy<std::string>& store,
-                      STREAMING_DATATYPE slot, std::vector<std::string> keys,
+    StoreStampElement(DataProxy<std::string>& store, STREAMING_DATATYPE slot, std::vector<std::string> keys,
                       const std::string& name);
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
