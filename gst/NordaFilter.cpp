@@ -28,6 +28,9 @@ struct State {
     cv::Size size;
     bool failed = false;
     std::string refused; // a refused setting, posted when streaming
+    // Caps the chain cannot take: refused at the first buffer, not in set_caps, whose failure
+    // would only make the element upstream report "not-negotiated" beside it.
+    std::string wrongInput;
 };
 
 struct GstNordaFilterPrivate {
@@ -152,19 +155,16 @@ gboolean setCaps(GstBaseTransform* trans, GstCaps* incaps, GstCaps* outcaps) {
     }
     const char* format = gst_video_format_to_string(GST_VIDEO_INFO_FORMAT(&in));
     if (!g_str_equal(format, klass->inputFormat)) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
-                              std::string(name) + " takes " + klass->inputFormat +
-                                  " frames (16 bits a pixel), not " + format);
-        return FALSE;
+        s.wrongInput =
+            std::string(name) + " takes " + klass->inputFormat + " frames (16 bits a pixel), not " + format;
+        return TRUE;
     }
     const cv::Size size(GST_VIDEO_INFO_WIDTH(&in), GST_VIDEO_INFO_HEIGHT(&in));
     if (s.chain && size != s.size) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
-                              std::string(name) + ": the frame size changed from " +
-                                  std::to_string(s.size.width) + "x" + std::to_string(s.size.height) +
-                                  " to " + std::to_string(size.width) + "x" + std::to_string(size.height) +
-                                  " mid-stream; the calibration and filters hold one size");
-        return FALSE;
+        s.wrongInput = std::string(name) + ": the frame size changed from " + std::to_string(s.size.width) +
+                       "x" + std::to_string(s.size.height) + " to " + std::to_string(size.width) + "x" +
+                       std::to_string(size.height) + " mid-stream; the calibration and filters hold one size";
+        return TRUE;
     }
     s.in = in;
     s.out = out;
@@ -186,6 +186,8 @@ GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
     const gchar* name = GST_ELEMENT_NAME(filter);
     if (!s.refused.empty())
         gst_norda_filter_fail(filter, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, s.refused);
+    if (!s.wrongInput.empty())
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT, s.wrongInput);
     if (s.failed)
         return GST_FLOW_ERROR;
     if (!s.chain) {
@@ -272,6 +274,7 @@ gboolean stop(GstBaseTransform* trans) {
     s.size = {};
     s.failed = false;
     s.refused.clear();
+    s.wrongInput.clear();
     return TRUE;
 }
 

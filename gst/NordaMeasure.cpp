@@ -64,6 +64,7 @@ bool parseRects(const char* text, int numbers, size_t most, std::vector<cv::Rect
 }
 
 void writeSettings(GstNordaMeasure* self, DataProxy<std::string>& store) {
+    GST_OBJECT_LOCK(self);
     for (size_t i = 0; i < kMaxPoints; ++i) {
         const std::string prefix = fmt::format("MeasPoints.MeasPoint{}.", i + 1);
         const bool on = i < self->points->size();
@@ -79,6 +80,7 @@ void writeSettings(GstNordaMeasure* self, DataProxy<std::string>& store) {
             store.setValue(prefix + "Rect", cv::Rect_<int>((*self->areas)[i]), true);
     }
     store.setValue(Id::MeasRangeSettings::EnableAutoRange, static_cast<bool>(self->autoRange), true);
+    GST_OBJECT_UNLOCK(self);
 }
 
 // What lies outside a w x h image, or empty.
@@ -150,9 +152,13 @@ void finish(GstNordaFilter* filter, const Frame& frame, GstBuffer* buffer) {
     point(Id::MeasPoints::HotSpot::MeasPoint, "hot");
     point(Id::MeasPoints::ColdSpot::MeasPoint, "cold");
     point(Id::MeasPoints::CenterSpot::MeasPoint, "centre");
-    for (size_t i = 0; i < self->points->size(); ++i)
+    // The numbers of points and areas may change on the application's thread.
+    GST_OBJECT_LOCK(self);
+    const size_t points = self->points->size(), areas = self->areas->size();
+    GST_OBJECT_UNLOCK(self);
+    for (size_t i = 0; i < points; ++i)
         point(fmt::format("MeasPoints.MeasPoint{}.MeasPoint", i + 1), fmt::format("point{}", i + 1));
-    for (size_t i = 0; i < self->areas->size(); ++i) {
+    for (size_t i = 0; i < areas; ++i) {
         auto v = meta.getVariant(fmt::format("MeasAreas.UserArea{}.MeasArea", i + 1));
         if (!v || !v->holds<MeasArea>())
             continue;
@@ -199,7 +205,9 @@ void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* psp
                 break;
             }
         }
+        GST_OBJECT_LOCK(self);
         *(points ? self->points : self->areas) = parsed;
+        GST_OBJECT_UNLOCK(self);
         gchar*& kept = points ? self->pointsText : self->areasText;
         g_free(kept);
         kept = g_strdup(text ? text : "");

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sys/wait.h>
 
 namespace {
@@ -107,9 +108,10 @@ TEST(GstPlugin, RefusesWhatTheChainCannotTakeWithOneNamedError) {
         std::string pipeline, element, message;
     };
     const std::vector<Case> cases = {
-        // 8-bit frames (as from a detector's 8-bit mode)
+        // 8-bit frames (as from a detector's 8-bit mode); the queue keeps gst-launch-1.0 from
+        // hanging on an error in the state change of a pull-mode parser (a stock element's too)
         {"filesrc location=" + dir.file("gray8.raw") +
-             " ! rawvideoparse format=gray8 width=64 height=48 ! nordacorrect" + c + " ! fakesink",
+             " ! rawvideoparse format=gray8 width=64 height=48 ! queue ! nordacorrect" + c + " ! fakesink",
          "nordacorrect0", "nordacorrect0 takes GRAY16_LE frames (16 bits a pixel), not GRAY8"},
         // another size mid-stream
         {"multifilesrc location=" + dir.file("size%d.png") +
@@ -139,8 +141,8 @@ TEST(GstPlugin, RefusesWhatTheChainCannotTakeWithOneNamedError) {
         const std::string out = launch(dir, t.pipeline, &rc);
         EXPECT_NE(rc, 0) << t.pipeline << "\n" << out;
         EXPECT_NE(out.find(t.message), std::string::npos) << t.pipeline << "\n" << out;
-        EXPECT_EQ(countOf(out, "from element \"" + t.element + "\" (error)"), 1u) << t.pipeline << "\n"
-                                                                                  << out;
+        // One error from the element: "ERROR: from element /GstPipeline:pipeline0/GstNordaX:<name>: ..."
+        EXPECT_EQ(countOf(out, ":" + t.element + ": "), 1u) << t.pipeline << "\n" << out;
     }
 }
 
@@ -153,7 +155,9 @@ TEST(GstPlugin, InspectListsTheElementsAndTheirRanges) {
     for (const char* e : {"nordasimsrc", "nordacorrect", "nordaradiometry", "nordameasure", "nordapalette"})
         EXPECT_NE(plugin.find(std::string(e) + ": "), std::string::npos) << plugin;
     const std::string radiometry = runCommand(env + "nordaradiometry");
-    EXPECT_NE(radiometry.find("Range: 0.01 - 1 Default: 0.95"), std::string::npos) << radiometry;
+    EXPECT_TRUE(std::regex_search(radiometry,
+                                  std::regex("emissivity .*\n.*\n.*Range: +0\\.01 - +1 Default: +0\\.95")))
+        << radiometry;
     EXPECT_NE(radiometry.find("format: GRAY16_LE"), std::string::npos) << radiometry;
 }
 
