@@ -206,21 +206,31 @@ GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
         return GST_FLOW_ERROR;
     }
 
+    // The chain reads the mapped frame in place; the elements write their results into frames
+    // of their own, which are copied into the outgoing buffer.
     GstVideoFrame vin;
     if (!gst_video_frame_map(&vin, &s.in, inbuf, GST_MAP_READ)) {
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
                               std::string(name) + ": unreadable buffer");
         return GST_FLOW_ERROR;
     }
-    cv::Mat data = cv::Mat(s.size, cvType(klass->inputFormat, slot), GST_VIDEO_FRAME_PLANE_DATA(&vin, 0),
-                           GST_VIDEO_FRAME_PLANE_STRIDE(&vin, 0))
-                       .clone();
-    gst_video_frame_unmap(&vin);
-    s.pending = std::make_unique<Frame>(std::move(data), meta ? *meta->metadata : DataStorage<std::string>());
+    bool mapped = true;
+    auto unmapInput = [&] {
+        if (mapped)
+            gst_video_frame_unmap(&vin);
+        mapped = false;
+    };
+    auto* const inData = static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&vin, 0));
+    s.pending = std::make_unique<Frame>(
+        cv::Mat(s.size, cvType(klass->inputFormat, slot), inData, GST_VIDEO_FRAME_PLANE_STRIDE(&vin, 0)),
+        meta ? *meta->metadata : DataStorage<std::string>());
     s.cycleError.clear();
     s.haveResult = false;
     const auto cycle = s.chain->runCycle();
+    s.pending.reset();
     if (cycle.failed > 0 || !s.cycleError.empty()) {
+        unmapInput();
+        s.result.release();
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
                               std::string(name) + ": " +
                                   (s.cycleError.empty() ? "the chain failed" : s.cycleError));
@@ -228,24 +238,36 @@ GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
     }
     // The chain keeps some frames back: those of the closed shutter, a frame whose conditions
     // cannot be read.
-    if (!s.haveResult)
+    if (!s.haveResult) {
+        unmapInput();
         return GST_BASE_TRANSFORM_FLOW_DROPPED;
+    }
     if (s.result.size() != s.size ||
         s.result.elemSize() != static_cast<size_t>(GST_VIDEO_INFO_COMP_PSTRIDE(&s.out, 0))) {
+        unmapInput();
+        s.result.release();
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
                               std::string(name) + ": the chain gave a frame of another size or depth");
         return GST_FLOW_ERROR;
     }
-    GstVideoFrame vout;
-    if (!gst_video_frame_map(&vout, &s.out, outbuf, GST_MAP_WRITE)) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
-                              std::string(name) + ": unwritable buffer");
-        return GST_FLOW_ERROR;
+    // A frame the chain passed on unchanged (the measurement) is in the buffer already.
+    if (!(s.result.data == inData && inbuf == outbuf)) {
+        if (inbuf == outbuf)
+            unmapInput();
+        GstVideoFrame vout;
+        if (!gst_video_frame_map(&vout, &s.out, outbuf, GST_MAP_WRITE)) {
+            unmapInput();
+            s.result.release();
+            gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                                  std::string(name) + ": unwritable buffer");
+            return GST_FLOW_ERROR;
+        }
+        cv::Mat target(s.size, s.result.type(), GST_VIDEO_FRAME_PLANE_DATA(&vout, 0),
+                       GST_VIDEO_FRAME_PLANE_STRIDE(&vout, 0));
+        s.result.copyTo(target);
+        gst_video_frame_unmap(&vout);
     }
-    cv::Mat target(s.size, s.result.type(), GST_VIDEO_FRAME_PLANE_DATA(&vout, 0),
-                   GST_VIDEO_FRAME_PLANE_STRIDE(&vout, 0));
-    s.result.copyTo(target);
-    gst_video_frame_unmap(&vout);
+    unmapInput(); // the mapping holds a reference, which leaves the buffer's metadata read-only
     norda_frame_meta_set(outbuf, klass->chainOutput, s.resultMeta);
     if (klass->finish) {
         Frame frame(s.result, DataStorage<std::string>(s.resultMeta));

@@ -51,6 +51,8 @@ void norda_frame_meta_set(GstBuffer* buffer, STREAMING_DATATYPE slot, DataStorag
     auto* m = norda_frame_meta_get(buffer);
     if (!m)
         m = reinterpret_cast<NordaFrameMeta*>(gst_buffer_add_meta(buffer, info(), nullptr));
+    if (!m) // a buffer that is not writable
+        return;
     m->slot = slot;
     if (m->metadata)
         *m->metadata = std::move(metadata);

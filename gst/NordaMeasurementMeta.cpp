@@ -45,6 +45,8 @@ void norda_measurement_meta_set(GstBuffer* buffer, const GstStructure* results) 
         gst_buffer_get_meta(buffer, norda_measurement_meta_api_get_type()));
     if (!m)
         m = reinterpret_cast<NordaMeasurementMeta*>(gst_buffer_add_meta(buffer, info(), nullptr));
+    if (!m) // a buffer that is not writable
+        return;
     if (m->results)
         gst_structure_free(m->results);
     m->results = gst_structure_copy(results);
