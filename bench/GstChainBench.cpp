@@ -63,9 +63,10 @@ void BM_GstWholeChain(benchmark::State& state) {
     const std::string calib = " calibration-dir=" + dir.string();
     GError* error = nullptr;
     GstElement* pipeline = gst_parse_launch(
-        ("appsrc name=src format=time block=true max-buffers=2 caps=video/x-raw,format=GRAY16_LE,width=640,"
-         "height=480,framerate=30/1 ! nordacorrect name=correct" +
-         calib + " ! nordaradiometry" + calib +
+        (std::string("appsrc name=src format=time block=true max-buffers=2 "
+                     "caps=video/x-raw,format=GRAY16_LE,width=640,"
+                     "height=480,framerate=30/1 ! nordacorrect name=correct noise-filters=") +
+         (state.range(0) == 2 ? "false" : "true") + calib + " ! nordaradiometry" + calib +
          " ! nordameasure post-messages=false ! nordapalette overlay=" +
          (state.range(0) == 1 ? "true" : "false") + " ! fakesink name=sink sync=false signal-handoffs=true")
             .c_str(),
