@@ -16,6 +16,10 @@ packages=(
     # the viewer's browser tests drive headless Chromium through its WebDriver
     chromium chromium-driver fonts-dejavu-core
     python3-dev python3-pybind11 python3-numpy python3-pytest
+    # the GStreamer plugin (gst/) and its pipeline tests; the RTSP server and H.264 for streaming
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
+    gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+    libgstrtspserver-1.0-dev gstreamer1.0-plugins-ugly gstreamer1.0-libav ffmpeg
 )
 packages+=(${NORDA_EXTRA_PACKAGES:-})
 

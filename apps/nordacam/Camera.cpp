@@ -1,7 +1,6 @@
 #include "apps/nordacam/Camera.h"
 
 #include "apps/nordacam/PlaybackMetadataElement.h"
-#include "apps/nordacam/StoreStampElement.h"
 #include "apps/nordacam/TeeElement.h"
 #include "apps/nordacam/VisualStillElement.h"
 
@@ -37,6 +36,7 @@
 #include "nordalib/vision/streaming/SnrElement.h"
 #include "nordalib/vision/streaming/SocketServerElement.h"
 #include "nordalib/vision/streaming/SprElement.h"
+#include "nordalib/vision/streaming/StoreStampElement.h"
 #include "nordalib/vision/streaming/TnrElement.h"
 #include "nordalib/vision/streaming/UserMeasurementElement.h"
 

@@ -9,39 +9,19 @@
 // (Id::Miscellaneous::SpinnerVisible goes true); the writer waits 500 ms before it blends it in.
 
 #include "nordalib/core/dataproxy/DataProxy.h"
-#include "nordalib/vision/overlay/ThermalOverlay.h"
+#include "nordalib/vision/overlay/OverlayFromValues.h"
 
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace nordacam {
 
-// A named value or nullptr.
-using ValueLookup = std::function<std::shared_ptr<norda::exp::Variant>(const std::string&)>;
-
-ValueLookup storeLookup(const norda::exp::DataProxy<std::string>& store);
-
-// Delta-T as the screen shows it: DeltaT.First minus DeltaT.Second in the unit the two results
-// are shown in. Temperatures differ in kelvin (DeltaT.Difference); in the humidity mode the
-// results are relative humidities at the surface, and they differ in percentage points of
-// relative humidity. None while delta-T is off or a result is not measured (in its unit).
-struct DeltaTReading {
-    std::string first, second;
-    float difference = 0;
-    bool humidity = false;
-    const char* unit() const { return humidity ? "%pt" : "K"; } // %pt: percentage points of RH
-    std::string label() const;                                  // "dT +1.2 K", "dRH +12.0 %pt"
-};
-std::optional<DeltaTReading> deltaTReading(const ValueLookup& values);
-
-// `dateTime` goes into the status line as it is.
-norda::vision::OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize,
-                                             const std::string& dateTime);
-
-// The local time now (or of `msSinceEpoch`), as the status line shows it.
-std::string overlayDateTime(unsigned long long msSinceEpoch = 0);
+using norda::vision::deltaTReading;
+using norda::vision::DeltaTReading;
+using norda::vision::overlayContent;
+using norda::vision::overlayDateTime;
+using norda::vision::storeLookup;
+using norda::vision::ValueLookup;
 
 class OverlayPublisher {
 public:

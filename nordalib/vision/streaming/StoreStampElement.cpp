@@ -1,9 +1,6 @@
-#include "apps/nordacam/StoreStampElement.h"
+#include "nordalib/vision/streaming/StoreStampElement.h"
 
-namespace nordacam {
-
-using namespace norda::exp;
-using namespace norda::exp::streaming;
+namespace norda::exp::streaming {
 
 StoreStampElement::StoreStampElement(DataProxy<std::string>& store, STREAMING_DATATYPE slot,
                                      std::vector<std::string> keys, const std::string& name)
@@ -20,4 +17,4 @@ bool StoreStampElement::process(FrameMap& inputs, FrameMap&) {
     return true;
 }
 
-} // namespace nordacam
+} // namespace norda::exp::streaming

@@ -1,0 +1,394 @@
+#include "gst/NordaFilter.h"
+
+#include "gst/NordaFrameMeta.h"
+
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/streaming/CaptureElement.h"
+
+#include <gst/video/video.h>
+
+#include <memory>
+
+using namespace norda::exp;
+using namespace norda::exp::streaming;
+
+namespace {
+
+struct State {
+    DataProxy<std::string> store;
+    std::string calibrationDir = norda_gst_default_calibration_dir();
+    std::unique_ptr<Pipeline> chain; // after the store: destroyed first
+    std::unique_ptr<Frame> pending;
+    cv::Mat result;
+    DataStorage<std::string> resultMeta;
+    bool haveResult = false;
+    std::string cycleError;
+    GstVideoInfo in{}, out{};
+    cv::Size size;
+    bool failed = false;
+    std::string refused; // a refused setting, posted when streaming
+    // Caps the chain cannot take: refused at the first buffer, not in set_caps, whose failure
+    // would only make the element upstream report "not-negotiated" beside it.
+    std::string wrongInput;
+};
+
+struct GstNordaFilterPrivate {
+    State* state;
+};
+
+} // namespace
+
+G_DEFINE_ABSTRACT_TYPE_WITH_PRIVATE(GstNordaFilter, gst_norda_filter, GST_TYPE_BASE_TRANSFORM)
+
+namespace {
+
+State& stateOf(GstNordaFilter* filter) {
+    return *static_cast<GstNordaFilterPrivate*>(gst_norda_filter_get_instance_private(filter))->state;
+}
+
+GstNordaFilterClass* classOf(GstNordaFilter* filter) {
+    return GST_NORDA_FILTER_GET_CLASS(filter);
+}
+
+const char* slotName(STREAMING_DATATYPE slot) {
+    switch (slot) {
+    case STREAMING_DATATYPE_RAW:
+        return "a raw detector frame";
+    case STREAMING_DATATYPE_CORRECTED:
+        return "an offset-corrected frame";
+    case STREAMING_DATATYPE_RAD:
+        return "a temperature frame";
+    case STREAMING_DATATYPE_RAD_CONST:
+        return "a measured temperature frame";
+    default:
+        return "a frame of another kind";
+    }
+}
+
+int cvType(const char* format, STREAMING_DATATYPE slot) {
+    if (g_str_equal(format, "RGB"))
+        return CV_8UC3;
+    return slot == STREAMING_DATATYPE_CORRECTED ? CV_16SC1 : CV_16UC1;
+}
+
+GstCaps* transformCaps(GstBaseTransform* trans, GstPadDirection direction, GstCaps* caps, GstCaps* filter) {
+    auto* klass = classOf(GST_NORDA_FILTER(trans));
+    const char* format = direction == GST_PAD_SINK ? klass->outputFormat : klass->inputFormat;
+    GstCaps* result = gst_caps_new_empty();
+    for (guint i = 0; i < gst_caps_get_size(caps); ++i) {
+        GstStructure* s = gst_structure_copy(gst_caps_get_structure(caps, i));
+        gst_structure_set_name(s, "video/x-raw");
+        gst_structure_set(s, "format", G_TYPE_STRING, format, nullptr);
+        gst_structure_remove_fields(s, "colorimetry", "chroma-site", nullptr);
+        result = gst_caps_merge_structure(result, s);
+    }
+    if (filter) {
+        GstCaps* both = gst_caps_intersect_full(filter, result, GST_CAPS_INTERSECT_FIRST);
+        gst_caps_unref(result);
+        result = both;
+    }
+    return result;
+}
+
+// Any raw video is let in, so that a frame the chain cannot take meets set_caps and is refused
+// there with a message, instead of a bare "not negotiated" of the element upstream. The caps
+// queries still answer with the formats the element takes.
+gboolean acceptCaps(GstBaseTransform* trans, GstPadDirection direction, GstCaps* caps) {
+    if (direction == GST_PAD_SINK)
+        return gst_caps_get_size(caps) > 0 &&
+               gst_structure_has_name(gst_caps_get_structure(caps, 0), "video/x-raw");
+    return GST_BASE_TRANSFORM_CLASS(gst_norda_filter_parent_class)->accept_caps(trans, direction, caps);
+}
+
+gboolean build(GstNordaFilter* filter) {
+    State& s = stateOf(filter);
+    auto* klass = classOf(filter);
+    s.store.setValue<unsigned short>(Id::IrImage::Cols, static_cast<unsigned short>(s.size.width), false);
+    s.store.setValue<unsigned short>(Id::IrImage::Rows, static_cast<unsigned short>(s.size.height), false);
+    auto chain = std::make_unique<Pipeline>();
+    chain->add(std::make_unique<CaptureElement>(klass->chainInput, [&s] { return std::move(s.pending); }));
+    std::string problem;
+    try {
+        problem = klass->build(filter, *chain, s.store);
+    } catch (const std::exception& e) {
+        problem = e.what();
+    }
+    if (!problem.empty()) {
+        gst_norda_filter_fail(filter, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND, problem);
+        return FALSE;
+    }
+    chain->setErrorHandler([&s](const std::string& element, const std::string& message) {
+        if (s.cycleError.empty())
+            s.cycleError = element + ": " + message;
+    });
+    chain->setCycleObserver([&s, out = klass->chainOutput](const FrameMap& frames, uint64_t) {
+        auto it = frames.find(out);
+        s.haveResult = it != frames.end() && it->second && !it->second->getFrameData().empty();
+        if (s.haveResult) {
+            s.result = it->second->getFrameData();
+            s.resultMeta = it->second->getMetaData();
+        }
+    });
+    s.store.flush();
+    s.chain = std::move(chain);
+    return TRUE;
+}
+
+gboolean setCaps(GstBaseTransform* trans, GstCaps* incaps, GstCaps* outcaps) {
+    auto* filter = GST_NORDA_FILTER(trans);
+    auto* klass = classOf(filter);
+    State& s = stateOf(filter);
+    const gchar* name = GST_ELEMENT_NAME(trans);
+    if (!s.refused.empty()) {
+        gst_norda_filter_fail(filter, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, s.refused);
+        return FALSE;
+    }
+    GstVideoInfo in, out;
+    if (!gst_video_info_from_caps(&in, incaps) || !gst_video_info_from_caps(&out, outcaps)) {
+        gchar* text = gst_caps_to_string(incaps);
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
+                              std::string(name) + " takes " + klass->inputFormat + " video frames, not " +
+                                  text);
+        g_free(text);
+        return FALSE;
+    }
+    const char* format = gst_video_format_to_string(GST_VIDEO_INFO_FORMAT(&in));
+    if (!g_str_equal(format, klass->inputFormat)) {
+        s.wrongInput =
+            std::string(name) + " takes " + klass->inputFormat + " frames (16 bits a pixel), not " + format;
+        return TRUE;
+    }
+    const cv::Size size(GST_VIDEO_INFO_WIDTH(&in), GST_VIDEO_INFO_HEIGHT(&in));
+    if (s.chain && size != s.size) {
+        s.wrongInput = std::string(name) + ": the frame size changed from " + std::to_string(s.size.width) +
+                       "x" + std::to_string(s.size.height) + " to " + std::to_string(size.width) + "x" +
+                       std::to_string(size.height) + " mid-stream; the calibration and filters hold one size";
+        return TRUE;
+    }
+    s.in = in;
+    s.out = out;
+    s.size = size;
+    return s.chain ? TRUE : build(filter);
+}
+
+gboolean unitSize(GstBaseTransform*, GstCaps* caps, gsize* size) {
+    GstVideoInfo info;
+    if (!gst_video_info_from_caps(&info, caps))
+        return FALSE;
+    *size = GST_VIDEO_INFO_SIZE(&info);
+    return TRUE;
+}
+
+GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
+    State& s = stateOf(filter);
+    auto* klass = classOf(filter);
+    const gchar* name = GST_ELEMENT_NAME(filter);
+    if (!s.refused.empty())
+        gst_norda_filter_fail(filter, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, s.refused);
+    if (!s.wrongInput.empty())
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT, s.wrongInput);
+    if (s.failed)
+        return GST_FLOW_ERROR;
+    if (!s.chain) {
+        gst_norda_filter_fail(filter, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
+                              std::string(name) + " received a frame before its format");
+        return GST_FLOW_ERROR;
+    }
+    NordaFrameMeta* meta = norda_frame_meta_get(inbuf);
+    const STREAMING_DATATYPE slot = meta ? meta->slot : STREAMING_DATATYPE_RAW;
+    const auto& accepted = *klass->acceptedSlots;
+    const bool bareOk = std::find(accepted.begin(), accepted.end(), STREAMING_DATATYPE_RAW) != accepted.end();
+    if (std::find(accepted.begin(), accepted.end(), slot) == accepted.end() || (!meta && !bareOk)) {
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_WRONG_TYPE,
+                              std::string(name) + " takes " + klass->acceptedDescription + ", but got " +
+                                  (meta ? slotName(slot) : "a frame from outside the plugin (a raw frame)"));
+        return GST_FLOW_ERROR;
+    }
+
+    // The chain reads the mapped frame in place; the elements write their results into frames
+    // of their own, which are copied into the outgoing buffer.
+    GstVideoFrame vin;
+    if (!gst_video_frame_map(&vin, &s.in, inbuf, GST_MAP_READ)) {
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                              std::string(name) + ": unreadable buffer");
+        return GST_FLOW_ERROR;
+    }
+    bool mapped = true;
+    auto unmapInput = [&] {
+        if (mapped)
+            gst_video_frame_unmap(&vin);
+        mapped = false;
+    };
+    auto* const inData = static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&vin, 0));
+    s.pending = std::make_unique<Frame>(
+        cv::Mat(s.size, cvType(klass->inputFormat, slot), inData, GST_VIDEO_FRAME_PLANE_STRIDE(&vin, 0)),
+        meta ? *meta->metadata : DataStorage<std::string>());
+    s.cycleError.clear();
+    s.haveResult = false;
+    const auto cycle = s.chain->runCycle();
+    s.pending.reset();
+    if (cycle.failed > 0 || !s.cycleError.empty()) {
+        unmapInput();
+        s.result.release();
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                              std::string(name) + ": " +
+                                  (s.cycleError.empty() ? "the chain failed" : s.cycleError));
+        return GST_FLOW_ERROR;
+    }
+    // The chain keeps some frames back: those of the closed shutter, a frame whose conditions
+    // cannot be read.
+    if (!s.haveResult) {
+        unmapInput();
+        return GST_BASE_TRANSFORM_FLOW_DROPPED;
+    }
+    if (s.result.size() != s.size ||
+        s.result.elemSize() != static_cast<size_t>(GST_VIDEO_INFO_COMP_PSTRIDE(&s.out, 0))) {
+        unmapInput();
+        s.result.release();
+        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                              std::string(name) + ": the chain gave a frame of another size or depth");
+        return GST_FLOW_ERROR;
+    }
+    // A frame the chain passed on unchanged (the measurement) is in the buffer already.
+    if (!(s.result.data == inData && inbuf == outbuf)) {
+        if (inbuf == outbuf)
+            unmapInput();
+        GstVideoFrame vout;
+        if (!gst_video_frame_map(&vout, &s.out, outbuf, GST_MAP_WRITE)) {
+            unmapInput();
+            s.result.release();
+            gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                                  std::string(name) + ": unwritable buffer");
+            return GST_FLOW_ERROR;
+        }
+        cv::Mat target(s.size, s.result.type(), GST_VIDEO_FRAME_PLANE_DATA(&vout, 0),
+                       GST_VIDEO_FRAME_PLANE_STRIDE(&vout, 0));
+        s.result.copyTo(target);
+        gst_video_frame_unmap(&vout);
+    }
+    unmapInput(); // the mapping holds a reference, which leaves the buffer's metadata read-only
+    norda_frame_meta_set(outbuf, klass->chainOutput, s.resultMeta);
+    if (klass->finish) {
+        Frame frame(s.result, DataStorage<std::string>(s.resultMeta));
+        klass->finish(filter, frame, outbuf);
+    }
+    s.result.release();
+    return GST_FLOW_OK;
+}
+
+GstFlowReturn transformIp(GstBaseTransform* trans, GstBuffer* buffer) {
+    return run(GST_NORDA_FILTER(trans), buffer, buffer);
+}
+
+GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuffer* outbuf) {
+    return run(GST_NORDA_FILTER(trans), inbuf, outbuf);
+}
+
+// The frame metadata is rewritten by the chain; other metas go with the buffer.
+gboolean transformMeta(GstBaseTransform*, GstBuffer*, GstMeta* meta, GstBuffer*) {
+    return meta->info->api != NORDA_FRAME_META_API_TYPE;
+}
+
+gboolean stop(GstBaseTransform* trans) {
+    State& s = stateOf(GST_NORDA_FILTER(trans));
+    s.chain.reset();
+    s.size = {};
+    s.failed = false;
+    s.refused.clear();
+    s.wrongInput.clear();
+    return TRUE;
+}
+
+void finalize(GObject* object) {
+    auto* p =
+        static_cast<GstNordaFilterPrivate*>(gst_norda_filter_get_instance_private(GST_NORDA_FILTER(object)));
+    delete p->state;
+    G_OBJECT_CLASS(gst_norda_filter_parent_class)->finalize(object);
+}
+
+} // namespace
+
+static void gst_norda_filter_class_init(GstNordaFilterClass* klass) {
+    G_OBJECT_CLASS(klass)->finalize = finalize;
+    auto* base = GST_BASE_TRANSFORM_CLASS(klass);
+    base->transform_caps = transformCaps;
+    base->accept_caps = acceptCaps;
+    base->set_caps = setCaps;
+    base->get_unit_size = unitSize;
+    base->transform = transform;
+    base->transform_ip = transformIp;
+    base->transform_meta = transformMeta;
+    base->stop = stop;
+    base->passthrough_on_same_caps = FALSE;
+}
+
+static void gst_norda_filter_init(GstNordaFilter* filter) {
+    auto* p = static_cast<GstNordaFilterPrivate*>(gst_norda_filter_get_instance_private(filter));
+    p->state = new State;
+    setDefaultParameters(p->state->store);
+    p->state->store.flush();
+}
+
+norda::exp::DataProxy<std::string>& gst_norda_filter_store(GstNordaFilter* filter) {
+    return stateOf(filter).store;
+}
+
+std::string gst_norda_filter_calibration_dir(GstNordaFilter* filter) {
+    std::string dir = stateOf(filter).calibrationDir;
+    if (!dir.empty() && dir.back() != '/')
+        dir += '/';
+    return dir;
+}
+
+gboolean gst_norda_filter_is_built(GstNordaFilter* filter) {
+    return stateOf(filter).chain != nullptr;
+}
+
+void gst_norda_filter_install_calibration_dir(GObjectClass* klass, guint propertyId) {
+    g_object_class_install_property(
+        klass, propertyId,
+        g_param_spec_string(
+            "calibration-dir", "Calibration directory",
+            "Folder of the camera's calibration (radiometry.json, badpixel.pxm, "
+            "lens<n>/distort.pxm); read when the stream starts",
+            norda_gst_default_calibration_dir().c_str(),
+            static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
+}
+
+void gst_norda_filter_set_calibration_dir(GstNordaFilter* filter, const GValue* value) {
+    const gchar* dir = g_value_get_string(value);
+    stateOf(filter).calibrationDir = dir ? dir : "";
+}
+
+void gst_norda_filter_get_calibration_dir(GstNordaFilter* filter, GValue* value) {
+    g_value_set_string(value, stateOf(filter).calibrationDir.c_str());
+}
+
+void gst_norda_filter_refuse(GstNordaFilter* filter, const std::string& message) {
+    State& s = stateOf(filter);
+    const std::string text = std::string(GST_ELEMENT_NAME(filter)) + ": " + message;
+    if (s.chain)
+        gst_norda_filter_fail(filter, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, text);
+    else if (s.refused.empty())
+        s.refused = text;
+}
+
+void gst_norda_filter_fail(GstNordaFilter* filter, GQuark domain, gint code, const std::string& message) {
+    State& s = stateOf(filter);
+    if (s.failed)
+        return;
+    s.failed = true;
+    gst_element_message_full(GST_ELEMENT(filter), GST_MESSAGE_ERROR, domain, code, g_strdup(message.c_str()),
+                             nullptr, __FILE__, GST_FUNCTION, __LINE__);
+}
+
+std::string norda_gst_default_calibration_dir() {
+    return NORDA_GST_CALIBRATION_DIR;
+}
+
+GstCaps* norda_gst_video_caps(const char* format) {
+    return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, format, "width", GST_TYPE_INT_RANGE, 1,
+                               8192, "height", GST_TYPE_INT_RANGE, 1, 8192, "framerate",
+                               GST_TYPE_FRACTION_RANGE, 0, 1, G_MAXINT, 1, nullptr);
+}
