@@ -97,21 +97,23 @@ void getProperty(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
 } // namespace
 
 const std::vector<std::string>& norda_gst_condition_keys() {
-    static const std::vector<std::string> keys = {Id::Environment::EmissivityValue,
-                                                  Id::Environment::ReflectedTemperature,
-                                                  Id::Temperatures::Current::TBoardSens50,
-                                                  Id::Temperatures::Current::TBoardSlope,
-                                                  Id::Temperatures::Current::TLens,
-                                                  Id::Temperatures::Shuttering::TBoardSens50,
-                                                  Id::Temperatures::Shuttering::TShutter,
-                                                  Id::ActiveMeasRange::Name,
-                                                  Id::ActiveLens::Attached,
-                                                  Id::ActiveLens::Index,
-                                                  Id::ActiveLens::Serial,
-                                                  Id::ProtectiveGlass::Attached,
-                                                  Id::ProtectiveGlass::Transmission,
-                                                  Id::ProtectiveGlass::Emissivity,
-                                                  Id::DeviceInfo::Uptime};
+    // Never destroyed: a streaming thread still running at exit may read it.
+    static const std::vector<std::string>& keys =
+        *new std::vector<std::string>{Id::Environment::EmissivityValue,
+                                      Id::Environment::ReflectedTemperature,
+                                      Id::Temperatures::Current::TBoardSens50,
+                                      Id::Temperatures::Current::TBoardSlope,
+                                      Id::Temperatures::Current::TLens,
+                                      Id::Temperatures::Shuttering::TBoardSens50,
+                                      Id::Temperatures::Shuttering::TShutter,
+                                      Id::ActiveMeasRange::Name,
+                                      Id::ActiveLens::Attached,
+                                      Id::ActiveLens::Index,
+                                      Id::ActiveLens::Serial,
+                                      Id::ProtectiveGlass::Attached,
+                                      Id::ProtectiveGlass::Transmission,
+                                      Id::ProtectiveGlass::Emissivity,
+                                      Id::DeviceInfo::Uptime};
     return keys;
 }
 

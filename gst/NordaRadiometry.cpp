@@ -35,10 +35,11 @@ enum {
 
 // The object parameters, the same for every frame.
 const std::vector<std::string>& objectKeys() {
-    static const std::vector<std::string> keys = {
-        Id::Environment::EmissivityValue, Id::Environment::ReflectedTemperature,
-        Id::Environment::Temperature,     Id::Environment::Humidity,
-        Id::ProtectiveGlass::Attached,    Id::ProtectiveGlass::Transmission};
+    // Never destroyed: a streaming thread still running at exit may read it.
+    static const std::vector<std::string>& keys =
+        *new std::vector<std::string>{Id::Environment::EmissivityValue, Id::Environment::ReflectedTemperature,
+                                      Id::Environment::Temperature,     Id::Environment::Humidity,
+                                      Id::ProtectiveGlass::Attached,    Id::ProtectiveGlass::Transmission};
     return keys;
 }
 

@@ -81,7 +81,8 @@ ValueLookup metadataLookup(const DataStorage<std::string>& metadata) {
 }
 
 const std::vector<std::string>& overlayKeys() {
-    static const std::vector<std::string> keys = [] {
+    // Never destroyed: a chain still running while the program exits may read it.
+    static const std::vector<std::string>& keys = *new std::vector<std::string>([] {
         std::vector<std::string> k = {Id::Palette::ActivePalette,
                                       Id::Palette::Colors,
                                       Id::Scaling::TempMin,
@@ -115,7 +116,7 @@ const std::vector<std::string>& overlayKeys() {
                  {"Visible", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
                 k.push_back(fmt::format("MeasAreas.UserArea{}.{}", i, item));
         return k;
-    }();
+    }());
     return keys;
 }
 
