@@ -14,7 +14,7 @@ struct ObjectParameters {
     double emisPg = 0.0;        // external window emissivity, [0, 1); 0 without a window
     // Air between object and camera (window side). Distance 0 means no air path.
     double distanceM = 0.0;                         // [0, 10000]
-    double airK = 293.15;                           // [223.15, 333.15] (the vapour pressure formula's range)
+    double airK = 293.15;                           // [223.15, 333.15], -50 to +60 °C
     double humidityPercent = 50.0;                  // relative humidity [0, 100]
     std::optional<double> airTauSet = std::nullopt; // a known air transmission (0, 1] replaces the model's
     // External window: reflectance toward the camera and the temperatures of the window and of what

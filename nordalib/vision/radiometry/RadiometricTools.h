@@ -18,7 +18,8 @@
 // The offset frame is captured against the closed shutter, so the corrected frame C is a signal
 // difference against the shutter; D is the signal the detector picked up from its own warming
 // since then, which the shutter reference does not contain. `gain` is the ratio of the detector's
-// responsivity in the current frame mode to the one the constants were fitted for (1 in the normal mode).
+// responsivity in the current frame mode to the one the constants were fitted for (1 in the normal
+// mode).
 //
 // A simulated detector delivers raw = pedestal + gain * (Sdet + D); the shutter frame it gives while
 // closed is pedestal + gain * S(Tshutter). Their difference is C, what the offset element passes on.

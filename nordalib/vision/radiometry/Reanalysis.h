@@ -5,10 +5,11 @@
 // with one set of object parameters (ObjectParameters: emissivity, reflected temperature, air,
 // protective glass). Going back through the object side of that model (ObjectSignal) with those
 // parameters gives the signal Swin that reached the camera's front, with S the Planck curve of the
-// measurement range the image was taken in. Swin is what the camera really saw; solving the same equation for
-// T with other parameters gives the temperature the camera would have shown with them. Everything behind the
-// window (lens, board drift, shutter, gain) is the same for both and cancels. The only loss is the 0.01 K
-// quantisation of the stored image: re-analysing with the stored parameters returns every pixel unchanged.
+// measurement range the image was taken in. Swin is what the camera really saw; solving the same
+// equation for T with other parameters gives the temperature the camera would have shown with them.
+// Everything behind the window (lens, board drift, shutter, gain) is the same for both and cancels.
+// The only loss is the 0.01 K quantisation of the stored image: re-analysing with the stored
+// parameters returns every pixel unchanged.
 //
 // The same inversion gives the emissivity of a surface whose true temperature is known (the
 // emission marker's measurement): eps = (Sscene - S(Trefl)) / (S(Ttrue) - S(Trefl)), Sscene what
