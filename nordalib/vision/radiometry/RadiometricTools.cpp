@@ -1,5 +1,7 @@
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
+#include "nordalib/vision/radiometry/ObjectSignal.h"
+
 #include <cmath>
 #include <limits>
 
@@ -51,9 +53,7 @@ double RadiometricTools::driftSignal(const RangeCalibration& cal, const Radiomet
 double RadiometricTools::correctedSignal(const RangeCalibration& cal, const RadiometricConditions& cond,
                                          double objectK) {
     const auto& p = cal.planck;
-    const double sRefl = planckSignal(p, cond.reflectedK);
-    const double scene = cond.emissivity * planckSignal(p, objectK) + (1.0 - cond.emissivity) * sRefl;
-    const double window = cond.tauPg * scene + cond.emisPg * sRefl;
+    const double window = ObjectSignal(p, cond).signal(objectK);
     const double det =
         cond.lensTransmission * window + (1.0 - cond.lensTransmission) * planckSignal(p, cond.lensK);
     return cond.gain * (det - planckSignal(p, cond.shutterK) + driftSignal(cal, cond));
@@ -62,13 +62,10 @@ double RadiometricTools::correctedSignal(const RangeCalibration& cal, const Radi
 double RadiometricTools::objectTemperature(const RangeCalibration& cal, const RadiometricConditions& cond,
                                            double corrected) {
     const auto& p = cal.planck;
-    const double sRefl = planckSignal(p, cond.reflectedK);
     const double det = corrected / cond.gain + planckSignal(p, cond.shutterK) - driftSignal(cal, cond);
     const double window =
         (det - (1.0 - cond.lensTransmission) * planckSignal(p, cond.lensK)) / cond.lensTransmission;
-    const double scene = (window - cond.emisPg * sRefl) / cond.tauPg;
-    const double object = (scene - (1.0 - cond.emissivity) * sRefl) / cond.emissivity;
-    return planckTemperature(p, object);
+    return ObjectSignal(p, cond).objectTemperature(window);
 }
 
 double RadiometricTools::shutterCounts(const RangeCalibration& cal, const RadiometricConditions& cond,
@@ -83,8 +80,8 @@ double RadiometricTools::rawCounts(const RangeCalibration& cal, const Radiometri
 
 double RadiometricTools::temperatureStep(const RangeCalibration& cal, const RadiometricConditions& cond,
                                          double objectK) {
-    const double countsPerKelvin =
-        cond.gain * cond.lensTransmission * cond.tauPg * cond.emissivity * planckSlope(cal.planck, objectK);
+    const double countsPerKelvin = cond.gain * cond.lensTransmission * ObjectSignal(cal.planck, cond).gain() *
+                                   planckSlope(cal.planck, objectK);
     return 1.0 / countsPerKelvin;
 }
 

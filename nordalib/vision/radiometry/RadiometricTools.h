@@ -12,18 +12,19 @@
 // Camera model (all temperatures in kelvin, signals in detector counts):
 //   Planck curve         S(T) = R1 / (R2 * (exp(B / T) - F)) - O
 //   detector signal      Sdet = tauL * Swin + (1 - tauL) * S(Tlens)            (lens, type B only)
-//   through the window   Swin = tauPg * Sscene + emisPg * S(Trefl)              (protective glass)
-//   scene                Sscene = eps * S(Tobj) + (1 - eps) * S(Trefl)
+//   at the camera front  Swin = ObjectSignal: object, air and external window (ObjectSignal.h)
 //   board drift          D = driftGain * (TboardCurrent - TboardShuttering) + slopeGain * slope
 //   offset-corrected     C = gain * (Sdet - S(Tshutter) + D)
 // The offset frame is captured against the closed shutter, so the corrected frame C is a signal
 // difference against the shutter; D is the signal the detector picked up from its own warming
-// since then, which the shutter reference does not contain. The protective glass is taken to be
-// at the reflected (ambient) temperature. `gain` is the ratio of the detector's responsivity in
-// the current frame mode to the one the constants were fitted for (1 in the normal mode).
+// since then, which the shutter reference does not contain. `gain` is the ratio of the detector's
+// responsivity in the current frame mode to the one the constants were fitted for (1 in the normal
+// mode).
 //
 // A simulated detector delivers raw = pedestal + gain * (Sdet + D); the shutter frame it gives while
 // closed is pedestal + gain * S(Tshutter). Their difference is C, what the offset element passes on.
+
+#include "nordalib/vision/radiometry/ObjectParameters.h"
 
 #include <cstdint>
 
@@ -48,16 +49,13 @@ struct RangeCalibration {
     double bandTopK = 423.15;
 };
 
-// Measurement conditions of one frame.
-struct RadiometricConditions {
-    double emissivity = 1.0;
-    double reflectedK = 293.15;
+// Measurement conditions of one frame: the object side (emissivity, reflected temperature, air,
+// protective glass) and the camera's own.
+struct RadiometricConditions : ObjectParameters {
     double shutterK = 298.15;
     double boardCurrentK = 303.15;
     double boardShutteringK = 303.15;
     double boardSlope = 0.0; // kelvin per minute
-    double tauPg = 1.0;      // protective glass transmission (1: no glass)
-    double emisPg = 0.0;     // protective glass emissivity (0: no glass)
     double lensTransmission = 1.0;
     double lensK = 298.15;
     double gain = 1.0;

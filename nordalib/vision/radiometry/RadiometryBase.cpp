@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/radiometry/ObjectSignal.h"
 
 #include <cmath>
 #include <functional>
@@ -115,6 +116,16 @@ void RadiometryBase::setData(unsigned id, const std::shared_ptr<exp::Variant>& v
     }
 }
 
+void RadiometryBase::setAirPath(const ObjectParameters& path) {
+    ObjectParameters p = path;
+    p.emissivity = 1.0;
+    p.reflectedK = 293.15;
+    p.tauPg = 1.0 - p.pgReflectance; // the reflectance alone, the glass is checked with its data
+    p.emisPg = 0.0;
+    p.validate();
+    m_airPath = p;
+}
+
 double RadiometryBase::kelvinOf(unsigned id) const {
     return m_data.get<Temperature>(id).kelvin();
 }
@@ -136,6 +147,7 @@ RadiometricConditions RadiometryBase::conditions() const {
             fail("radiometry data " + RadiometryId::name(id) + " is not set",
                  "norda::vision::RadiometryBase::conditions");
     RadiometricConditions c;
+    static_cast<ObjectParameters&>(c) = m_airPath; // the surface and glass values follow
     c.emissivity = m_data.get<float>(RadiometryId::Emis);
     c.reflectedK = kelvinOf(RadiometryId::Treflected);
     c.boardCurrentK = kelvinOf(RadiometryId::TboardCurrent);
@@ -176,15 +188,13 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
     // Everything but the signal is constant for the table: fold it into s -> a * s + b for the
     // object's Planck signal, so each entry costs one logarithm.
     const auto& p = range.planck;
-    const double sRefl = RadiometricTools::planckSignal(p, c.reflectedK);
+    const ObjectSignal front(p, c);
     const double base =
         RadiometricTools::planckSignal(p, c.shutterK) - RadiometricTools::driftSignal(range, c);
     const double lens = (1.0 - c.lensTransmission) * RadiometricTools::planckSignal(p, c.lensK);
-    // object = ((((s / gain + base) - lens) / tauL - emisPg * sRefl) / tauPg - (1 - eps) * sRefl) / eps
-    const double k = 1.0 / (c.lensTransmission * c.tauPg * c.emissivity);
-    const double a = k / c.gain;
-    const double b = ((base - lens) / c.lensTransmission - c.emisPg * sRefl) / (c.tauPg * c.emissivity) -
-                     (1.0 - c.emissivity) * sRefl / c.emissivity;
+    // object = (((s / gain + base) - lens) / tauL - front.offset) / front.gain
+    const double a = 1.0 / (c.lensTransmission * front.gain()) / c.gain;
+    const double b = ((base - lens) / c.lensTransmission - front.offset()) / front.gain();
     if (!std::isfinite(a) || !std::isfinite(b))
         fail("measurement conditions give no finite signal model (emissivity " +
                  std::to_string(c.emissivity) + ")",

@@ -3,7 +3,8 @@
 //
 // The measurement conditions of a frame (emissivity, reflected temperature, board and shutter
 // temperatures, range, protective glass, lens) arrive through setData() and are kept in a
-// CuratorStorage whose validators reject values of the wrong type or outside their physical range.
+// CuratorStorage whose validators reject values of the wrong type or outside their physical range;
+// the air path and the window's reflectance and temperature through setAirPath().
 // processFrame() evaluates the camera model of RadiometricTools for the active measurement range;
 // because the model maps every signal value independently, it is tabulated once per set of
 // conditions (65536 entries, signal -> encoded temperature) and a frame costs one table read per
@@ -41,6 +42,11 @@ public:
     // id's type (see RadiometryId.h) and a norda::Exception naming the id when it is out of range.
     void setData(unsigned id, const std::shared_ptr<exp::Variant>& value);
     const exp::CuratorStorage& data() const { return m_data; }
+    // The air path and the external window's reflectance and temperatures (ObjectParameters'
+    // distance, air, humidity, airTauSet, pgReflectance, pgK, pgReflectedK) of the next frames; the
+    // surface and glass values of `path` are ignored, they come from setData(). Throws like
+    // ObjectParameters::validate.
+    void setAirPath(const ObjectParameters& path);
     // Model parameters (RadiometryId::SlowFrameActive); validated like the data.
     exp::CuratorStorage& parameters() { return m_parameters; }
     const exp::CuratorStorage& parameters() const { return m_parameters; }
@@ -79,6 +85,7 @@ private:
     RadiometricCalibration m_calibration;
     exp::CuratorStorage m_data;
     exp::CuratorStorage m_parameters;
+    ObjectParameters m_airPath;
 
     LookupTable16 m_table; // indexed by the signal as unsigned 16-bit
     bool m_tableValid = false;

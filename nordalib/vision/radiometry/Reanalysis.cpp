@@ -25,18 +25,6 @@ uint16_t encode(double kelvin) {
 
 } // namespace
 
-void ObjectParameters::validate() const {
-    auto check = [](bool ok, const std::string& what, double value) {
-        if (!ok)
-            NORDA_THROW(what + " " + std::to_string(value) + " is out of range",
-                        "norda::vision::ObjectParameters::validate");
-    };
-    check(emissivity > 0.0 && emissivity <= 1.0, "emissivity (0, 1]", emissivity);
-    check(reflectedK > 0.0 && std::isfinite(reflectedK), "reflected temperature (K, > 0)", reflectedK);
-    check(tauPg > 0.0 && tauPg <= 1.0, "protective glass transmission (0, 1]", tauPg);
-    check(emisPg >= 0.0 && emisPg < 1.0, "protective glass emissivity [0, 1)", emisPg);
-}
-
 Reanalysis::Reanalysis(const PlanckConstants& planck) : m_planck(planck) {
     if (!(planck.R1 > 0.0 && planck.R2 > 0.0 && planck.B > 0.0) || !std::isfinite(planck.O) ||
         !std::isfinite(planck.F))
@@ -45,17 +33,11 @@ Reanalysis::Reanalysis(const PlanckConstants& planck) : m_planck(planck) {
 }
 
 double Reanalysis::windowSignal(const ObjectParameters& p, double objectK) const {
-    const double sRefl = RadiometricTools::planckSignal(m_planck, p.reflectedK);
-    const double scene =
-        p.emissivity * RadiometricTools::planckSignal(m_planck, objectK) + (1.0 - p.emissivity) * sRefl;
-    return p.tauPg * scene + p.emisPg * sRefl;
+    return ObjectSignal(m_planck, p).signal(objectK);
 }
 
 double Reanalysis::objectTemperature(const ObjectParameters& p, double window) const {
-    const double sRefl = RadiometricTools::planckSignal(m_planck, p.reflectedK);
-    const double scene = (window - p.emisPg * sRefl) / p.tauPg;
-    return RadiometricTools::planckTemperature(m_planck,
-                                               (scene - (1.0 - p.emissivity) * sRefl) / p.emissivity);
+    return ObjectSignal(m_planck, p).objectTemperature(window);
 }
 
 double Reanalysis::convert(double objectK, const ObjectParameters& from, const ObjectParameters& to) const {
@@ -63,8 +45,9 @@ double Reanalysis::convert(double objectK, const ObjectParameters& from, const O
 }
 
 double Reanalysis::emissivity(double measuredK, double trueK, const ObjectParameters& p) const {
-    const double sRefl = RadiometricTools::planckSignal(m_planck, p.reflectedK);
-    const double scene = (windowSignal(p, measuredK) - p.emisPg * sRefl) / p.tauPg;
+    const ObjectSignal path(m_planck, p);
+    const double sRefl = path.reflectedSignal();
+    const double scene = path.sceneSignal(path.signal(measuredK));
     const double contrast = RadiometricTools::planckSignal(m_planck, trueK) - sRefl;
     if (!(std::abs(contrast) > 1e-9 * std::abs(sRefl) + 1e-12))
         return kNaN;
@@ -77,26 +60,26 @@ uint16_t Reanalysis::convertPixel(uint16_t pixel, const ObjectParameters& from,
     // offset swallows the signal's last digits.
     if (pixel == 0 || pixel == 65535 || from == to)
         return pixel;
-    const double window = windowSignal(from, pixel / kCountsPerKelvin);
-    const double kelvin = objectTemperature(to, window);
-    if (std::isnan(kelvin)) {
-        // Which end of the curve: an object signal at or below the curve's zero is colder than
-        // anything, the rest hotter.
-        const double sRefl = RadiometricTools::planckSignal(m_planck, to.reflectedK);
-        const double object =
-            ((window - to.emisPg * sRefl) / to.tauPg - (1.0 - to.emissivity) * sRefl) / to.emissivity;
+    return convert(pixel, ObjectSignal(m_planck, from), ObjectSignal(m_planck, to));
+}
+
+uint16_t Reanalysis::convert(uint16_t pixel, const ObjectSignal& from, const ObjectSignal& to) const {
+    if (pixel == 0 || pixel == 65535 || from.parameters() == to.parameters())
+        return pixel;
+    const double window = from.signal(pixel / kCountsPerKelvin);
+    const double object = to.objectSignal(window);
+    const double kelvin = RadiometricTools::planckTemperature(m_planck, object);
+    if (std::isnan(kelvin)) // which end of the curve: at or below its zero is colder than anything
         return object + m_planck.O <= 0.0 ? 0 : 65535;
-    }
     return encode(kelvin);
 }
 
 cv::Mat_<uint16_t> Reanalysis::apply(const cv::Mat_<uint16_t>& image, const ObjectParameters& from,
                                      const ObjectParameters& to) const {
-    from.validate();
-    to.validate();
+    const ObjectSignal source(m_planck, from), target(m_planck, to);
     std::vector<uint16_t> table(65536);
     for (unsigned v = 0; v < table.size(); ++v)
-        table[v] = convertPixel(static_cast<uint16_t>(v), from, to);
+        table[v] = convert(static_cast<uint16_t>(v), source, target);
     cv::Mat_<uint16_t> out(image.size());
     for (int y = 0; y < image.rows; ++y) {
         const uint16_t* in = image[y];
@@ -109,10 +92,10 @@ cv::Mat_<uint16_t> Reanalysis::apply(const cv::Mat_<uint16_t>& image, const Obje
 
 cv::Mat_<uint16_t> Reanalysis::apply(const cv::Mat_<uint16_t>& image, const ObjectParameters& from,
                                      const ObjectParameters& to, const cv::Mat& emissivity) const {
-    from.validate();
-    ObjectParameters target = to;
-    target.emissivity = 1.0;
-    target.validate();
+    const ObjectSignal source(m_planck, from);
+    ObjectParameters unit = to;
+    unit.emissivity = 1.0;
+    const ObjectSignal target(m_planck, unit);
     if (emissivity.type() != CV_32FC1 || emissivity.size() != image.size())
         NORDA_THROW("emissivity map must be CV_32FC1 of the image's size " + std::to_string(image.cols) +
                         " x " + std::to_string(image.rows),
@@ -125,8 +108,7 @@ cv::Mat_<uint16_t> Reanalysis::apply(const cv::Mat_<uint16_t>& image, const Obje
                 NORDA_THROW("emissivity " + std::to_string(e[x]) + " at (" + std::to_string(x) + ", " +
                                 std::to_string(y) + ") is out of range (0, 1]",
                             "norda::vision::Reanalysis::apply");
-            target.emissivity = e[x];
-            out(y, x) = convertPixel(image(y, x), from, target);
+            out(y, x) = convert(image(y, x), source, target.withEmissivity(e[x]));
         }
     }
     return out;

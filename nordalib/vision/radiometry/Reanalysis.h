@@ -2,43 +2,29 @@
 // Reanalysis: the temperatures of a measured (or saved) image under other object parameters.
 //
 // A temperature frame holds object temperatures that the camera model of RadiometricTools derived
-// with one set of object parameters: emissivity, reflected temperature and protective glass. Going
-// back through the object side of that model with those parameters gives the signal that reached
-// the camera through its window,
-//
-//   Swin = tauPg * (eps * S(T) + (1 - eps) * S(Trefl)) + emisPg * S(Trefl)
-//
-// with S the Planck curve of the measurement range the image was taken in. Swin is what the camera
-// really saw; solving the same equation for T with other parameters gives the temperature the
-// camera would have shown with them. Everything behind the window (lens, board drift, shutter,
-// gain) is the same for both and cancels. The only loss is the 0.01 K quantisation of the stored
-// image: re-analysing with the stored parameters returns every pixel unchanged.
+// with one set of object parameters (ObjectParameters: emissivity, reflected temperature, air,
+// protective glass). Going back through the object side of that model (ObjectSignal) with those
+// parameters gives the signal Swin that reached the camera's front, with S the Planck curve of the
+// measurement range the image was taken in. Swin is what the camera really saw; solving the same
+// equation for T with other parameters gives the temperature the camera would have shown with them.
+// Everything behind the window (lens, board drift, shutter, gain) is the same for both and cancels.
+// The only loss is the 0.01 K quantisation of the stored image: re-analysing with the stored
+// parameters returns every pixel unchanged.
 //
 // The same inversion gives the emissivity of a surface whose true temperature is known (the
-// emission marker's measurement): eps = (Sscene - S(Trefl)) / (S(Ttrue) - S(Trefl)).
+// emission marker's measurement): eps = (Sscene - S(Trefl)) / (S(Ttrue) - S(Trefl)), Sscene what
+// leaves the surface.
 //
 // Pixel values use the 16-bit encoding of RadiometricTools. Encoded 0 and 65535 mean "below" and
 // "beyond" the scale and stay so; a result without a physical temperature saturates the same way.
 
-#include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "nordalib/vision/radiometry/ObjectSignal.h"
 
 #include <opencv2/core.hpp>
 
 #include <string>
 
 namespace norda::vision {
-
-// The object side of the camera model: what a user sets for the surface being measured.
-struct ObjectParameters {
-    double emissivity = 1.0;    // (0, 1]
-    double reflectedK = 293.15; // > 0
-    double tauPg = 1.0;         // protective glass transmission, (0, 1]; 1 without glass
-    double emisPg = 0.0;        // protective glass emissivity, [0, 1); 0 without glass
-
-    bool operator==(const ObjectParameters&) const = default;
-    // Throws norda::Exception naming the first parameter out of its range.
-    void validate() const;
-};
 
 class Reanalysis {
 public:
@@ -69,6 +55,8 @@ public:
     const PlanckConstants& planck() const { return m_planck; }
 
 private:
+    uint16_t convert(uint16_t pixel, const ObjectSignal& from, const ObjectSignal& to) const;
+
     PlanckConstants m_planck;
 };
 

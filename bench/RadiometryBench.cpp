@@ -1,0 +1,70 @@
+// Rebuilding the radiometric table (65536 signal -> temperature entries) after a condition changed,
+// with and without the air path, beside cv::log over as many values (one logarithm an entry is the
+// table's floor). The table is rebuilt only when a condition changes; the goal is < 5 ms.
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/vision/radiometry/RadiometryTypeA.h"
+
+#include <benchmark/benchmark.h>
+#include <opencv2/core.hpp>
+
+#include <string>
+
+using namespace norda;
+using namespace norda::vision;
+
+namespace {
+
+using Temperature = exp::quantity::Temperature<exp::MarkedFloat>;
+
+std::shared_ptr<exp::Variant> kelvin(float k) {
+    return exp::makeVariant(Temperature(exp::MarkedFloat(k - 273.15f)));
+}
+
+// A one-pixel model, so that a frame costs the table build and one lookup.
+void tableRebuild(benchmark::State& state, bool air) {
+    RadiometryTypeA model(1, 1, 0.01f, std::string(NORDA_SOURCE_DIR) + "/data/calibration/");
+    model.setData(RadiometryId::Emis, exp::makeVariant(0.95f));
+    model.setData(RadiometryId::Treflected, kelvin(293.15f));
+    model.setData(RadiometryId::TboardCurrent, kelvin(304.15f));
+    model.setData(RadiometryId::TboardShuttering, kelvin(303.15f));
+    model.setData(RadiometryId::TShutterShuttering, kelvin(298.15f));
+    model.setData(RadiometryId::MeasRange, exp::makeVariant<unsigned char>(1));
+    model.setData(RadiometryId::TBoardSlope, exp::makeVariant(0.0f));
+    model.setData(RadiometryId::TauPg, exp::makeVariant(0.9f));
+    model.setData(RadiometryId::EmisPg, exp::makeVariant(0.05f));
+    ObjectParameters path;
+    path.distanceM = air ? 30.0 : 0.0;
+    path.airK = 303.15;
+    cv::Mat_<short> raw(1, 1, short(1000));
+    double humidity = 50.0;
+    for (auto _ : state) {
+        humidity = humidity == 50.0 ? 51.0 : 50.0; // a changed condition: the table is rebuilt
+        path.humidityPercent = humidity;
+        model.setAirPath(path);
+        benchmark::DoNotOptimize(model.processFrame(raw));
+    }
+    if (model.tableBuilds() != static_cast<unsigned>(state.iterations()))
+        state.SkipWithError("the table was not rebuilt every frame");
+}
+
+void BM_RadiometryTable_AirOn(benchmark::State& state) {
+    tableRebuild(state, true);
+}
+BENCHMARK(BM_RadiometryTable_AirOn)->Unit(benchmark::kMillisecond);
+
+void BM_RadiometryTable_NoAir(benchmark::State& state) {
+    tableRebuild(state, false);
+}
+BENCHMARK(BM_RadiometryTable_NoAir)->Unit(benchmark::kMillisecond);
+
+void BM_RadiometryTable_CvLog(benchmark::State& state) {
+    cv::Mat in(256, 256, CV_64F), out;
+    cv::randu(in, 1.001, 50.0);
+    for (auto _ : state) {
+        cv::log(in, out);
+        benchmark::DoNotOptimize(out.data);
+    }
+}
+BENCHMARK(BM_RadiometryTable_CvLog)->Unit(benchmark::kMillisecond);
+
+} // namespace
