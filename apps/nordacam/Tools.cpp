@@ -1,5 +1,6 @@
 #include "apps/nordacam/Tools.h"
 
+#include "apps/nordacam/CalibrationViews.h"
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/Settings.h"
 
@@ -257,6 +258,98 @@ int calibBadPixel(const std::string& outFile, std::ostream& out) {
     norda::vision::BadPixelMap::write(outFile, list, cv::Size(config.width, config.height));
     out << "wrote " << list.size() << " factory bad pixels of the " << config.width << "x" << config.height
         << " detector to " << outFile << "\n";
+    return 0;
+}
+
+int calibFitRadiometry(const std::string& folder, const std::string& outFile, const std::string& lensesFrom,
+                       std::ostream& out) {
+    norda::vision::RadiometryFitSettings settings;
+    settings.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
+    const auto views = CalibrationViews::blackbody(folder, settings);
+    out << "fitting " << views.size() << " blackbody views\n" << std::flush;
+    const auto fits = norda::vision::RadiometryFit(settings).fit(views);
+    for (const auto& [range, f] : fits) {
+        const auto& p = f.constants.planck;
+        out << fmt::format(
+            "range {}: R1 {:.6g} B {:.6g} F {:.6g} boardDriftGain {:.4g}{}{}\n", range, p.R1, p.B, p.F,
+            f.constants.boardDriftGain,
+            f.slopeGainFitted ? fmt::format(" boardSlopeGain {:.4g}", f.constants.boardSlopeGain) : "",
+            f.slowFrameGainFitted ? fmt::format(" slowFrameGain {:.5g}", f.constants.slowFrameGain) : "");
+        for (const auto& v : f.views)
+            out << fmt::format("  {}: {:.2f} °C residual {:+.4f} K (noise {:.4f} K)\n", v.name,
+                               v.blackbodyK - 273.15, v.residualK, v.noiseK);
+    }
+    std::map<unsigned, norda::vision::LensCalibration> lenses;
+    if (!lensesFrom.empty())
+        lenses = norda::vision::RadiometricCalibration::load(lensesFrom).lenses;
+    norda::vision::RadiometryFit::write(norda::vision::RadiometryFit::calibration(fits, lenses), outFile);
+    out << "wrote " << outFile << "\n";
+    return 0;
+}
+
+int calibFitBadPixel(const std::string& folder, const std::string& outFile, std::ostream& out) {
+    const auto views = CalibrationViews::flatFields(folder);
+    out << "searching " << views.size() << " flat fields\n" << std::flush;
+    const auto result = norda::vision::BadPixelCalibration().find(views);
+    size_t count[4] = {0, 0, 0, 0};
+    for (const auto& p : result.pixels)
+        ++count[static_cast<unsigned>(p.origin)];
+    out << fmt::format(
+        "{} bad pixels: {} dead, {} stuck, {} outliers (response spread {:.4f}, level spread {:.2f} "
+        "counts)\n",
+        result.pixels.size(), count[1], count[2], count[3], result.responseSigma, result.levelSigma);
+    norda::vision::BadPixelCalibration::write(result, outFile);
+    out << "wrote " << outFile << "\n";
+    return 0;
+}
+
+int calibFitDistortion(const std::string& folder, const std::string& outFile, std::ostream& out) {
+    norda::vision::GridTarget target;
+    const auto views = CalibrationViews::grid(folder, target);
+    norda::vision::DistortionCalibrationSettings settings;
+    settings.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
+    const auto fit = norda::vision::DistortionCalibration(target, settings).fit(views);
+    const auto& K = fit.cameraMatrix;
+    const cv::Mat d = fit.distCoeffs;
+    out << fmt::format(
+        "fx {:.2f} fy {:.2f} cx {:.2f} cy {:.2f} k1 {:.5f} k2 {:.5f} p1 {:.6f} p2 {:.6f} k3 {:.5f}\n",
+        K(0, 0), K(1, 1), K(0, 2), K(1, 2), d.at<double>(0), d.at<double>(1), d.at<double>(2),
+        d.at<double>(3), d.at<double>(4));
+    norda::vision::DistortionCalibration::write(fit, outFile);
+    out << "wrote " << outFile << "\n";
+    return 0;
+}
+
+int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out) {
+    using namespace norda::vision;
+    GridTarget target;
+    std::vector<LaserSpot> laser;
+    const auto views = CalibrationViews::stereo(folder, target, laser);
+    std::vector<GridView> infrared;
+    for (const auto& v : views)
+        infrared.push_back({v.name + " (infrared)", v.infrared});
+    const auto lens = DistortionCalibration(target).fit(infrared);
+    out << fmt::format("infrared lens fitted to {} views: reprojection residual {:.3f} px\n", views.size(),
+                       lens.rmsPx);
+    GridTarget visualTarget = target;
+    visualTarget.warmDots = false; // the dots are dark in visible light
+    const RegistrationCalibration calibration(target, visualTarget);
+    auto fit = calibration.fit(views, lens);
+    const auto& r = fit.registration;
+    out << fmt::format(
+        "visual lens residual {:.3f} px, stereo residual {:.3f} px; baseline {:.4f} {:.4f} {:.4f} m\n",
+        fit.visualRmsPx, fit.stereoRmsPx, r.translation[0], r.translation[1], r.translation[2]);
+    if (laser.empty()) {
+        out << "no laser spots: the laser ray is left straight ahead from the camera\n";
+    } else {
+        calibration.fitLaser(fit, laser);
+        out << fmt::format(
+            "laser from {:.4f} {:.4f} {:.4f} m along {:.4f} {:.4f} {:.4f}, spots within {:.2f} mm\n",
+            r.laserOrigin[0], r.laserOrigin[1], r.laserOrigin[2], r.laserDirection[0], r.laserDirection[1],
+            r.laserDirection[2], fit.laserOffMetres * 1000.0);
+    }
+    RegistrationCalibration::write(r, outFile);
+    out << "wrote " << outFile << "\n";
     return 0;
 }
 

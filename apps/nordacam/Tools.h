@@ -36,4 +36,16 @@ int calibRegistration(const std::string& outFile, std::ostream& out);
 // badpixel.pxm.
 int calibBadPixel(const std::string& outFile, std::ostream& out);
 
+// Factory calibration from a folder of views (views.json and PXM frames, see CalibrationViews and
+// docs/calibration.md): fit, print the fit's figures (and each view's residual for radiometry),
+// and write the file all or nothing. A refused fit throws naming the view; the old file stays.
+// `lensesFrom`: a radiometry.json whose lens table the new file carries over (empty: none).
+int calibFitRadiometry(const std::string& folder, const std::string& outFile, const std::string& lensesFrom,
+                       std::ostream& out);
+int calibFitBadPixel(const std::string& folder, const std::string& outFile, std::ostream& out);
+int calibFitDistortion(const std::string& folder, const std::string& outFile, std::ostream& out);
+// The infrared lens is fitted from the infrared images of the same poses; without laser spots the
+// laser ray is left straight ahead from the camera.
+int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out);
+
 } // namespace nordacam

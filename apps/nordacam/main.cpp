@@ -155,6 +155,25 @@ int main(int argc, char** argv) {
         calib->add_subcommand("badpixel", "write badpixel.pxm: the simulated detector's factory bad pixels");
     bad->add_option("--out", badOut, "file to write")->capture_default_str();
 
+    std::string fitViews, fitOut, fitLenses;
+    auto* radFit = calib->add_subcommand("radiometry-fit",
+                                         "fit radiometry.json to blackbody views (a folder with views.json)");
+    auto* badFit = calib->add_subcommand("badpixel-fit",
+                                         "find badpixel.pxm in flat-field views (a folder with views.json)");
+    auto* distFit = calib->add_subcommand(
+        "distortion-fit", "fit a lens's distort.pxm to grid target views (a folder with views.json)");
+    auto* regFit = calib->add_subcommand(
+        "registration-fit",
+        "fit registration.json to poses both cameras saw and laser spots (a folder with views.json)");
+    for (auto* fit : {radFit, badFit, distFit, regFit}) {
+        fit->add_option("--views", fitViews, "folder of the views (views.json and PXM files)")
+            ->required()
+            ->check(CLI::ExistingDirectory);
+        fit->add_option("--out", fitOut, "file to write")->required();
+    }
+    radFit->add_option("--lenses", fitLenses, "radiometry.json whose lens table to carry over")
+        ->check(CLI::ExistingFile);
+
     ServeOptions so;
     double serveSeconds = 0;
     std::string serveInput;
@@ -242,6 +261,14 @@ int main(int argc, char** argv) {
             return calibDistortion(dp, distOut, std::cout);
         if (*bad)
             return calibBadPixel(badOut, std::cout);
+        if (*radFit)
+            return calibFitRadiometry(fitViews, fitOut, fitLenses, std::cout);
+        if (*badFit)
+            return calibFitBadPixel(fitViews, fitOut, std::cout);
+        if (*distFit)
+            return calibFitDistortion(fitViews, fitOut, std::cout);
+        if (*regFit)
+            return calibFitRegistration(fitViews, fitOut, std::cout);
         if (*reg)
             return calibRegistration(regOut, std::cout);
         if (*targets) {

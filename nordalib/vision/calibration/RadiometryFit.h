@@ -1,0 +1,118 @@
+#pragma once
+// RadiometryFit: the radiometric constants of each measurement range from views of a blackbody.
+//
+// A view is the blackbody filling a region of the image at a known temperature, with the camera's
+// state at that moment: range, board temperature now and when the shutter last closed, shutter
+// temperature, board slope and, for type B cameras, slow-frame mode, lens transmission and lens
+// temperature. Its signal is the offset-corrected signal of the region: given as a number (mean and
+// its noise) or measured from frames (raw frames against a shutter frame, or corrected frames).
+//
+// Model (RadiometricTools): C = gain (S(Tbb) - S(Tshutter) + driftGain dTboard + slopeGain slope)
+// with S(T) = R1 / (R2 (exp(B / T) - F)) - O, for an emissivity-1 blackbody without protective glass.
+// Fitted per range by Levenberg-Marquardt, weighting each view by its noise: R1 (with R2 = 1), B, F
+// and boardDriftGain; boardSlopeGain when the views' board slopes differ; slowFrameGain when some
+// views are in slow-frame mode and some not. O cancels from every offset-corrected signal (it adds
+// to the object's and the shutter's signal alike), so views cannot determine it: it keeps its
+// value from the settings (it matters only behind a protective glass whose transmission and
+// emissivity add up to less than 1).
+//
+// Each range needs views at `minTemperatures` blackbody temperatures and `minBoardTemperatures`
+// board temperatures, and board warmings since the shutter closed that differ (else the drift gain
+// is not determined). The fit is refused, with a norda::Exception naming the range or the view, when
+// a view is unusable (see FrameStack), too few views are given, the fit does not converge, or a
+// view's residual is far above its noise: the views then disagree with the model (a mislabelled
+// temperature or range, a blackbody not settled). The residual of a view is the temperature the
+// fitted constants give its signal minus the blackbody temperature.
+
+#include "nordalib/vision/calibration/FrameStack.h"
+#include "nordalib/vision/radiometry/RadiometricCalibration.h"
+
+#include <opencv2/core.hpp>
+
+#include <functional>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace norda::vision {
+
+struct BlackbodyView {
+    std::string name; // names the view in messages (a file name, say)
+    unsigned range = 1;
+    double blackbodyK = 0;
+    // Board, board at shuttering, shutter, slope; emissivity/reflected for a blackbody of emissivity
+    // below 1; lens transmission and temperature (type B). `gain` is ignored: see slowFrame.
+    RadiometricConditions conditions;
+    bool slowFrame = false;
+
+    // Either the signal as numbers ...
+    double signal = std::numeric_limits<double>::quiet_NaN(); // mean corrected signal (counts)
+    double noise = std::numeric_limits<double>::quiet_NaN();  // its standard deviation (counts)
+    // ... or frames of the blackbody: CV_16UC1 raw frames with the raw shutter frame of the same
+    // offset cycle, or CV_16SC1 corrected frames (no shutter frame). An empty region is the whole
+    // frame.
+    std::vector<cv::Mat> frames;
+    cv::Mat shutter;
+    cv::Rect region;
+};
+
+struct RadiometryFitSettings {
+    unsigned minTemperatures = 8;
+    unsigned minBoardTemperatures = 3;
+    double minBoardWarmingSpreadK = 0.5; // spread of dTboard that determines the drift gain
+    double initialB = 1428.0;            // start of B (c2 / 10 um for the 8-14 um band)
+    double initialF = 1.0;
+    double offsetO = 0.0;            // not determined by views (see above)
+    double residualSigmas = 6.0;     // a view's residual may reach this many noise deviations ...
+    double minResidualLimitK = 0.02; // ... or this, whichever is larger
+    double noiseFloorCounts = 0.01;  // lower bound of a view's noise (numbers without noise get it)
+    FrameStackSettings frames;
+    // Calibrated band per range in kelvin (bottom, top); default the span of the views.
+    std::map<unsigned, std::pair<double, double>> bands;
+    std::function<void(const std::string&)> progress;
+};
+
+struct ViewResidual {
+    std::string name;
+    double blackbodyK = 0;
+    double signal = 0;
+    double residualK = 0; // fitted temperature minus blackbody temperature
+    double noiseK = 0;    // the view's noise in kelvin
+};
+
+struct RangeFit {
+    RangeCalibration constants;
+    std::vector<ViewResidual> views;
+    unsigned iterations = 0;
+    double rmsK = 0;
+    double maxK = 0; // largest |residual|
+    bool slopeGainFitted = false;
+    bool slowFrameGainFitted = false;
+};
+
+class RadiometryFit {
+public:
+    explicit RadiometryFit(RadiometryFitSettings settings = {}) : m_settings(std::move(settings)) {}
+
+    std::map<unsigned, RangeFit> fit(const std::vector<BlackbodyView>& views) const;
+
+    // The calibration of the fitted ranges, with the lens table of `lenses`.
+    static RadiometricCalibration calibration(const std::map<unsigned, RangeFit>& fits,
+                                              const std::map<unsigned, LensCalibration>& lenses = {});
+    // Writes `calibration` as radiometry.json to `file` (see CalibrationFile: all or nothing).
+    static void write(const RadiometricCalibration& calibration, const std::string& file);
+
+private:
+    struct Measured {
+        const BlackbodyView* view;
+        double signal;
+        double noise;
+    };
+    Measured measure(const BlackbodyView& view) const;
+    RangeFit fitRange(unsigned range, const std::vector<Measured>& views) const;
+
+    RadiometryFitSettings m_settings;
+};
+
+} // namespace norda::vision

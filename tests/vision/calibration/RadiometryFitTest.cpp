@@ -1,0 +1,189 @@
+#include "nordalib/vision/calibration/RadiometryFit.h"
+#include "tests/vision/TestSupport.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+using namespace norda;
+using namespace norda::vision;
+
+namespace {
+// The camera the views come from, written out here rather than taken from the library's model.
+struct Truth {
+    double R, B, F, O, drift, slope, slow;
+    double S(double k) const { return R / (std::exp(B / k) - F) - O; }
+    double corrected(double bb, double board, double boardShutter, double shutter, double boardSlope,
+                     bool slowFrame) const {
+        const double c = S(bb) - S(shutter) + drift * (board - boardShutter) + slope * boardSlope;
+        return slowFrame ? slow * c : c;
+    }
+};
+const Truth kLow{410000.0, 1550.0, 1.3, -40.0, 11.0, 2.0, 1.0};
+const Truth kHigh{72000.0, 1390.0, 0.7, 15.0, 2.5, 0.4, 0.8};
+constexpr double kC = 273.15;
+constexpr double kNoise = 0.05; // counts, the standard deviation of a view's mean
+
+// Ten blackbody temperatures over the band x three board temperatures x two states (just after
+// the shutter closed, warmed since); range 2 has slow-frame views, range 1 board slopes.
+std::vector<BlackbodyView> makeViews(cv::RNG& rng) {
+    std::vector<BlackbodyView> views;
+    for (unsigned range : {1u, 2u}) {
+        const Truth& t = range == 1 ? kLow : kHigh;
+        const double bottom = range == 1 ? -20.0 : 0.0, top = range == 1 ? 150.0 : 350.0;
+        for (int i = 0; i < 10; ++i)
+            for (double board : {25.0, 35.0, 45.0})
+                for (int warmed = 0; warmed < 2; ++warmed) {
+                    BlackbodyView v;
+                    v.range = range;
+                    v.blackbodyK = bottom + (top - bottom) * i / 9.0 + kC;
+                    auto& c = v.conditions;
+                    c.boardCurrentK = board + kC;
+                    c.boardShutteringK = c.boardCurrentK - (warmed ? 1.5 + 0.1 * i : 0.0);
+                    c.shutterK = c.boardShutteringK - 4.0;
+                    c.boardSlope = range == 1 && warmed ? 0.5 * (i % 4) : 0.0; // K/min, warming up
+                    v.slowFrame = range == 2 && warmed && i % 2;
+                    v.name = fmt::format("r{}-bb{}-board{}{}", range, i, board, warmed ? "w" : "");
+                    v.signal = t.corrected(v.blackbodyK, c.boardCurrentK, c.boardShutteringK, c.shutterK,
+                                           c.boardSlope, v.slowFrame) +
+                               rng.gaussian(kNoise);
+                    v.noise = kNoise;
+                    views.push_back(v);
+                }
+    }
+    return views;
+}
+
+// Frames of a view: a raw detector with a pedestal and fixed pattern, 16 frames of temporal noise.
+void toFrames(BlackbodyView& v, cv::RNG& rng, double drift = 0.0) {
+    const cv::Size size(40, 30);
+    cv::Mat pattern(size, CV_64F);
+    rng.fill(pattern, cv::RNG::NORMAL, 8000.0, 40.0);
+    const auto& c = v.conditions;
+    const Truth& t = v.range == 1 ? kLow : kHigh;
+    cv::Mat noise(size, CV_64F);
+    for (int i = 0; i < 16; ++i) {
+        rng.fill(noise, cv::RNG::NORMAL, 0.0, 3.0);
+        cv::Mat f;
+        const double signal = t.corrected(v.blackbodyK, c.boardCurrentK, c.boardShutteringK, c.shutterK,
+                                          c.boardSlope, v.slowFrame);
+        cv::Mat(pattern + signal + noise + drift * i).convertTo(f, CV_16U);
+        v.frames.push_back(f);
+    }
+    rng.fill(noise, cv::RNG::NORMAL, 0.0, 3.0 / 2.0); // the mean of four shutter frames
+    cv::Mat(pattern + noise).convertTo(v.shutter, CV_16U);
+    v.region = cv::Rect(5, 5, 30, 20);
+    v.signal = v.noise = std::nan("");
+}
+} // namespace
+
+TEST(RadiometryFit, RecoversTheConstantsOfEachRangeFromAFarStart) {
+    cv::RNG rng(20261125);
+    auto views = makeViews(rng);
+    for (size_t i = 0; i < views.size(); i += 7)
+        toFrames(views[i], rng);
+    std::vector<std::string> progress;
+    RadiometryFitSettings settings; // starts at B 1428, F 1: far from both ranges
+    settings.progress = [&](const std::string& s) { progress.push_back(s); };
+    settings.bands[1] = {-20.0 + kC, 150.0 + kC};
+    const auto fits = RadiometryFit(settings).fit(views);
+    ASSERT_EQ(fits.size(), 2u);
+    EXPECT_EQ(progress.size(), 2u);
+    for (unsigned range : {1u, 2u}) {
+        SCOPED_TRACE(range);
+        const Truth& t = range == 1 ? kLow : kHigh;
+        const auto& f = fits.at(range);
+        const auto& p = f.constants.planck;
+        EXPECT_NEAR(p.R1 / p.R2, t.R, 5e-4 * t.R);
+        EXPECT_NEAR(p.B, t.B, 0.3);
+        EXPECT_NEAR(p.F, t.F, 0.005);
+        EXPECT_NEAR(f.constants.boardDriftGain, t.drift, 0.02);
+        EXPECT_GT(f.iterations, 3u);
+        EXPECT_LT(f.rmsK, 0.005);
+        EXPECT_EQ(f.views.size(), 60u);
+    }
+    EXPECT_TRUE(fits.at(1).slopeGainFitted);
+    EXPECT_NEAR(fits.at(1).constants.boardSlopeGain, kLow.slope, 0.05);
+    EXPECT_FALSE(fits.at(1).slowFrameGainFitted);
+    EXPECT_TRUE(fits.at(2).slowFrameGainFitted);
+    EXPECT_NEAR(fits.at(2).constants.slowFrameGain, kHigh.slow, 1e-3);
+    EXPECT_DOUBLE_EQ(fits.at(1).constants.bandBottomK, -20.0 + kC);
+    EXPECT_DOUBLE_EQ(fits.at(2).constants.bandTopK, 350.0 + kC);
+
+    // The written file, read back by the library, measures a blackbody no view showed.
+    test::TempDir dir;
+    const std::string file = dir.file("radiometry.json");
+    RadiometryFit::write(RadiometryFit::calibration(fits, {{1, {"L1", 0.96}}}), file);
+    const auto cal = RadiometricCalibration::load(file);
+    EXPECT_DOUBLE_EQ(cal.lenses.at(1).transmission, 0.96);
+    for (unsigned range : {1u, 2u}) {
+        const Truth& t = range == 1 ? kLow : kHigh;
+        RadiometricConditions c;
+        c.boardCurrentK = 40.0 + kC;
+        c.boardShutteringK = 38.2 + kC;
+        c.shutterK = 34.0 + kC;
+        const double object = 77.7 + kC;
+        const double signal =
+            t.corrected(object, c.boardCurrentK, c.boardShutteringK, c.shutterK, 0.0, false);
+        EXPECT_NEAR(RadiometricTools::objectTemperature(cal.ranges.at(range), c, signal), object, 0.01);
+    }
+}
+
+TEST(RadiometryFit, RefusesBadViewsNamingThemAndKeepsTheOldFile) {
+    cv::RNG rng(7);
+    const auto good = makeViews(rng);
+    auto fails = [](std::vector<BlackbodyView> views, RadiometryFitSettings s = {}) {
+        return test::messageOf([&] { RadiometryFit(s).fit(views); });
+    };
+    auto has = [](const std::string& message, const std::string& part) {
+        return message.find(part) != std::string::npos;
+    };
+
+    auto few = good; // range 2 at seven temperatures
+    std::erase_if(few, [](const BlackbodyView& v) { return v.range == 2 && v.blackbodyK > 270.0 + kC; });
+    EXPECT_TRUE(has(fails(few), "range 2: views at 7 blackbody temperatures, at least 8 needed"))
+        << fails(few);
+
+    auto unwarmed = good;
+    std::erase_if(unwarmed, [](const BlackbodyView& v) { return v.range == 1 && v.name.back() == 'w'; });
+    EXPECT_TRUE(has(fails(unwarmed), "range 1: the board warmed by the same amount")) << fails(unwarmed);
+
+    auto mislabelled = good; // the operator typed 70 °C for a blackbody at 71
+    mislabelled[30].blackbodyK -= 1.0;
+    EXPECT_TRUE(has(fails(mislabelled), "view " + good[30].name + " (")) << fails(mislabelled);
+
+    auto outside = good;
+    RadiometryFitSettings wide;
+    wide.bands[1] = {-40.0 + kC, 150.0 + kC};
+    EXPECT_TRUE(
+        has(fails(outside, wide), "range 1: the views span -20.0..150.0 °C, the band -40.0..150.0 °C"));
+
+    auto saturated = good;
+    toFrames(saturated[3], rng);
+    saturated[3].frames[5].at<uint16_t>(10, 10) = 65535;
+    EXPECT_TRUE(has(fails(saturated), "view " + good[3].name + ": 1 pixels of its region are saturated"))
+        << fails(saturated);
+
+    auto drifting = good; // 0.2 counts a frame: 1.6 counts between the halves, the noise allows 0.37
+    toFrames(drifting[4], rng, 0.2);
+    EXPECT_TRUE(has(fails(drifting), "view " + good[4].name +
+                                         ": the target drifted during the view: the mean of "
+                                         "its frames changed by 1.6")) // +- 0.06
+        << fails(drifting);
+    auto steady = good;
+    toFrames(steady[4], rng);
+    EXPECT_EQ(fails(steady), "<no exception>");
+
+    // A calibration the library would refuse never replaces the file, and leaves nothing behind.
+    test::TempDir dir;
+    const std::string file = dir.file("radiometry.json");
+    const auto fits = RadiometryFit().fit(good);
+    RadiometryFit::write(RadiometryFit::calibration(fits), file);
+    auto broken = RadiometryFit::calibration(fits);
+    broken.ranges[1].planck.F = 1e9;
+    EXPECT_TRUE(has(test::messageOf([&] { RadiometryFit::write(broken, file); }), "ranges[0].F"));
+    EXPECT_DOUBLE_EQ(RadiometricCalibration::load(file).ranges.at(1).planck.F, fits.at(1).constants.planck.F);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
