@@ -1,0 +1,264 @@
+#include "apps/nordacam/FactoryViews.h"
+
+#include "apps/nordacam/sim/physics/PhysicalCamera.h"
+#include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/imageio/PxmEncoder.h"
+#include "nordalib/vision/radiometry/RadiometricCalibration.h"
+#include "nordalib/vision/radiometry/RadiometricTools.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+namespace nordacam {
+
+namespace {
+namespace phys = sim::physics;
+using nlohmann::json;
+constexpr const char* kWhere = "nordacam::FactoryViews";
+constexpr double kCelsius = 273.15;
+
+// Measurement ranges and their calibrated bands (°C), as the camera's radiometry.json has them.
+struct Band {
+    unsigned range;
+    double bottomC, topC;
+};
+constexpr Band kBands[] = {{1, -20.0, 150.0}, {2, 0.0, 350.0}};
+// The climate chamber's board temperatures (the camera settles 18 K above the chamber's air), and
+// other ones for the check.
+constexpr double kBoardsC[] = {30.0, 39.0, 48.0};
+constexpr double kCheckBoardsC[] = {34.5, 43.5};
+constexpr double kWarmingK = 1.5; // a view after the board warmed this much since the shutter closed
+
+phys::CameraParameters parameters(unsigned seed) {
+    phys::CameraParameters p;
+    p.detector.seed = seed;
+    return p;
+}
+
+std::string folderOf(const std::string& folder) {
+    std::filesystem::create_directories(folder);
+    return folder.back() == '/' ? folder : folder + "/";
+}
+
+// Every frame into one PXM file (a recording, as CalibrationViews::frames reads it).
+void writeFrames(const std::string& file, const std::vector<cv::Mat>& frames) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    norda::vision::PxmEncoder encoder;
+    for (const auto& f : frames) {
+        const auto e = encoder.encode(f, nullptr);
+        out << *e.header;
+        out.write(reinterpret_cast<const char*>(e.payload), static_cast<std::streamsize>(e.payloadSize));
+    }
+    if (!out)
+        NORDA_THROW("can not write " + file, kWhere);
+}
+
+void writeJson(const std::string& file, const json& doc) {
+    std::ofstream out(file, std::ios::trunc);
+    out << doc.dump(1) << "\n";
+    if (!out)
+        NORDA_THROW("can not write " + file, kWhere);
+}
+
+// A blackbody view as the factory takes it: the shutter closes with the camera settled at boardC;
+// the frames follow after the chamber has warmed the board by warmingK (slowly: every part settled).
+struct Shot {
+    phys::TargetView shutter, scene;
+};
+
+Shot shoot(phys::PhysicalCamera& camera, double blackbodyC, double boardC, double warmingK, unsigned range,
+           int frames) {
+    phys::BlackbodyView r;
+    r.blackbodyC = blackbodyC;
+    r.boardC = boardC;
+    r.range = static_cast<int>(range);
+    r.frames = 0;
+    r.shutterFrames = 1;
+    Shot s;
+    s.shutter = camera.blackbodyView(r);
+    r.boardC = boardC + warmingK;
+    r.frames = frames;
+    r.shutterFrames = 0;
+    s.scene = camera.blackbodyView(r);
+    return s;
+}
+
+// What the factory's instruments read for a shot: the library's measurement conditions.
+norda::vision::RadiometricConditions conditions(const Shot& s, double emissivity) {
+    norda::vision::RadiometricConditions c;
+    c.emissivity = emissivity;
+    c.reflectedK = s.scene.temperatures.ambientC + kCelsius; // the chamber around the source
+    c.shutterK = s.shutter.temperatures.shutterC + kCelsius;
+    c.boardCurrentK = s.scene.temperatures.boardC + kCelsius;
+    c.boardShutteringK = s.shutter.temperatures.boardC + kCelsius;
+    return c;
+}
+
+// Blackbody temperatures over a band: n evenly from bottom to top, or the n - 1 midpoints.
+std::vector<double> temperatures(const Band& b, int n, bool midpoints) {
+    std::vector<double> t;
+    const double step = (b.topC - b.bottomC) / (n - 1);
+    for (int i = 0; i < (midpoints ? n - 1 : n); ++i)
+        t.push_back(b.bottomC + step * (i + (midpoints ? 0.5 : 0.0)));
+    return t;
+}
+} // namespace
+
+FactoryViews::FactoryViews(FactoryViewOptions options) : m_options(std::move(options)) {}
+
+void FactoryViews::radiometry(const std::string& folder) const {
+    const std::string dir = folderOf(folder);
+    phys::PhysicalCamera camera(parameters(m_options.seed));
+    const double emissivity = camera.parameters().blackbody.emissivity; // the source's data sheet
+    const int perRange = m_options.reduced ? 8 : 10, frames = m_options.reduced ? 1 : 2;
+    json views = json::array(), bands = json::object();
+    const size_t total = std::size(kBands) * std::size(kBoardsC) * perRange;
+    for (const auto& band : kBands) {
+        bands[std::to_string(band.range)] = {band.bottomC, band.topC};
+        for (size_t b = 0; b < std::size(kBoardsC); ++b) {
+            const auto blackbodies = temperatures(band, perRange, false);
+            for (size_t i = 0; i < blackbodies.size(); ++i) {
+                const double warming = (i + b) % 2 ? kWarmingK : 0.0;
+                const Shot s = shoot(camera, blackbodies[i], kBoardsC[b], warming, band.range, frames);
+                const std::string name =
+                    fmt::format("r{}-board{:.0f}-bb{:.0f}", band.range, kBoardsC[b], blackbodies[i]);
+                writeFrames(dir + name + ".pxm", s.scene.frames);
+                writeFrames(dir + name + "-shutter.pxm", s.shutter.shutter);
+                const auto c = conditions(s, emissivity);
+                views.push_back({{"name", name},
+                                 {"range", band.range},
+                                 {"blackbody", blackbodies[i]},
+                                 {"board", c.boardCurrentK - kCelsius},
+                                 {"boardAtShutter", c.boardShutteringK - kCelsius},
+                                 {"shutter", c.shutterK - kCelsius},
+                                 {"emissivity", emissivity},
+                                 {"reflected", c.reflectedK - kCelsius},
+                                 {"file", name + ".pxm"},
+                                 {"shutterFile", name + "-shutter.pxm"},
+                                 {"region", {kRegion[0], kRegion[1], kRegion[2], kRegion[3]}}});
+                if (m_options.progress)
+                    m_options.progress(fmt::format("view {}/{}: {}", views.size(), total, name));
+            }
+        }
+    }
+    writeJson(dir + "views.json", {{"bands", bands}, {"views", views}});
+}
+
+void FactoryViews::badPixel(const std::string& folder) const {
+    const std::string dir = folderOf(folder);
+    phys::PhysicalCamera camera(parameters(m_options.seed));
+    json views = json::array();
+    const double fields[] = {10.0, 35.0, 60.0};
+    for (double t : fields) {
+        phys::BlackbodyView r;
+        r.blackbodyC = t;
+        r.frames = m_options.reduced ? 4 : 8;
+        const std::string name = fmt::format("flat{:.0f}", t);
+        writeFrames(dir + name + ".pxm", camera.blackbodyView(r).frames);
+        views.push_back({{"name", name}, {"file", name + ".pxm"}});
+        if (m_options.progress)
+            m_options.progress(fmt::format("flat field {}/{}: blackbody at {:.0f} °C filling the view",
+                                           views.size(), std::size(fields), t));
+    }
+    writeJson(dir + "views.json", {{"views", views}});
+}
+
+void FactoryViews::distortion(const std::string& folder) const {
+    const std::string dir = folderOf(folder);
+    phys::PhysicalCamera camera(parameters(m_options.seed));
+    phys::GridTarget target;
+    target.dotRadius = 0.01;
+    // Poses (tilt about x, y, z in degrees; centre in metres) that together cover the image.
+    struct Pose {
+        cv::Vec3d rotationDeg, translation;
+    };
+    const std::vector<Pose> poses = {
+        {{0, 0, 0}, {0, 0, 0.6}},
+        {{20, 0, 0}, {0, 0, 0.65}},
+        {{-20, 0, 0}, {0, 0, 0.65}},
+        {{0, 25, 0}, {-0.08, 0, 0.65}},
+        {{0, -25, 0}, {0.08, 0, 0.65}},
+        {{12, 12, 5}, {-0.1, -0.07, 0.62}},
+        {{-12, 12, -5}, {-0.1, 0.07, 0.62}},
+        {{12, -12, -5}, {0.1, -0.07, 0.62}},
+        {{-12, -12, 5}, {0.1, 0.07, 0.62}},
+        {{0, 30, 8}, {0, 0, 0.7}},
+        {{30, 0, -8}, {0, 0, 0.7}},
+        {{8, -8, 0}, {0, 0, 0.52}},
+        {{-25, 20, 0}, {0.04, -0.04, 0.75}},
+    };
+    const size_t n = m_options.reduced ? 10 : poses.size();
+    json views = json::array();
+    for (size_t i = 0; i < n; ++i) {
+        phys::GridView r;
+        r.target = target;
+        r.target.rotationDeg = poses[i].rotationDeg;
+        r.target.translation = poses[i].translation;
+        const std::string name = fmt::format("pose{:02}", i);
+        writeFrames(dir + name + ".pxm", camera.gridView(r).view.frames);
+        views.push_back({{"name", name}, {"file", name + ".pxm"}});
+        if (m_options.progress)
+            m_options.progress(fmt::format("grid pose {}/{}", i + 1, n));
+    }
+    json t = {{"pattern", "circles"},
+              {"columns", target.cols},
+              {"rows", target.rows},
+              {"spacing", target.pitch},
+              {"warmDots", true}};
+    writeJson(dir + "views.json", {{"target", t}, {"views", views}});
+}
+
+std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& radiometryJson) const {
+    using norda::vision::RadiometricTools;
+    const auto calibration = norda::vision::RadiometricCalibration::load(radiometryJson);
+    phys::PhysicalCamera camera(parameters(m_options.seed));
+    const double emissivity = camera.parameters().blackbody.emissivity;
+    const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
+    std::vector<RadiometryCheck> out;
+    for (const auto& band : kBands) {
+        auto range = calibration.ranges.find(band.range);
+        if (range == calibration.ranges.end())
+            NORDA_THROW(radiometryJson + " has no range " + std::to_string(band.range), kWhere);
+        RadiometryCheck check{band.range, band.bottomC, band.topC};
+        double sum = 0, sum2 = 0;
+        for (double board : kCheckBoardsC)
+            for (double blackbody : temperatures(band, m_options.reduced ? 5 : 10, true)) {
+                const double warming = check.views % 2 ? kWarmingK / 2 : 0.0;
+                const Shot s = shoot(camera, blackbody, board, warming, band.range, 1);
+                cv::Mat scene, shutter;
+                s.scene.frames.front()(region).convertTo(scene, CV_64F);
+                s.shutter.shutter.front()(region).convertTo(shutter, CV_64F);
+                const double corrected = cv::mean(scene - shutter)[0];
+                // The true blackbody temperature is the simulator's; the rest is the library's model.
+                const double error =
+                    RadiometricTools::objectTemperature(range->second, conditions(s, emissivity), corrected) -
+                    (blackbody + kCelsius);
+                if (!std::isfinite(error))
+                    NORDA_THROW(fmt::format("range {}: a blackbody at {:.1f} °C converts to no temperature",
+                                            band.range, blackbody),
+                                kWhere);
+                ++check.views;
+                sum += error;
+                sum2 += error * error;
+                if (std::abs(error) > std::abs(check.worstK)) {
+                    check.worstK = error;
+                    check.worstAtC = blackbody;
+                    check.worstBoardC = board + warming;
+                }
+                if (m_options.progress)
+                    m_options.progress(
+                        fmt::format("range {} check: blackbody {:.1f} °C, board {:.1f} °C: {:+.3f} K",
+                                    band.range, blackbody, board + warming, error));
+            }
+        check.meanK = sum / check.views;
+        check.rmsK = std::sqrt(sum2 / check.views);
+        out.push_back(check);
+    }
+    return out;
+}
+
+} // namespace nordacam
