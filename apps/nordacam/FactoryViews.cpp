@@ -27,10 +27,6 @@ struct Band {
     double bottomC, topC;
 };
 constexpr Band kBands[] = {{1, -20.0, 150.0}, {2, 0.0, 350.0}};
-// The climate chamber's board temperatures (the camera settles 18 K above the chamber's air), and
-// other ones for the check.
-constexpr double kBoardsC[] = {30.0, 39.0, 48.0};
-constexpr double kCheckBoardsC[] = {34.5, 43.5};
 constexpr double kWarmingK = 1.5; // a view after the board warmed this much since the shutter closed
 
 phys::CameraParameters parameters(unsigned seed) {
@@ -116,16 +112,17 @@ void FactoryViews::radiometry(const std::string& folder) const {
     const double emissivity = camera.parameters().blackbody.emissivity; // the source's data sheet
     const int perRange = m_options.reduced ? 8 : 10, frames = m_options.reduced ? 1 : 2;
     json views = json::array(), bands = json::object();
-    const size_t total = std::size(kBands) * std::size(kBoardsC) * perRange;
+    const size_t total = std::size(kBands) * m_options.boardsC.size() * perRange;
     for (const auto& band : kBands) {
         bands[std::to_string(band.range)] = {band.bottomC, band.topC};
-        for (size_t b = 0; b < std::size(kBoardsC); ++b) {
+        for (size_t b = 0; b < m_options.boardsC.size(); ++b) {
             const auto blackbodies = temperatures(band, perRange, false);
             for (size_t i = 0; i < blackbodies.size(); ++i) {
                 const double warming = (i + b) % 2 ? kWarmingK : 0.0;
-                const Shot s = shoot(camera, blackbodies[i], kBoardsC[b], warming, band.range, frames);
+                const Shot s =
+                    shoot(camera, blackbodies[i], m_options.boardsC[b], warming, band.range, frames);
                 const std::string name =
-                    fmt::format("r{}-board{:.0f}-bb{:.0f}", band.range, kBoardsC[b], blackbodies[i]);
+                    fmt::format("r{}-board{:.0f}-bb{:.0f}", band.range, m_options.boardsC[b], blackbodies[i]);
                 writeFrames(dir + name + ".pxm", s.scene.frames);
                 writeFrames(dir + name + "-shutter.pxm", s.shutter.shutter);
                 const auto c = conditions(s, emissivity);
@@ -225,7 +222,7 @@ std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& ra
             NORDA_THROW(radiometryJson + " has no range " + std::to_string(band.range), kWhere);
         RadiometryCheck check{band.range, band.bottomC, band.topC};
         double sum = 0, sum2 = 0;
-        for (double board : kCheckBoardsC)
+        for (double board : m_options.checkBoardsC)
             for (double blackbody : temperatures(band, m_options.reduced ? 5 : 10, true)) {
                 const double warming = check.views % 2 ? kWarmingK / 2 : 0.0;
                 const Shot s = shoot(camera, blackbody, board, warming, band.range, 1);

@@ -17,6 +17,10 @@ namespace nordacam {
 struct FactoryViewOptions {
     unsigned seed = 42;   // the simulated camera (its pixel pattern); one camera, one seed
     bool reduced = false; // the fewest views the fits accept (tests)
+    // The climate chamber's board temperatures (°C) for the radiometry views (the camera settles
+    // 18 K above the chamber's air), and other ones for the check's fresh views.
+    std::vector<double> boardsC{30.0, 39.0, 48.0};
+    std::vector<double> checkBoardsC{34.5, 43.5};
     std::function<void(const std::string&)> progress;
 };
 

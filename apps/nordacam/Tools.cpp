@@ -363,9 +363,12 @@ int calibFitRegistration(const std::string& folder, const std::string& outFile, 
     return 0;
 }
 
-int calibViews(const std::string& kind, const std::string& folder, unsigned seed, std::ostream& out) {
+int calibViews(const std::string& kind, const std::string& folder, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out) {
     FactoryViewOptions options;
     options.seed = seed;
+    if (!boardsC.empty())
+        options.boardsC = boardsC;
     options.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
     const FactoryViews views(options);
     if (kind == "radiometry")
@@ -380,9 +383,12 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
     return 0;
 }
 
-int calibCheck(const std::string& radiometryFile, unsigned seed, std::ostream& out) {
+int calibCheck(const std::string& radiometryFile, unsigned seed, const std::vector<double>& boardsC,
+               std::ostream& out) {
     FactoryViewOptions options;
     options.seed = seed;
+    if (!boardsC.empty())
+        options.checkBoardsC = boardsC;
     constexpr double kRmsGoalK = 0.1, kWorstGoalK = 0.3;
     bool met = true;
     for (const auto& c : FactoryViews(options).checkRadiometry(radiometryFile)) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace nordacam {
 
@@ -51,11 +52,15 @@ int calibFitDistortion(const std::string& folder, const std::string& outFile, st
 int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out);
 
 // The views a factory captures ("radiometry", "badpixel", "distortion"), rendered by the physical
-// camera simulator into `folder` in the format the fits above read, with a line per view.
-int calibViews(const std::string& kind, const std::string& folder, unsigned seed, std::ostream& out);
+// camera simulator into `folder` in the format the fits above read, with a line per view. `boardsC`:
+// the radiometry views' board temperatures (empty: 30, 39, 48 °C).
+int calibViews(const std::string& kind, const std::string& folder, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out);
 // Fresh blackbody views of the physical simulator converted with `radiometryFile`, against the
 // blackbody's true temperature: per range the mean, RMS and worst error. Returns 1 when a range
-// misses RMS <= 0.1 K or worst <= 0.3 K.
-int calibCheck(const std::string& radiometryFile, unsigned seed, std::ostream& out);
+// misses RMS <= 0.1 K or worst <= 0.3 K. `boardsC`: the fresh views' board temperatures (empty:
+// 34.5, 43.5 °C, between those of the calibration views).
+int calibCheck(const std::string& radiometryFile, unsigned seed, const std::vector<double>& boardsC,
+               std::ostream& out);
 
 } // namespace nordacam

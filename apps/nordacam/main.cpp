@@ -191,8 +191,13 @@ int main(int argc, char** argv) {
     check->add_option("--radiometry", checkRadiometry, "fitted radiometry.json")
         ->required()
         ->check(CLI::ExistingFile);
-    for (auto* c : {views, check})
+    std::vector<double> viewsBoards;
+    for (auto* c : {views, check}) {
         c->add_option("--seed", viewsSeed, "the simulated camera (its pixel pattern)")->capture_default_str();
+        c->add_option("--boards", viewsBoards, "board temperatures of the blackbody views (°C)")
+            ->delimiter(',')
+            ->check(CLI::Range(-30.0, 90.0));
+    }
 
     ServeOptions so;
     double serveSeconds = 0;
@@ -292,9 +297,9 @@ int main(int argc, char** argv) {
         if (*reg)
             return calibRegistration(regOut, std::cout);
         if (*views)
-            return calibViews(viewsKind, viewsOut, viewsSeed, std::cout);
+            return calibViews(viewsKind, viewsOut, viewsSeed, viewsBoards, std::cout);
         if (*check)
-            return calibCheck(checkRadiometry, viewsSeed, std::cout);
+            return calibCheck(checkRadiometry, viewsSeed, viewsBoards, std::cout);
         if (*targets) {
             using norda::utils::VectorDispatch;
             std::string available;
