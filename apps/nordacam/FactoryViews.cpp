@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -27,13 +28,18 @@ struct Band {
     double bottomC, topC;
 };
 constexpr Band kBands[] = {{1, -20.0, 150.0}, {2, 0.0, 350.0}};
-constexpr double kWarmingK = 1.5; // a view after the board warmed this much since the shutter closed
-
-phys::CameraParameters parameters(unsigned seed) {
-    phys::CameraParameters p;
-    p.detector.seed = seed;
-    return p;
+std::vector<Band> bandsOf(const std::vector<unsigned>& ranges) {
+    std::vector<Band> bands;
+    for (unsigned r : ranges) {
+        auto b =
+            std::find_if(std::begin(kBands), std::end(kBands), [&](const Band& b) { return b.range == r; });
+        if (b == std::end(kBands))
+            NORDA_THROW("measurement range " + std::to_string(r) + " is not 1 or 2", kWhere);
+        bands.push_back(*b);
+    }
+    return bands;
 }
+constexpr double kWarmingK = 1.5; // a view after the board warmed this much since the shutter closed
 
 std::string folderOf(const std::string& folder) {
     std::filesystem::create_directories(folder);
@@ -108,12 +114,12 @@ FactoryViews::FactoryViews(FactoryViewOptions options) : m_options(std::move(opt
 
 void FactoryViews::radiometry(const std::string& folder) const {
     const std::string dir = folderOf(folder);
-    phys::PhysicalCamera camera(parameters(m_options.seed));
+    phys::PhysicalCamera camera(m_options.camera);
     const double emissivity = camera.parameters().blackbody.emissivity; // the source's data sheet
     const int perRange = m_options.reduced ? 8 : 10, frames = m_options.reduced ? 1 : 2;
     json views = json::array(), bands = json::object();
-    const size_t total = std::size(kBands) * m_options.boardsC.size() * perRange;
-    for (const auto& band : kBands) {
+    const size_t total = bandsOf(m_options.ranges).size() * m_options.boardsC.size() * perRange;
+    for (const auto& band : bandsOf(m_options.ranges)) {
         bands[std::to_string(band.range)] = {band.bottomC, band.topC};
         for (size_t b = 0; b < m_options.boardsC.size(); ++b) {
             const auto blackbodies = temperatures(band, perRange, false);
@@ -147,7 +153,7 @@ void FactoryViews::radiometry(const std::string& folder) const {
 
 void FactoryViews::badPixel(const std::string& folder) const {
     const std::string dir = folderOf(folder);
-    phys::PhysicalCamera camera(parameters(m_options.seed));
+    phys::PhysicalCamera camera(m_options.camera);
     json views = json::array();
     const double fields[] = {10.0, 35.0, 60.0};
     for (double t : fields) {
@@ -166,7 +172,7 @@ void FactoryViews::badPixel(const std::string& folder) const {
 
 void FactoryViews::distortion(const std::string& folder) const {
     const std::string dir = folderOf(folder);
-    phys::PhysicalCamera camera(parameters(m_options.seed));
+    phys::PhysicalCamera camera(m_options.camera);
     phys::GridTarget target;
     target.dotRadius = 0.01;
     // Poses (tilt about x, y, z in degrees; centre in metres) that together cover the image.
@@ -212,11 +218,11 @@ void FactoryViews::distortion(const std::string& folder) const {
 std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& radiometryJson) const {
     using norda::vision::RadiometricTools;
     const auto calibration = norda::vision::RadiometricCalibration::load(radiometryJson);
-    phys::PhysicalCamera camera(parameters(m_options.seed));
+    phys::PhysicalCamera camera(m_options.camera);
     const double emissivity = camera.parameters().blackbody.emissivity;
     const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
     std::vector<RadiometryCheck> out;
-    for (const auto& band : kBands) {
+    for (const auto& band : bandsOf(m_options.ranges)) {
         auto range = calibration.ranges.find(band.range);
         if (range == calibration.ranges.end())
             NORDA_THROW(radiometryJson + " has no range " + std::to_string(band.range), kWhere);

@@ -8,6 +8,8 @@
 // blackbody and board temperatures, converted with a fitted radiometry.json through the
 // library's camera model, against the temperatures the simulator's blackbody really had.
 
+#include "apps/nordacam/sim/physics/Parameters.h"
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -15,8 +17,9 @@
 namespace nordacam {
 
 struct FactoryViewOptions {
-    unsigned seed = 42;   // the simulated camera (its pixel pattern); one camera, one seed
-    bool reduced = false; // the fewest views the fits accept (tests)
+    sim::physics::CameraParameters camera; // the simulated camera (detector.seed: its pixel pattern)
+    std::vector<unsigned> ranges{1, 2};    // measurement ranges of the radiometry views and the check
+    bool reduced = false;                  // the fewest views the fits accept (tests)
     // The climate chamber's board temperatures (°C) for the radiometry views (the camera settles
     // 18 K above the chamber's air), and other ones for the check's fresh views.
     std::vector<double> boardsC{30.0, 39.0, 48.0};

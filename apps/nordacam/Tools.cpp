@@ -366,7 +366,7 @@ int calibFitRegistration(const std::string& folder, const std::string& outFile, 
 int calibViews(const std::string& kind, const std::string& folder, unsigned seed,
                const std::vector<double>& boardsC, std::ostream& out) {
     FactoryViewOptions options;
-    options.seed = seed;
+    options.camera.detector.seed = seed;
     if (!boardsC.empty())
         options.boardsC = boardsC;
     options.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
@@ -386,9 +386,10 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
 int calibCheck(const std::string& radiometryFile, unsigned seed, const std::vector<double>& boardsC,
                std::ostream& out) {
     FactoryViewOptions options;
-    options.seed = seed;
+    options.camera.detector.seed = seed;
     if (!boardsC.empty())
         options.checkBoardsC = boardsC;
+    options.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
     constexpr double kRmsGoalK = 0.1, kWorstGoalK = 0.3;
     bool met = true;
     for (const auto& c : FactoryViews(options).checkRadiometry(radiometryFile)) {
