@@ -3,6 +3,7 @@
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imageio/PxmEncoder.h"
+#include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
@@ -262,6 +263,48 @@ std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& ra
         out.push_back(check);
     }
     return out;
+}
+
+DistortionCheck FactoryViews::checkDistortion(const std::string& distortPxm) const {
+    const auto& d = m_options.camera.detector;
+    const auto table =
+        norda::vision::DistortionTable::load(distortPxm, uint16_t(d.height), uint16_t(d.width));
+    const phys::LensDistortion lens(m_options.camera.distortion);
+    // Each output pixel's source on the sensor (its bilinear weights' centre), taken back to the
+    // ideal image through the simulator's own lens model; then the affine map that fits best.
+    constexpr int kStep = 8, kEdge = 16; // the table clamps sources beyond the sensor's edge
+    std::vector<cv::Point2d> output, ideal;
+    for (int y = kEdge; y < d.height - kEdge; y += kStep)
+        for (int x = kEdge; x < d.width - kEdge; x += kStep) {
+            const auto& e = table.entries()[size_t(y) * d.width + x];
+            const int source = y * d.width + x + e.offset;
+            const double fx = (e.w01 + e.w11) / 65536.0, fy = (e.w10 + e.w11) / 65536.0;
+            output.emplace_back(x, y);
+            ideal.push_back(lens.undistort({source % d.width + fx, source / d.width + fy}));
+        }
+    cv::Mat a(int(output.size()) * 2, 6, CV_64F, cv::Scalar(0)), b(int(output.size()) * 2, 1, CV_64F);
+    for (int i = 0; i < int(output.size()); ++i) {
+        const double row[3] = {output[i].x, output[i].y, 1.0};
+        for (int k = 0; k < 3; ++k) {
+            a.at<double>(2 * i, k) = row[k];
+            a.at<double>(2 * i + 1, 3 + k) = row[k];
+        }
+        b.at<double>(2 * i) = ideal[i].x;
+        b.at<double>(2 * i + 1) = ideal[i].y;
+    }
+    cv::Mat m;
+    cv::solve(a, b, m, cv::DECOMP_SVD);
+    const cv::Mat r = a * m - b;
+    DistortionCheck c;
+    c.points = unsigned(output.size());
+    double sum2 = 0;
+    for (int i = 0; i < int(output.size()); ++i) {
+        const double e = std::hypot(r.at<double>(2 * i), r.at<double>(2 * i + 1));
+        sum2 += e * e;
+        c.worstPx = std::max(c.worstPx, e);
+    }
+    c.rmsPx = std::sqrt(sum2 / c.points);
+    return c;
 }
 
 } // namespace nordacam

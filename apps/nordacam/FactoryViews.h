@@ -36,6 +36,13 @@ struct RadiometryCheck {
     double worstAtC = 0, worstBoardC = 0;
 };
 
+// A fitted distortion table against the simulator's lens: what remains after the best affine map
+// (a camera matrix's scale and shift) between the table's output and the true ideal image.
+struct DistortionCheck {
+    unsigned points = 0;
+    double rmsPx = 0, worstPx = 0;
+};
+
 class FactoryViews {
 public:
     explicit FactoryViews(FactoryViewOptions options = {});
@@ -49,6 +56,7 @@ public:
     void distortion(const std::string& folder) const;
 
     std::vector<RadiometryCheck> checkRadiometry(const std::string& radiometryJson) const;
+    DistortionCheck checkDistortion(const std::string& distortPxm) const;
 
     // The measured region of every blackbody view: the image's centre, away from the lens's
     // edge of field.

@@ -383,8 +383,8 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
     return 0;
 }
 
-int calibCheck(const std::string& radiometryFile, unsigned seed, const std::vector<double>& boardsC,
-               std::ostream& out) {
+int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out) {
     FactoryViewOptions options;
     options.camera.detector.seed = seed;
     if (!boardsC.empty())
@@ -401,6 +401,16 @@ int calibCheck(const std::string& radiometryFile, unsigned seed, const std::vect
             "{} K, worst <= {} K {}\n",
             c.range, c.bandBottomC, c.bandTopC, c.views, c.meanK, c.rmsK, c.worstK, c.worstAtC, c.worstBoardC,
             kRmsGoalK, kWorstGoalK, ok ? "met" : "MISSED");
+    }
+    if (!distortionFile.empty()) {
+        constexpr double kDistortionGoalPx = 0.2;
+        const auto c = FactoryViews(options).checkDistortion(distortionFile);
+        const bool ok = c.rmsPx <= kDistortionGoalPx;
+        met = met && ok;
+        out << fmt::format(
+            "distortion table against the simulator's lens over {} points: RMS {:.3f} px, worst "
+            "{:.3f} px: goal RMS <= {} px {}\n",
+            c.points, c.rmsPx, c.worstPx, kDistortionGoalPx, ok ? "met" : "MISSED");
     }
     return met ? 0 : 1;
 }

@@ -191,6 +191,11 @@ int main(int argc, char** argv) {
     check->add_option("--radiometry", checkRadiometry, "fitted radiometry.json")
         ->required()
         ->check(CLI::ExistingFile);
+    std::string checkDistortion;
+    check
+        ->add_option("--distortion", checkDistortion,
+                     "fitted distort.pxm to compare with the simulator's lens")
+        ->check(CLI::ExistingFile);
     std::vector<double> viewsBoards;
     for (auto* c : {views, check}) {
         c->add_option("--seed", viewsSeed, "the simulated camera (its pixel pattern)")->capture_default_str();
@@ -299,7 +304,7 @@ int main(int argc, char** argv) {
         if (*views)
             return calibViews(viewsKind, viewsOut, viewsSeed, viewsBoards, std::cout);
         if (*check)
-            return calibCheck(checkRadiometry, viewsSeed, viewsBoards, std::cout);
+            return calibCheck(checkRadiometry, checkDistortion, viewsSeed, viewsBoards, std::cout);
         if (*targets) {
             using norda::utils::VectorDispatch;
             std::string available;
