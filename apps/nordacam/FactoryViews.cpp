@@ -91,8 +91,10 @@ Shot shoot(phys::PhysicalCamera& camera, double blackbodyC, double boardC, doubl
 }
 
 // What the factory's instruments read for a shot: the library's measurement conditions.
-norda::vision::RadiometricConditions conditions(const Shot& s, double emissivity) {
+norda::vision::RadiometricConditions conditions(const Shot& s, double emissivity, double lensTransmission) {
     norda::vision::RadiometricConditions c;
+    c.lensTransmission = lensTransmission;
+    c.lensK = s.scene.temperatures.lensC + kCelsius;
     c.emissivity = emissivity;
     c.reflectedK = s.scene.temperatures.ambientC + kCelsius; // the chamber around the source
     c.shutterK = s.shutter.temperatures.shutterC + kCelsius;
@@ -108,6 +110,10 @@ std::vector<double> temperatures(const Band& b, int n, bool midpoints) {
     for (int i = 0; i < (midpoints ? n - 1 : n); ++i)
         t.push_back(b.bottomC + step * (i + (midpoints ? 0.5 : 0.0)));
     return t;
+}
+// The lens's band transmission, as its data sheet states it (at 30 °C).
+double lensTransmission(const phys::PhysicalCamera& camera) {
+    return camera.lensPathRadiance(30.0) / camera.detectorRadiance(30.0);
 }
 } // namespace
 
@@ -132,7 +138,7 @@ void FactoryViews::radiometry(const std::string& folder) const {
                     fmt::format("r{}-board{:.0f}-bb{:.0f}", band.range, m_options.boardsC[b], blackbodies[i]);
                 writeFrames(dir + name + ".pxm", s.scene.frames);
                 writeFrames(dir + name + "-shutter.pxm", s.shutter.shutter);
-                const auto c = conditions(s, emissivity);
+                const auto c = conditions(s, emissivity, lensTransmission(camera));
                 views.push_back({{"name", name},
                                  {"range", band.range},
                                  {"blackbody", blackbodies[i]},
@@ -141,6 +147,8 @@ void FactoryViews::radiometry(const std::string& folder) const {
                                  {"shutter", c.shutterK - kCelsius},
                                  {"emissivity", emissivity},
                                  {"reflected", c.reflectedK - kCelsius},
+                                 {"lensTransmission", c.lensTransmission},
+                                 {"lens", c.lensK - kCelsius},
                                  {"file", name + ".pxm"},
                                  {"shutterFile", name + "-shutter.pxm"},
                                  {"region", {kRegion[0], kRegion[1], kRegion[2], kRegion[3]}}});
@@ -239,7 +247,8 @@ std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& ra
                 const double corrected = cv::mean(scene - shutter)[0];
                 // The true blackbody temperature is the simulator's; the rest is the library's model.
                 const double error =
-                    RadiometricTools::objectTemperature(range->second, conditions(s, emissivity), corrected) -
+                    RadiometricTools::objectTemperature(
+                        range->second, conditions(s, emissivity, lensTransmission(camera)), corrected) -
                     (blackbody + kCelsius);
                 if (!std::isfinite(error))
                     NORDA_THROW(fmt::format("range {}: a blackbody at {:.1f} °C converts to no temperature",
