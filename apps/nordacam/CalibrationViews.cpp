@@ -138,6 +138,10 @@ std::vector<BlackbodyView> CalibrationViews::blackbody(const std::string& folder
         c.boardSlope = d.number(o, "slope", Document::key(i, "slope"), 0.0);
         c.emissivity = d.number(o, "emissivity", Document::key(i, "emissivity"), 1.0);
         c.reflectedK = d.number(o, "reflected", Document::key(i, "reflected"), 20.0) + kCelsius;
+        c.lensTransmission = d.number(o, "lensTransmission", Document::key(i, "lensTransmission"), 1.0);
+        if (!(c.lensTransmission > 0.0 && c.lensTransmission <= 1.0))
+            d.bad(Document::key(i, "lensTransmission"), "must lie in (0, 1]");
+        c.lensK = d.number(o, "lens", Document::key(i, "lens"), 25.0) + kCelsius;
         if (auto s = o.find("slowFrame"); s != o.end()) {
             if (!s->is_boolean())
                 d.bad(Document::key(i, "slowFrame"), "must be true or false");

@@ -2,6 +2,7 @@
 
 #include "apps/nordacam/CalibrationViews.h"
 #include "apps/nordacam/Camera.h"
+#include "apps/nordacam/FactoryViews.h"
 #include "apps/nordacam/Settings.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
@@ -20,6 +21,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -262,8 +264,10 @@ int calibBadPixel(const std::string& outFile, std::ostream& out) {
 }
 
 int calibFitRadiometry(const std::string& folder, const std::string& outFile, const std::string& lensesFrom,
-                       std::ostream& out) {
+                       std::ostream& out, double residualLimitK) {
     norda::vision::RadiometryFitSettings settings;
+    if (residualLimitK > 0)
+        settings.minResidualLimitK = residualLimitK;
     settings.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
     const auto views = CalibrationViews::blackbody(folder, settings);
     out << "fitting " << views.size() << " blackbody views\n" << std::flush;
@@ -278,6 +282,9 @@ int calibFitRadiometry(const std::string& folder, const std::string& outFile, co
         for (const auto& v : f.views)
             out << fmt::format("  {}: {:.2f} °C residual {:+.4f} K (noise {:.4f} K)\n", v.name,
                                v.blackbodyK - 273.15, v.residualK, v.noiseK);
+        out << fmt::format(
+            "range {}: fit residual RMS {:.2f} K, worst {:.2f} K over {} views ({} iterations)\n", range,
+            f.rmsK, f.maxK, f.views.size(), f.iterations);
     }
     std::map<unsigned, norda::vision::LensCalibration> lenses;
     if (!lensesFrom.empty())
@@ -311,6 +318,9 @@ int calibFitDistortion(const std::string& folder, const std::string& outFile, st
     const auto fit = norda::vision::DistortionCalibration(target, settings).fit(views);
     const auto& K = fit.cameraMatrix;
     const cv::Mat d = fit.distCoeffs;
+    out << fmt::format("reprojection residual RMS {:.3f} px over {} views (worst view {:.3f} px)\n",
+                       fit.rmsPx, views.size(),
+                       *std::max_element(fit.viewRmsPx.begin(), fit.viewRmsPx.end()));
     out << fmt::format(
         "fx {:.2f} fy {:.2f} cx {:.2f} cy {:.2f} k1 {:.5f} k2 {:.5f} p1 {:.6f} p2 {:.6f} k3 {:.5f}\n",
         K(0, 0), K(1, 1), K(0, 2), K(1, 2), d.at<double>(0), d.at<double>(1), d.at<double>(2),
@@ -351,6 +361,58 @@ int calibFitRegistration(const std::string& folder, const std::string& outFile, 
     RegistrationCalibration::write(r, outFile);
     out << "wrote " << outFile << "\n";
     return 0;
+}
+
+int calibViews(const std::string& kind, const std::string& folder, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out) {
+    FactoryViewOptions options;
+    options.camera.detector.seed = seed;
+    if (!boardsC.empty())
+        options.boardsC = boardsC;
+    options.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
+    const FactoryViews views(options);
+    if (kind == "radiometry")
+        views.radiometry(folder);
+    else if (kind == "badpixel")
+        views.badPixel(folder);
+    else if (kind == "distortion")
+        views.distortion(folder);
+    else
+        throw SettingsError("view kind \"" + kind + "\" is not radiometry, badpixel or distortion");
+    out << "wrote the " << kind << " views to " << folder << "\n";
+    return 0;
+}
+
+int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out) {
+    FactoryViewOptions options;
+    options.camera.detector.seed = seed;
+    if (!boardsC.empty())
+        options.checkBoardsC = boardsC;
+    options.progress = [&](const std::string& line) { out << line << "\n" << std::flush; };
+    constexpr double kRmsGoalK = 0.1, kWorstGoalK = 0.3;
+    bool met = true;
+    for (const auto& c : FactoryViews(options).checkRadiometry(radiometryFile)) {
+        const bool ok = c.rmsK <= kRmsGoalK && std::abs(c.worstK) <= kWorstGoalK;
+        met = met && ok;
+        out << fmt::format(
+            "range {} ({:.0f}..{:.0f} °C), {} fresh views against the simulator's blackbody: mean error "
+            "{:+.2f} K, RMS {:.2f} K, worst {:+.2f} K (blackbody {:.1f} °C, board {:.1f} °C): goal RMS <= "
+            "{} K, worst <= {} K {}\n",
+            c.range, c.bandBottomC, c.bandTopC, c.views, c.meanK, c.rmsK, c.worstK, c.worstAtC, c.worstBoardC,
+            kRmsGoalK, kWorstGoalK, ok ? "met" : "MISSED");
+    }
+    if (!distortionFile.empty()) {
+        constexpr double kDistortionGoalPx = 0.2;
+        const auto c = FactoryViews(options).checkDistortion(distortionFile);
+        const bool ok = c.rmsPx <= kDistortionGoalPx;
+        met = met && ok;
+        out << fmt::format(
+            "distortion table against the simulator's lens over {} points: RMS {:.3f} px, worst "
+            "{:.3f} px: goal RMS <= {} px {}\n",
+            c.points, c.rmsPx, c.worstPx, kDistortionGoalPx, ok ? "met" : "MISSED");
+    }
+    return met ? 0 : 1;
 }
 
 } // namespace nordacam

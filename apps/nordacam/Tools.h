@@ -4,6 +4,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace nordacam {
 
@@ -40,12 +41,28 @@ int calibBadPixel(const std::string& outFile, std::ostream& out);
 // docs/calibration.md): fit, print the fit's figures (and each view's residual for radiometry),
 // and write the file all or nothing. A refused fit throws naming the view; the old file stays.
 // `lensesFrom`: a radiometry.json whose lens table the new file carries over (empty: none).
+// `residualLimitK` above 0 replaces the fit's smallest residual limit (a view further off the fitted
+// curve than that and its noise allows is refused).
 int calibFitRadiometry(const std::string& folder, const std::string& outFile, const std::string& lensesFrom,
-                       std::ostream& out);
+                       std::ostream& out, double residualLimitK = 0.0);
 int calibFitBadPixel(const std::string& folder, const std::string& outFile, std::ostream& out);
 int calibFitDistortion(const std::string& folder, const std::string& outFile, std::ostream& out);
 // The infrared lens is fitted from the infrared images of the same poses; without laser spots the
 // laser ray is left straight ahead from the camera.
 int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out);
+
+// The views a factory captures ("radiometry", "badpixel", "distortion"), rendered by the physical
+// camera simulator into `folder` in the format the fits above read, with a line per view. `boardsC`:
+// the radiometry views' board temperatures (empty: 30, 39, 48 °C).
+int calibViews(const std::string& kind, const std::string& folder, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out);
+// Fresh blackbody views of the physical simulator converted with `radiometryFile`, against the
+// blackbody's true temperature: per range the mean, RMS and worst error. Returns 1 when a range
+// misses RMS <= 0.1 K or worst <= 0.3 K. `boardsC`: the fresh views' board temperatures (empty:
+// 34.5, 43.5 °C, between those of the calibration views).
+// `distortionFile` (if not empty): a fitted distort.pxm against the simulator's lens (px RMS and
+// worst over the image; returns 1 above 0.2 px RMS).
+int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
+               const std::vector<double>& boardsC, std::ostream& out);
 
 } // namespace nordacam

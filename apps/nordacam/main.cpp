@@ -173,6 +173,36 @@ int main(int argc, char** argv) {
     }
     radFit->add_option("--lenses", fitLenses, "radiometry.json whose lens table to carry over")
         ->check(CLI::ExistingFile);
+    double fitResidualLimit = 0;
+    radFit->add_option("--residual-limit", fitResidualLimit,
+                       "refuse a view further off the fitted curve than this (K) and its noise allow");
+
+    std::string viewsKind, viewsOut, checkRadiometry;
+    unsigned viewsSeed = 42;
+    auto* views = calib->add_subcommand(
+        "views",
+        "render the target views a factory captures from the physical simulator (a folder for the fits)");
+    views->add_option("--kind", viewsKind, "radiometry, badpixel or distortion")
+        ->required()
+        ->check(CLI::IsMember({"radiometry", "badpixel", "distortion"}));
+    views->add_option("--out", viewsOut, "folder to write views.json and the PXM frames to")->required();
+    auto* check = calib->add_subcommand(
+        "check", "convert fresh blackbody views of the physical simulator with a fitted radiometry.json");
+    check->add_option("--radiometry", checkRadiometry, "fitted radiometry.json")
+        ->required()
+        ->check(CLI::ExistingFile);
+    std::string checkDistortion;
+    check
+        ->add_option("--distortion", checkDistortion,
+                     "fitted distort.pxm to compare with the simulator's lens")
+        ->check(CLI::ExistingFile);
+    std::vector<double> viewsBoards;
+    for (auto* c : {views, check}) {
+        c->add_option("--seed", viewsSeed, "the simulated camera (its pixel pattern)")->capture_default_str();
+        c->add_option("--boards", viewsBoards, "board temperatures of the blackbody views (°C)")
+            ->delimiter(',')
+            ->check(CLI::Range(-30.0, 90.0));
+    }
 
     ServeOptions so;
     double serveSeconds = 0;
@@ -262,7 +292,7 @@ int main(int argc, char** argv) {
         if (*bad)
             return calibBadPixel(badOut, std::cout);
         if (*radFit)
-            return calibFitRadiometry(fitViews, fitOut, fitLenses, std::cout);
+            return calibFitRadiometry(fitViews, fitOut, fitLenses, std::cout, fitResidualLimit);
         if (*badFit)
             return calibFitBadPixel(fitViews, fitOut, std::cout);
         if (*distFit)
@@ -271,6 +301,10 @@ int main(int argc, char** argv) {
             return calibFitRegistration(fitViews, fitOut, std::cout);
         if (*reg)
             return calibRegistration(regOut, std::cout);
+        if (*views)
+            return calibViews(viewsKind, viewsOut, viewsSeed, viewsBoards, std::cout);
+        if (*check)
+            return calibCheck(checkRadiometry, checkDistortion, viewsSeed, viewsBoards, std::cout);
         if (*targets) {
             using norda::utils::VectorDispatch;
             std::string available;

@@ -62,10 +62,17 @@ void GridTarget::coverage(float x, float y, double fx, double fy, double cx, dou
     board = float(std::clamp(inside / foot + 0.5, 0.0, 1.0));
     if (board <= 0.0f)
         return;
-    auto stripe = [&](double c, int n) {
+    auto nearest = [&](double c, int n) {
         const double k = std::clamp(std::round(c / pitch + (n - 1) / 2.0), 0.0, double(n - 1));
-        const double off = std::abs(c - (k - (n - 1) / 2.0) * pitch);
-        return std::clamp((lineWidth / 2 - off) / foot + 0.5, 0.0, 1.0);
+        return c - (k - (n - 1) / 2.0) * pitch;
+    };
+    if (dotRadius > 0.0) {
+        const double off = std::hypot(nearest(local[0], cols), nearest(local[1], rows));
+        hot = float(std::clamp((dotRadius - off) / foot + 0.5, 0.0, 1.0));
+        return;
+    }
+    auto stripe = [&](double c, int n) {
+        return std::clamp((lineWidth / 2 - std::abs(nearest(c, n))) / foot + 0.5, 0.0, 1.0);
     };
     hot = float(std::max(stripe(local[0], cols), stripe(local[1], rows)));
 }
@@ -134,6 +141,7 @@ void PhysicalScene::validate() const {
         check(g.hotC > -80.0 && g.hotC < 1200.0 && g.boardC > -80.0 && g.boardC < 1200.0,
               "grid: temperatures must lie in -80..1200 C");
         check(g.emissivity >= 0.0 && g.emissivity <= 1.0, "grid: emissivity must lie in 0..1");
+        check(g.dotRadius >= 0.0 && g.dotRadius < g.pitch / 2, "grid: dots must be narrower than the pitch");
         check(g.translation[2] > 0.05 && g.translation[2] < 100.0, "grid: distance must lie in 0.05..100 m");
     }
     for (const auto& o : surfaces) {

@@ -42,6 +42,9 @@ struct GridTarget {
     double lineWidth = 0.004;
     double margin = 0.025; // board beyond the outer stripes
     double hotC = 45.0, boardC = 21.0, emissivity = 0.95;
+    // Above 0: warm dots of this radius (metres) at the crossings instead of stripes, the plate
+    // with holes over a heater that circle-grid detection looks for.
+    double dotRadius = 0.0;
 
     cv::Matx33d rotation() const;
     // Crossing of stripe row i and column j, camera coordinates.

@@ -297,6 +297,20 @@ TEST(PhysicalCamera, HeatedGridLandsWhereOpenCvsLensModelPutsIt) {
         cold += at(p) / double(atCells.size());
     // 45 C stripes on a 21 C board at about 40 counts/K, blurred by the PSF: well above the cells.
     EXPECT_GT(hot - cold, 400.0);
+
+    // Warm dots instead of stripes: each covers its disc, pi (f r / z)^2 pixels when facing the camera.
+    GridTarget dots;
+    dots.dotRadius = 0.01;
+    dots.translation = {0.0, 0.0, 0.7};
+    double area = 0;
+    for (int y = 0; y < 480; ++y)
+        for (int x = 0; x < 640; ++x) {
+            float board, warm;
+            dots.coverage(float(x), float(y), d.fx, d.fy, d.cx, d.cy, board, warm);
+            area += warm;
+        }
+    const double r = d.fx * dots.dotRadius / 0.7;
+    EXPECT_NEAR(area / (dots.rows * dots.cols), kPi * r * r, 1.0);
 }
 
 TEST(PhysicalCamera, LaserSpotCollectsWhatALambertianReflectorSendsIntoTheAperture) {
