@@ -32,13 +32,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const auto r = norda::vision::Registration::load(path);
         const cv::Size visual = r.visual.size, visualHalf(visual.width / 2, visual.height / 2);
         const cv::Point2d centre(visual.width / 2.0, visual.height / 2.0);
+        const cv::Size infrared(8, 6);
         for (const double distance : {0.3, 1.0, 1e6}) {
-            (void)r.infraredToVisual(r.visualToInfrared(centre, distance, visual), distance, visual);
+            (void)r.infraredToVisual(r.visualToInfrared(centre, distance, visual, infrared), distance, visual,
+                                     infrared);
             (void)r.laserInVisual(distance, visual);
             cv::Mat mapX, mapY;
-            r.infraredToVisualMaps(distance, cv::Size(8, 6), visual, mapX, mapY);
+            r.infraredToVisualMaps(distance, infrared, visual, mapX, mapY);
         }
-        (void)r.laserTriangulation(centre, visual);
+        (void)r.laserTriangulation(centre, visual, infrared);
         (void)r.visualAt(visualHalf);
     } catch (const norda::Exception&) {
     }
