@@ -64,7 +64,7 @@ for target in "${targets[@]}"; do
     # After a crash the final statistics may be missing: the last progress line's count then.
     runs=$(statistic number_of_executed_units "$log" "$(sed -n 's/^#\([0-9]*\).*/\1/p' "$log" | tail -n 1)")
     added=$(statistic new_units_added "$log")
-    line=$(printf '%-18s %10s runs %6s new %3s finds  replay of %s inputs %s' "$name" "$runs" "$added" \
+    line=$(printf '%-24s %10s runs %6s new %3s finds  replay of %s inputs %s' "$name" "$runs" "$added" \
         "$found" "${#inputs[@]}" "$replay")
     summary+=("$line")
     if [ $found -gt 0 ] || [ $replay != ok ]; then
