@@ -275,8 +275,11 @@ int calibFitRadiometry(const std::string& folder, const std::string& outFile, co
     for (const auto& [range, f] : fits) {
         const auto& p = f.constants.planck;
         out << fmt::format(
-            "range {}: R1 {:.6g} B {:.6g} F {:.6g} boardDriftGain {:.4g}{}{}\n", range, p.R1, p.B, p.F,
+            "range {}: R1 {:.6g} B {:.6g} F {:.6g} boardDriftGain {:.4g}{}{}{}\n", range, p.R1, p.B, p.F,
             f.constants.boardDriftGain,
+            f.responsivityFitted
+                ? fmt::format(" responsivityExponent {:.4g}", f.constants.responsivityExponent)
+                : "",
             f.slopeGainFitted ? fmt::format(" boardSlopeGain {:.4g}", f.constants.boardSlopeGain) : "",
             f.slowFrameGainFitted ? fmt::format(" slowFrameGain {:.5g}", f.constants.slowFrameGain) : "");
         for (const auto& v : f.views)

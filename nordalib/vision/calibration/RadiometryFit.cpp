@@ -16,13 +16,16 @@ namespace {
 constexpr const char* kFit = "norda::vision::RadiometryFit::fit";
 constexpr double kCelsius = 273.15;
 
-// Parameter vector: R1, B, F, boardDriftGain, then boardSlopeGain and slowFrameGain when fitted.
+// Parameter vector: R1, B, F, boardDriftGain, then responsivityExponent, boardSlopeGain and
+// slowFrameGain when fitted.
 struct Layout {
+    bool responsivity = false;
     bool slope = false;
     bool slow = false;
-    size_t size() const { return 4 + slope + slow; }
-    size_t slopeIndex() const { return 4; }
-    size_t slowIndex() const { return 4 + slope; }
+    size_t size() const { return 4 + responsivity + slope + slow; }
+    size_t responsivityIndex() const { return 4; }
+    size_t slopeIndex() const { return 4 + responsivity; }
+    size_t slowIndex() const { return 4 + responsivity + slope; }
 };
 
 RangeCalibration constantsOf(const std::vector<double>& p, const Layout& l, const RangeCalibration& fixed) {
@@ -32,6 +35,8 @@ RangeCalibration constantsOf(const std::vector<double>& p, const Layout& l, cons
     c.planck.B = p[1];
     c.planck.F = p[2];
     c.boardDriftGain = p[3];
+    if (l.responsivity)
+        c.responsivityExponent = p[l.responsivityIndex()];
     if (l.slope)
         c.boardSlopeGain = p[l.slopeIndex()];
     if (l.slow)
@@ -132,6 +137,7 @@ RangeFit RadiometryFit::fitRange(unsigned range, const std::vector<Measured>& vi
 
     RangeCalibration fixed;
     fixed.planck.O = m_settings.offsetO;
+    fixed.responsivityReferenceK = m_settings.responsivityReferenceK;
     const double spanLow = *std::min_element(blackbody.begin(), blackbody.end());
     const double spanHigh = *std::max_element(blackbody.begin(), blackbody.end());
     fixed.bandBottomK = spanLow;
@@ -150,6 +156,7 @@ RangeFit RadiometryFit::fitRange(unsigned range, const std::vector<Measured>& vi
     }
 
     Layout layout;
+    layout.responsivity = m_settings.fitResponsivity;
     layout.slope = spread(slope) > 1e-3;
     layout.slow = slow > 0;
     auto residuals = [&](const std::vector<double>& p, std::vector<double>& r) {
@@ -205,6 +212,7 @@ RangeFit RadiometryFit::fitRange(unsigned range, const std::vector<Measured>& vi
     RangeFit fit;
     fit.constants = constantsOf(p, layout, fixed);
     fit.iterations = solved.iterations;
+    fit.responsivityFitted = layout.responsivity;
     fit.slopeGainFitted = layout.slope;
     fit.slowFrameGainFitted = layout.slow;
     RadiometricCalibration::check(fit.constants, "fit", fmt::format("range {}", range));

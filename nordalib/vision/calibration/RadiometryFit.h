@@ -7,13 +7,14 @@
 // temperature. Its signal is the offset-corrected signal of the region: given as a number (mean and
 // its noise) or measured from frames (raw frames against a shutter frame, or corrected frames).
 //
-// Model (RadiometricTools): C = gain (S(Tbb) - S(Tshutter) + driftGain dTboard + slopeGain slope)
-// with S(T) = R1 / (R2 (exp(B / T) - F)) - O, for an emissivity-1 blackbody without protective glass.
-// Fitted per range by Levenberg-Marquardt, weighting each view by its noise: R1 (with R2 = 1), B, F
-// and boardDriftGain; boardSlopeGain when the views' board slopes differ; slowFrameGain when some
-// views are in slow-frame mode and some not. O cancels from every offset-corrected signal (it adds
-// to the object's and the shutter's signal alike), so views cannot determine it: it keeps its
-// value from the settings (it matters only behind a protective glass whose transmission and
+// Model (RadiometricTools): C = gain (Tref / Tboard)^n (S(Tbb) - S(Tshutter) + driftGain dTboard +
+// slopeGain slope) with S(T) = R1 / (R2 (exp(B / T) - F)) - O, for an emissivity-1 blackbody
+// without protective glass. Fitted per range by Levenberg-Marquardt, weighting each view by its
+// noise: R1 (with R2 = 1), B, F and boardDriftGain; the responsivity exponent n (Tref fixed by the
+// settings; the views at several board temperatures determine it); boardSlopeGain when the views' board
+// slopes differ; slowFrameGain when some views are in slow-frame mode and some not. O cancels from every
+// offset-corrected signal (it adds to the object's and the shutter's signal alike), so views cannot determine
+// it: it keeps its value from the settings (it matters only behind a protective glass whose transmission and
 // emissivity add up to less than 1).
 //
 // Each range needs views at `minTemperatures` blackbody temperatures and `minBoardTemperatures`
@@ -63,10 +64,12 @@ struct RadiometryFitSettings {
     double minBoardWarmingSpreadK = 0.5; // spread of dTboard that determines the drift gain
     double initialB = 1428.0;            // start of B (c2 / 10 um for the 8-14 um band)
     double initialF = 1.0;
-    double offsetO = 0.0;            // not determined by views (see above)
-    double residualSigmas = 6.0;     // a view's residual may reach this many noise deviations ...
-    double minResidualLimitK = 0.02; // ... or this, whichever is larger
-    double noiseFloorCounts = 0.01;  // lower bound of a view's noise (numbers without noise get it)
+    double offsetO = 0.0;                   // not determined by views (see above)
+    bool fitResponsivity = true;            // fit n; false keeps the detector gain independent of the board
+    double responsivityReferenceK = 303.15; // Tref: the board temperature R1 holds at
+    double residualSigmas = 6.0;            // a view's residual may reach this many noise deviations ...
+    double minResidualLimitK = 0.02;        // ... or this, whichever is larger
+    double noiseFloorCounts = 0.01;         // lower bound of a view's noise (numbers without noise get it)
     FrameStackSettings frames;
     // Calibrated band per range in kelvin (bottom, top); default the span of the views.
     std::map<unsigned, std::pair<double, double>> bands;
@@ -87,6 +90,7 @@ struct RangeFit {
     unsigned iterations = 0;
     double rmsK = 0;
     double maxK = 0; // largest |residual|
+    bool responsivityFitted = false;
     bool slopeGainFitted = false;
     bool slowFrameGainFitted = false;
 };

@@ -37,6 +37,7 @@ void RadiometricCalibration::check(const RangeCalibration& r, const std::string&
     finite(r.boardDriftGain, "boardDriftGain");
     finite(r.boardSlopeGain, "boardSlopeGain");
     finite(r.slowFrameGain, "slowFrameGain");
+    finite(r.responsivityExponent, "responsivityExponent");
     if (p.R2 == 0.0 || !(p.R1 / p.R2 > 0.0))
         badKey(source, key + ".R1",
                "and R2 must be non-zero with the same sign (the signal must rise with temperature)");
@@ -44,6 +45,8 @@ void RadiometricCalibration::check(const RangeCalibration& r, const std::string&
         badKey(source, key + ".B", "must be positive");
     if (!(r.slowFrameGain > 0.0))
         badKey(source, key + ".slowFrameGain", "must be positive");
+    if (!(r.responsivityReferenceK > 0.0) || !std::isfinite(r.responsivityReferenceK))
+        badKey(source, key + ".responsivityReference", "must lie above absolute zero");
     if (!(r.bandBottomK > 0.0) || !(r.bandTopK > r.bandBottomK))
         badKey(source, key + ".bandTop", "must lie above bandBottom, and bandBottom above absolute zero");
     // The curve must be defined (exp(B/T) > F) over the whole band, including its hot end.
@@ -107,6 +110,8 @@ RadiometricCalibration RadiometricCalibration::load(const std::string& file) {
         rc.boardDriftGain = number(r, "boardDriftGain", file, key, 0.0);
         rc.boardSlopeGain = number(r, "boardSlopeGain", file, key, 0.0);
         rc.slowFrameGain = number(r, "slowFrameGain", file, key, 1.0);
+        rc.responsivityExponent = number(r, "responsivityExponent", file, key, 0.0);
+        rc.responsivityReferenceK = number(r, "responsivityReference", file, key, 30.0) + 273.15;
         rc.bandBottomK = number(r, "bandBottom", file, key) + 273.15;
         rc.bandTopK = number(r, "bandTop", file, key) + 273.15;
         check(rc, file, key);
@@ -153,6 +158,10 @@ void RadiometricCalibration::save(const std::string& file) const {
         j["boardDriftGain"] = r.boardDriftGain;
         j["boardSlopeGain"] = r.boardSlopeGain;
         j["slowFrameGain"] = r.slowFrameGain;
+        if (r.responsivityExponent != 0.0) { // files without it keep their old form
+            j["responsivityExponent"] = r.responsivityExponent;
+            j["responsivityReference"] = r.responsivityReferenceK - 273.15;
+        }
         j["bandBottom"] = std::round((r.bandBottomK - 273.15) * 100.0) / 100.0;
         j["bandTop"] = std::round((r.bandTopK - 273.15) * 100.0) / 100.0;
         doc["ranges"].push_back(j);

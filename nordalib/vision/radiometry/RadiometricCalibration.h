@@ -7,6 +7,7 @@
 //     "ranges": [
 //       { "range": 1, "R1": 300000.0, "R2": 1.0, "B": 1428.0, "F": 1.0, "O": -40.0,
 //         "boardDriftGain": 14.0, "boardSlopeGain": 2.5, "slowFrameGain": 1.0,
+//         "responsivityExponent": 2.0, "responsivityReference": 30.0,
 //         "bandBottom": -20.0, "bandTop": 150.0 },
 //       ...
 //     ],
@@ -15,7 +16,9 @@
 //
 // R1, R2, B, F, O: the Planck camera equation S(T) = R1 / (R2 (exp(B / T) - F)) - O, T in kelvin,
 // S in counts (see RadiometricTools.h). bandBottom/bandTop: the calibrated object temperature band
-// in °C. boardDriftGain, boardSlopeGain, slowFrameGain: see RangeCalibration. "lenses" is needed by
+// in °C. boardDriftGain, boardSlopeGain, slowFrameGain: see RangeCalibration. responsivityExponent
+// (default 0: no board dependence) and responsivityReference (°C, default 30): the detector gain
+// (Tref / Tboard)^n of RadiometricTools.h; written only when the exponent is not 0. "lenses" is needed by
 // type B cameras only; an empty serial accepts any lens in that slot.
 //
 // Loading checks every constant: a missing file, malformed JSON, a missing or non-numeric key, or

@@ -50,19 +50,26 @@ double RadiometricTools::driftSignal(const RangeCalibration& cal, const Radiomet
            cal.boardSlopeGain * cond.boardSlope;
 }
 
+double RadiometricTools::detectorGain(const RangeCalibration& cal, const RadiometricConditions& cond) {
+    if (cal.responsivityExponent == 0.0)
+        return cond.gain;
+    return cond.gain * std::pow(cal.responsivityReferenceK / cond.boardCurrentK, cal.responsivityExponent);
+}
+
 double RadiometricTools::correctedSignal(const RangeCalibration& cal, const RadiometricConditions& cond,
                                          double objectK) {
     const auto& p = cal.planck;
     const double window = ObjectSignal(p, cond).signal(objectK);
     const double det =
         cond.lensTransmission * window + (1.0 - cond.lensTransmission) * planckSignal(p, cond.lensK);
-    return cond.gain * (det - planckSignal(p, cond.shutterK) + driftSignal(cal, cond));
+    return detectorGain(cal, cond) * (det - planckSignal(p, cond.shutterK) + driftSignal(cal, cond));
 }
 
 double RadiometricTools::objectTemperature(const RangeCalibration& cal, const RadiometricConditions& cond,
                                            double corrected) {
     const auto& p = cal.planck;
-    const double det = corrected / cond.gain + planckSignal(p, cond.shutterK) - driftSignal(cal, cond);
+    const double det =
+        corrected / detectorGain(cal, cond) + planckSignal(p, cond.shutterK) - driftSignal(cal, cond);
     const double window =
         (det - (1.0 - cond.lensTransmission) * planckSignal(p, cond.lensK)) / cond.lensTransmission;
     return ObjectSignal(p, cond).objectTemperature(window);
@@ -80,8 +87,8 @@ double RadiometricTools::rawCounts(const RangeCalibration& cal, const Radiometri
 
 double RadiometricTools::temperatureStep(const RangeCalibration& cal, const RadiometricConditions& cond,
                                          double objectK) {
-    const double countsPerKelvin = cond.gain * cond.lensTransmission * ObjectSignal(cal.planck, cond).gain() *
-                                   planckSlope(cal.planck, objectK);
+    const double countsPerKelvin = detectorGain(cal, cond) * cond.lensTransmission *
+                                   ObjectSignal(cal.planck, cond).gain() * planckSlope(cal.planck, objectK);
     return 1.0 / countsPerKelvin;
 }
 

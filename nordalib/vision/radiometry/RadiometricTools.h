@@ -14,12 +14,24 @@
 //   detector signal      Sdet = tauL * Swin + (1 - tauL) * S(Tlens)            (lens, type B only)
 //   at the camera front  Swin = ObjectSignal: object, air and external window (ObjectSignal.h)
 //   board drift          D = driftGain * (TboardCurrent - TboardShuttering) + slopeGain * slope
-//   offset-corrected     C = gain * (Sdet - S(Tshutter) + D)
+//   responsivity         g = (Tref / TboardCurrent)^n                            (n = 0: g = 1)
+//   offset-corrected     C = gain * g * (Sdet - S(Tshutter) + D)
 // The offset frame is captured against the closed shutter, so the corrected frame C is a signal
 // difference against the shutter; D is the signal the detector picked up from its own warming
 // since then, which the shutter reference does not contain. `gain` is the ratio of the detector's
 // responsivity in the current frame mode to the one the constants were fitted for (1 in the normal
 // mode).
+//
+// g is the bolometer's responsivity at the current focal-plane (board) temperature relative to
+// the one at Tref, where the Planck constants hold. It follows the film's temperature coefficient
+// of resistance, -Ea / (k T^2), hence the power law (n = 2 for that law; first order
+// g = 1 - n (Tb - Tref) / Tref, about -0.65 %/K at 30 °C). Object and shutter go through the same
+// detector: with r the responsivity, the frame reads r(Tb) Sdet and the shutter frame, taken at
+// the board temperature Tbs of shuttering, r(Tbs) S(Tshutter). Their difference is
+//   r(Tb) (Sdet - S(Tshutter)) + (r(Tb) - r(Tbs)) S(Tshutter),
+// a gain on the signal difference plus a term that grows with the board warming Tb - Tbs and so
+// is part of D. g therefore scales the whole difference, the object's signal and the shutter
+// reference alike, and not a signal alone.
 //
 // A simulated detector delivers raw = pedestal + gain * (Sdet + D); the shutter frame it gives while
 // closed is pedestal + gain * S(Tshutter). Their difference is C, what the offset element passes on.
@@ -42,10 +54,12 @@ struct PlanckConstants {
 // Everything the model needs for one measurement range.
 struct RangeCalibration {
     PlanckConstants planck;
-    double boardDriftGain = 0.0; // counts per kelvin of board warming since the shutter closed
-    double boardSlopeGain = 0.0; // counts per (kelvin per minute) of board temperature slope
-    double slowFrameGain = 1.0;  // responsivity in slow-frame mode relative to the normal mode
-    double bandBottomK = 233.15; // calibrated object temperature band
+    double boardDriftGain = 0.0;            // counts per kelvin of board warming since the shutter closed
+    double boardSlopeGain = 0.0;            // counts per (kelvin per minute) of board temperature slope
+    double slowFrameGain = 1.0;             // responsivity in slow-frame mode relative to the normal mode
+    double responsivityExponent = 0.0;      // n of g = (Tref / Tboard)^n; 0: no board dependence
+    double responsivityReferenceK = 303.15; // Tref, the board temperature the Planck constants hold at
+    double bandBottomK = 233.15;            // calibrated object temperature band
     double bandTopK = 423.15;
 };
 
@@ -85,6 +99,8 @@ public:
 
     // Board drift D of the conditions (counts).
     static double driftSignal(const RangeCalibration& cal, const RadiometricConditions& cond);
+    // The detector's gain on the corrected signal, gain * g (exactly cond.gain when n = 0).
+    static double detectorGain(const RangeCalibration& cal, const RadiometricConditions& cond);
     // The offset-corrected signal C that an object at objectK produces under the conditions.
     static double correctedSignal(const RangeCalibration& cal, const RadiometricConditions& cond,
                                   double objectK);

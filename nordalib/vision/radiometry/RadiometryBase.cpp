@@ -192,8 +192,8 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
     const double base =
         RadiometricTools::planckSignal(p, c.shutterK) - RadiometricTools::driftSignal(range, c);
     const double lens = (1.0 - c.lensTransmission) * RadiometricTools::planckSignal(p, c.lensK);
-    // object = (((s / gain + base) - lens) / tauL - front.offset) / front.gain
-    const double a = 1.0 / (c.lensTransmission * front.gain()) / c.gain;
+    // object = (((s / gain + base) - lens) / tauL - front.offset) / front.gain, gain the detector's
+    const double a = 1.0 / (c.lensTransmission * front.gain()) / RadiometricTools::detectorGain(range, c);
     const double b = ((base - lens) / c.lensTransmission - front.offset()) / front.gain();
     if (!std::isfinite(a) || !std::isfinite(b))
         fail("measurement conditions give no finite signal model (emissivity " +

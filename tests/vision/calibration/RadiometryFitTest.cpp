@@ -1,4 +1,5 @@
 #include "nordalib/vision/calibration/RadiometryFit.h"
+#include "nordalib/vision/radiometry/RadiometryTypeA.h"
 #include "tests/vision/TestSupport.h"
 
 #include <fmt/format.h>
@@ -12,17 +13,18 @@ using namespace norda::vision;
 
 namespace {
 // The camera the views come from, written out here rather than taken from the library's model.
+// Its responsivity goes as (303.15 K / Tboard)^n: a bolometer's -Ea / (k T^2) law is n = 2.
 struct Truth {
-    double R, B, F, O, drift, slope, slow;
+    double R, B, F, O, drift, slope, slow, n;
     double S(double k) const { return R / (std::exp(B / k) - F) - O; }
     double corrected(double bb, double board, double boardShutter, double shutter, double boardSlope,
                      bool slowFrame) const {
         const double c = S(bb) - S(shutter) + drift * (board - boardShutter) + slope * boardSlope;
-        return slowFrame ? slow * c : c;
+        return std::pow(303.15 / board, n) * (slowFrame ? slow * c : c);
     }
 };
-const Truth kLow{410000.0, 1550.0, 1.3, -40.0, 11.0, 2.0, 1.0};
-const Truth kHigh{72000.0, 1390.0, 0.7, 15.0, 2.5, 0.4, 0.8};
+const Truth kLow{410000.0, 1550.0, 1.3, -40.0, 11.0, 2.0, 1.0, 2.0};
+const Truth kHigh{72000.0, 1390.0, 0.7, 15.0, 2.5, 0.4, 0.8, 0.5};
 constexpr double kC = 273.15;
 constexpr double kNoise = 0.05; // counts, the standard deviation of a view's mean
 
@@ -100,6 +102,7 @@ TEST(RadiometryFit, RecoversTheConstantsOfEachRangeFromAFarStart) {
         EXPECT_NEAR(p.B, t.B, 0.3);
         EXPECT_NEAR(p.F, t.F, 0.005);
         EXPECT_NEAR(f.constants.boardDriftGain, t.drift, 0.02);
+        EXPECT_NEAR(f.constants.responsivityExponent, t.n, 0.01);
         EXPECT_GT(f.iterations, 3u);
         EXPECT_LT(f.rmsK, 0.005);
         EXPECT_EQ(f.views.size(), 60u);
@@ -112,22 +115,32 @@ TEST(RadiometryFit, RecoversTheConstantsOfEachRangeFromAFarStart) {
     EXPECT_DOUBLE_EQ(fits.at(1).constants.bandBottomK, -20.0 + kC);
     EXPECT_DOUBLE_EQ(fits.at(2).constants.bandTopK, 350.0 + kC);
 
-    // The written file, read back by the library, measures a blackbody no view showed.
+    // The written file, read back by the camera's radiometry, measures a blackbody no view showed,
+    // at a board 10 K above the responsivity's reference.
     test::TempDir dir;
     const std::string file = dir.file("radiometry.json");
     RadiometryFit::write(RadiometryFit::calibration(fits, {{1, {"L1", 0.96}}}), file);
-    const auto cal = RadiometricCalibration::load(file);
-    EXPECT_DOUBLE_EQ(cal.lenses.at(1).transmission, 0.96);
+    EXPECT_DOUBLE_EQ(RadiometricCalibration::load(file).lenses.at(1).transmission, 0.96);
+    RadiometryTypeA camera(1, 1, 0.01f, test::slashed(dir));
+    camera.setData(RadiometryId::Emis, exp::makeVariant(1.0f));
+    camera.setData(RadiometryId::Treflected, exp::makeVariant(test::celsius(20.0f)));
+    camera.setData(RadiometryId::TboardCurrent, exp::makeVariant(test::celsius(40.0f)));
+    camera.setData(RadiometryId::TboardShuttering, exp::makeVariant(test::celsius(38.5f)));
+    camera.setData(RadiometryId::TShutterShuttering, exp::makeVariant(test::celsius(34.0f)));
+    camera.setData(RadiometryId::TBoardSlope, exp::makeVariant(0.0f));
+    camera.setData(RadiometryId::TauPg, exp::makeVariant(1.0f));
+    camera.setData(RadiometryId::EmisPg, exp::makeVariant(0.0f));
     for (unsigned range : {1u, 2u}) {
+        SCOPED_TRACE(range);
         const Truth& t = range == 1 ? kLow : kHigh;
-        RadiometricConditions c;
-        c.boardCurrentK = 40.0 + kC;
-        c.boardShutteringK = 38.2 + kC;
-        c.shutterK = 34.0 + kC;
+        camera.setData(RadiometryId::MeasRange,
+                       exp::makeVariant<unsigned char>(static_cast<unsigned char>(range)));
         const double object = 77.7 + kC;
-        const double signal =
-            t.corrected(object, c.boardCurrentK, c.boardShutteringK, c.shutterK, 0.0, false);
-        EXPECT_NEAR(RadiometricTools::objectTemperature(cal.ranges.at(range), c, signal), object, 0.01);
+        const double signal = t.corrected(object, 40.0 + kC, 38.5 + kC, 34.0 + kC, 0.0, false);
+        cv::Mat_<short> raw(1, 1, static_cast<short>(std::lround(signal)));
+        const double step =
+            1.0 / (std::pow(303.15 / (40.0 + kC), t.n) * (t.S(object + 0.5) - t.S(object - 0.5)));
+        EXPECT_NEAR(camera.processFrame(raw)(0, 0) * 0.01, object, 0.01 + step * (0.5 + 0.01));
     }
 }
 
