@@ -24,8 +24,13 @@ void OverlayPublisher::publish() {
     try {
         const cv::Size size(m_store.getValue<unsigned short>(Id::IrImage::Cols),
                             m_store.getValue<unsigned short>(Id::IrImage::Rows));
-        const cv::Mat overlay =
-            ThermalOverlay::render(overlayContent(storeLookup(m_store), size, overlayDateTime()));
+        OverlayContent content = overlayContent(storeLookup(m_store), size, overlayDateTime());
+        // The picture insets the infrared image as the display does (the fusion element publishes
+        // where): the marks go where what they mark is shown.
+        if (m_store.getValue<bool>(Id::Fusion::InJpeg) &&
+            m_store.getValue<std::string>(Id::Fusion::Mode) == Id::Fusion::PictureInPicture)
+            content.infraredPlacement = m_store.getValue<std::vector<double>>(Id::Fusion::InfraredPlacement);
+        const cv::Mat overlay = ThermalOverlay::render(content);
         m_store.setValue(Id::Images::GuiJpeg, overlay, false);
     } catch (const std::exception& e) {
         norda::logging::Logger::createSharedLogger("NORDACAM", true)

@@ -7,6 +7,8 @@
 // image (its generic entries), so a re-analysed image gets the same overlay as a live one.
 // OverlayPublisher draws it into Id::Images::GuiJpeg whenever the image writer starts a save
 // (Id::Miscellaneous::SpinnerVisible goes true); the writer waits 500 ms before it blends it in.
+// With picture-in-picture fusion in the JPEG, the marks follow the inset infrared image
+// (Id::Fusion::InfraredPlacement).
 
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/vision/overlay/OverlayFromValues.h"

@@ -4,6 +4,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include <cmath>
+
 namespace norda::vision {
 
 cv::Mat ThermalOverlay::render(const OverlayContent& content, cv::Size canvasSize) {
@@ -21,9 +23,19 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
     const double scale = 0.4 * canvas.cols / 320.0;
     const double sx = static_cast<double>(canvas.cols) / content.imageSize.width;
     const double sy = static_cast<double>(canvas.rows) / content.imageSize.height;
+    // Image pixel centres to display pixel centres: the identity, or the inset's placement.
+    double x0 = 0, y0 = 0, kx = 1, ky = 1;
+    if (const auto& p = content.infraredPlacement; p.size() == 4) {
+        x0 = p[0], y0 = p[1];
+        kx = (p[2] - p[0]) / std::max(1, content.imageSize.width - 1);
+        ky = (p[3] - p[1]) / std::max(1, content.imageSize.height - 1);
+    }
+    // An image edge coordinate (pixel x spans x .. x + 1) on the canvas.
+    auto edgeX = [&](double x) { return (x0 + (x - 0.5) * kx + 0.5) * sx; };
+    auto edgeY = [&](double y) { return (y0 + (y - 0.5) * ky + 0.5) * sy; };
     auto map = [&](cv::Point p) {
-        return cv::Point(std::clamp(static_cast<int>(p.x * sx + sx / 2), 0, canvas.cols - 1),
-                         std::clamp(static_cast<int>(p.y * sy + sy / 2), 0, canvas.rows - 1));
+        return cv::Point(std::clamp(static_cast<int>(std::floor(edgeX(p.x + 0.5))), 0, canvas.cols - 1),
+                         std::clamp(static_cast<int>(std::floor(edgeY(p.y + 0.5))), 0, canvas.rows - 1));
     };
     const int line = OverlayText::lineHeight(scale);
     // Every marker's place is taken before any label is placed, so labels keep off all of them.
@@ -34,9 +46,9 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
         taken.emplace_back(map(s.position) - cv::Point(7, 7), cv::Size(15, 15));
 
     for (const auto& a : content.areas) {
-        const cv::Rect r(static_cast<int>(a.rect.x * sx), static_cast<int>(a.rect.y * sy),
-                         std::max(2, static_cast<int>(a.rect.width * sx)),
-                         std::max(2, static_cast<int>(a.rect.height * sy)));
+        const cv::Rect r(static_cast<int>(edgeX(a.rect.x)), static_cast<int>(edgeY(a.rect.y)),
+                         std::max(2, static_cast<int>(a.rect.width * kx * sx)),
+                         std::max(2, static_cast<int>(a.rect.height * ky * sy)));
         MeasurementMarks::drawArea(canvas, r, a.label, a.mean, map(a.hotPosition), a.hot, map(a.coldPosition),
                                    a.cold, a.note, scale);
     }

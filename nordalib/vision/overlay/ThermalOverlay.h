@@ -4,8 +4,9 @@
 // host: the colour scale with its span, the spot markers and measurement areas with their values,
 // delta-T, and a status line with emissivity, reflected temperature and the date and time.
 //
-// The content is given in image pixels and mapped onto the canvas, so one description serves the
-// 320 x 240 overlay of saved pictures (enlarged 2x when blended) and any other canvas size. Values
+// The content is given in image pixels and mapped onto the canvas (through the image's placement
+// when a fusion insets it), so one description serves the 320 x 240 overlay of saved pictures
+// (enlarged 2x when blended) and any other canvas size. Values
 // carry their validity marks and are shown as such (OverlayText).
 
 #include "nordalib/vision/overlay/MeasurementMarks.h"
@@ -50,6 +51,10 @@ struct OverlayContent {
     std::vector<OverlayArea> areas;
     std::optional<OverlayDeltaT> deltaT;
     std::string status; // bottom line: "e 0.95  Tr 20.0°C  2026-11-23 15:40:12"
+    // Where the image sits in the picture when it is inset (picture-in-picture fusion): the display
+    // positions of its first and last pixel centres, {left, top, right, bottom}, as
+    // vision::Fusion::infraredPlacement gives them. Empty: the image fills the picture.
+    std::vector<double> infraredPlacement;
 };
 
 class ThermalOverlay {
