@@ -7,6 +7,7 @@
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/core/utils/FileUtils.h"
@@ -83,14 +84,10 @@ std::vector<std::string> savedKeys() {
                                   Id::ProtectiveGlass::Transmission, Id::ProtectiveGlass::Emissivity};
     // The user's measurement set-up with its results and local parameters, and what the
     // overlay of the image shows, so that a re-analysed copy looks like the original.
-    for (int i = 1; i <= 5; ++i)
-        for (const char* item :
-             {"Visible", "Position", "MeasPoint", "LocalParameters", "Emissivity", "ReflectedTemperature"})
-            k.push_back("MeasPoints.MeasPoint" + std::to_string(i) + "." + item);
-    for (int i = 1; i <= 3; ++i)
-        for (const char* item :
-             {"Visible", "Rect", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
-            k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
+    for (const auto& m : userMarks())
+        for (const std::string* key : {&m.visible, m.area ? &m.rect : &m.position, &m.result,
+                                       &m.localParameters, &m.emissivity, &m.reflectedTemperature})
+            k.push_back(*key);
     for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
         k.push_back(*key);
     for (const auto& key : displayKeys())
@@ -234,33 +231,9 @@ Camera::~Camera() {
     m_store.flush();
 }
 
-// Object parameters, the humidity mode's inputs and the user's points and areas: a value out of
-// range is refused with a message naming the setting, and the last good value stays.
+// Positions and rectangles of marks must lie in the image, delta-T compares results that exist
+// (the schema's ranges are checked by the settings themselves).
 void Camera::addMeasurementChecks() {
-    auto between = [](double lo, bool loOpen, double hi, const std::string& what) {
-        return [=](const Variant& v) {
-            const double x = v.holds<float>() ? v.value<float>() : v.value<Temp>().celsius();
-            if ((loOpen ? x > lo : x >= lo) && x <= hi)
-                return std::string();
-            return fmt::format("{} must lie in {}{}, {}] (got {})", what, loOpen ? "(" : "[", lo, hi, x);
-        };
-    };
-    const auto emissivity = between(0.0, true, 1.0, "an emissivity");
-    const auto reflected = between(-100.0, false, 1000.0, "a reflected temperature in °C");
-    m_settings.addCheck(Id::Environment::EmissivityValue, emissivity);
-    m_settings.addCheck(Id::Gallery::Reanalysis::Emissivity, emissivity);
-    m_settings.addCheck(Id::Environment::ReflectedTemperature, reflected);
-    m_settings.addCheck(Id::Gallery::Reanalysis::ReflectedTemperature, reflected);
-    m_settings.addCheck(Id::Environment::Temperature,
-                        between(-45.0, false, 60.0, "the air temperature in °C"));
-    m_settings.addCheck(Id::Environment::Humidity, [](const Variant& v) {
-        const float rh = v.value<quantity::Relation<MarkedFloat>>().getValue().toFloat();
-        return rh >= 0.0f && rh <= 1.0f
-                   ? std::string()
-                   : fmt::format("a relative humidity must lie in [0, 100] % (got {} %)", rh * 100.0f);
-    });
-    m_settings.addCheck(Id::ProtectiveGlass::Transmission, between(0.0, true, 1.0, "a transmission"));
-    m_settings.addCheck(Id::ProtectiveGlass::Emissivity, between(-1e-9, true, 0.999, "the glass emissivity"));
     auto inImage = [this](const cv::Rect& r) {
         const int w = m_store.getValue<unsigned short>(Id::IrImage::Cols),
                   h = m_store.getValue<unsigned short>(Id::IrImage::Rows);
@@ -270,32 +243,27 @@ void Camera::addMeasurementChecks() {
                    : fmt::format("({}, {}, {} x {}) does not lie inside the {} x {} image", r.x, r.y, r.width,
                                  r.height, w, h);
     };
-    for (int i = 1; i <= 5; ++i) {
-        const std::string prefix = "MeasPoints.MeasPoint" + std::to_string(i);
-        m_settings.addCheck(prefix + ".Emissivity", emissivity);
-        m_settings.addCheck(prefix + ".ReflectedTemperature", reflected);
-    }
-    for (const char* p : {"MeasPoint1", "MeasPoint2", "MeasPoint3", "MeasPoint4", "MeasPoint5", "DeltaT1",
-                          "DeltaT2", "CenterSpot", "LaserSpot"})
-        m_settings.addCheck(std::string("MeasPoints.") + p + ".Position", [inImage](const Variant& v) {
-            const auto pt = v.value<cv::Point_<int>>();
-            return inImage(cv::Rect(pt.x, pt.y, 1, 1));
-        });
-    for (int i = 1; i <= 3; ++i) {
-        const std::string prefix = "MeasAreas.UserArea" + std::to_string(i);
-        m_settings.addCheck(prefix + ".Emissivity", emissivity);
-        m_settings.addCheck(prefix + ".ReflectedTemperature", reflected);
-        m_settings.addCheck(prefix + ".Rect",
-                            [inImage](const Variant& v) { return inImage(v.value<cv::Rect_<int>>()); });
+    for (const auto& spec : keySchema()) {
+        const bool mark = spec.group == KeyGroup::Measurement || spec.group == KeyGroup::UserMarks;
+        if (!mark || !spec.writable())
+            continue;
+        if (spec.type == typeid(cv::Point_<int>))
+            m_settings.addCheck(spec.name, [inImage](const Variant& v) {
+                const auto pt = v.value<cv::Point_<int>>();
+                return inImage(cv::Rect(pt.x, pt.y, 1, 1));
+            });
+        else if (spec.type == typeid(cv::Rect_<int>))
+            m_settings.addCheck(spec.name,
+                                [inImage](const Variant& v) { return inImage(v.value<cv::Rect_<int>>()); });
     }
     for (const auto* key : {&Id::DeltaT::First, &Id::DeltaT::Second})
         m_settings.addCheck(*key, [](const Variant& v) {
-            const auto& names = UserMeasurementElement::kResultNames;
+            const auto& names = deltaTResultNames();
             const auto& name = v.value<std::string>();
             std::string all;
-            for (const auto n : names)
+            for (const auto& n : names)
                 (all += all.empty() ? "" : ", ") += n;
-            return std::find(std::begin(names), std::end(names), name) != std::end(names)
+            return std::find(names.begin(), names.end(), name) != names.end()
                        ? std::string()
                        : "\"" + name + "\" is no result (" + all + ")";
         });

@@ -4,6 +4,7 @@
 #include "apps/nordacam/Server.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/rix/Rix.h"
@@ -38,13 +39,10 @@ bool isImageFile(const std::string& name) {
 // The user's measurement set-up saved with an image (see savedKeys in Camera.cpp).
 std::vector<std::string> setupKeys() {
     std::vector<std::string> k;
-    for (int i = 1; i <= 5; ++i)
-        for (const char* item :
-             {"Visible", "Position", "LocalParameters", "Emissivity", "ReflectedTemperature"})
-            k.push_back("MeasPoints.MeasPoint" + std::to_string(i) + "." + item);
-    for (int i = 1; i <= 3; ++i)
-        for (const char* item : {"Visible", "Rect", "LocalParameters", "Emissivity", "ReflectedTemperature"})
-            k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
+    for (const auto& m : userMarks())
+        for (const std::string* key : {&m.visible, m.area ? &m.rect : &m.position, &m.localParameters,
+                                       &m.emissivity, &m.reflectedTemperature})
+            k.push_back(*key);
     for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
         k.push_back(*key);
     return k;
@@ -200,10 +198,8 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
     if (measured && !snap.rgb.empty())
         rix.setPreviewImageRgb(snap.rgb);
     auto keys = setupKeys();
-    for (int i = 1; i <= 5; ++i)
-        keys.push_back("MeasPoints.MeasPoint" + std::to_string(i) + ".MeasPoint");
-    for (int i = 1; i <= 3; ++i)
-        keys.push_back("MeasAreas.UserArea" + std::to_string(i) + ".MeasArea");
+    for (const auto& m : userMarks())
+        keys.push_back(m.result);
     keys.push_back(Id::DeltaT::Difference);
     for (const auto& key : keys)
         if (auto v = measured ? snap.meta.getVariant(key) : nullptr)

@@ -1,6 +1,7 @@
 #include "apps/nordacam/PlaybackMetadataElement.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
@@ -36,26 +37,9 @@ bool PlaybackMetadataElement::process(FrameMap& inputs, FrameMap&) {
         haveRecorded = frame->isMetaDateAvailable(Id::Shutter::State);
     }
     if (!haveRecorded) {
-        static const std::string* keys[] = {&Id::Environment::EmissivityValue,
-                                            &Id::Environment::ReflectedTemperature,
-                                            &Id::Environment::Humidity,
-                                            &Id::Environment::Temperature,
-                                            &Id::Temperatures::Current::TBoardSens50,
-                                            &Id::Temperatures::Current::TBoardSlope,
-                                            &Id::Temperatures::Current::TLens,
-                                            &Id::Temperatures::Shuttering::TBoardSens50,
-                                            &Id::Temperatures::Shuttering::TShutter,
-                                            &Id::ActiveMeasRange::Name,
-                                            &Id::DeviceInfo::Uptime,
-                                            &Id::ActiveLens::Attached,
-                                            &Id::ActiveLens::Index,
-                                            &Id::ActiveLens::Serial,
-                                            &Id::ProtectiveGlass::Attached,
-                                            &Id::ProtectiveGlass::Transmission,
-                                            &Id::ProtectiveGlass::Emissivity};
-        for (const auto* key : keys)
-            if (!frame->isMetaDateAvailable(*key))
-                frame->addMetaDate(*key, m_store.get(*key));
+        for (const auto& spec : keySchema())
+            if (spec.rawFrame && !frame->isMetaDateAvailable(spec.name))
+                frame->addMetaDate(spec.name, m_store.get(spec.name));
         if (!frame->isMetaDateAvailable(Id::Shutter::State))
             frame->addMetaDate(Id::Shutter::State, makeVariant(Id::Shutter::StateIdle));
         if (!frame->isMetaDateAvailable(Id::Shutter::Closed))

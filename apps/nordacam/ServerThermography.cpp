@@ -7,6 +7,7 @@
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/imgproc/Palettes.h"
@@ -34,40 +35,38 @@ json valueJson(const std::shared_ptr<Variant>& v) {
     return nullptr;
 }
 
-json localJson(const DataProxy<std::string>& s, const std::string& prefix) {
-    return {{"on", s.getValue<bool>(prefix + ".LocalParameters")},
-            {"emissivity", s.getValue<float>(prefix + ".Emissivity")},
-            {"reflected", s.getValue<Temp>(prefix + ".ReflectedTemperature").celsius()}};
+json localJson(const DataProxy<std::string>& s, const UserMark& m) {
+    return {{"on", s.getValue<bool>(m.localParameters)},
+            {"emissivity", s.getValue<float>(m.emissivity)},
+            {"reflected", s.getValue<Temp>(m.reflectedTemperature).celsius()}};
 }
 
 json thermography(Camera& cam) {
     auto& s = cam.store();
-    json points = json::array();
-    for (int i = 1; i <= 5; ++i) {
-        const std::string name = fmt::format("MeasPoint{}", i), prefix = "MeasPoints." + name;
-        const auto pos = s.getValue<cv::Point_<int>>(prefix + ".Position");
-        const auto p = s.getValue<MeasPoint>(prefix + ".MeasPoint");
-        points.push_back({{"name", name},
-                          {"label", fmt::format("P{}", i)},
-                          {"visible", s.getValue<bool>(prefix + ".Visible")},
-                          {"x", pos.x},
-                          {"y", pos.y},
-                          {"value", valueJson(p.getValue())},
-                          {"local", localJson(s, prefix)}});
-    }
-    json areas = json::array();
-    for (int i = 1; i <= 3; ++i) {
-        const std::string name = fmt::format("UserArea{}", i), prefix = "MeasAreas." + name;
-        const auto r = s.getValue<cv::Rect_<int>>(prefix + ".Rect");
-        const auto a = s.getValue<MeasArea>(prefix + ".MeasArea");
-        areas.push_back({{"name", name},
-                         {"label", fmt::format("A{}", i)},
-                         {"visible", s.getValue<bool>(prefix + ".Visible")},
+    json points = json::array(), areas = json::array();
+    for (const auto& m : userMarks()) {
+        if (!m.area) {
+            const auto pos = s.getValue<cv::Point_<int>>(m.position);
+            const auto p = s.getValue<MeasPoint>(m.result);
+            points.push_back({{"name", m.name},
+                              {"label", m.label},
+                              {"visible", s.getValue<bool>(m.visible)},
+                              {"x", pos.x},
+                              {"y", pos.y},
+                              {"value", valueJson(p.getValue())},
+                              {"local", localJson(s, m)}});
+            continue;
+        }
+        const auto r = s.getValue<cv::Rect_<int>>(m.rect);
+        const auto a = s.getValue<MeasArea>(m.result);
+        areas.push_back({{"name", m.name},
+                         {"label", m.label},
+                         {"visible", s.getValue<bool>(m.visible)},
                          {"rect", {{"x", r.x}, {"y", r.y}, {"width", r.width}, {"height", r.height}}},
                          {"mean", valueJson(a.getMeanValue())},
                          {"hot", valueJson(a.getHotSpot().getValue())},
                          {"cold", valueJson(a.getColdSpot().getValue())},
-                         {"local", localJson(s, prefix)}});
+                         {"local", localJson(s, m)}});
     }
     json deltaPoints = json::array();
     for (const auto* name : {"DeltaT1", "DeltaT2"}) {

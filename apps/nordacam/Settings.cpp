@@ -3,6 +3,7 @@
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/utils/FileUtils.h"
 
 #include <fmt/format.h>
@@ -137,80 +138,6 @@ bool parseShortRelation(const std::string& text, Rel& out) {
     return true;
 }
 
-// Keys that hold results or device state: readable, never written from outside.
-bool isResultKey(const std::string& key) {
-    static const char* prefixes[] = {"Shutter.",    "IrImage.",        "Images.",   "Temperatures.",
-                                     "DeviceInfo.", "DeviceFeatures.", "IrSensor.", "Gallery.",
-                                     "Viscam.",     "Streaming.",      "Laser."};
-    for (const char* p : prefixes)
-        if (key.rfind(p, 0) == 0)
-            return true;
-    static const char* exact[] = {"Miscellaneous.SpinnerVisible",
-                                  "Miscellaneous.LastImageFileName",
-                                  "Miscellaneous.ErrorImageSaving",
-                                  "Miscellaneous.ImageRealSave",
-                                  "Miscellaneous.WarnSrMovementDetected",
-                                  "Miscellaneous.SuperResolutionCount",
-                                  "Miscellaneous.SuperResolutionDeleteRequest",
-                                  "MeasAreas.CenterArea.MeasArea",
-                                  "MeasAreas.CenterArea.Rect",
-                                  "MeasRangePool",
-                                  "Palette.Colors",
-                                  "Scaling.Min",
-                                  "Scaling.Max",
-                                  "DeltaT.Difference",
-                                  "Registration.CalibrationFile",
-                                  "EmissionMarker.Emissivity",
-                                  "EmissionMarker.Status",
-                                  "EmissionMarker.SurfaceTemperature",
-                                  "EmissionMarker.Rect",
-                                  "Fusion.InfraredPlacement"};
-    for (const char* e : exact)
-        if (key == e)
-            return true;
-    for (const std::string suffix : {".MeasPoint", ".MeasArea"})
-        if (key.size() > suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0)
-            return true;
-    return false;
-}
-
-bool isUserKey(const std::string& key) {
-    static const char* prefixes[] = {
-        "Environment.", "ProtectiveGlass.", "Alarm.",      "Isotherme.", "DeltaT.",      "MeasRangeSettings.",
-        "PlaceTag.",    "SprElement.",      "SnrElement.", "Fusion.",    "Registration."};
-    for (const char* p : prefixes)
-        if (key.rfind(p, 0) == 0)
-            return !isResultKey(key);
-    static const char* exact[] = {"Scaling.Mode",
-                                  "Scaling.TempMin",
-                                  "Scaling.TempMax",
-                                  "Scaling.TempIn",
-                                  "Scaling.TempOut",
-                                  "Palette.ActivePalette",
-                                  "MeasAreas.CenterArea.Visible",
-                                  "ActiveMeasRange.Name",
-                                  "Miscellaneous.ImageCounter",
-                                  "Miscellaneous.SaveJpeg",
-                                  "Miscellaneous.SuperResolution",
-                                  "Miscellaneous.SaveImageMode",
-                                  "EmissionMarker.MarkerEmissivity",
-                                  "EmissionMarker.Size",
-                                  "EmissionMarker.SearchPoint"};
-    for (const char* e : exact)
-        if (key == e)
-            return true;
-    if (key.rfind("MeasPoints.", 0) == 0) {
-        auto ends = [&](const std::string& s) {
-            return key.size() > s.size() && key.compare(key.size() - s.size(), s.size(), s) == 0;
-        };
-        return ends(".Visible") || ends(".Position") || ends(".LocalParameters") || ends(".Emissivity") ||
-               ends(".ReflectedTemperature");
-    }
-    if (key.rfind("MeasAreas.UserArea", 0) == 0)
-        return !isResultKey(key);
-    return false;
-}
-
 } // namespace
 
 std::shared_ptr<Variant> parseTextFor(const Variant& current, const std::string& text,
@@ -323,13 +250,15 @@ json toJson(const Variant& value) {
 std::vector<std::string> userSettingKeys(const DataProxy<std::string>& store) {
     std::vector<std::string> out;
     for (const auto& key : store.keys())
-        if (isUserKey(key))
+        if (const KeySpec* spec = findKey(key); spec && spec->saved())
             out.push_back(key);
     return out;
 }
 
 bool isWritableSetting(const std::string& key) {
-    return !isResultKey(key);
+    // Keys the schema does not know (an element's activity key) are the host's to set.
+    const KeySpec* spec = findKey(key);
+    return !spec || spec->writable();
 }
 
 std::shared_ptr<Variant> Settings::current(const std::string& key) const {
@@ -348,6 +277,9 @@ std::shared_ptr<Variant> Settings::current(const std::string& key) const {
 }
 
 std::shared_ptr<Variant> Settings::checked(const std::string& key, std::shared_ptr<Variant> v) const {
+    if (const KeySpec* spec = findKey(key))
+        if (const std::string problem = rangeProblem(*spec, *v); !problem.empty())
+            fail(key, problem);
     auto it = m_checks.find(key);
     if (it != m_checks.end()) {
         const std::string problem = it->second(*v);

@@ -40,10 +40,10 @@ std::shared_ptr<norda::exp::Variant> parseTextFor(const norda::exp::Variant& cur
 // their one-line text form; a matrix is summarised, never dumped.
 nlohmann::json toJson(const norda::exp::Variant& value);
 
-// Keys a user sets and that survive a restart (display, environment, measurement set-up, image
-// numbering); measurement results and device state are not among them.
+// Keys a user sets and that survive a restart: those the key schema says the user writes.
 std::vector<std::string> userSettingKeys(const norda::exp::DataProxy<std::string>& store);
-// Whether a key may be written from outside (settings file, --set, the HTTP API).
+// Whether a key may be written from outside (settings file, --set, the HTTP API): not a result
+// or the device's state.
 bool isWritableSetting(const std::string& key);
 
 class Settings {
@@ -61,8 +61,9 @@ public:
     nlohmann::json get(const std::string& key) const;
     nlohmann::json userSettings() const;
 
-    // A check of a key's new value beyond its type (a palette that exists, a defined range); it
-    // returns an error text, empty when the value is fine. Add checks before applying settings.
+    // A check of a key's new value beyond its type and the schema's range (a palette that exists,
+    // a defined measurement range); it returns an error text, empty when the value is fine. Add
+    // checks before applying settings.
     using Check = std::function<std::string(const norda::exp::Variant&)>;
     void addCheck(const std::string& key, Check check) { m_checks[key] = std::move(check); }
 

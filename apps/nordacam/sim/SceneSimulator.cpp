@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 
 #include <algorithm>
@@ -313,12 +314,10 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
                                       static_cast<unsigned long long>(uptimeS * 1000.0));
     meta.setValue<unsigned char>(Id::ActiveMeasRange::Name, c.range);
     meta.setValue<unsigned long long>("FrameCnt", n);
-    for (const auto* key :
-         {&Id::Environment::EmissivityValue, &Id::Environment::ReflectedTemperature,
-          &Id::Environment::Humidity, &Id::Environment::Temperature, &Id::ActiveLens::Attached,
-          &Id::ActiveLens::Index, &Id::ActiveLens::Serial, &Id::ProtectiveGlass::Attached,
-          &Id::ProtectiveGlass::Transmission, &Id::ProtectiveGlass::Emissivity})
-        meta.set(*key, m_store.get(*key));
+    // The rest of what a camera stamps into its raw frames comes from its settings.
+    for (const auto& spec : keySchema())
+        if (spec.rawFrame && !meta.contains(spec.name))
+            meta.set(spec.name, m_store.get(spec.name));
 
     // Keep the store's device state current for the user interface and the other elements.
     m_store.setValue(Id::Temperatures::Current::TBoardSens50, celsius(boardC), false);

@@ -3,6 +3,7 @@
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/imgproc/Palettes.h"
 
@@ -106,15 +107,13 @@ const std::vector<std::string>& overlayKeys() {
                                       Id::Environment::HumidityModeActive,
                                       Id::Environment::Temperature,
                                       Id::Environment::Humidity};
-        for (const char* p : {"HotSpot", "ColdSpot", "CenterSpot", "LaserSpot", "MeasPoint1", "MeasPoint2",
-                              "MeasPoint3", "MeasPoint4", "MeasPoint5", "DeltaT1", "DeltaT2"})
-            for (const char* item :
-                 {"Visible", "MeasPoint", "LocalParameters", "Emissivity", "ReflectedTemperature"})
+        for (const char* p : {"HotSpot", "ColdSpot", "CenterSpot", "LaserSpot", "DeltaT1", "DeltaT2"})
+            for (const char* item : {"Visible", "MeasPoint"})
                 k.push_back(fmt::format("MeasPoints.{}.{}", p, item));
-        for (int i = 1; i <= 3; ++i)
-            for (const char* item :
-                 {"Visible", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
-                k.push_back(fmt::format("MeasAreas.UserArea{}.{}", i, item));
+        for (const auto& m : userMarks())
+            for (const std::string* key :
+                 {&m.visible, &m.result, &m.localParameters, &m.emissivity, &m.reflectedTemperature})
+                k.push_back(*key);
         return k;
     }());
     return keys;
@@ -190,11 +189,9 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
     spot("ColdSpot", SpotKind::Cold, "", visible("ColdSpot"));
     spot("CenterSpot", SpotKind::Centre, "", visible("CenterSpot"));
     spot("LaserSpot", SpotKind::Laser, "L", visible("LaserSpot"));
-    for (int i = 1; i <= 5; ++i) {
-        const std::string name = fmt::format("MeasPoint{}", i);
-        spot(name, SpotKind::User, fmt::format("P{}", i), visible(name),
-             localNote(values, "MeasPoints." + name));
-    }
+    for (const auto& m : userMarks())
+        if (!m.area)
+            spot(m.name, SpotKind::User, m.label, visible(m.name), localNote(values, "MeasPoints." + m.name));
     const bool deltaT = getOr(values, Id::DeltaT::Active, false);
     const auto first = getOr(values, Id::DeltaT::First, std::string()),
                second = getOr(values, Id::DeltaT::Second, std::string());
@@ -203,15 +200,17 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
         spot(name, SpotKind::DeltaT, name[6] == '1' ? "D1" : "D2",
              deltaT && (first == name || second == name));
 
-    for (int i = 1; i <= 3; ++i) {
-        const std::string name = fmt::format("UserArea{}", i), prefix = "MeasAreas." + name;
+    for (const auto& m : userMarks()) {
+        if (!m.area)
+            continue;
+        const std::string &name = m.name, prefix = "MeasAreas." + name;
         MeasArea a;
         if (!getOr(values, prefix + ".Visible", false) || !get(values, prefix + ".MeasArea", a))
             continue;
         const auto r = a.getAreaRect();
         const auto &hot = a.getHotSpot(), &cold = a.getColdSpot();
         positions[name] = {r.x + r.width / 2, r.y + r.height / 2};
-        c.areas.push_back({fmt::format("A{}", i), r, valueOf(a.getMeanValue()), valueOf(hot.getValue()),
+        c.areas.push_back({m.label, r, valueOf(a.getMeanValue()), valueOf(hot.getValue()),
                            valueOf(cold.getValue()), cv::Point(hot.getX(), hot.getY()),
                            cv::Point(cold.getX(), cold.getY()), localNote(values, prefix)});
     }

@@ -1,6 +1,7 @@
 #include "nordalib/vision/streaming/UserMeasurementElement.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/climate/DewPoint.h"
 #include "nordalib/vision/measurement/MeasurementStatistics.h"
@@ -14,36 +15,6 @@ using vision::ObjectParameters;
 using vision::RadiometricTools;
 
 namespace {
-
-// Constant tables: a cycle running late (a host that exits without stopping its chain) still reads
-// valid memory, where a function-local vector would already be destroyed by then.
-struct PointKeys {
-    std::string_view name;
-    const std::string &visible, &position, &measPoint, &local, &emissivity, &reflected;
-};
-#define NORDA_POINT(P)                                                                                       \
-    PointKeys {                                                                                              \
-#P, Id::MeasPoints::P::Visible, Id::MeasPoints::P::Position, Id::MeasPoints::P::MeasPoint,           \
-            Id::MeasPoints::P::LocalParameters, Id::MeasPoints::P::Emissivity,                               \
-            Id::MeasPoints::P::ReflectedTemperature                                                          \
-    }
-constexpr PointKeys kUserPoints[] = {NORDA_POINT(MeasPoint1), NORDA_POINT(MeasPoint2),
-                                     NORDA_POINT(MeasPoint3), NORDA_POINT(MeasPoint4),
-                                     NORDA_POINT(MeasPoint5)};
-#undef NORDA_POINT
-
-struct AreaKeys {
-    std::string_view name;
-    const std::string &visible, &rect, &measArea, &local, &emissivity, &reflected;
-};
-#define NORDA_AREA(A)                                                                                        \
-    AreaKeys {                                                                                               \
-#A, Id::MeasAreas::A::Visible, Id::MeasAreas::A::Rect, Id::MeasAreas::A::MeasArea,                   \
-            Id::MeasAreas::A::LocalParameters, Id::MeasAreas::A::Emissivity,                                 \
-            Id::MeasAreas::A::ReflectedTemperature                                                           \
-    }
-constexpr AreaKeys kUserAreas[] = {NORDA_AREA(UserArea1), NORDA_AREA(UserArea2), NORDA_AREA(UserArea3)};
-#undef NORDA_AREA
 
 MarkedFloat celsiusOf(const quantity::Temperature<MarkedFloat>& t) {
     return t.convertTo(quantity::TemperatureUnit::Celsius).getValue();
@@ -148,28 +119,32 @@ MeasPoint UserMeasurementElement::measurePoint(Context& c, const std::string& na
 
 void UserMeasurementElement::measurePoints(Context& c) {
     auto& s = *m_pDataProxy;
-    for (const auto& p : kUserPoints) {
-        const std::string name(p.name);
+    for (const auto& p : userMarks()) {
+        if (p.area)
+            continue;
+        const std::string& name = p.name;
         c.stamp(s, p.visible);
         c.stamp(s, p.position);
-        const auto local = localParameters(c, name, p.local, p.emissivity, p.reflected);
+        const auto local = localParameters(c, name, p.localParameters, p.emissivity, p.reflectedTemperature);
         if (!s.getValue<bool>(p.visible))
             continue;
         const auto position = s.getValue<cv::Point_<int>>(p.position);
         const cv::Point at(std::clamp(position.x, 0, c.img.cols - 1),
                            std::clamp(position.y, 0, c.img.rows - 1));
         const MeasPoint point = measurePoint(c, name, at, c.img.at<unsigned short>(at), local);
-        c.publish(s, p.measPoint, makeVariant(point));
+        c.publish(s, p.result, makeVariant(point));
     }
 }
 
 void UserMeasurementElement::measureAreas(Context& c) {
     auto& s = *m_pDataProxy;
-    for (const auto& a : kUserAreas) {
-        const std::string name(a.name);
+    for (const auto& a : userMarks()) {
+        if (!a.area)
+            continue;
+        const std::string& name = a.name;
         c.stamp(s, a.visible);
         c.stamp(s, a.rect);
-        const auto local = localParameters(c, name, a.local, a.emissivity, a.reflected);
+        const auto local = localParameters(c, name, a.localParameters, a.emissivity, a.reflectedTemperature);
         if (!s.getValue<bool>(a.visible))
             continue;
         const cv::Rect rect = s.getValue<cv::Rect_<int>>(a.rect) & cv::Rect(0, 0, c.img.cols, c.img.rows);
@@ -209,7 +184,7 @@ void UserMeasurementElement::measureAreas(Context& c) {
             area.setMeanValue(vision::DewPoint::calcSurfaceMoisture(mean, c.air, c.humidity));
         else
             area.setMeanValue(mean);
-        c.publish(s, a.measArea, makeVariant(area));
+        c.publish(s, a.result, makeVariant(area));
     }
 }
 

@@ -47,11 +47,6 @@ public:
 
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
-    // The names delta-T can compare (values of Id::DeltaT::First / Second).
-    static constexpr std::string_view kResultNames[] = {
-        "HotSpot",    "ColdSpot", "CenterSpot", "MeasPoint1", "MeasPoint2", "MeasPoint3", "MeasPoint4",
-        "MeasPoint5", "DeltaT1",  "DeltaT2",    "UserArea1",  "UserArea2",  "UserArea3"};
-
 private:
     struct Context;
     // A result's local parameters: none asked, applied, or asked but not applicable (degraded).
