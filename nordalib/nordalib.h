@@ -27,6 +27,7 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/exception/SystemError.h"
 #include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/LogLevel.h"
 #include "nordalib/core/logging/Logger.h"
