@@ -1,7 +1,8 @@
 #include "apps/nordacam/Gallery.h"
 
+#include "apps/nordacam/OutputFolder.h"
 #include "apps/nordacam/Overlay.h"
-#include "apps/nordacam/Server.h"
+#include "apps/nordacam/StreamPublisher.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/KeySchema.h"
@@ -67,7 +68,7 @@ norda::vision::Rix load(const std::string& path, const std::string& name) {
 std::string Gallery::path(const std::string& name) const {
     if (!isImageFile(name))
         throw GalleryError(400, "\"" + name + "\" is not a saved image (.RIX)");
-    return WebServer::fileInFolder(m_camera.options().outputDir, name);
+    return fileInFolder(m_camera.options().outputDir, name);
 }
 
 json Gallery::list() const {
@@ -100,12 +101,9 @@ std::string Gallery::thumbnail(const std::string& name) const {
     cv::Mat rgb = rix.getPreviewImageRgb();
     if (rgb.empty())
         throw GalleryError(422, name + " holds no preview image");
-    cv::Mat small, bgr;
+    cv::Mat small;
     cv::resize(rgb, small, cv::Size(160, 120), 0, 0, cv::INTER_AREA);
-    cv::cvtColor(small, bgr, cv::COLOR_RGB2BGR);
-    std::vector<uchar> jpeg;
-    cv::imencode(".jpg", bgr, jpeg, {cv::IMWRITE_JPEG_QUALITY, 85});
-    return std::string(jpeg.begin(), jpeg.end());
+    return StreamPublisher::encodeJpeg(small, 85);
 }
 
 void Gallery::open(const std::string& name) {
@@ -232,9 +230,8 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
     if (!picture.empty() && name.rfind("IR", 0) == 0) {
         std::vector<uchar> jpeg;
         cv::imencode(".jpg", picture, jpeg);
-        norda::utils::writeFileAtomically(
-            WebServer::fileInFolder(m_camera.options().outputDir, "TR" + number + ".JPG"), jpeg.data(),
-            jpeg.size());
+        norda::utils::writeFileAtomically(fileInFolder(m_camera.options().outputDir, "TR" + number + ".JPG"),
+                                          jpeg.data(), jpeg.size());
     }
     if (requested.empty())
         store.setValue<unsigned int>(Id::Miscellaneous::ImageCounter, counter + 1, true);

@@ -3,6 +3,7 @@
 // wrapper that turns a handler's exceptions into those errors.
 
 #include "apps/nordacam/Camera.h"
+#include "apps/nordacam/OutputFolder.h"
 #include "apps/nordacam/Settings.h"
 
 #include <httplib.h>
@@ -34,6 +35,8 @@ template <typename F> httplib::Server::Handler guarded(F f) {
             f(req, res);
         } catch (const HttpError& e) {
             reply(res, {{"error", e.what()}}, e.status);
+        } catch (const BadFileName& e) {
+            reply(res, {{"error", e.what()}}, 400);
         } catch (const NotAvailable& e) {
             reply(res, {{"error", e.what()}}, 503);
         } catch (const SettingsError& e) {

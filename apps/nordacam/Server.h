@@ -8,6 +8,8 @@
 //   /snapshot.jpg  the newest display image
 //   /api/status, /api/measurements, /api/temperature?x=&y=, /api/palettes
 //   /api/settings (GET all user settings, POST a JSON object), /api/settings/<key> (GET, PUT)
+//   /api/keys (GET: the key schema: every key's type, default, range, writer and group, the
+//                  user's marks and the results delta-T compares)
 //   /api/commands (GET), /api/commands/<callable>/<command> (POST a JSON array of arguments)
 //   /api/save (POST), /api/capture (GET: the "CaptureImage" bytes as a download)
 //   /api/record/start (POST {"file": "...pxm", "frames": N}), /api/record/stop (POST)
@@ -23,6 +25,7 @@
 // stream clients). File names taken from requests are plain names inside the output folder.
 
 #include "apps/nordacam/Camera.h"
+#include "apps/nordacam/OutputFolder.h"
 
 #include <atomic>
 #include <functional>
@@ -57,15 +60,24 @@ public:
     int port() const { return m_port; }
 
     // A plain file name ([A-Za-z0-9._-], no leading dot) inside `folder`; throws otherwise.
-    static std::string fileInFolder(const std::string& folder, const std::string& name);
+    static std::string fileInFolder(const std::string& folder, const std::string& name) {
+        return nordacam::fileInFolder(folder, name);
+    }
 
     // Answers one request (method, decoded path, parameters, body) the way the server does, without
     // a connection: the same routes, errors and error page. Streams only get their response set up.
     void handle(httplib::Request& req, httplib::Response& res) const;
 
 private:
+    // Stream clients served at once.
+    static constexpr int kMaxStreams = 32;
+
     struct Route;
     void routes();
+    // By area: the live view and its streams; settings, key schema and commands; the output folder.
+    void liveRoutes();
+    void settingsRoutes();
+    void fileRoutes();
     // The thermographer's additions: measurement results and set-up, the colour scale, gallery.
     void thermographyRoutes();
     void galleryRoutes();
