@@ -69,7 +69,7 @@ std::string_view viewerPage() {
    <div id="rec" class="muted"></div>
   </fieldset>
   <fieldset id="objectpanel" class="panel"><legend>Object parameters</legend>
-   Emissivity <input id="emissivity" type="number" step="0.01" min="0.01" max="1">
+   Emissivity <input id="emissivity" type="number" step="0.01">
    Reflected <input id="reflected" type="number" step="0.5"> &deg;C<br>
    Air <input id="air" type="number" step="0.5"> &deg;C
    Humidity <input id="rh" type="number" step="1" min="0" max="100"> %<br>
@@ -202,7 +202,24 @@ function post(body, what) {
 }
 function hex(n) { return '#' + ('000000' + (n >>> 0).toString(16)).slice(-6); }
 function num(h) { return parseInt(h.slice(1), 16); }
+// The key schema: the inputs take their ranges from it, delta-T its choice of results.
+const keySchema = api('/api/keys');
+async function setupRanges() {
+  const keys = {};
+  (await keySchema).keys.forEach(k => { keys[k.name] = k; });
+  [['emissivity', 'Environment.EmissivityValue'], ['reflected', 'Environment.ReflectedTemperature'],
+   ['air', 'Environment.Temperature'], ['glasstau', 'ProtectiveGlass.Transmission'],
+   ['glasseps', 'ProtectiveGlass.Emissivity'], ['reE', 'Gallery.Reanalysis.Emissivity'],
+   ['reTr', 'Gallery.Reanalysis.ReflectedTemperature']].forEach(([id, key]) => {
+    const r = keys[key] && keys[key].range;
+    if (!r) return;
+    const step = parseFloat($(id).step) || 0;
+    $(id).min = r.lowOpen ? r.low + step : r.low;
+    $(id).max = r.high;
+  });
+}
 async function setupPanels() {
+  setupRanges().catch(e => msg(e.message));
   try {
     const s = await api('/api/settings');
     $('emissivity').value = s['Environment.EmissivityValue'];
@@ -269,7 +286,8 @@ async function refreshTools() {
     $('dew').textContent = 'dew point ' + thermo.humidity.dewPoint.toFixed(1) + ' \u00b0C at ' + thermo.humidity.air.toFixed(1) + ' \u00b0C, ' + thermo.humidity.relative.toFixed(0) + ' %';
     if (!$('range_sel').options.length) thermo.ranges.forEach(r => { const o = document.createElement('option'); o.value = r.name; o.textContent = r.name + ' (' + r.bottom + ' .. ' + r.top + ' \u00b0C)'; $('range_sel').appendChild(o); });
     $('range_sel').value = thermo.activeRange;
-    if (!$('deltafirst').options.length) ['deltafirst', 'deltasecond'].forEach(id => ['DeltaT1', 'DeltaT2', 'HotSpot', 'ColdSpot', 'CenterSpot', 'MeasPoint1', 'MeasPoint2', 'MeasPoint3', 'MeasPoint4', 'MeasPoint5', 'UserArea1', 'UserArea2', 'UserArea3'].forEach(n => {
+    const results = (await keySchema).deltaTResults;
+    if (!$('deltafirst').options.length) ['deltafirst', 'deltasecond'].forEach(id => results.forEach(n => {
       const o = document.createElement('option'); o.textContent = n; $(id).appendChild(o); }));
     $('deltafirst').value = thermo.deltaT.first; $('deltasecond').value = thermo.deltaT.second;
     document.querySelectorAll('#tools tr[data-key]').forEach(tr => {

@@ -171,6 +171,16 @@ TEST(NordacamServer, RequestsAreAnsweredWithoutAConnection) {
     EXPECT_EQ(notFound.status, 404);
     EXPECT_NE(notFound.body.find("\"error\""), std::string::npos);
     EXPECT_EQ(ask("GET", "/snapshot.jpg").status, 503); // no frame yet
+    // The key schema as the page reads it.
+    const auto schema = nlohmann::json::parse(ask("GET", "/api/keys").body);
+    EXPECT_EQ(schema["deltaTResults"].size(), 13u);
+    nlohmann::json emissivity;
+    for (const auto& k : schema["keys"])
+        if (k["name"] == "Environment.EmissivityValue")
+            emissivity = k;
+    EXPECT_EQ(emissivity["range"]["low"], 0.0);
+    EXPECT_EQ(emissivity["range"]["lowOpen"], true);
+    EXPECT_EQ(emissivity["default"], 0.95);
 
     // A file a command writes is a plain name inside the output folder, as on every other route.
     const std::string start = "/api/commands/" + kRecorderName + "/Start";
