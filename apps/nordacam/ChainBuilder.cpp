@@ -57,15 +57,22 @@ std::vector<std::string> displayKeys() {
 
 // Metadata saved into every image as generic entries.
 std::vector<std::string> savedKeys() {
-    std::vector<std::string> k = {Id::ActiveMeasRange::Name, Id::Environment::Humidity,
-                                  Id::Environment::Temperature, Id::Temperatures::Current::TBoardSens50,
-                                  Id::ActiveLens::Serial, Id::DeviceInfo::Uptime,
-                                  Id::MeasPoints::HotSpot::MeasPoint, Id::MeasPoints::ColdSpot::MeasPoint,
-                                  Id::MeasPoints::CenterSpot::MeasPoint, Id::MeasAreas::CenterArea::MeasArea,
+    std::vector<std::string> k = {Id::ActiveMeasRange::Name,
+                                  Id::Temperatures::Current::TBoardSens50,
+                                  Id::ActiveLens::Serial,
+                                  Id::DeviceInfo::Uptime,
+                                  Id::MeasPoints::HotSpot::MeasPoint,
+                                  Id::MeasPoints::ColdSpot::MeasPoint,
+                                  Id::MeasPoints::CenterSpot::MeasPoint,
+                                  Id::MeasAreas::CenterArea::MeasArea,
                                   Id::Palette::ActivePalette,
-                                  // what re-analysing the image later needs
-                                  Id::Radiometry::Planck, Id::ProtectiveGlass::Attached,
-                                  Id::ProtectiveGlass::Transmission, Id::ProtectiveGlass::Emissivity};
+                                  Id::Radiometry::Planck};
+    // What re-analysing the image later needs: every object parameter (the image keeps the
+    // emissivity and reflected temperature in fields of its own).
+    for (const auto& spec : keySchema())
+        if (spec.group == KeyGroup::ObjectParameters && spec.name != Id::Environment::EmissivityValue &&
+            spec.name != Id::Environment::ReflectedTemperature)
+            k.push_back(spec.name);
     // The user's measurement set-up with its results and local parameters, and what the
     // overlay of the image shows, so that a re-analysed copy looks like the original.
     for (const auto& m : userMarks())
