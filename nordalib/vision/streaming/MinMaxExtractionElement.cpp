@@ -1,6 +1,7 @@
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/measurement/MeasurementResults.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
@@ -131,18 +132,10 @@ bool MinMaxExtractionElement::process(FrameMap& inputs, FrameMap& outputs) {
                                 humidityMode, humidity, airTemperature);
 
             if (m_bMeasPointsEnabled) {
-                struct UserPoint {
-                    const std::string &visible, &measPoint, &position;
-                };
-                static const UserPoint userPoints[] = {
-                    {MP::MeasPoint1::Visible, MP::MeasPoint1::MeasPoint, MP::MeasPoint1::Position},
-                    {MP::MeasPoint2::Visible, MP::MeasPoint2::MeasPoint, MP::MeasPoint2::Position},
-                    {MP::MeasPoint3::Visible, MP::MeasPoint3::MeasPoint, MP::MeasPoint3::Position},
-                    {MP::MeasPoint4::Visible, MP::MeasPoint4::MeasPoint, MP::MeasPoint4::Position},
-                    {MP::MeasPoint5::Visible, MP::MeasPoint5::MeasPoint, MP::MeasPoint5::Position}};
-                for (const auto& p : userPoints)
-                    handleMeasPoint(p.visible, p.measPoint, p.position, frame, m_borders, humidityMode,
-                                    humidity, airTemperature);
+                for (const auto& p : userMarks())
+                    if (!p.area)
+                        handleMeasPoint(p.visible, p.result, p.position, frame, m_borders, humidityMode,
+                                        humidity, airTemperature);
             }
 
             // Image statistics are temperatures in every mode, refreshed with the spots.
