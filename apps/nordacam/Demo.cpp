@@ -1,6 +1,7 @@
 #include "apps/nordacam/Demo.h"
 
 #include "apps/nordacam/Measure.h"
+#include "apps/nordacam/TruthFigures.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/DefaultParameters.h"
@@ -340,6 +341,10 @@ int runLive(const RunOptions& options, std::ostream& out) {
             out << fmt::format("  emissivity              -> {} (tolerance 0.03)\n",
                                emWorst <= 0.03 ? "within" : "OUTSIDE");
     }
+    if (simulated && options.truthFigures)
+        printTruthFigures(options.camera.calibrationDir.empty() ? defaultCalibrationDir()
+                                                                : options.camera.calibrationDir,
+                          out);
     if (!camera.snapshot().rad.empty()) {
         out << "\nLast measurement:";
         for (const auto& s : readSpots(camera.store()))

@@ -263,6 +263,7 @@ int main(int argc, char** argv) {
             o.camera = cameraOptions(demoC);
             o.frames = demoFrames;
             o.status = !demoC.quiet;
+            o.truthFigures = true;
             return runLive(o, std::cout);
         }
         if (*run) {
