@@ -278,7 +278,9 @@ int runLive(const RunOptions& options, std::ostream& out) {
 
     int code = 0;
     if (simulated) {
-        out << "\nMeasured against the true scene (after warm-up, shutter open):\n";
+        out << "\nMeasured against the live scene (after warm-up, shutter open; its detector runs the "
+               "library's "
+               "radiometric model backwards, so these show only that the chain inverts it):\n";
         if (accuracy.objects.empty() && accuracy.hotSpot.n == 0)
             out << "  no radiometric frame after warm-up\n";
         for (const auto& [name, s] : accuracy.objects)

@@ -43,6 +43,7 @@ std::string verdict(bool met) {
 constexpr double kObjectC = 45.0, kPlateC = 50.0, kLabelEmissivity = 0.95, kPlateEmissivity = 0.6;
 constexpr double kEmissivities[] = {0.95, 0.6, 0.3};
 constexpr double kDistances[] = {1.0, 5.0, 20.0};
+constexpr double kShutterPeriodS = 20.0;
 
 phys::PhysicalScene figureScene(double fx) {
     using Shape = phys::SceneSurface::Shape;
@@ -102,7 +103,8 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
             c.range, c.bandBottomC, c.bandTopC, c.views, c.meanK, c.worstK, c.rmsK,
             goal(c.rmsK <= 0.1 && std::abs(c.worstK) <= 0.3));
 
-    // The camera switched on in a 21 °C room, the shutter closing every minute; frames through the
+    // The camera switched on in a 21 °C room, the shutter closing every 20 s as the live host's does;
+    // frames through the
     // warm-up converted with the fitted radiometry (range 1), the conditions as the camera's own
     // sensors read them, the reflected temperature as measured from the reflector.
     const auto calibration = norda::vision::RadiometricCalibration::load(dir + "radiometry.json");
@@ -117,14 +119,14 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
     std::map<std::string, Stat> objects;
     Stat reflected, label, bigDisc, smallDisc;
     double boardFrom = 0, boardTo = 0;
-    for (double shutterAt = 120.0; shutterAt < 600.0; shutterAt += 60.0) {
+    for (double shutterAt = 120.0; shutterAt < 600.0; shutterAt += kShutterPeriodS) {
         thermal.runTo(shutterAt);
         const auto atShutter = thermal.temperatures();
         cv::Mat shutter;
         camera.renderShutter(atShutter).convertTo(shutter, CV_64F);
         if (shutterAt == 120.0)
             boardFrom = atShutter.boardC;
-        for (double after : {5.0, 30.0, 55.0}) {
+        for (double after : {2.0, 10.0, 19.0}) {
             thermal.runTo(shutterAt + after);
             const auto t = thermal.temperatures();
             boardTo = t.boardC;
@@ -187,9 +189,10 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
         }
     }
     out << fmt::format(
-        "  objects at {:.0f} °C while the board warms from {:.1f} to {:.1f} °C (air between camera "
-        "and object not corrected yet: the chain has no air model in this conversion):\n",
-        kObjectC, boardFrom, boardTo);
+        "  objects at {:.0f} °C from 2 to 10 min after switching on, the board warming from {:.1f} to "
+        "{:.1f} °C, the shutter closing every {:.0f} s (air between camera and object not corrected "
+        "yet: no air model in this conversion):\n",
+        kObjectC, boardFrom, boardTo, kShutterPeriodS);
     for (int i = 0; i < 9; ++i) {
         const auto& s = scene.surfaces[i];
         const auto& o = objects[s.name];
