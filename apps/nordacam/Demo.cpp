@@ -278,9 +278,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
 
     int code = 0;
     if (simulated) {
-        out << "\nMeasured against the live scene (after warm-up, shutter open; its detector runs the "
-               "library's "
-               "radiometric model backwards, so these show only that the chain inverts it):\n";
+        out << "\nMeasured against the live scene (after warm-up, shutter open; the physical simulator's "
+               "detector behind the live scene's geometry, without air or point-spread function):\n";
         if (accuracy.objects.empty() && accuracy.hotSpot.n == 0)
             out << "  no radiometric frame after warm-up\n";
         for (const auto& [name, s] : accuracy.objects)
@@ -382,10 +381,7 @@ int simulateRecording(const CameraOptions& options, const std::string& file, uin
         settings.loadFile(options.settingsFile);
     for (const auto& a : options.assignments)
         settings.applyAssignment(a);
-    sim::SceneSimulator simulator(store, options.sim,
-                                  sim::makeResponse(options.calibrationDir.empty()
-                                                        ? defaultCalibrationDir()
-                                                        : options.calibrationDir + "/"));
+    sim::SceneSimulator simulator(store, options.sim, sim::makePhysicalResponse());
     MeasRangeFollower follower(store, [&](unsigned char r) { simulator.setRange(r); });
     norda::vision::ImageIO writer(8);
     writer.open(file);

@@ -292,6 +292,14 @@ int calibFitRadiometry(const std::string& folder, const std::string& outFile, co
     std::map<unsigned, norda::vision::LensCalibration> lenses;
     if (!lensesFrom.empty())
         lenses = norda::vision::RadiometricCalibration::load(lensesFrom).lenses;
+    // The views were taken through the camera's first lens: its transmission is the one they state
+    // (the constants hold for the detector behind it), whatever an older table said.
+    const double tau = views.front().conditions.lensTransmission;
+    if (tau != 1.0 && std::all_of(views.begin(), views.end(),
+                                  [&](const auto& v) { return v.conditions.lensTransmission == tau; })) {
+        lenses[1].transmission = tau;
+        out << fmt::format("lens 1: transmission {:.4f}, as the views state it\n", tau);
+    }
     norda::vision::RadiometryFit::write(norda::vision::RadiometryFit::calibration(fits, lenses), outFile);
     out << "wrote " << outFile << "\n";
     return 0;
