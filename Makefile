@@ -36,22 +36,24 @@ demo: configure
 # Factory calibration of the physical simulator's camera (docs/calibration.md): renders the target
 # views a factory captures, fits each file from those views alone, then converts fresh blackbody
 # views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal).
-# CALIB_OUT=data/calibration regenerates the checked-in files. The simulated camera's responsivity
-# (1/T^2 of its focal plane) and lens are beyond the library's radiometric model, so its views lie
-# kelvins off any fitted curve: the fit keeps them (CALIB_FIT_ARGS) and the check prints the misses.
+# CALIB_OUT=data/calibration regenerates the checked-in files. The fitted curve's form leaves the
+# simulated views up to 0.4 K off it, far above their noise: the fit keeps them (CALIB_FIT_ARGS) and
+# the check prints what fresh views measure.
 CALIB_VIEWS ?= $(BUILD)/calibration-views
 CALIB_OUT   ?= $(BUILD)/calibration
 CALIB_FIT_ARGS ?= --residual-limit 15
 NORDACAM     = $(BUILD)/apps/nordacam/nordacam
 calibrate: configure
 	cmake --build $(BUILD) -j$(JOBS) --target nordacam
-	for kind in badpixel radiometry distortion; do \
+	for kind in badpixel radiometry distortion registration; do \
 		$(NORDACAM) calib views --kind $$kind --out $(CALIB_VIEWS)/$$kind || exit 1; done
 	$(NORDACAM) calib badpixel-fit --views $(CALIB_VIEWS)/badpixel --out $(CALIB_OUT)/badpixel.pxm
 	$(NORDACAM) calib radiometry-fit --views $(CALIB_VIEWS)/radiometry --out $(CALIB_OUT)/radiometry.json \
 		--lenses data/calibration/radiometry.json $(CALIB_FIT_ARGS)
 	$(NORDACAM) calib distortion-fit --views $(CALIB_VIEWS)/distortion --out $(CALIB_OUT)/lens1/distort.pxm
-	$(NORDACAM) calib check --radiometry $(CALIB_OUT)/radiometry.json --distortion $(CALIB_OUT)/lens1/distort.pxm
+	$(NORDACAM) calib registration-fit --views $(CALIB_VIEWS)/registration --out $(CALIB_OUT)/registration.json
+	$(NORDACAM) calib check --radiometry $(CALIB_OUT)/radiometry.json --distortion $(CALIB_OUT)/lens1/distort.pxm \
+		--registration $(CALIB_OUT)/registration.json
 
 bench: build
 	$(BUILD)/bench/nordabench $(BENCH_ARGS)

@@ -1,6 +1,7 @@
 #include "apps/nordacam/Demo.h"
 
 #include "apps/nordacam/Measure.h"
+#include "apps/nordacam/TruthFigures.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/DefaultParameters.h"
@@ -277,7 +278,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
 
     int code = 0;
     if (simulated) {
-        out << "\nMeasured against the true scene (after warm-up, shutter open):\n";
+        out << "\nMeasured against the live scene (after warm-up, shutter open; the physical simulator's "
+               "detector behind the live scene's geometry, without air or point-spread function):\n";
         if (accuracy.objects.empty() && accuracy.hotSpot.n == 0)
             out << "  no radiometric frame after warm-up\n";
         for (const auto& [name, s] : accuracy.objects)
@@ -340,6 +342,10 @@ int runLive(const RunOptions& options, std::ostream& out) {
             out << fmt::format("  emissivity              -> {} (tolerance 0.03)\n",
                                emWorst <= 0.03 ? "within" : "OUTSIDE");
     }
+    if (simulated && options.truthFigures)
+        printTruthFigures(options.camera.calibrationDir.empty() ? defaultCalibrationDir()
+                                                                : options.camera.calibrationDir,
+                          out);
     if (!camera.snapshot().rad.empty()) {
         out << "\nLast measurement:";
         for (const auto& s : readSpots(camera.store()))
@@ -375,10 +381,7 @@ int simulateRecording(const CameraOptions& options, const std::string& file, uin
         settings.loadFile(options.settingsFile);
     for (const auto& a : options.assignments)
         settings.applyAssignment(a);
-    sim::SceneSimulator simulator(store, options.sim,
-                                  sim::makeResponse(options.calibrationDir.empty()
-                                                        ? defaultCalibrationDir()
-                                                        : options.calibrationDir + "/"));
+    sim::SceneSimulator simulator(store, options.sim, sim::makePhysicalResponse());
     MeasRangeFollower follower(store, [&](unsigned char r) { simulator.setRange(r); });
     norda::vision::ImageIO writer(8);
     writer.open(file);

@@ -1,11 +1,16 @@
 #include "apps/nordacam/FactoryViews.h"
 
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
+#include "apps/nordacam/sim/physics/VisualRig.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imageio/PxmEncoder.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
+#include "nordalib/vision/registration/Registration.h"
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -115,6 +120,64 @@ std::vector<double> temperatures(const Band& b, int n, bool midpoints) {
 double lensTransmission(const phys::PhysicalCamera& camera) {
     return camera.lensPathRadiance(30.0) / camera.detectorRadiance(30.0);
 }
+// Grid poses (tilt about x, y, z in degrees; centre in metres) that together cover the infrared
+// image; the visual camera's wider field sees them whole too.
+struct Pose {
+    cv::Vec3d rotationDeg, translation;
+};
+const std::vector<Pose>& gridPoses() {
+    static const std::vector<Pose> poses = {
+        {{0, 0, 0}, {0, 0, 0.6}},
+        {{20, 0, 0}, {0, 0, 0.65}},
+        {{-20, 0, 0}, {0, 0, 0.65}},
+        {{0, 25, 0}, {-0.08, 0, 0.65}},
+        {{0, -25, 0}, {0.08, 0, 0.65}},
+        {{12, 12, 5}, {-0.1, -0.07, 0.62}},
+        {{-12, 12, -5}, {-0.1, 0.07, 0.62}},
+        {{12, -12, -5}, {0.1, -0.07, 0.62}},
+        {{-12, -12, 5}, {0.1, 0.07, 0.62}},
+        {{0, 30, 8}, {0, 0, 0.7}},
+        {{30, 0, -8}, {0, 0, 0.7}},
+        {{8, -8, 0}, {0, 0, 0.52}},
+        {{-25, 20, 0}, {0.04, -0.04, 0.75}},
+    };
+    return poses;
+}
+phys::GridTarget dotGrid(const Pose& pose) {
+    phys::GridTarget target;
+    target.dotRadius = 0.01;
+    target.rotationDeg = pose.rotationDeg;
+    target.translation = pose.translation;
+    return target;
+}
+json targetJson(const phys::GridTarget& target) {
+    return {{"pattern", "circles"},
+            {"columns", target.cols},
+            {"rows", target.rows},
+            {"spacing", target.pitch},
+            {"warmDots", true}};
+}
+// The visual camera's exposure for the laser views: long enough that the spot at 10 m stands well
+// above the ambient light in 8 bits, the near spots saturating.
+constexpr double kLaserExposureS = 0.004;
+constexpr double kLaserReflectance = 0.5; // matt white card
+
+// Sensor pixel the fitted distortion table takes output pixel (x, y) from (bilinear between the
+// entries around it).
+cv::Point2d tableSource(const norda::vision::DistortionTable& table, int width, int height, cv::Point2d q) {
+    auto at = [&](int x, int y) {
+        x = std::clamp(x, 0, width - 1);
+        y = std::clamp(y, 0, height - 1);
+        const auto& e = table.entries()[size_t(y) * width + x];
+        const int source = y * width + x + e.offset;
+        return cv::Point2d(source % width + (e.w01 + e.w11) / 65536.0,
+                           source / width + (e.w10 + e.w11) / 65536.0);
+    };
+    const int x0 = int(std::floor(q.x)), y0 = int(std::floor(q.y));
+    const double fx = q.x - x0, fy = q.y - y0;
+    return (1 - fy) * ((1 - fx) * at(x0, y0) + fx * at(x0 + 1, y0)) +
+           fy * ((1 - fx) * at(x0, y0 + 1) + fx * at(x0 + 1, y0 + 1));
+}
 } // namespace
 
 FactoryViews::FactoryViews(FactoryViewOptions options) : m_options(std::move(options)) {}
@@ -184,44 +247,122 @@ void FactoryViews::distortion(const std::string& folder) const {
     phys::PhysicalCamera camera(m_options.camera);
     phys::GridTarget target;
     target.dotRadius = 0.01;
-    // Poses (tilt about x, y, z in degrees; centre in metres) that together cover the image.
-    struct Pose {
-        cv::Vec3d rotationDeg, translation;
-    };
-    const std::vector<Pose> poses = {
-        {{0, 0, 0}, {0, 0, 0.6}},
-        {{20, 0, 0}, {0, 0, 0.65}},
-        {{-20, 0, 0}, {0, 0, 0.65}},
-        {{0, 25, 0}, {-0.08, 0, 0.65}},
-        {{0, -25, 0}, {0.08, 0, 0.65}},
-        {{12, 12, 5}, {-0.1, -0.07, 0.62}},
-        {{-12, 12, -5}, {-0.1, 0.07, 0.62}},
-        {{12, -12, -5}, {0.1, -0.07, 0.62}},
-        {{-12, -12, 5}, {0.1, 0.07, 0.62}},
-        {{0, 30, 8}, {0, 0, 0.7}},
-        {{30, 0, -8}, {0, 0, 0.7}},
-        {{8, -8, 0}, {0, 0, 0.52}},
-        {{-25, 20, 0}, {0.04, -0.04, 0.75}},
-    };
+    const auto& poses = gridPoses();
     const size_t n = m_options.reduced ? 10 : poses.size();
     json views = json::array();
     for (size_t i = 0; i < n; ++i) {
         phys::GridView r;
-        r.target = target;
-        r.target.rotationDeg = poses[i].rotationDeg;
-        r.target.translation = poses[i].translation;
+        r.target = dotGrid(poses[i]);
         const std::string name = fmt::format("pose{:02}", i);
         writeFrames(dir + name + ".pxm", camera.gridView(r).view.frames);
         views.push_back({{"name", name}, {"file", name + ".pxm"}});
         if (m_options.progress)
             m_options.progress(fmt::format("grid pose {}/{}", i + 1, n));
     }
-    json t = {{"pattern", "circles"},
-              {"columns", target.cols},
-              {"rows", target.rows},
-              {"spacing", target.pitch},
-              {"warmDots", true}};
-    writeJson(dir + "views.json", {{"target", t}, {"views", views}});
+    writeJson(dir + "views.json", {{"target", targetJson(dotGrid(poses[0]))}, {"views", views}});
+}
+
+void FactoryViews::registration(const std::string& folder) const {
+    const std::string dir = folderOf(folder);
+    phys::PhysicalCamera camera(m_options.camera);
+    phys::VisualRig rig(m_options.rig);
+    const auto& poses = gridPoses();
+    const size_t n = m_options.reduced ? 10 : poses.size();
+    json views = json::array(), laser = json::array();
+    for (size_t i = 0; i < n; ++i) {
+        phys::GridView r;
+        r.target = dotGrid(poses[i]);
+        const std::string name = fmt::format("pose{:02}", i);
+        writeFrames(dir + name + "-ir.pxm", camera.gridView(r).view.frames);
+        if (!cv::imwrite(dir + name + "-vis.png", rig.gridImage(r.target)))
+            NORDA_THROW("can not write " + dir + name + "-vis.png", kWhere);
+        views.push_back({{"name", name}, {"infrared", name + "-ir.pxm"}, {"visual", name + "-vis.png"}});
+        if (m_options.progress)
+            m_options.progress(fmt::format("grid pose {}/{}, infrared and visual", i + 1, n));
+    }
+    // The laser on a card at measured distances; the spot's position is measured in the image.
+    for (double d : kLaserDistances) {
+        const cv::Mat red = rig.laserImage(d, kLaserReflectance, kLaserExposureS);
+        const cv::Point2d c = spotCentre(red);
+        if (c.x < 0)
+            NORDA_THROW(fmt::format("laser view at {:.1f} m: no spot stands out", d), kWhere);
+        laser.push_back({{"distance", d}, {"x", c.x}, {"y", c.y}});
+        if (m_options.progress)
+            m_options.progress(fmt::format("laser spot at {:.1f} m: visual ({:.2f}, {:.2f})", d, c.x, c.y));
+    }
+    writeJson(dir + "views.json",
+              {{"target", targetJson(dotGrid(poses[0]))}, {"views", views}, {"laser", laser}});
+}
+
+cv::Point2d FactoryViews::spotCentre(const cv::Mat& red) {
+    const double ambient = cv::mean(red)[0];
+    double peak = 0;
+    cv::Point at;
+    cv::minMaxLoc(red, nullptr, &peak, nullptr, &at);
+    if (peak < ambient + 8.0)
+        return {-1.0, -1.0};
+    // Centroid of what rises above a tenth of the peak over ambient, in a window several spot
+    // sizes wide around the brightest pixel: the spot's flanks carry its sub-pixel position.
+    const double floor = ambient + (peak - ambient) / 10.0;
+    const cv::Rect box = cv::Rect(at.x - 40, at.y - 40, 81, 81) & cv::Rect(0, 0, red.cols, red.rows);
+    double sum = 0, sx = 0, sy = 0;
+    for (int y = box.y; y < box.y + box.height; ++y)
+        for (int x = box.x; x < box.x + box.width; ++x) {
+            const double v = red.at<uchar>(y, x) - ambient;
+            if (v + ambient < floor)
+                continue;
+            sum += v;
+            sx += v * x;
+            sy += v * y;
+        }
+    return {sx / sum, sy / sum};
+}
+
+std::vector<RegistrationCheck> FactoryViews::checkRegistration(const std::string& registrationJson,
+                                                               const std::string& distortPxm) const {
+    const auto reg = norda::vision::Registration::load(registrationJson);
+    const auto& d = m_options.camera.detector;
+    const auto table =
+        norda::vision::DistortionTable::load(distortPxm, uint16_t(d.height), uint16_t(d.width));
+    const phys::LensDistortion lens(m_options.camera.distortion);
+    const auto& l = m_options.camera.distortion;
+    phys::VisualRig rig(m_options.rig);
+    const cv::Size ir(d.width, d.height), vis = rig.visualSize();
+    // The true infrared sensor pixel of a point, and the sensor pixel the chain takes an undistorted
+    // infrared pixel from.
+    auto truthIr = [&](const cv::Point3d& p) {
+        return lens.distort({l.fx * p.x / p.z + l.cx, l.fy * p.y / p.z + l.cy});
+    };
+    std::vector<RegistrationCheck> out;
+    for (double distance : kCheckDistances) {
+        RegistrationCheck c;
+        c.distance = distance;
+        int n = 0;
+        for (int y = 24; y < d.height - 24; y += 36)
+            for (int x = 24; x < d.width - 24; x += 36) {
+                const cv::Point2d ideal = lens.undistort({double(x), double(y)});
+                const cv::Point3d p((ideal.x - l.cx) / l.fx * distance, (ideal.y - l.cy) / l.fy * distance,
+                                    distance);
+                const cv::Point2d q = reg.visualToInfrared(rig.project(p), distance, vis, ir);
+                const double e = cv::norm(tableSource(table, d.width, d.height, q) - truthIr(p));
+                c.meanPx += e;
+                c.worstPx = std::max(c.worstPx, e);
+                ++n;
+            }
+        c.meanPx /= n;
+        phys::RigLaserTruth t;
+        const cv::Point2d spot = spotCentre(rig.laserImage(distance, kLaserReflectance, kLaserExposureS, &t));
+        const auto fix = reg.laserTriangulation(spot, vis, ir);
+        c.laserPx = cv::norm(tableSource(table, d.width, d.height, fix.infrared) - truthIr(t.hit));
+        c.laserDistancePercent = 100.0 * (fix.distance - t.hit.z) / t.hit.z;
+        out.push_back(c);
+        if (m_options.progress)
+            m_options.progress(
+                fmt::format("registration at {:.1f} m: mean {:.2f} px, worst {:.2f} px; laser {:.2f} "
+                            "px, distance {:+.2f} %",
+                            distance, c.meanPx, c.worstPx, c.laserPx, c.laserDistancePercent));
+    }
+    return out;
 }
 
 std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& radiometryJson) const {

@@ -10,6 +10,8 @@
 
 #include "apps/nordacam/sim/physics/Parameters.h"
 
+#include <opencv2/core.hpp>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,6 +20,7 @@ namespace nordacam {
 
 struct FactoryViewOptions {
     sim::physics::CameraParameters camera; // the simulated camera (detector.seed: its pixel pattern)
+    sim::physics::RigParameters rig;       // the visual camera and laser beside it
     std::vector<unsigned> ranges{1, 2};    // measurement ranges of the radiometry views and the check
     bool reduced = false;                  // the fewest views the fits accept (tests)
     // The climate chamber's board temperatures (°C) for the radiometry views (the camera settles
@@ -43,6 +46,17 @@ struct DistortionCheck {
     double rmsPx = 0, worstPx = 0;
 };
 
+// The calibrated registration against the simulator's rig, per surface distance: where the
+// registration puts a visual pixel in the infrared sensor's image (through the fitted distortion
+// table) against where the infrared camera truly sees that point; the laser's spot found in a
+// fresh visual view, triangulated with the fitted ray.
+struct RegistrationCheck {
+    double distance = 0;
+    double meanPx = 0, worstPx = 0;  // registration, infrared sensor pixels
+    double laserPx = 0;              // the laser spot's infrared position error
+    double laserDistancePercent = 0; // (measured - true) / true
+};
+
 class FactoryViews {
 public:
     explicit FactoryViews(FactoryViewOptions options = {});
@@ -55,8 +69,21 @@ public:
     // A heated circle grid in ten or more poses covering the image.
     void distortion(const std::string& folder) const;
 
+    // Registration: the grid target (dots warm for the infrared, printed black for the visual
+    // camera) in ten or more poses both cameras see, and the laser's spot at several distances.
+    void registration(const std::string& folder) const;
+
     std::vector<RadiometryCheck> checkRadiometry(const std::string& radiometryJson) const;
     DistortionCheck checkDistortion(const std::string& distortPxm) const;
+    std::vector<RegistrationCheck> checkRegistration(const std::string& registrationJson,
+                                                     const std::string& distortPxm) const;
+
+    // The laser spot's centre in a visual view: the centroid of what rises above half its peak
+    // over the ambient level (sub-pixel); (-1, -1) when no spot stands out.
+    static cv::Point2d spotCentre(const cv::Mat& red);
+    // Distances (metres) of the factory's laser views and of the check.
+    static constexpr double kLaserDistances[] = {0.5, 1.0, 2.0, 4.0, 7.0, 10.0};
+    static constexpr double kCheckDistances[] = {0.5, 1.0, 2.0, 3.0, 5.0, 7.5, 10.0};
 
     // The measured region of every blackbody view: the image's centre, away from the lens's
     // edge of field.

@@ -292,6 +292,14 @@ int calibFitRadiometry(const std::string& folder, const std::string& outFile, co
     std::map<unsigned, norda::vision::LensCalibration> lenses;
     if (!lensesFrom.empty())
         lenses = norda::vision::RadiometricCalibration::load(lensesFrom).lenses;
+    // The views were taken through the camera's first lens: its transmission is the one they state
+    // (the constants hold for the detector behind it), whatever an older table said.
+    const double tau = views.front().conditions.lensTransmission;
+    if (tau != 1.0 && std::all_of(views.begin(), views.end(),
+                                  [&](const auto& v) { return v.conditions.lensTransmission == tau; })) {
+        lenses[1].transmission = tau;
+        out << fmt::format("lens 1: transmission {:.4f}, as the views state it\n", tau);
+    }
     norda::vision::RadiometryFit::write(norda::vision::RadiometryFit::calibration(fits, lenses), outFile);
     out << "wrote " << outFile << "\n";
     return 0;
@@ -380,14 +388,17 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
         views.badPixel(folder);
     else if (kind == "distortion")
         views.distortion(folder);
+    else if (kind == "registration")
+        views.registration(folder);
     else
-        throw SettingsError("view kind \"" + kind + "\" is not radiometry, badpixel or distortion");
+        throw SettingsError("view kind \"" + kind +
+                            "\" is not radiometry, badpixel, distortion or registration");
     out << "wrote the " << kind << " views to " << folder << "\n";
     return 0;
 }
 
 int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
-               const std::vector<double>& boardsC, std::ostream& out) {
+               const std::vector<double>& boardsC, std::ostream& out, const std::string& registrationFile) {
     FactoryViewOptions options;
     options.camera.detector.seed = seed;
     if (!boardsC.empty())
@@ -414,6 +425,23 @@ int calibCheck(const std::string& radiometryFile, const std::string& distortionF
             "distortion table against the simulator's lens over {} points: RMS {:.3f} px, worst "
             "{:.3f} px: goal RMS <= {} px {}\n",
             c.points, c.rmsPx, c.worstPx, kDistortionGoalPx, ok ? "met" : "MISSED");
+    }
+    if (!registrationFile.empty()) {
+        if (distortionFile.empty())
+            throw SettingsError(
+                "--registration needs --distortion: the registration's infrared camera is the "
+                "undistorted frame");
+        for (const auto& c : FactoryViews(options).checkRegistration(registrationFile, distortionFile)) {
+            const double distanceGoal = c.distance <= 5.0 ? 3.0 : 6.0;
+            const bool ok =
+                c.worstPx <= 1.0 && c.laserPx <= 1.0 && std::abs(c.laserDistancePercent) <= distanceGoal;
+            met = met && ok;
+            out << fmt::format(
+                "at {:4.1f} m: registration mean {:.2f} px, worst {:.2f} px; laser position {:.2f} "
+                "px, distance {:+.2f} %: goal 1 px, 1 px, {:.0f} % {}\n",
+                c.distance, c.meanPx, c.worstPx, c.laserPx, c.laserDistancePercent, distanceGoal,
+                ok ? "met" : "MISSED");
+        }
     }
     return met ? 0 : 1;
 }

@@ -51,8 +51,8 @@ int calibFitDistortion(const std::string& folder, const std::string& outFile, st
 // laser ray is left straight ahead from the camera.
 int calibFitRegistration(const std::string& folder, const std::string& outFile, std::ostream& out);
 
-// The views a factory captures ("radiometry", "badpixel", "distortion"), rendered by the physical
-// camera simulator into `folder` in the format the fits above read, with a line per view. `boardsC`:
+// The views a factory captures ("radiometry", "badpixel", "distortion", "registration"), rendered by the
+// physical camera simulator into `folder` in the format the fits above read, with a line per view. `boardsC`:
 // the radiometry views' board temperatures (empty: 30, 39, 48 °C).
 int calibViews(const std::string& kind, const std::string& folder, unsigned seed,
                const std::vector<double>& boardsC, std::ostream& out);
@@ -61,8 +61,12 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
 // misses RMS <= 0.1 K or worst <= 0.3 K. `boardsC`: the fresh views' board temperatures (empty:
 // 34.5, 43.5 °C, between those of the calibration views).
 // `distortionFile` (if not empty): a fitted distort.pxm against the simulator's lens (px RMS and
-// worst over the image; returns 1 above 0.2 px RMS).
+// worst over the image; returns 1 above 0.2 px RMS). `registrationFile` (if not empty, with a
+// distortion file): the registration against the simulator's rig from 0.5 to 10 m and the laser's
+// spot triangulated with it (returns 1 beyond 1 infrared px, or a distance off by more than 3 % up
+// to 5 m, 6 % beyond).
 int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
-               const std::vector<double>& boardsC, std::ostream& out);
+               const std::vector<double>& boardsC, std::ostream& out,
+               const std::string& registrationFile = {});
 
 } // namespace nordacam

@@ -182,9 +182,9 @@ int main(int argc, char** argv) {
     auto* views = calib->add_subcommand(
         "views",
         "render the target views a factory captures from the physical simulator (a folder for the fits)");
-    views->add_option("--kind", viewsKind, "radiometry, badpixel or distortion")
+    views->add_option("--kind", viewsKind, "radiometry, badpixel, distortion or registration")
         ->required()
-        ->check(CLI::IsMember({"radiometry", "badpixel", "distortion"}));
+        ->check(CLI::IsMember({"radiometry", "badpixel", "distortion", "registration"}));
     views->add_option("--out", viewsOut, "folder to write views.json and the PXM frames to")->required();
     auto* check = calib->add_subcommand(
         "check", "convert fresh blackbody views of the physical simulator with a fitted radiometry.json");
@@ -195,6 +195,11 @@ int main(int argc, char** argv) {
     check
         ->add_option("--distortion", checkDistortion,
                      "fitted distort.pxm to compare with the simulator's lens")
+        ->check(CLI::ExistingFile);
+    std::string checkRegistration;
+    check
+        ->add_option("--registration", checkRegistration,
+                     "fitted registration.json to compare with the simulator's rig (needs --distortion)")
         ->check(CLI::ExistingFile);
     std::vector<double> viewsBoards;
     for (auto* c : {views, check}) {
@@ -258,6 +263,7 @@ int main(int argc, char** argv) {
             o.camera = cameraOptions(demoC);
             o.frames = demoFrames;
             o.status = !demoC.quiet;
+            o.truthFigures = true;
             return runLive(o, std::cout);
         }
         if (*run) {
@@ -304,7 +310,8 @@ int main(int argc, char** argv) {
         if (*views)
             return calibViews(viewsKind, viewsOut, viewsSeed, viewsBoards, std::cout);
         if (*check)
-            return calibCheck(checkRadiometry, checkDistortion, viewsSeed, viewsBoards, std::cout);
+            return calibCheck(checkRadiometry, checkDistortion, viewsSeed, viewsBoards, std::cout,
+                              checkRegistration);
         if (*targets) {
             using norda::utils::VectorDispatch;
             std::string available;

@@ -19,8 +19,7 @@ void BM_SimulatorFrame(benchmark::State& state) {
     setDefaultParameters(store);
     nordacam::sim::SimulatorConfig config;
     config.shutterPeriodS = 1e6; // measure scene frames, not shutter frames
-    nordacam::sim::SceneSimulator sim(
-        store, config, nordacam::sim::makeResponse(std::string(NORDA_SOURCE_DIR_APP) + "/data/calibration/"));
+    nordacam::sim::SceneSimulator sim(store, config, nordacam::sim::makePhysicalResponse());
     for (int i = 0; i < 10; ++i)
         sim.nextFrame();
     for (auto _ : state)

@@ -38,7 +38,7 @@ struct Rig {
     cv::Vec3d rotationDeg{0.25, -0.40, 0.15}; // visual axes turned about x, y, z
     cv::Vec3d translation{0.045, -0.006, 0.004};
     cv::Vec3d laserOrigin{0.020, 0.042, 0.010};
-    cv::Vec3d laserDirection{0.0, 0.0, 1.0};
+    cv::Vec3d laserDirection{0.0, -0.002, 1.0}; // as the physical rig's (RigParameters)
 
     cv::Matx33d rotation() const;
     // The registration this rig has (infrared: the undistorted image of `lens` at `infraredSize`).

@@ -1,4 +1,5 @@
 #include "apps/nordacam/sim/SensorResponse.h"
+#include "apps/nordacam/sim/PhysicalResponse.h"
 
 #include "nordalib/core/utils/FileUtils.h"
 
@@ -106,6 +107,10 @@ std::shared_ptr<const SensorResponse> makeResponse(const std::string& calibratio
     if (norda::utils::existsFile(file))
         return std::make_shared<CalibratedResponse>(norda::vision::RadiometricCalibration::load(file), file);
     return std::make_shared<PlanckResponse>();
+}
+
+std::shared_ptr<const SensorResponse> makePhysicalResponse() {
+    return std::make_shared<PhysicalResponse>();
 }
 
 } // namespace nordacam::sim

@@ -60,8 +60,11 @@ private:
     double m_responsivity;
 };
 
-// The camera model of the radiometry library with the calibration in `calibrationDir` when this
-// build has that library and the directory holds a calibration; otherwise a PlanckResponse.
+// The camera model of the radiometry library run backwards with the calibration in
+// `calibrationDir` when the directory holds one; otherwise a PlanckResponse. Only the GStreamer
+// simulator source still uses it; the host runs makePhysicalResponse().
 std::shared_ptr<const SensorResponse> makeResponse(const std::string& calibrationDir);
+// The physical camera simulator's detector (PhysicalResponse): what the live host and demo run.
+std::shared_ptr<const SensorResponse> makePhysicalResponse();
 
 } // namespace nordacam::sim

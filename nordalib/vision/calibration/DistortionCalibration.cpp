@@ -69,12 +69,23 @@ std::vector<cv::Point2f> DistortionCalibration::findGrid(const GridView& view) c
             cv::cornerSubPix(gray, corners, {5, 5}, {-1, -1},
                              {cv::TermCriteria::EPS + cv::TermCriteria::COUNT, 50, 0.01});
         break;
-    case GridTarget::Pattern::AsymmetricCircles:
-        found = cv::findCirclesGrid(gray, m_target.points, corners, cv::CALIB_CB_ASYMMETRIC_GRID);
+    default: {
+        // The grid search's spacing limits are in pixels: a multi-megapixel visual image is
+        // searched again at half and a quarter of its size, the centres scaled back.
+        const int flags = m_target.pattern == GridTarget::Pattern::AsymmetricCircles
+                              ? cv::CALIB_CB_ASYMMETRIC_GRID
+                              : cv::CALIB_CB_SYMMETRIC_GRID;
+        cv::Mat image = gray;
+        float scale = 1.0f;
+        while (!(found = cv::findCirclesGrid(image, m_target.points, corners, flags)) && image.cols >= 1200) {
+            cv::resize(image, image, {}, 0.5, 0.5, cv::INTER_AREA);
+            scale *= 2.0f;
+        }
+        if (found && scale > 1.0f)
+            for (auto& c : corners) // pixel centres: x_full = scale (x + 1/2) - 1/2
+                c = (c + cv::Point2f(0.5f, 0.5f)) * scale - cv::Point2f(0.5f, 0.5f);
         break;
-    default:
-        found = cv::findCirclesGrid(gray, m_target.points, corners, cv::CALIB_CB_SYMMETRIC_GRID);
-        break;
+    }
     }
     if (!found)
         NORDA_THROW("view " + view.name + ": the " + m_target.describe() + " target was not found",

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <functional>
 
 using namespace norda;
@@ -105,7 +106,12 @@ TEST(ObjectSignal, InverseWithAirAndWindowMatchesHandForward) {
     // The radiometric table with a known air transmission: a one-pixel frame reads the hand inverse
     // of its signal to the 0.01 K encoding.
     p.airTauSet = 0.93;
-    RadiometryTypeA model(1, 1, 0.01f, test::calibrationDir());
+    // Constants of its own: a straight board drift and no responsivity term, as the hand has it.
+    test::TempDir dir;
+    std::ofstream(dir.file("radiometry.json")) << R"({"version": 1, "ranges": [{"range": 1, "R1": 300000.0,
+        "R2": 1.0, "B": 1428.0, "F": 1.0, "O": -40.0, "boardDriftGain": 14.0, "boardSlopeGain": 2.5,
+        "slowFrameGain": 1.0, "bandBottom": -20.0, "bandTop": 150.0}]})";
+    RadiometryTypeA model(1, 1, 0.01f, test::slashed(dir));
     const std::pair<unsigned, std::shared_ptr<exp::Variant>> data[] = {
         {RadiometryId::Emis, exp::makeVariant(0.875f)},
         {RadiometryId::Treflected, exp::makeVariant(celsius(15.0f))},

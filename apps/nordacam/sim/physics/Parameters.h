@@ -177,4 +177,25 @@ struct VisualSensorParameters {
     unsigned seed = 11;
 };
 
+// The visual camera beside the infrared one and the laser pointer, in the infrared camera's
+// coordinates (x right, y down, z along its axis; metres). The geometry is the one the older scene
+// simulator's rig has, so that the live host's visual camera and this rig agree.
+struct RigParameters {
+    // The visual sensor at full size (2.2 um pixels, 4.1 mm lens) and its lens: a wider field than
+    // the infrared lens, barrel distortion, a slight decentring.
+    int visualWidth = 2592, visualHeight = 1944;
+    DistortionParameters visualLens{1852.0, 1852.0, 1301.3, 968.2, -0.115, 0.021, 0.0, 0.0004, -0.0003};
+    double visualPixelPitchM = 2.2e-6;
+    cv::Vec3d rotationDeg{0.25, -0.40, 0.15};    // visual axes turned about x, y, z (assembly tolerance)
+    cv::Vec3d translation{0.045, -0.006, 0.004}; // the visual lens's position: the baseline
+    // The laser pointer below the lenses, its axis tilted 2 mrad upwards (not parallel to either camera).
+    cv::Vec3d laserOrigin{0.020, 0.042, 0.010};
+    cv::Vec3d laserDirection{0.0, -0.002, 1.0};
+    // The printed target as the visual camera sees it (8-bit grey): white plate, black dots, a grey
+    // room behind; the lens's blur and the sensor's noise.
+    double plateGrey = 210.0, printGrey = 25.0, roomGrey = 110.0;
+    double blurSigmaPx = 0.8, noiseGrey = 2.0;
+    unsigned seed = 7;
+};
+
 } // namespace nordacam::sim::physics

@@ -27,13 +27,17 @@ cv::Rect2d SceneSurface::footprint(double fx, double fy) const {
     return {centre.x - w / 2 - 1, centre.y - h / 2 - 1, w + 2, h + 2};
 }
 
-cv::Matx33d GridTarget::rotation() const {
+cv::Matx33d rotationXyz(const cv::Vec3d& degrees) {
     constexpr double kDeg = 3.14159265358979323846 / 180.0;
-    const double a = rotationDeg[0] * kDeg, b = rotationDeg[1] * kDeg, c = rotationDeg[2] * kDeg;
+    const double a = degrees[0] * kDeg, b = degrees[1] * kDeg, c = degrees[2] * kDeg;
     const cv::Matx33d rx(1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a));
     const cv::Matx33d ry(std::cos(b), 0, std::sin(b), 0, 1, 0, -std::sin(b), 0, std::cos(b));
     const cv::Matx33d rz(std::cos(c), -std::sin(c), 0, std::sin(c), std::cos(c), 0, 0, 0, 1);
     return rz * ry * rx;
+}
+
+cv::Matx33d GridTarget::rotation() const {
+    return rotationXyz(rotationDeg);
 }
 
 cv::Point3d GridTarget::crossing(int i, int j) const {
@@ -44,19 +48,24 @@ cv::Point3d GridTarget::crossing(int i, int j) const {
 
 void GridTarget::coverage(float x, float y, double fx, double fy, double cx, double cy, float& board,
                           float& hot) const {
+    coverage({0.0, 0.0, 0.0}, {(x - cx) / fx, (y - cy) / fy, 1.0}, 1.0 / fx, board, hot);
+}
+
+void GridTarget::coverage(const cv::Vec3d& origin, const cv::Vec3d& d, double pixelAngle, float& board,
+                          float& hot) const {
     board = hot = 0.0f;
     const cv::Matx33d r = rotation();
     const cv::Vec3d n(r(0, 2), r(1, 2), r(2, 2)); // the board's normal
-    const cv::Vec3d d((x - cx) / fx, (y - cy) / fy, 1.0);
     const double nd = n.dot(d);
     if (std::abs(nd) < 1e-9)
         return;
-    const double s = n.dot(translation) / nd; // the line of sight meets the board at s d
+    const double s = n.dot(translation - origin) / nd; // the line of sight meets the board at s d
     if (s <= 0.0)
         return;
-    const cv::Vec3d local = r.t() * (s * d - translation);
+    const cv::Vec3d local = r.t() * (origin + s * d - translation);
     // A pixel's footprint on the board, metres (widened by the tilt).
-    const double foot = s * std::sqrt(d.dot(d)) / fx / std::max(0.2, std::abs(nd) / std::sqrt(d.dot(d)));
+    const double foot =
+        s * std::sqrt(d.dot(d)) * pixelAngle / std::max(0.2, std::abs(nd) / std::sqrt(d.dot(d)));
     const double halfU = (cols - 1) / 2.0 * pitch + margin, halfV = (rows - 1) / 2.0 * pitch + margin;
     const double inside = std::min(halfU - std::abs(local[0]), halfV - std::abs(local[1]));
     board = float(std::clamp(inside / foot + 0.5, 0.0, 1.0));

@@ -31,6 +31,9 @@ struct SceneSurface {
     cv::Rect2d footprint(double fx, double fy) const;
 };
 
+// Rotation by angles (degrees) about x, then y, then z: Rz Ry Rx.
+cv::Matx33d rotationXyz(const cv::Vec3d& degrees);
+
 // A heated grid for distortion calibration: a flat board carrying heated stripes in a square
 // grid, posed by a rotation (degrees about x, then y, then z) and the translation of its centre in
 // camera coordinates (x right, y down, z along the optical axis; metres).
@@ -51,6 +54,10 @@ struct GridTarget {
     cv::Point3d crossing(int i, int j) const;
     // Share of ideal pixel (x, y) the board covers, and the share of that the stripes cover.
     void coverage(float x, float y, double fx, double fy, double cx, double cy, float& board,
+                  float& hot) const;
+    // The same for a line of sight from `origin` along `direction` (camera coordinates) through a
+    // pixel subtending `pixelAngle` radians: a camera elsewhere in the rig.
+    void coverage(const cv::Vec3d& origin, const cv::Vec3d& direction, double pixelAngle, float& board,
                   float& hot) const;
 };
 
