@@ -4,7 +4,7 @@
 // A stored value carries its Serializer tag ("f32", "string", "Temperature", ...). The registry
 // maps tags back to types: the framework's types are registered when the registry is first used
 // (VariantRegistry.cpp); the vision libraries register theirs with add<T>() when the library is
-// loaded (vision/imgproc/Registration.cpp).
+// loaded (vision/imgproc/ImgprocTypes.cpp).
 
 #include "nordalib/core/datatypes/Variant.h"
 

@@ -6,7 +6,7 @@
 // baseline; every call takes the best target the processor has, chosen at run time by a plain
 // function-table lookup (no load-time resolver, so thread-checked and fuzzing builds see the same
 // code). Each kernel also keeps its plain loop: the reference it is tested against, and what runs
-// on the scalar baseline and for the tails of rows.
+// on the scalar baseline and for the tails of rows (run() joins the two).
 //
 // Kernels register under their class's name and report the target their own dispatch table
 // takes, so a host can show what runs on the processor at hand (`nordacam targets`).
@@ -40,6 +40,13 @@ public:
 
     // Asked by the kernels before dispatching: true while the plain loops are forced.
     static bool plain() { return s_plain.load(std::memory_order_relaxed); }
+
+    // One row (or run) of a kernel: `vector()` does a leading part of it on the best target and
+    // returns how many elements it did; `rest(first)` does the others from element `first` on with
+    // the plain loop. While the plain loops are forced, vector() is not called and rest(0) does all.
+    template <typename Vector, typename Rest> static void run(Vector&& vector, Rest&& rest) {
+        rest(plain() ? size_t{0} : static_cast<size_t>(vector()));
+    }
 
     // Called once per kernel at load time by a static initialiser in the kernel's source file;
     // `target` reports the target the kernel's dispatch table takes now.

@@ -92,13 +92,12 @@ cv::Mat_<cv::Vec4b> ArgbBlend::blend(const cv::Mat_<cv::Vec4b>& over, const cv::
     const bool whole = over.isContinuous() && under.isContinuous();
     const int rows = whole ? 1 : over.rows;
     const size_t pixels = whole ? over.total() : size_t(over.cols);
-    const bool vector = !utils::VectorDispatch::plain();
     for (int r = 0; r < rows; ++r) {
         const uint8_t* o = over.ptr(r);
         const uint8_t* u = under.ptr(r);
         uint8_t* d = out.ptr(r);
-        const size_t done = vector ? HWY_DYNAMIC_DISPATCH(blendRow)(o, u, d, pixels) : 0;
-        blendRow(o, u, d, done, pixels);
+        utils::VectorDispatch::run([&] { return HWY_DYNAMIC_DISPATCH(blendRow)(o, u, d, pixels); },
+                                   [&](size_t done) { blendRow(o, u, d, done, pixels); });
     }
     return out;
 }

@@ -208,28 +208,31 @@ template <bool Bgr> inline void store(uint8_t* d, int y8, const Chroma& c) {
 // One row; Interpolate gives odd pixels the mean chroma of the neighbouring pairs. The vector
 // kernel does the bulk, the plain loop the rest (and whole rows of narrow images).
 template <bool Bgr, bool Interpolate> void convertRow(const uint8_t* s, uint8_t* d, int pairs) {
-    int k = 0;
-    if (!utils::VectorDispatch::plain()) {
-        const size_t n = static_cast<size_t>(pairs);
-        if constexpr (Interpolate)
-            k = static_cast<int>(HWY_DYNAMIC_DISPATCH(convertCosited)(s, d, n));
-        else if constexpr (Bgr)
-            k = static_cast<int>(HWY_DYNAMIC_DISPATCH(convertBgr)(s, d, n));
-        else
-            k = static_cast<int>(HWY_DYNAMIC_DISPATCH(convertRgb)(s, d, n));
-        s += 4 * k;
-        d += 6 * k;
-    }
-    for (; k < pairs; ++k, s += 4, d += 6) {
-        const Chroma c = chroma(s[0], s[2]);
-        store<Bgr>(d, s[1], c);
-        if constexpr (Interpolate) {
-            const uint8_t* n = k + 1 < pairs ? s + 4 : s;
-            store<Bgr>(d + 3, s[3], chroma((s[0] + n[0] + 1) >> 1, (s[2] + n[2] + 1) >> 1));
-        } else {
-            store<Bgr>(d + 3, s[3], c);
-        }
-    }
+    const size_t n = static_cast<size_t>(pairs);
+    utils::VectorDispatch::run(
+        [&] {
+            if constexpr (Interpolate)
+                return HWY_DYNAMIC_DISPATCH(convertCosited)(s, d, n);
+            else if constexpr (Bgr)
+                return HWY_DYNAMIC_DISPATCH(convertBgr)(s, d, n);
+            else
+                return HWY_DYNAMIC_DISPATCH(convertRgb)(s, d, n);
+        },
+        [&](size_t first) {
+            int k = static_cast<int>(first);
+            s += 4 * k;
+            d += 6 * k;
+            for (; k < pairs; ++k, s += 4, d += 6) {
+                const Chroma c = chroma(s[0], s[2]);
+                store<Bgr>(d, s[1], c);
+                if constexpr (Interpolate) {
+                    const uint8_t* next = k + 1 < pairs ? s + 4 : s;
+                    store<Bgr>(d + 3, s[3], chroma((s[0] + next[0] + 1) >> 1, (s[2] + next[2] + 1) >> 1));
+                } else {
+                    store<Bgr>(d + 3, s[3], c);
+                }
+            }
+        });
 }
 
 template <bool Bgr, bool Interpolate>

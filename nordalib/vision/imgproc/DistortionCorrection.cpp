@@ -130,14 +130,20 @@ template <typename T> void DistortionCorrection<T>::processImpl(const cv::Mat& i
     prepare(in, out);
     const Planes& p = *m_planes;
     const size_t n = p.offset.size();
-    size_t done = 0;
+    const size_t cols = static_cast<size_t>(in.cols);
+    auto rest = [&](size_t done) {
+        resample<T>(p.offset.data(), p.top.data(), p.bottom.data(), in.ptr<T>(0), out.ptr<T>(0), done, n,
+                    cols);
+    };
     if constexpr (sizeof(T) == 2)
-        if (!utils::VectorDispatch::plain())
-            done = HWY_DYNAMIC_DISPATCH(resample)(p.offset.data(), p.top.data(), p.bottom.data(),
-                                                  in.ptr<uint16_t>(0), out.ptr<uint16_t>(0), n,
-                                                  static_cast<size_t>(in.cols));
-    resample<T>(p.offset.data(), p.top.data(), p.bottom.data(), in.ptr<T>(0), out.ptr<T>(0), done, n,
-                static_cast<size_t>(in.cols));
+        utils::VectorDispatch::run(
+            [&] {
+                return HWY_DYNAMIC_DISPATCH(resample)(p.offset.data(), p.top.data(), p.bottom.data(),
+                                                      in.ptr<uint16_t>(0), out.ptr<uint16_t>(0), n, cols);
+            },
+            rest);
+    else
+        rest(0); // 8-bit images: the plain loop only
 }
 
 template class DistortionCorrection<unsigned short>;

@@ -73,9 +73,11 @@ void LookupTable16::apply(const cv::Mat& in, cv::Mat& out) const {
     for (int r = 0; r < rows; ++r) {
         const uint16_t* s = in.ptr<uint16_t>(r);
         uint16_t* d = out.ptr<uint16_t>(r);
-        size_t i = utils::VectorDispatch::plain() ? 0 : HWY_DYNAMIC_DISPATCH(lookup)(table, s, d, n);
-        for (; i < n; ++i)
-            d[i] = table[s[i]];
+        utils::VectorDispatch::run([&] { return HWY_DYNAMIC_DISPATCH(lookup)(table, s, d, n); },
+                                   [&](size_t i) {
+                                       for (; i < n; ++i)
+                                           d[i] = table[s[i]];
+                                   });
     }
 }
 

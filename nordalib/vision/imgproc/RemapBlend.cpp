@@ -236,15 +236,15 @@ void RemapBlend::apply(const cv::Mat& source, const cv::Mat& base, float alpha, 
     const int32_t a = int32_t(std::lround((alpha > 0 ? std::min(alpha, 1.0f) : 0.0f) * 32768.0f));
     const uint8_t* src = m_framed.ptr<uint8_t>(0);
     const size_t stride = m_framed.step;
-    const bool vector = !utils::VectorDispatch::plain();
     for (const Run& r : m_runs) {
         const size_t at = size_t(r.row) * m_size.width + r.first, n = size_t(r.end - r.first);
         const int32_t* off = m_offset.data() + at;
         const uint32_t* frac = m_fraction.data() + at;
         const uint8_t* b = base.ptr<uint8_t>(r.row) + 3 * r.first;
         uint8_t* o = out.ptr<uint8_t>(r.row) + 3 * r.first;
-        const size_t done = vector ? HWY_DYNAMIC_DISPATCH(blendRun)(off, frac, src, stride, b, o, n, a) : 0;
-        blendRun(off, frac, src, stride, b, o, done, n, a);
+        utils::VectorDispatch::run(
+            [&] { return HWY_DYNAMIC_DISPATCH(blendRun)(off, frac, src, stride, b, o, n, a); },
+            [&](size_t done) { blendRun(off, frac, src, stride, b, o, done, n, a); });
     }
 }
 
@@ -257,14 +257,14 @@ void RemapBlend::warpLuma(const cv::Mat& uyvy, cv::Mat& out) {
     out.create(m_size, CV_8UC1);
     const uint8_t* src = m_framed.ptr<uint8_t>(0);
     const size_t stride = m_framed.step;
-    const bool vector = !utils::VectorDispatch::plain();
     for (const Run& r : m_runs) {
         const size_t at = size_t(r.row) * m_size.width + r.first, n = size_t(r.end - r.first);
         uint8_t* o = out.ptr<uint8_t>(r.row) + r.first;
-        const size_t done = vector ? HWY_DYNAMIC_DISPATCH(lumaRun)(m_offset.data() + at,
-                                                                   m_fraction.data() + at, src, stride, o, n)
-                                   : 0;
-        lumaRun(m_offset.data() + at, m_fraction.data() + at, src, stride, o, done, n);
+        const int32_t* off = m_offset.data() + at;
+        const uint32_t* frac = m_fraction.data() + at;
+        utils::VectorDispatch::run(
+            [&] { return HWY_DYNAMIC_DISPATCH(lumaRun)(off, frac, src, stride, o, n); },
+            [&](size_t done) { lumaRun(off, frac, src, stride, o, done, n); });
     }
 }
 

@@ -103,33 +103,35 @@ template <typename T> inline T blend(int32_t c, float acc, float total) {
 template <typename T>
 void interiorRow(const T* __restrict up, const T* __restrict mid, const T* __restrict down, T* __restrict dst,
                  int n, float gain, float invGain) {
-    int x = 1;
-    if (!utils::VectorDispatch::plain()) {
-        const size_t m = static_cast<size_t>(n);
-        if constexpr (std::is_same_v<T, int16_t>)
-            x += static_cast<int>(HWY_DYNAMIC_DISPATCH(interiorRowS16)(up, mid, down, dst, m, gain, invGain));
-        else
-            x += static_cast<int>(HWY_DYNAMIC_DISPATCH(interiorRowU16)(up, mid, down, dst, m, gain, invGain));
-    }
-    for (; x <= n; ++x) {
-        const int32_t c = mid[x];
-        float total = 1.0f, acc = 0.0f;
-        auto add = [&](int32_t neighbour) {
-            const float d = static_cast<float>(neighbour - c);
-            const float w = weightOf(d, gain, invGain);
-            total += w;
-            acc += w * d;
-        };
-        add(up[x - 1]);
-        add(up[x]);
-        add(up[x + 1]);
-        add(mid[x - 1]);
-        add(mid[x + 1]);
-        add(down[x - 1]);
-        add(down[x]);
-        add(down[x + 1]);
-        dst[x] = blend<T>(c, acc, total);
-    }
+    const size_t m = static_cast<size_t>(n);
+    utils::VectorDispatch::run(
+        [&] {
+            if constexpr (std::is_same_v<T, int16_t>)
+                return HWY_DYNAMIC_DISPATCH(interiorRowS16)(up, mid, down, dst, m, gain, invGain);
+            else
+                return HWY_DYNAMIC_DISPATCH(interiorRowU16)(up, mid, down, dst, m, gain, invGain);
+        },
+        [&](size_t done) {
+            for (int x = 1 + static_cast<int>(done); x <= n; ++x) {
+                const int32_t c = mid[x];
+                float total = 1.0f, acc = 0.0f;
+                auto add = [&](int32_t neighbour) {
+                    const float d = static_cast<float>(neighbour - c);
+                    const float w = weightOf(d, gain, invGain);
+                    total += w;
+                    acc += w * d;
+                };
+                add(up[x - 1]);
+                add(up[x]);
+                add(up[x + 1]);
+                add(mid[x - 1]);
+                add(mid[x + 1]);
+                add(down[x - 1]);
+                add(down[x]);
+                add(down[x + 1]);
+                dst[x] = blend<T>(c, acc, total);
+            }
+        });
 }
 } // namespace
 

@@ -74,24 +74,24 @@ HWY_EXPORT(targetName);
 // up: the vector kernel takes the bulk of the row, this loop the rest.
 template <typename T>
 void filterRow(T* __restrict px, int32_t* __restrict h, int n, int32_t gain, int32_t slope) {
-    int x = 0;
-    if (!utils::VectorDispatch::plain()) {
-        if constexpr (std::is_same_v<T, short>)
-            x = static_cast<int>(
-                HWY_DYNAMIC_DISPATCH(filterRowS16)(px, h, static_cast<size_t>(n), gain, slope));
-        else
-            x = static_cast<int>(
-                HWY_DYNAMIC_DISPATCH(filterRowU16)(px, h, static_cast<size_t>(n), gain, slope));
-    }
-    for (; x < n; ++x) {
-        const int32_t v = static_cast<int32_t>(px[x]) * 16;
-        const int32_t diff = h[x] - v;
-        const int32_t t = std::min(std::max(2 * gain - (std::abs(diff) >> 4), 0), gain);
-        const int32_t a = (t * slope) >> 8;
-        const int32_t next = v + ((a * diff + 1024) >> 11);
-        h[x] = next;
-        px[x] = static_cast<T>((next + 8) >> 4);
-    }
+    utils::VectorDispatch::run(
+        [&] {
+            if constexpr (std::is_same_v<T, short>)
+                return HWY_DYNAMIC_DISPATCH(filterRowS16)(px, h, static_cast<size_t>(n), gain, slope);
+            else
+                return HWY_DYNAMIC_DISPATCH(filterRowU16)(px, h, static_cast<size_t>(n), gain, slope);
+        },
+        [&](size_t first) {
+            for (int x = static_cast<int>(first); x < n; ++x) {
+                const int32_t v = static_cast<int32_t>(px[x]) * 16;
+                const int32_t diff = h[x] - v;
+                const int32_t t = std::min(std::max(2 * gain - (std::abs(diff) >> 4), 0), gain);
+                const int32_t a = (t * slope) >> 8;
+                const int32_t next = v + ((a * diff + 1024) >> 11);
+                h[x] = next;
+                px[x] = static_cast<T>((next + 8) >> 4);
+            }
+        });
 }
 } // namespace
 

@@ -135,19 +135,20 @@ void RowStatistics::minMaxSum(const uint16_t* p, int width, uint16_t& min, uint1
     const size_t w = static_cast<size_t>(std::max(width, 0));
     uint16_t mn = 0xFFFF, mx = 0;
     uint64_t total = 0;
-    size_t x = utils::VectorDispatch::plain() ? 0 : HWY_DYNAMIC_DISPATCH(minMaxSum)(p, w, mn, mx, total);
-    // The plain loop: the rest of the row, or all of it.
-    for (size_t x0 = x; x0 < w; x0 += kChunk) {
-        const size_t x1 = std::min(w, x0 + kChunk);
-        uint32_t s = 0;
-        for (x = x0; x < x1; ++x) {
-            const uint16_t v = p[x];
-            mn = v < mn ? v : mn;
-            mx = v > mx ? v : mx;
-            s += v;
-        }
-        total += s;
-    }
+    utils::VectorDispatch::run([&] { return HWY_DYNAMIC_DISPATCH(minMaxSum)(p, w, mn, mx, total); },
+                               [&](size_t first) {
+                                   for (size_t x0 = first; x0 < w; x0 += kChunk) {
+                                       const size_t x1 = std::min(w, x0 + kChunk);
+                                       uint32_t s = 0;
+                                       for (size_t x = x0; x < x1; ++x) {
+                                           const uint16_t v = p[x];
+                                           mn = v < mn ? v : mn;
+                                           mx = v > mx ? v : mx;
+                                           s += v;
+                                       }
+                                       total += s;
+                                   }
+                               });
     min = mn;
     max = mx;
     sum = total;
@@ -158,20 +159,22 @@ void RowStatistics::bandSum(const uint16_t* p, int width, uint16_t lower, uint16
     const size_t w = static_cast<size_t>(std::max(width, 0));
     uint64_t total = 0;
     uint32_t number = 0;
-    size_t x =
-        utils::VectorDispatch::plain() ? 0 : HWY_DYNAMIC_DISPATCH(bandSum)(p, w, lower, upper, total, number);
-    for (size_t x0 = x; x0 < w; x0 += kChunk) {
-        const size_t x1 = std::min(w, x0 + kChunk);
-        uint32_t s = 0, c = 0;
-        for (x = x0; x < x1; ++x) {
-            const uint16_t v = p[x];
-            const bool in = v > lower && v < upper;
-            s += in ? v : 0u;
-            c += in ? 1u : 0u;
-        }
-        total += s;
-        number += c;
-    }
+    utils::VectorDispatch::run(
+        [&] { return HWY_DYNAMIC_DISPATCH(bandSum)(p, w, lower, upper, total, number); },
+        [&](size_t first) {
+            for (size_t x0 = first; x0 < w; x0 += kChunk) {
+                const size_t x1 = std::min(w, x0 + kChunk);
+                uint32_t s = 0, c = 0;
+                for (size_t x = x0; x < x1; ++x) {
+                    const uint16_t v = p[x];
+                    const bool in = v > lower && v < upper;
+                    s += in ? v : 0u;
+                    c += in ? 1u : 0u;
+                }
+                total += s;
+                number += c;
+            }
+        });
     sum = total;
     count = number;
 }

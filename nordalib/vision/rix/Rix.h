@@ -131,6 +131,7 @@ public:
     void load(const void* data, size_t size, const std::string& name);
 
 private:
+    friend class RixFormat; // the file layout reads and writes the items directly
     cv::Mat_<uint16_t> m_radiometric;
     cv::Mat_<cv::Vec3b> m_preview;
     cv::Mat_<cv::Vec2b> m_visual;

@@ -116,7 +116,7 @@ std::vector<char> ImageWriteElement::triggerImageAndTransfer() {
     m_bImageReady = false;
     m_bTransferRequested = true;
     m_bSaveRequested = true;
-    const auto deadline = std::chrono::steady_clock::now() + kTransferTimeout;
+    const auto deadline = std::chrono::steady_clock::now() + m_transferTimeout;
     ++m_iTransferWaiters;
     const bool ready =
         m_cvTransfer.wait_until(lock, deadline, [this] { return m_bImageReady || m_bClosing; });

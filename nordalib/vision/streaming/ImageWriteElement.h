@@ -61,9 +61,12 @@ public:
 
     // Command "TriggerImageSave": `preview` marks a save whose image is shown for confirmation.
     void triggerSave(bool preview);
-    // Command "CaptureImage": requests an image and waits (15 s at most) for its serialised
-    // container; empty on time-out, while a transfer is pending, or in preview mode.
+    // Command "CaptureImage": requests an image and waits (transferTimeout(), 15 s unless set) for
+    // its serialised container; empty on time-out, while a transfer is pending, or in preview mode.
     std::vector<char> triggerImageAndTransfer();
+    // How long "CaptureImage" waits; shortened by tests, which cannot wait 15 s for a time-out.
+    void setTransferTimeout(std::chrono::nanoseconds timeout) { m_transferTimeout = timeout; }
+    std::chrono::nanoseconds transferTimeout() const { return m_transferTimeout; }
     // The save flow; takes the frames (visual may be null).
     void saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Frame> preview, std::unique_ptr<Frame> visual);
 
@@ -108,6 +111,7 @@ private:
     std::function<void(DataStorage<std::string>)> m_metaDataCallback;
     std::vector<cv::Mat_<uint16_t>> m_vecSrFrames;
     std::condition_variable m_cvTransfer;
+    std::chrono::nanoseconds m_transferTimeout{kTransferTimeout};
     std::mutex m_mutTransfer;
     std::vector<char> m_vecTransferBuffer;
     bool m_bImageReady = false; // guarded by m_mutTransfer, as are the two below

@@ -8,25 +8,19 @@
 // for SprElement.
 
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
-#include "nordalib/vision/streaming/StreamingElement.h"
+#include "nordalib/vision/streaming/NoiseFilterElement.h"
 
 namespace norda::exp::streaming {
 
-class SnrElement : public StreamingElement {
+class SnrElement : public NoiseFilterElement<vision::SpatialNoiseRemover> {
 public:
     explicit SnrElement(DataProxy<std::string>* dataProxy);
     ~SnrElement() override;
 
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
-    const vision::SpatialNoiseRemover& filter() const { return m_filter; }
-
 private:
     void setGain(int16_t gain);
-
-    vision::SpatialNoiseRemover m_filter;
-    DataProxy<std::string>* m_dataProxy;
-    Subscription m_gainObserver; // last: detached first
 };
 
 } // namespace norda::exp::streaming

@@ -9,29 +9,21 @@
 // true)` for each of the three keys. Otherwise the store shows settings the filter does not use.
 
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
-#include "nordalib/vision/streaming/StreamingElement.h"
+#include "nordalib/vision/streaming/NoiseFilterElement.h"
 
 namespace norda::exp::streaming {
 
-class SprElement : public StreamingElement {
+class SprElement : public NoiseFilterElement<vision::StaticPatternRemover> {
 public:
     explicit SprElement(DataProxy<std::string>* dataProxy);
     ~SprElement() override;
 
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
-    const vision::StaticPatternRemover& filter() const { return m_filter; }
-
 private:
     void setThreshold(int16_t threshold);
     void setLineLimit(int16_t limit);
     void setFrameLimit(int16_t limit);
-
-    vision::StaticPatternRemover m_filter;
-    DataProxy<std::string>* m_dataProxy;
-    Subscription m_thresholdObserver; // last: detached first
-    Subscription m_lineLimitObserver;
-    Subscription m_frameLimitObserver;
 };
 
 } // namespace norda::exp::streaming

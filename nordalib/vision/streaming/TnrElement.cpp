@@ -5,24 +5,20 @@
 namespace norda::exp::streaming {
 
 TnrElement::TnrElement(DataProxy<std::string>* dataProxy)
-    : StreamingElement({STREAMING_DATATYPE_CORRECTED}, {STREAMING_DATATYPE_CORRECTED}, "TnrElement",
-                       dataProxy, false, 0),
-      m_filter(16, 1843), m_dataProxy(dataProxy), m_typeName("TnrElement") {
-    if (!dataProxy)
-        NORDA_THROW("Pointer to DataProxy is mandatory for this element!",
-                    "norda::exp::streaming::TnrElement::TnrElement");
+    : NoiseFilterElement("TnrElement", dataProxy,
+                         NORDA_LOCATION("norda::exp::streaming::TnrElement::TnrElement"), 16, 1843),
+      m_typeName("TnrElement") {
     dataProxy->setValue(activityKey(m_typeName), true, true);
-    m_gainObserver = dataProxy->subscribeValue<unsigned char>(
-        Id::ActiveMeasRange::TnrGain, [this](const unsigned char& g) { setControlGain(g); });
-    m_alphaObserver = dataProxy->subscribeValue<unsigned short>(
-        Id::ActiveMeasRange::TnrAlpha, [this](const unsigned short& a) { setFeedbackFactor(a); });
+    observe<unsigned char>(Id::ActiveMeasRange::TnrGain,
+                           [this](const unsigned char& g) { setControlGain(g); });
+    observe<unsigned short>(Id::ActiveMeasRange::TnrAlpha,
+                            [this](const unsigned short& a) { setFeedbackFactor(a); });
     setControlGain(dataProxy->getValue<unsigned char>(Id::ActiveMeasRange::TnrGain));
     setFeedbackFactor(dataProxy->getValue<unsigned short>(Id::ActiveMeasRange::TnrAlpha));
 }
 
 TnrElement::~TnrElement() {
-    m_gainObserver.reset();
-    m_alphaObserver.reset();
+    stopObserving();
 }
 
 void TnrElement::setControlGain(uint8_t gain) {

@@ -6,30 +6,24 @@
 // observed, so every measurement range brings its own tuning.
 
 #include "nordalib/vision/imgproc/TemporalNoiseReduction.h"
-#include "nordalib/vision/streaming/StreamingElement.h"
+#include "nordalib/vision/streaming/NoiseFilterElement.h"
 
 #include <string>
 
 namespace norda::exp::streaming {
 
-class TnrElement : public StreamingElement {
+class TnrElement : public NoiseFilterElement<vision::TemporalNoiseReduction<short>> {
 public:
     explicit TnrElement(DataProxy<std::string>* dataProxy);
     ~TnrElement() override;
 
     bool process(FrameMap& inputs, FrameMap& outputs) override;
 
-    const vision::TemporalNoiseReduction<short>& filter() const { return m_filter; }
-
 private:
     void setControlGain(uint8_t gain);
     void setFeedbackFactor(uint16_t factor);
 
-    vision::TemporalNoiseReduction<short> m_filter;
-    DataProxy<std::string>* m_dataProxy;
     std::string m_typeName;
-    Subscription m_gainObserver; // last: detached first
-    Subscription m_alphaObserver;
 };
 
 } // namespace norda::exp::streaming

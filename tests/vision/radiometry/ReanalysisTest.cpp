@@ -42,11 +42,17 @@ TEST(Reanalysis, AgreesWithTheFullModelAndInvertsForEmissivity) {
         const double expected = RadiometricTools::objectTemperature(range, other, corrected);
         EXPECT_NEAR(model.convert(measured, objectSide(taken), objectSide(other)), expected, 1e-6) << objectK;
     }
-    // A surface of emissivity 0.6 at 330 K, measured with 0.95: the inverse gives 0.6 back.
-    const ObjectParameters global{0.95, 293.15, 1.0, 0.0};
-    const double seen = model.convert(330.0, {0.6, 293.15, 1.0, 0.0}, global);
-    EXPECT_NEAR(model.emissivity(seen, 330.0, global), 0.6, 1e-9);
-    EXPECT_TRUE(std::isnan(model.emissivity(seen, 293.15, global))); // no contrast, no answer
+    // By hand on S(T) = R1 / (R2 (exp(B / T) - F)) - O, R1 300000, R2 1, B 1428, F 1, O -40:
+    // 330 K shown with emissivity 0.95 and 293.15 K reflected is the signal 0.95 S(330) +
+    // 0.05 S(293.15) = 3969.1966; with emissivity 0.6 the object's own signal is (3969.1966 -
+    // 0.4 S(293.15)) / 0.6 = 5044.0309, the temperature 347.43839 K.
+    const Reanalysis hand(PlanckConstants{300000.0, 1.0, 1428.0, 1.0, -40.0});
+    const ObjectParameters at95{0.95, 293.15, 1.0, 0.0}, at60{0.6, 293.15, 1.0, 0.0};
+    EXPECT_NEAR(hand.convert(330.0, at95, at60), 347.43839, 1e-4);
+    EXPECT_EQ(hand.convertPixel(33000, at95, at60), 34744);
+    // A surface known to be at 347.43839 K and shown as 330 K with 0.95 has emissivity 0.6.
+    EXPECT_NEAR(hand.emissivity(330.0, 347.43839, at95), 0.6, 1e-6);
+    EXPECT_TRUE(std::isnan(hand.emissivity(330.0, 293.15, at95))); // no contrast, no answer
 }
 
 TEST(Reanalysis, ImagePathsMatchThePixelReference) {

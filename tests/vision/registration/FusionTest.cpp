@@ -2,6 +2,7 @@
 // Fusion of a simulated visual frame onto an infrared display image; the pictures are written to
 // <build>/test-pictures/ to be looked at.
 #include "nordalib/vision/registration/Fusion.h"
+#include "nordalib/vision/imgproc/ColorConvert.h"
 
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
@@ -45,6 +46,16 @@ TEST(Fusion, ModesAreRegisteredAtTheObjectsDistance) {
     }
     EXPECT_EQ(cv::norm(fusion.compose(FusionMode::AlphaBlend, ir, uyvy, reg, 3.0, 1.0f), ir, cv::NORM_INF),
               0);
+    // Alpha blend: OpenCV's remap of the visual image through the registration's maps (those are
+    // checked against projectPoints), mixed by addWeighted; the two round differently by a step.
+    cv::Mat mx, my, warped, mixed;
+    cv::Mat_<cv::Vec3b> rgb;
+    reg.infraredToVisualMaps(3.0, ir.size(), uyvy.size(), mx, my);
+    ColorConvert::convertUY1VY0ToRGB(uyvy, rgb);
+    cv::remap(rgb, warped, mx, my, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+    cv::addWeighted(ir, 0.25, warped, 0.75, 0, mixed);
+    EXPECT_LE(
+        cv::norm(fusion.compose(FusionMode::AlphaBlend, ir, uyvy, reg, 3.0, 0.25f), mixed, cv::NORM_INF), 1);
     // The warm object (3 m) has edges in both images: registered at 3 m, the visual edge lies on
     // the infrared edge (its footprint's left side) within a pixel.
     const cv::Mat edges =

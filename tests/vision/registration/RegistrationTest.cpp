@@ -1,5 +1,6 @@
 #include "nordalib/vision/registration/Registration.h"
 #include "nordalib/vision/registration/EmissionMarkerFinder.h"
+#include "nordalib/vision/registration/RegistrationCache.h"
 
 #include "tests/vision/TestSupport.h"
 
@@ -90,7 +91,6 @@ TEST(Registration, FileRoundTripAndDamagedFiles) {
     EXPECT_EQ(norda::test::messageOf([&] { Registration::load(dir.file("none.json")); }),
               "registration file " + dir.file("none.json") + " is missing");
     EXPECT_NE(damaged("{\"infrared\": ").find("is not valid JSON"), std::string::npos);
-    std::ifstream in(dir.file("registration.json"));
     rig().save(file);
     std::string good((std::istreambuf_iterator<char>(std::ifstream(file).rdbuf())), {});
     auto replaced = [&](const std::string& from, const std::string& to) {
@@ -105,6 +105,34 @@ TEST(Registration, FileRoundTripAndDamagedFiles) {
     EXPECT_NE(replaced("\"rotation\": [\n    0.99", "\"rotation\": [\n    1.99")
                   .find("rotation is not a rotation matrix"),
               std::string::npos);
+}
+
+// One read per file name: a file changed under the same name is not read again, another name is;
+// a file that can not be read is reported and not tried again until the name changes.
+TEST(RegistrationCache, ReadsOncePerNameAndKeepsWhyNot) {
+    norda::test::TempDir dir;
+    const std::string a = dir.file("a.json"), b = dir.file("b.json");
+    Registration r = rig();
+    r.save(a);
+    RegistrationCache cache;
+    const Registration* first = cache.get(a);
+    ASSERT_TRUE(first);
+    const double x = first->translation[0];
+    r.translation[0] += 0.1;
+    r.save(a);
+    r.save(b);
+    EXPECT_EQ(cache.get(a), first);
+    EXPECT_EQ(cache.get(a)->translation[0], x);
+    ASSERT_TRUE(cache.get(b));
+    EXPECT_NEAR(cache.get(b)->translation[0], x + 0.1, 1e-9);
+    std::ofstream(a) << "{";
+    EXPECT_EQ(cache.get(a), nullptr);
+    EXPECT_NE(cache.error().find("is not valid JSON"), std::string::npos) << cache.error();
+    r.save(a);
+    EXPECT_EQ(cache.get(a), nullptr);
+    EXPECT_TRUE(cache.get(b));
+    EXPECT_EQ(cache.error(), "");
+    EXPECT_TRUE(cache.get(a));
 }
 
 TEST(EmissionMarkerFinder, FindsWholeLabelsOnlyAndMapsThemIntoTheInfraredImage) {

@@ -362,8 +362,10 @@ TEST_F(ImageWriteTest, DestroyingTheElementReleasesAWaitingCapture) {
     EXPECT_TRUE(bytes->value<std::vector<char>>().empty());
 }
 
-TEST_F(ImageWriteTest, CaptureTimesOutAfterFifteenSeconds) {
+TEST_F(ImageWriteTest, CaptureTimesOutAndTheRequestBecomesASave) {
     auto element = makeElement();
+    EXPECT_EQ(element->transferTimeout(), std::chrono::seconds(15));
+    element->setTransferTimeout(std::chrono::milliseconds(50));
     testing::internal::CaptureStdout();
     const auto bytes = element->triggerImageAndTransfer(); // no cycle ever runs
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error: Timeout waiting for image caputure!\n");

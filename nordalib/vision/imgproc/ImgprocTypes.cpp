@@ -1,4 +1,4 @@
-#include "nordalib/vision/imgproc/Registration.h"
+#include "nordalib/vision/imgproc/ImgprocTypes.h"
 
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/keys/DefaultParameters.h"
@@ -10,7 +10,7 @@
 
 namespace norda::vision {
 
-void registerImgproc() {
+void registerImgprocTypes() {
     static std::once_flag once;
     std::call_once(once, [] {
         exp::VariantRegistry::instance().add<BadPixel>();
@@ -25,4 +25,4 @@ void registerImgproc() {
 
 } // namespace norda::vision
 
-extern "C" const int norda_imgproc_registration = (norda::vision::registerImgproc(), 1);
+extern "C" const int norda_imgproc_types = (norda::vision::registerImgprocTypes(), 1);
