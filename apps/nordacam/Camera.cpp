@@ -1,6 +1,7 @@
 #include "apps/nordacam/Camera.h"
 
 #include "apps/nordacam/PlaybackMetadataElement.h"
+#include "apps/nordacam/RtspStreams.h"
 #include "apps/nordacam/TeeElement.h"
 #include "apps/nordacam/VisualStillElement.h"
 
@@ -467,6 +468,11 @@ void Camera::buildChain() {
                  "radiometric stream");
     addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
     addImageWriter();
+    if (m_visual && m_options.rtsp)
+        addStage(
+            "TeeElement",
+            std::make_unique<TeeElement>(STREAMING_DATATYPE_RGB, RtspStreams::kInfraredSlot, "InfraredTee"),
+            "the infrared picture for RTSP");
     if (m_visual)
         addStage("FusionElement", std::make_unique<FusionElement>(&m_store, STREAMING_DATATYPE_YUV422),
                  "visual image into the display (Fusion.Mode)");
@@ -527,6 +533,11 @@ void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
         rad = find(STREAMING_DATATYPE_RAD);
     const Frame* rgb = find(STREAMING_DATATYPE_RGB);
 
+    {
+        std::lock_guard<std::mutex> tapLock(m_tapMutex);
+        if (m_frameTap)
+            m_frameTap(frames);
+    }
     std::lock_guard<std::mutex> lock(m_snapshotMutex);
     m_snapshot.cycle = cycle;
     m_snapshot.fps = m_fps;
@@ -559,6 +570,11 @@ void Camera::onCycle(const FrameMap& frames, uint64_t cycle) {
         m_snapshot.rgb = rgb->getFrameData().clone();
     if (const Frame* visual = find(STREAMING_DATATYPE_YUV422))
         m_snapshot.visual = visual->getFrameData(); // never written into again: shared, not copied
+}
+
+void Camera::setFrameTap(std::function<void(const FrameMap&)> tap) {
+    std::lock_guard<std::mutex> lock(m_tapMutex);
+    m_frameTap = std::move(tap);
 }
 
 Camera::Snapshot Camera::snapshot() const {

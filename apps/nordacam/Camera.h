@@ -56,6 +56,7 @@ struct CameraOptions {
     sim::SimulatorConfig sim;
     bool realTime = true;              // pace the simulator at its frame rate
     bool streams = false;              // wire the stream senders for the HTTP server
+    bool rtsp = false;                 // keep the infrared picture apart from the fused one (RtspStreams)
     bool visual = true;                // the simulated visual camera beside the simulated detector
     bool highResolutionStills = false; // saved images hold 2592 x 1944 visual stills (else 1024 x 768)
     sim::VisualConfig visualSim;
@@ -123,6 +124,9 @@ public:
     // Streams of the HTTP server (fed while a reader is attached).
     FrameHub& mjpegHub() { return m_mjpegHub; }
     FrameHub& pxmHub() { return m_pxmHub; }
+    // Called with every cycle's frames on the pipeline thread (nullptr: none); returns after the
+    // call in progress.
+    void setFrameTap(std::function<void(const norda::exp::streaming::FrameMap&)> tap);
 
     // Temperature (°C) at a pixel of the newest radiometric frame; NotAvailable before the first.
     float temperatureAt(int x, int y) const;
@@ -178,6 +182,8 @@ private:
     std::function<void(bool)> m_streamDemandMjpeg, m_streamDemandPxm;
 
     mutable std::mutex m_snapshotMutex;
+    std::mutex m_tapMutex;
+    std::function<void(const norda::exp::streaming::FrameMap&)> m_frameTap;
     Snapshot m_snapshot;
     std::chrono::steady_clock::time_point m_lastCycleTime{};
     double m_fps = 0.0;

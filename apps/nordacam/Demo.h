@@ -15,6 +15,7 @@ struct RunOptions {
     bool record = true;         // record raw frames at the start
     unsigned saves = 3;         // images saved on a schedule
     uint64_t recordFrames = 60; // two seconds, starting with the shutter: playable on its own
+    int rtspPort = -1;          // RTSP streams on 127.0.0.1 (0: any free port; -1: none)
 };
 
 // The whole live chain on the simulator or a recording; prints the live status and the summary.
