@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -20,6 +22,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -165,6 +168,20 @@ TEST(RtspStreams, FfprobeReadsEachStreamAsH264AtTheCameraRate) {
         EXPECT_LT(fps, 33.0) << path;
         EXPECT_GT(fps, std::min(27.0, 0.8 * chain)) << path << ", the chain at " << chain;
     }
+    // The infrared picture carries the overlay, the fused one (mode Off: the same palette image)
+    // none: they differ at the colour scale on the right and agree on the wall at the top left.
+    std::map<std::string, cv::Mat> pictures;
+    for (const std::string path : {"/thermal", "/fusion"}) {
+        const std::string png = dir.file(path.substr(1) + ".png");
+        runCommand("timeout 30 ffmpeg -nostdin -v error -rtsp_transport tcp -i " + live.url(path) +
+                   " -frames:v 1 -y " + png);
+        pictures[path] = cv::imread(png);
+        ASSERT_EQ(pictures[path].size(), cv::Size(640, 480)) << path;
+    }
+    cv::Mat difference;
+    cv::absdiff(pictures["/thermal"], pictures["/fusion"], difference);
+    EXPECT_GT(cv::mean(difference(cv::Rect(618, 40, 20, 380)))[0], 40.0) << "no colour scale";
+    EXPECT_LT(cv::mean(difference(cv::Rect(10, 10, 80, 60)))[0], 8.0);
     // A stream nobody watches any more is stopped; an unknown path is refused.
     EXPECT_FALSE(live.rtsp->stats("/thermal").playing);
     int status = 0;
