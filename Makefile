@@ -12,7 +12,7 @@ SANITIZER_CMAKE_ARGS = -DNORDA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
 # commands, the coordinate value queries, the pipeline's own thread. The thread checker runs these.
 TSAN_TESTS ?= ^(DataProxy|Commands|Pipeline|OffsetElementTest|PxmRecorderElement|SocketServerElement|CoordinateValueElement|ImageWriteTest|ImageBufferElement)\\.
 
-.PHONY: all deps configure build test demo calibrate bench bench-python install test-asan test-tsan test-arm64 fuzz load soak format clean
+.PHONY: all deps configure build test test-long demo calibrate bench bench-python install test-asan test-tsan test-arm64 fuzz load soak format clean
 
 all: build
 
@@ -26,7 +26,11 @@ build: configure
 	cmake --build $(BUILD) -j$(JOBS)
 
 test: build
-	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS) --timeout 600 $(CTEST_ARGS)
+	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS) --timeout 600 -LE long $(CTEST_ARGS)
+
+# The long variants of the load tests (label "long": eight RTSP clients for a minute).
+test-long: build
+	ctest --test-dir $(BUILD) --output-on-failure --timeout 600 -L long $(CTEST_ARGS)
 
 # The library and the host program only: a first run does not wait for the tests and benchmarks.
 demo: configure

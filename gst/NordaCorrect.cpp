@@ -140,22 +140,18 @@ static void gst_norda_correct_class_init(GstNordaCorrectClass* klass) {
             TRUE,
             static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
 
-    auto* element = GST_ELEMENT_CLASS(klass);
-    gst_element_class_set_static_metadata(
-        element, "Thermal sensor correction", "Filter/Video",
-        "Offset with the shutter, bad pixels and noise filters on raw 16-bit detector frames", "nordalib");
-    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
-                                                                     norda_gst_video_caps("GRAY16_LE")));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("GRAY16_LE")));
-    auto* filter = GST_NORDA_FILTER_CLASS(klass);
-    filter->inputFormat = "GRAY16_LE";
-    filter->outputFormat = "GRAY16_LE";
-    filter->acceptedSlots = new std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAW};
-    filter->acceptedDescription = "raw detector frames";
-    filter->chainInput = STREAMING_DATATYPE_RAW;
-    filter->chainOutput = STREAMING_DATATYPE_CORRECTED;
-    filter->build = build;
+    gst_norda_filter_class_describe(
+        GST_NORDA_FILTER_CLASS(klass),
+        {.longName = "Thermal sensor correction",
+         .classification = "Filter/Video",
+         .description = "Offset with the shutter, bad pixels and noise filters on raw 16-bit detector frames",
+         .inputFormat = "GRAY16_LE",
+         .outputFormat = "GRAY16_LE",
+         .acceptedSlots = {STREAMING_DATATYPE_RAW},
+         .acceptedDescription = "raw detector frames",
+         .chainInput = STREAMING_DATATYPE_RAW,
+         .chainOutput = STREAMING_DATATYPE_CORRECTED,
+         .build = build});
 }
 
 static void gst_norda_correct_init(GstNordaCorrect* self) {

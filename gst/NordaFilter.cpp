@@ -392,3 +392,20 @@ GstCaps* norda_gst_video_caps(const char* format) {
                                8192, "height", GST_TYPE_INT_RANGE, 1, 8192, "framerate",
                                GST_TYPE_FRACTION_RANGE, 0, 1, G_MAXINT, 1, nullptr);
 }
+
+void gst_norda_filter_class_describe(GstNordaFilterClass* klass, const GstNordaFilterDescription& d) {
+    auto* element = GST_ELEMENT_CLASS(klass);
+    gst_element_class_set_static_metadata(element, d.longName, d.classification, d.description, "nordalib");
+    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
+                                                                     norda_gst_video_caps(d.inputFormat)));
+    gst_element_class_add_pad_template(element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS,
+                                                                     norda_gst_video_caps(d.outputFormat)));
+    klass->inputFormat = d.inputFormat;
+    klass->outputFormat = d.outputFormat;
+    klass->acceptedSlots = new std::vector<norda::exp::streaming::STREAMING_DATATYPE>(d.acceptedSlots);
+    klass->acceptedDescription = d.acceptedDescription;
+    klass->chainInput = d.chainInput;
+    klass->chainOutput = d.chainOutput;
+    klass->build = d.build;
+    klass->finish = d.finish;
+}

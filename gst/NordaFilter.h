@@ -43,6 +43,25 @@ struct _GstNordaFilterClass {
     void (*finish)(GstNordaFilter* filter, const norda::exp::Frame& frame, GstBuffer* buffer);
 };
 
+// What a subclass is: its metadata for gst-inspect, the formats (pad templates and negotiation),
+// the stages it takes and its chain.
+struct GstNordaFilterDescription {
+    const char* longName;
+    const char* classification;
+    const char* description;
+    const char* inputFormat;
+    const char* outputFormat;
+    std::vector<norda::exp::streaming::STREAMING_DATATYPE> acceptedSlots;
+    const char* acceptedDescription;
+    norda::exp::streaming::STREAMING_DATATYPE chainInput;
+    norda::exp::streaming::STREAMING_DATATYPE chainOutput;
+    std::string (*build)(GstNordaFilter*, norda::exp::streaming::Pipeline&,
+                         norda::exp::DataProxy<std::string>&);
+    void (*finish)(GstNordaFilter*, const norda::exp::Frame&, GstBuffer*) = nullptr;
+};
+// Sets up a subclass from its class_init: metadata, pad templates and the fields above.
+void gst_norda_filter_class_describe(GstNordaFilterClass* klass, const GstNordaFilterDescription& d);
+
 // The element's parameter store (factory defaults; IrImage.Cols/Rows set to the negotiated size).
 norda::exp::DataProxy<std::string>& gst_norda_filter_store(GstNordaFilter* filter);
 // The calibration directory ending with '/'.

@@ -289,26 +289,21 @@ static void gst_norda_measure_class_init(GstNordaMeasureClass* klass) {
                              "frame (the buffer carries them as NordaMeasurementMeta either way)",
                              TRUE, live));
 
-    auto* element = GST_ELEMENT_CLASS(klass);
-    gst_element_class_set_static_metadata(
-        element, "Thermal measurement", "Filter/Analyzer/Video",
-        "Hot spot, cold spot, points and areas of temperature frames, posted on the bus and attached to "
-        "the buffers",
-        "nordalib");
-    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
-                                                                     norda_gst_video_caps("GRAY16_LE")));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("GRAY16_LE")));
-    auto* filter = GST_NORDA_FILTER_CLASS(klass);
-    filter->inputFormat = "GRAY16_LE";
-    filter->outputFormat = "GRAY16_LE";
-    filter->acceptedSlots =
-        new std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_RAD_CONST};
-    filter->acceptedDescription = "temperature frames (put nordaradiometry before it)";
-    filter->chainInput = STREAMING_DATATYPE_RAD;
-    filter->chainOutput = STREAMING_DATATYPE_RAD_CONST;
-    filter->build = build;
-    filter->finish = finish;
+    gst_norda_filter_class_describe(
+        GST_NORDA_FILTER_CLASS(klass),
+        {.longName = "Thermal measurement",
+         .classification = "Filter/Analyzer/Video",
+         .description =
+             "Hot spot, cold spot, points and areas of temperature frames, posted on the bus and attached to "
+             "the buffers",
+         .inputFormat = "GRAY16_LE",
+         .outputFormat = "GRAY16_LE",
+         .acceptedSlots = {STREAMING_DATATYPE_RAD, STREAMING_DATATYPE_RAD_CONST},
+         .acceptedDescription = "temperature frames (put nordaradiometry before it)",
+         .chainInput = STREAMING_DATATYPE_RAD,
+         .chainOutput = STREAMING_DATATYPE_RAD_CONST,
+         .build = build,
+         .finish = finish});
 }
 
 static void gst_norda_measure_init(GstNordaMeasure* self) {

@@ -126,24 +126,20 @@ static void gst_norda_palette_class_init(GstNordaPaletteClass* klass) {
                              "object parameters over the image",
                              TRUE, live));
 
-    auto* element = GST_ELEMENT_CLASS(klass);
-    gst_element_class_set_static_metadata(element, "Thermal palette", "Filter/Converter/Video",
-                                          "Temperature frames to RGB display images with a palette and the "
-                                          "measurement overlay",
-                                          "nordalib");
-    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
-                                                                     norda_gst_video_caps("GRAY16_LE")));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("RGB")));
-    auto* filter = GST_NORDA_FILTER_CLASS(klass);
-    filter->inputFormat = "GRAY16_LE";
-    filter->outputFormat = "RGB";
-    filter->acceptedSlots = new std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_RAD_CONST};
-    filter->acceptedDescription = "measured temperature frames (put nordameasure before it)";
-    filter->chainInput = STREAMING_DATATYPE_RAD_CONST;
-    filter->chainOutput = STREAMING_DATATYPE_RGB;
-    filter->build = build;
-    filter->finish = finish;
+    gst_norda_filter_class_describe(
+        GST_NORDA_FILTER_CLASS(klass),
+        {.longName = "Thermal palette",
+         .classification = "Filter/Converter/Video",
+         .description = "Temperature frames to RGB display images with a palette and the "
+                        "measurement overlay",
+         .inputFormat = "GRAY16_LE",
+         .outputFormat = "RGB",
+         .acceptedSlots = {STREAMING_DATATYPE_RAD_CONST},
+         .acceptedDescription = "measured temperature frames (put nordameasure before it)",
+         .chainInput = STREAMING_DATATYPE_RAD_CONST,
+         .chainOutput = STREAMING_DATATYPE_RGB,
+         .build = build,
+         .finish = finish});
 }
 
 static void gst_norda_palette_init(GstNordaPalette* self) {

@@ -170,23 +170,19 @@ static void gst_norda_radiometry_class_init(GstNordaRadiometryClass* klass) {
             "Remove the lens distortion with the lens's table (lens<n>/distort.pxm)", TRUE,
             static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY)));
 
-    auto* element = GST_ELEMENT_CLASS(klass);
-    gst_element_class_set_static_metadata(
-        element, "Thermal radiometry", "Filter/Video",
-        "Offset-corrected detector frames to temperature frames (16-bit encoding), lens distortion removed",
-        "nordalib");
-    gst_element_class_add_pad_template(element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
-                                                                     norda_gst_video_caps("GRAY16_LE")));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, norda_gst_video_caps("GRAY16_LE")));
-    auto* filter = GST_NORDA_FILTER_CLASS(klass);
-    filter->inputFormat = "GRAY16_LE";
-    filter->outputFormat = "GRAY16_LE";
-    filter->acceptedSlots = new std::vector<STREAMING_DATATYPE>{STREAMING_DATATYPE_CORRECTED};
-    filter->acceptedDescription = "offset-corrected frames (put nordacorrect before it)";
-    filter->chainInput = STREAMING_DATATYPE_CORRECTED;
-    filter->chainOutput = STREAMING_DATATYPE_RAD;
-    filter->build = build;
+    gst_norda_filter_class_describe(
+        GST_NORDA_FILTER_CLASS(klass),
+        {.longName = "Thermal radiometry",
+         .classification = "Filter/Video",
+         .description = "Offset-corrected detector frames to temperature frames (16-bit encoding), lens "
+                        "distortion removed",
+         .inputFormat = "GRAY16_LE",
+         .outputFormat = "GRAY16_LE",
+         .acceptedSlots = {STREAMING_DATATYPE_CORRECTED},
+         .acceptedDescription = "offset-corrected frames (put nordacorrect before it)",
+         .chainInput = STREAMING_DATATYPE_CORRECTED,
+         .chainOutput = STREAMING_DATATYPE_RAD,
+         .build = build});
 }
 
 static void gst_norda_radiometry_init(GstNordaRadiometry* self) {

@@ -108,11 +108,22 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
                                                                  m_options.streams ? &m_streams : nullptr},
                                              m_pipeline);
     m_chain->build();
-    m_pipeline.setCycleObserver(
-        [this](const FrameMap& frames, uint64_t cycle) { m_snapshot->onCycle(frames, cycle); });
+    m_pipeline.setCycleObserver([this](const FrameMap& frames, uint64_t cycle) {
+        {
+            std::lock_guard<std::mutex> tapLock(m_tapMutex);
+            if (m_frameTap)
+                m_frameTap(frames);
+        }
+        m_snapshot->onCycle(frames, cycle);
+    });
     if (m_sim && m_options.realTime)
         m_pipeline.setMinimumCyclePeriod(
             std::chrono::microseconds(static_cast<long long>(1e6 / m_options.sim.fps)));
+}
+
+void Camera::setFrameTap(std::function<void(const FrameMap&)> tap) {
+    std::lock_guard<std::mutex> lock(m_tapMutex);
+    m_frameTap = std::move(tap);
 }
 
 Camera::~Camera() {

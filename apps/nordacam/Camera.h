@@ -24,7 +24,9 @@
 #include "nordalib/vision/streaming/Pipeline.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -65,6 +67,9 @@ public:
     StreamPublisher& streams() { return m_streams; }
     FrameHub& mjpegHub() { return m_streams.displayHub(); }
     FrameHub& pxmHub() { return m_streams.radiometricHub(); }
+    // Called with every cycle's frames on the pipeline thread (nullptr: none); returns after the
+    // call in progress.
+    void setFrameTap(std::function<void(const norda::exp::streaming::FrameMap&)> tap);
 
     // Temperature (°C) at a pixel of the newest radiometric frame; NotAvailable before the first.
     float temperatureAt(int x, int y) const;
@@ -94,6 +99,8 @@ private:
     StreamPublisher m_streams{m_commands};
     std::unique_ptr<LiveSnapshot> m_snapshot;
     std::unique_ptr<ChainBuilder> m_chain;
+    std::mutex m_tapMutex;
+    std::function<void(const norda::exp::streaming::FrameMap&)> m_frameTap;
 
     norda::exp::streaming::Pipeline m_pipeline; // elements reference the members above
     norda::exp::Subscription m_paletteSubscription;

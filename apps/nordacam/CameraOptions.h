@@ -18,6 +18,7 @@ struct CameraOptions {
     sim::SimulatorConfig sim;
     bool realTime = true;              // pace the simulator at its frame rate
     bool streams = false;              // wire the stream senders for the HTTP server
+    bool rtsp = false;                 // keep the infrared picture apart from the fused one (RtspStreams)
     bool visual = true;                // the simulated visual camera beside the simulated detector
     bool highResolutionStills = false; // saved images hold 2592 x 1944 visual stills (else 1024 x 768)
     sim::VisualConfig visualSim;

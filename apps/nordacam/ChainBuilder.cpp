@@ -1,6 +1,7 @@
 #include "apps/nordacam/ChainBuilder.h"
 
 #include "apps/nordacam/PlaybackMetadataElement.h"
+#include "apps/nordacam/RtspStreams.h"
 #include "apps/nordacam/Settings.h"
 #include "apps/nordacam/TeeElement.h"
 #include "apps/nordacam/VisualStillElement.h"
@@ -274,6 +275,11 @@ void ChainBuilder::build() {
                  "radiometric stream");
     addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
     addImageWriter();
+    if (m_visual && m_options.rtsp)
+        addStage(
+            "TeeElement",
+            std::make_unique<TeeElement>(STREAMING_DATATYPE_RGB, RtspStreams::kInfraredSlot, "InfraredTee"),
+            "the infrared picture for RTSP");
     if (m_visual)
         addStage("FusionElement", std::make_unique<FusionElement>(&m_store, STREAMING_DATATYPE_YUV422),
                  "visual image into the display (Fusion.Mode)");

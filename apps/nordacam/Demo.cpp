@@ -1,6 +1,7 @@
 #include "apps/nordacam/Demo.h"
 
 #include "apps/nordacam/Measure.h"
+#include "apps/nordacam/RtspStreams.h"
 #include "apps/nordacam/TruthFigures.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
@@ -131,7 +132,10 @@ std::map<double, double> registrationErrors(Camera& camera) {
 } // namespace
 
 int runLive(const RunOptions& options, std::ostream& out) {
-    Camera camera(options.camera);
+    CameraOptions cameraOptions = options.camera;
+    cameraOptions.rtsp = options.rtspPort >= 0;
+    Camera camera(cameraOptions);
+    const auto rtsp = startRtsp(camera, "127.0.0.1", options.rtspPort, out);
     const bool simulated = camera.simulator() != nullptr;
     out << "nordacam: " << (simulated ? "simulated 640x480 camera" : "recording " + options.camera.inputFile)
         << ", " << options.frames << " frames, output folder " << options.camera.outputDir << "\n";

@@ -16,6 +16,7 @@ struct RunOptions {
     unsigned saves = 3;         // images saved on a schedule
     uint64_t recordFrames = 60; // two seconds, starting with the shutter: playable on its own
     bool truthFigures = false;  // the summary's figures against the physical simulator (demo)
+    int rtspPort = -1;          // RTSP streams on 127.0.0.1 (0: any free port; -1: none)
 };
 
 // The whole live chain on the simulator or a recording; prints the live status and the summary.

@@ -2,6 +2,7 @@
 
 #include "apps/nordacam/Gallery.h"
 #include "apps/nordacam/HttpSupport.h"
+#include "apps/nordacam/RtspStreams.h"
 
 #include <httplib.h>
 
@@ -127,9 +128,11 @@ void onSignal(int) {
 int serve(const ServeOptions& options, std::ostream& out) {
     CameraOptions cameraOptions = options.camera;
     cameraOptions.streams = true;
+    cameraOptions.rtsp = options.rtspPort >= 0;
     Camera camera(cameraOptions);
     WebServer server(camera);
     const int port = server.bind(options.bind, options.port);
+    const auto rtsp = startRtsp(camera, options.bind, options.rtspPort, out);
     camera.start();
     std::thread http([&] { server.run(); });
     out << "nordacam: serving http://" << options.bind << ":" << port << "/ (output folder "

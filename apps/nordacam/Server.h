@@ -99,6 +99,7 @@ struct ServeOptions {
     std::string bind = "127.0.0.1";
     int port = 8080;
     double seconds = 0.0; // 0: until interrupted
+    int rtspPort = -1;    // RTSP streams on the same address (0: any free port; -1: none)
 };
 
 // Runs the chain and the server; returns the process exit code.

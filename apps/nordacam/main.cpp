@@ -97,6 +97,10 @@ int main(int argc, char** argv) {
     run->add_option("--frames", runFrames, "frames to run")
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
+    int runRtsp = -1;
+    run->add_option("--rtsp-port", runRtsp,
+                    "stream H.264 over RTSP on this port of 127.0.0.1 (0: any free port)")
+        ->check(CLI::Range(0, 65535));
 
     Common simC;
     std::string simOut;
@@ -218,6 +222,9 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
     srv->add_option("--bind", so.bind, "address to listen on")->capture_default_str();
+    srv->add_option("--rtsp-port", so.rtspPort,
+                    "stream H.264 over RTSP on this port (0: any free port): /thermal, /visual, /fusion")
+        ->check(CLI::Range(0, 65535));
     srv->add_option("--input", serveInput, "raw recording to play instead of the simulator")
         ->check(CLI::ExistingFile);
     srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
@@ -273,6 +280,7 @@ int main(int argc, char** argv) {
             o.frames = runFrames;
             o.record = false;
             o.status = !runC.quiet;
+            o.rtspPort = runRtsp;
             return runLive(o, std::cout);
         }
         if (*simulate) {
