@@ -191,7 +191,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     applyPalette(m_store.getValue<std::string>(Id::Palette::ActivePalette));
     m_paletteSubscription = m_store.subscribeValue<std::string>(Id::Palette::ActivePalette, applyPalette);
 
-    if (m_options.inputFile.empty()) {
+    if (m_options.inputFile.empty() && !m_options.frameSource) {
         m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim,
                                                       sim::makeResponse(m_options.calibrationDir));
         // The detector's size, for the elements that size their tables before the first frame.
@@ -381,6 +381,10 @@ void Camera::buildChain() {
             "frame source: simulated detector");
         if (m_visual)
             addVisualSources();
+    } else if (m_options.frameSource) {
+        addStage("CaptureElement",
+                 std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, m_options.frameSource),
+                 "frame source: the host's frames");
     } else {
         if (!norda::utils::existsFile(m_options.inputFile))
             throw SettingsError("input file " + m_options.inputFile + " does not exist");

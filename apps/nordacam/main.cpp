@@ -1,5 +1,6 @@
 // nordacam: the host program of nordalib -- a simulated thermal camera running the library's
 // whole live chain, a live viewer in the browser, and tools for saved images and calibration.
+#include "apps/nordacam/Analyze.h"
 #include "apps/nordacam/Demo.h"
 #include "apps/nordacam/Server.h"
 #include "apps/nordacam/Tools.h"
@@ -218,6 +219,19 @@ int main(int argc, char** argv) {
     srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
         ->capture_default_str();
 
+    AnalyzeOptions ao;
+    std::vector<std::string> aoPoints, aoAreas;
+    std::string aoCalib;
+    auto* analyzeCmd = app.add_subcommand(
+        "analyze", "temperatures of spots and areas over time: NAME.csv and a plot NAME.png");
+    analyzeCmd->add_option("inputs", ao.inputs, "a raw recording (.pxm) or saved images (.RIX)")->required();
+    analyzeCmd->add_option("--point", aoPoints, "X,Y: a spot to follow (repeatable)");
+    analyzeCmd->add_option("--area", aoAreas,
+                           "X,Y,W,H: an area to follow, its mean and maximum (repeatable)");
+    analyzeCmd->add_option("--out", ao.out, "NAME of the files to write (NAME.csv, NAME.png)")->required();
+    analyzeCmd->add_option("--calib", aoCalib, "calibration folder (for a raw recording)")
+        ->check(CLI::ExistingDirectory);
+
     auto* targets = app.add_subcommand("targets", "show the instruction set each vector kernel runs on here");
 
     if (argc > 1 && argv[1][0] != '-') {
@@ -226,7 +240,7 @@ int main(int argc, char** argv) {
             known = known || sub->get_name() == argv[1];
         if (!known) {
             std::cerr << "nordacam: error: unknown command \"" << argv[1]
-                      << "\" (commands: demo, run, simulate, rix, calib, serve, targets; see --help)"
+                      << "\" (commands: demo, run, simulate, rix, analyze, calib, serve, targets; see --help)"
                       << std::endl;
             return 2;
         }
@@ -286,6 +300,14 @@ int main(int argc, char** argv) {
             std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
                       << std::endl;
             return 2;
+        }
+        if (*analyzeCmd) {
+            for (const auto& p : aoPoints)
+                ao.points.push_back(parsePoint(p));
+            for (const auto& a : aoAreas)
+                ao.areas.push_back(parseArea(a));
+            ao.calibrationDir = aoCalib;
+            return analyze(ao, std::cout);
         }
         if (*dist)
             return calibDistortion(dp, distOut, std::cout);
