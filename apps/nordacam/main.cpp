@@ -2,6 +2,7 @@
 // whole live chain, a live viewer in the browser, and tools for saved images and calibration.
 #include "apps/nordacam/Analyze.h"
 #include "apps/nordacam/Demo.h"
+#include "apps/nordacam/Report.h"
 #include "apps/nordacam/Server.h"
 #include "apps/nordacam/Tools.h"
 
@@ -125,6 +126,22 @@ int main(int argc, char** argv) {
     csvOpt->excludes(pngOpt)->excludes(tiffOpt);
     pngOpt->excludes(tiffOpt);
 
+    std::string noteFile, noteText;
+    auto* note =
+        rix->add_subcommand("note", "store the thermographer's note in a saved image (empty: remove it)");
+    note->add_option("file", noteFile, "saved image (.RIX)")->required();
+    note->add_option("text", noteText, "the note (lines separated by newlines)")->required();
+
+    ReportOptions ro;
+    std::optional<float> roAlarm;
+    auto* reportCmd = app.add_subcommand("report", "an inspection report of saved images (PDF or HTML)");
+    reportCmd->add_option("images", ro.images, "saved images (.RIX)")->required();
+    reportCmd->add_option("--out", ro.out, "FILE.pdf or FILE.html")->required();
+    reportCmd->add_option(
+        "--alarm", roAlarm,
+        "alarm threshold (°C) for the summary (default: each image's upper alarm when it was on)");
+    reportCmd->add_option("--title", ro.title, "title of the report")->capture_default_str();
+
     auto* calib = app.add_subcommand("calib", "make calibration files");
     calib->require_subcommand(1);
     DistortionParameters dp;
@@ -240,7 +257,8 @@ int main(int argc, char** argv) {
             known = known || sub->get_name() == argv[1];
         if (!known) {
             std::cerr << "nordacam: error: unknown command \"" << argv[1]
-                      << "\" (commands: demo, run, simulate, rix, analyze, calib, serve, targets; see --help)"
+                      << "\" (commands: demo, run, simulate, rix, analyze, report, calib, serve, targets; "
+                         "see --help)"
                       << std::endl;
             return 2;
         }
@@ -300,6 +318,12 @@ int main(int argc, char** argv) {
             std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
                       << std::endl;
             return 2;
+        }
+        if (*note)
+            return rixNote(noteFile, noteText, std::cout);
+        if (*reportCmd) {
+            ro.alarmC = roAlarm;
+            return report(ro, std::cout);
         }
         if (*analyzeCmd) {
             for (const auto& p : aoPoints)
