@@ -273,7 +273,7 @@ h1 { font-size: 18pt } h2 { font-size: 14pt; margin: 0 0 4mm } h3 { font-size: 1
 figcaption { font-size: 8pt; color: #555 }
 table { border-collapse: collapse } .grid td, .grid th { border: 1px solid #bbb; padding: 1mm 2mm; text-align: left }
 .kv th { text-align: left; padding-right: 4mm; font-weight: normal; color: #444; white-space: nowrap }
-.kv td { white-space: nowrap }
+.kv td, .sum td { white-space: nowrap } .sum td:last-child { white-space: normal }
 .cols { display: flex; gap: 8mm } .note { white-space: pre-wrap } .bad { color: #a00 }
 </style>)";
 
@@ -373,9 +373,9 @@ std::string reportHtml(const ReportOptions& o, std::vector<std::string>* damaged
                        "</title>" + kStyle + "</head><body><section class=page><h1>" + escape(o.title) +
                        "</h1>";
     html += fmt::format("<p>{} images, {} could not be read.</p>", summaries.size(), damaged.size());
-    html +=
-        "<table class=grid><tr><th>image</th><th>taken</th><th>maximum</th><th>validity</th><th>alarm</th>"
-        "<th>note</th></tr>";
+    html += "<table class=\"grid "
+            "sum\"><tr><th>image</th><th>taken</th><th>maximum</th><th>validity</th><th>alarm</th>"
+            "<th>note</th></tr>";
     for (const auto& s : summaries)
         html += fmt::format("<tr><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td></tr>",
                             escape(s.file), escape(s.time), escape(s.max), escape(s.maxMark), escape(s.alarm),
