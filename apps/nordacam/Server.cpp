@@ -484,6 +484,7 @@ void WebServer::routes() {
         }));
     thermographyRoutes();
     galleryRoutes();
+    reportRoutes();
     m_server->set_error_handler([](const httplib::Request&, httplib::Response& res) { errorPage(res); });
 }
 
