@@ -2,6 +2,7 @@
 
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/Settings.h"
+#include "apps/nordacam/Tools.h"
 
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
@@ -314,8 +315,6 @@ void writeTrendCsv(const TrendSeries& s, const std::string& file) {
     for (const auto& t : s.tools)
         csv += fmt::format(",{} °C,{} validity", t, t);
     csv += ",error\n";
-    static const char* marks[] = {"valid",  "outside tolerance", "mark 2", "under range",
-                                  "mark 4", "over range"};
     for (size_t i = 0; i < s.time.size(); ++i) {
         csv += std::isnan(s.time[i]) ? "," : fmt::format("{:.3f},", s.time[i]);
         csv += s.source[i];
@@ -324,8 +323,7 @@ void writeTrendCsv(const TrendSeries& s, const std::string& file) {
                 csv += ",,";
                 continue;
             }
-            const unsigned m = s.mark[i][k];
-            csv += fmt::format(",{:.2f},{}", s.value[i][k], m < 6 ? marks[m] : "mark " + std::to_string(m));
+            csv += fmt::format(",{:.2f},{}", s.value[i][k], markText(uint8_t(s.mark[i][k])));
         }
         std::string e = s.error[i];
         std::replace(e.begin(), e.end(), '"', '\'');

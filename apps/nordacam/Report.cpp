@@ -1,6 +1,7 @@
 #include "apps/nordacam/Report.h"
 
 #include "apps/nordacam/Settings.h"
+#include "apps/nordacam/Tools.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/keys/Keys.h"
@@ -53,21 +54,6 @@ std::string escape(const std::string& s) {
     return out;
 }
 
-std::string markText(unsigned mark) {
-    switch (mark) {
-    case MarkedFloat::Valid:
-        return "valid";
-    case MarkedFloat::OutOfTolerance:
-        return "outside tolerance";
-    case MarkedFloat::UnderRange:
-        return "under range";
-    case MarkedFloat::OverRange:
-        return "over range";
-    default:
-        return fmt::format("mark {}", mark);
-    }
-}
-
 // Value and validity as `nordacam rix info` prints them.
 std::pair<std::string, std::string> valueText(const std::shared_ptr<Variant>& v) {
     if (v && v->holds<Temperature>()) {
@@ -86,15 +72,6 @@ template <typename T> std::optional<T> generic(const Rix& rix, const std::string
     if (v && v->holds<T>())
         return v->value<T>();
     return std::nullopt;
-}
-
-std::string utcTime(unsigned long long ms) {
-    const std::time_t s = static_cast<std::time_t>(ms / 1000);
-    std::tm tm{};
-    gmtime_r(&s, &tm);
-    char buf[64];
-    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
-    return fmt::format("{}.{:03} UTC", buf, ms % 1000);
 }
 
 std::string dataUri(const cv::Mat& bgr) {
