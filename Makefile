@@ -62,9 +62,11 @@ calibrate: configure
 bench: build
 	$(BUILD)/bench/nordabench $(BENCH_ARGS)
 
-# The Python module against the C++ library on the same files (bench/python/bench_io.py).
+# The Python module against the C++ library on the same files (bench/python/bench_io.py), and the
+# archive analysis serially and with Dask on one and two workers (bench/python/bench_archive.py).
 bench-python: build
 	PYTHONPATH=$(BUILD)/python python3 bench/python/bench_io.py $(BUILD)
+	PYTHONPATH=$(BUILD)/python $$(sed -n "s/^NORDA_PYTHON_EXECUTABLE:INTERNAL=//p" $(BUILD)/CMakeCache.txt) bench/python/bench_archive.py $(BUILD)
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)

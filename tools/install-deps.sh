@@ -16,6 +16,8 @@ packages=(
     # the viewer's browser tests drive headless Chromium through its WebDriver
     chromium chromium-driver fonts-dejavu-core
     python3-dev python3-pybind11 python3-numpy python3-pytest
+    # archive analysis (pandas tables, Dask on all cores or a cluster); PDF reports read back as text
+    python3-pandas python3-dask python3-distributed poppler-utils
     # the GStreamer plugin (gst/) and its pipeline tests; the RTSP server and H.264 for streaming
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good

@@ -4,15 +4,20 @@
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace nordacam {
 
 struct CameraOptions {
-    std::string calibrationDir;           // ends with '/'
-    std::string outputDir;                // saved images and recordings
-    std::string inputFile;                // a raw recording to play; empty: the simulator
+    std::string calibrationDir; // ends with '/'
+    std::string outputDir;      // saved images and recordings
+    std::string inputFile;      // a raw recording to play; empty: the simulator
+    // Raw frames with their recorded metadata, one a cycle, unpaced (an analysis reading a
+    // recording as fast as the chain goes); set, it replaces the simulator and the input file.
+    std::function<std::unique_ptr<norda::exp::Frame>()> frameSource;
     std::string settingsFile;             // read at start (when it exists) and written by SaveUserSettings
     std::vector<std::string> assignments; // --set KEY=VALUE
     sim::SimulatorConfig sim;

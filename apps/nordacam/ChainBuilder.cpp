@@ -188,6 +188,10 @@ void ChainBuilder::build() {
             "frame source: simulated detector");
         if (m_visual)
             addVisualSources();
+    } else if (m_options.frameSource) {
+        addStage("CaptureElement",
+                 std::make_unique<CaptureElement>(STREAMING_DATATYPE_RAW, m_options.frameSource),
+                 "frame source: the host's frames");
     } else {
         if (!norda::utils::existsFile(m_options.inputFile))
             throw SettingsError("input file " + m_options.inputFile + " does not exist");

@@ -115,6 +115,7 @@ void WebServer::routes() {
     fileRoutes();
     thermographyRoutes();
     galleryRoutes();
+    reportRoutes();
     m_server->set_error_handler([](const httplib::Request&, httplib::Response& res) { errorPage(res); });
 }
 

@@ -81,6 +81,7 @@ private:
     // The thermographer's additions: measurement results and set-up, the colour scale, gallery.
     void thermographyRoutes();
     void galleryRoutes();
+    void reportRoutes(); // ServerReport.cpp
     void add(const std::string& method, const std::string& pattern,
              std::function<void(const httplib::Request&, httplib::Response&)> handler);
 

@@ -30,8 +30,6 @@ namespace nordacam {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 std::string utcTime(unsigned long long ms) {
     const std::time_t s = static_cast<std::time_t>(ms / 1000);
     std::tm tm{};
@@ -39,11 +37,6 @@ std::string utcTime(unsigned long long ms) {
     char buf[64];
     std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
     return fmt::format("{}.{:03} UTC", buf, ms % 1000);
-}
-
-void requireFile(const std::string& file) {
-    if (!norda::utils::existsFile(file))
-        throw SettingsError("no such file: " + file);
 }
 
 std::string markText(uint8_t mark) {
@@ -60,6 +53,13 @@ std::string markText(uint8_t mark) {
     default:
         return fmt::format("mark {}", mark);
     }
+}
+
+namespace {
+
+void requireFile(const std::string& file) {
+    if (!norda::utils::existsFile(file))
+        throw SettingsError("no such file: " + file);
 }
 
 // A temperature or relative humidity as the user reads it, with its validity mark.

@@ -1,12 +1,18 @@
 #pragma once
 // The file tools of nordacam: saved images (rix info / rix export) and calibration files.
 
+#include <cstdint>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace nordacam {
+
+// "2026-11-25 20:13:14.474 UTC" of a capture time (milliseconds since 1970).
+std::string utcTime(unsigned long long ms);
+// A validity mark as words: "valid", "outside tolerance", "under range", "over range".
+std::string markText(uint8_t mark);
 
 // Size, date, UUID, settings (measurement points and areas as positions and temperatures with their
 // validity), min/max/centre temperatures and contents of a saved image.

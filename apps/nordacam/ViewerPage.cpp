@@ -351,6 +351,7 @@ $('savecopy').onclick = () => api('/api/gallery/save', {method: 'POST', body: JS
 setup(); setupPanels(); refresh(); refreshScale(); refreshTools(); refreshGallery();
 setInterval(refresh, 400); setInterval(refreshScale, 1000); setInterval(refreshTools, 700);
 </script>
+<script src="/report.js"></script>
 </body>
 </html>
 )HTML";

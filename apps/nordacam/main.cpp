@@ -1,6 +1,8 @@
 // nordacam: the host program of nordalib -- a simulated thermal camera running the library's
 // whole live chain, a live viewer in the browser, and tools for saved images and calibration.
+#include "apps/nordacam/Analyze.h"
 #include "apps/nordacam/Demo.h"
+#include "apps/nordacam/Report.h"
 #include "apps/nordacam/Server.h"
 #include "apps/nordacam/Tools.h"
 
@@ -128,6 +130,22 @@ int main(int argc, char** argv) {
     csvOpt->excludes(pngOpt)->excludes(tiffOpt);
     pngOpt->excludes(tiffOpt);
 
+    std::string noteFile, noteText;
+    auto* note =
+        rix->add_subcommand("note", "store the thermographer's note in a saved image (empty: remove it)");
+    note->add_option("file", noteFile, "saved image (.RIX)")->required();
+    note->add_option("text", noteText, "the note (lines separated by newlines)")->required();
+
+    ReportOptions ro;
+    std::optional<float> roAlarm;
+    auto* reportCmd = app.add_subcommand("report", "an inspection report of saved images (PDF or HTML)");
+    reportCmd->add_option("images", ro.images, "saved images (.RIX)")->required();
+    reportCmd->add_option("--out", ro.out, "FILE.pdf or FILE.html")->required();
+    reportCmd->add_option(
+        "--alarm", roAlarm,
+        "alarm threshold (°C) for the summary (default: each image's upper alarm when it was on)");
+    reportCmd->add_option("--title", ro.title, "title of the report")->capture_default_str();
+
     auto* calib = app.add_subcommand("calib", "make calibration files");
     calib->require_subcommand(1);
     DistortionParameters dp;
@@ -230,6 +248,19 @@ int main(int argc, char** argv) {
     srv->add_option("--seconds", serveSeconds, "stop after this many seconds (0: run until interrupted)")
         ->capture_default_str();
 
+    AnalyzeOptions ao;
+    std::vector<std::string> aoPoints, aoAreas;
+    std::string aoCalib;
+    auto* analyzeCmd = app.add_subcommand(
+        "analyze", "temperatures of spots and areas over time: NAME.csv and a plot NAME.png");
+    analyzeCmd->add_option("inputs", ao.inputs, "a raw recording (.pxm) or saved images (.RIX)")->required();
+    analyzeCmd->add_option("--point", aoPoints, "X,Y: a spot to follow (repeatable)");
+    analyzeCmd->add_option("--area", aoAreas,
+                           "X,Y,W,H: an area to follow, its mean and maximum (repeatable)");
+    analyzeCmd->add_option("--out", ao.out, "NAME of the files to write (NAME.csv, NAME.png)")->required();
+    analyzeCmd->add_option("--calib", aoCalib, "calibration folder (for a raw recording)")
+        ->check(CLI::ExistingDirectory);
+
     auto* targets = app.add_subcommand("targets", "show the instruction set each vector kernel runs on here");
 
     if (argc > 1 && argv[1][0] != '-') {
@@ -238,7 +269,8 @@ int main(int argc, char** argv) {
             known = known || sub->get_name() == argv[1];
         if (!known) {
             std::cerr << "nordacam: error: unknown command \"" << argv[1]
-                      << "\" (commands: demo, run, simulate, rix, calib, serve, targets; see --help)"
+                      << "\" (commands: demo, run, simulate, rix, analyze, report, calib, serve, targets; "
+                         "see --help)"
                       << std::endl;
             return 2;
         }
@@ -300,6 +332,20 @@ int main(int argc, char** argv) {
             std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
                       << std::endl;
             return 2;
+        }
+        if (*note)
+            return rixNote(noteFile, noteText, std::cout);
+        if (*reportCmd) {
+            ro.alarmC = roAlarm;
+            return report(ro, std::cout);
+        }
+        if (*analyzeCmd) {
+            for (const auto& p : aoPoints)
+                ao.points.push_back(parsePoint(p));
+            for (const auto& a : aoAreas)
+                ao.areas.push_back(parseArea(a));
+            ao.calibrationDir = aoCalib;
+            return analyze(ao, std::cout);
         }
         if (*dist)
             return calibDistortion(dp, distOut, std::cout);

@@ -61,12 +61,13 @@ from . import values  # noqa: E402  (NumPy first)
 from ._nordalib import (  # noqa: E402
     Planck, Rix, colorize, dew_point, measure, measure_area, measure_point, palette, palettes, surface_moisture)
 from . import pxm  # noqa: E402
+from . import analysis  # noqa: E402
 from .values import (  # noqa: E402
     Marked, MeasArea, MeasPoint, MeasRangeBorders, Metadata, Relation, Statistics, Temperature)
 
 __version__ = _build.VERSION
 __all__ = [
-    "Rix", "pxm", "colorize", "palette", "palettes", "dew_point", "surface_moisture", "Planck",
+    "Rix", "pxm", "analysis", "colorize", "palette", "palettes", "dew_point", "surface_moisture", "Planck",
     "measure", "measure_point", "measure_area",
     "Temperature", "Relation", "Marked", "MeasPoint", "MeasArea", "MeasRangeBorders", "Metadata", "Statistics",
 ]
