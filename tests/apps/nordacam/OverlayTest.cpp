@@ -82,7 +82,9 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
         creator.createJpegImage(preview, dir.file("marked.jpg"), uyvy);
         const cv::Mat plain = cv::imread(dir.file("plain.jpg")), marked = cv::imread(dir.file("marked.jpg"));
         ASSERT_EQ(marked.size(), cv::Size(640, 480));
-        cv::imwrite(std::string(NORDA_BINARY_DIR) + "/overlay-" + mode + ".png", marked);
+        std::filesystem::create_directories(std::string(NORDA_BINARY_DIR) + "/test-pictures");
+        cv::imwrite(std::string(NORDA_BINARY_DIR) + "/test-pictures/fusion-" + mode + ".png",
+                    marked); // for a look
 
         const cv::Rect left(0, 0, 560, 440); // clear of the colour scale and the status line
         cv::Mat p[3], k[3], change;
