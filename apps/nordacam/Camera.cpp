@@ -1,5 +1,6 @@
 #include "apps/nordacam/Camera.h"
 
+#include "apps/nordacam/OverlayFrameTap.h"
 #include "apps/nordacam/PlaybackMetadataElement.h"
 #include "apps/nordacam/TeeElement.h"
 #include "apps/nordacam/VisualStillElement.h"
@@ -91,7 +92,8 @@ std::vector<std::string> savedKeys() {
         for (const char* item :
              {"Visible", "Rect", "MeasArea", "LocalParameters", "Emissivity", "ReflectedTemperature"})
             k.push_back("MeasAreas.UserArea" + std::to_string(i) + "." + item);
-    for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
+    for (const auto* key :
+         {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second, &Id::DeltaT::Difference})
         k.push_back(*key);
     for (const auto& key : displayKeys())
         if (key != Id::Palette::Colors && std::find(k.begin(), k.end(), key) == k.end())
@@ -466,6 +468,8 @@ void Camera::buildChain() {
                      m_commands, kPxmStreamName, 0),
                  "radiometric stream");
     addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
+    addStage("OverlayFrameTap", std::make_unique<OverlayFrameTap>(*m_overlay),
+             "the frame an image is saved from, for its overlay");
     addImageWriter();
     if (m_visual)
         addStage("FusionElement", std::make_unique<FusionElement>(&m_store, STREAMING_DATATYPE_YUV422),
