@@ -9,6 +9,9 @@ namespace norda::vision {
 namespace {
 
 const cv::Scalar kBlack(0, 0, 0, 255);
+// A label whose nearest point lies farther than this from its anchor gets a leader line, which
+// starts this far out, clear of the marker.
+constexpr double kLeaderBeyond = 14.0, kMarkerRadius = 8.0;
 
 // The marker shape with a dark rim, so it stands out on bright and dark colours alike.
 void crossHair(cv::Mat& canvas, cv::Point at, const cv::Scalar& colour, int size) {
@@ -28,9 +31,32 @@ void triangle(cv::Mat& canvas, cv::Point at, const cv::Scalar& colour, int size,
     cv::polylines(canvas, pts, true, colour, 1, cv::LINE_AA);
 }
 
+// A line from the mark at `mark` (starting at `from`, clear of it) to its label, drawn only where
+// it does not cross what `taken` holds (labels and marks placed before) unless the mark itself
+// lies there, so that it strikes through no other label's text.
+void leader(cv::Mat& canvas, cv::Point mark, cv::Point from, cv::Point to, const cv::Scalar& colour,
+            const std::vector<cv::Rect>* taken) {
+    const cv::Rect bounds = cv::boundingRect(std::vector<cv::Point>{from, to});
+    const cv::Rect inside = cv::Rect(bounds.tl() - cv::Point(2, 2), bounds.size() + cv::Size(4, 4)) &
+                            cv::Rect(0, 0, canvas.cols, canvas.rows);
+    if (inside.empty())
+        return;
+    cv::Mat drawn(inside.size(), CV_8UC4, cv::Scalar::all(0));
+    const cv::Point shift = -inside.tl();
+    cv::line(drawn, from + shift, to + shift, kBlack, 3, cv::LINE_AA);
+    cv::line(drawn, from + shift, to + shift, colour, 1, cv::LINE_AA);
+    if (taken)
+        for (const auto& t : *taken)
+            if (const cv::Rect clear = t & inside; !clear.empty() && !t.contains(mark))
+                drawn(clear - inside.tl()).setTo(cv::Scalar::all(0));
+    cv::Mat alpha;
+    cv::extractChannel(drawn, alpha, 3);
+    drawn.copyTo(canvas(inside), alpha);
+}
+
 // Places a block of lines beside the anchor: right of it, left of it, below or above, whichever
 // first keeps inside the canvas (clear of the colour scale on its right) and off what `taken`
-// already holds; the block is added to `taken`.
+// already holds, else farther away with a leader line; the block is added to `taken`.
 cv::Rect labelBlock(cv::Mat& canvas, cv::Point anchor,
                     const std::vector<std::pair<std::string, cv::Scalar>>& lines, double scale,
                     std::vector<cv::Rect>* taken) {
@@ -78,6 +104,14 @@ cv::Rect labelBlock(cv::Mat& canvas, cv::Point anchor,
             least = o;
         }
     }
+    // A label that had to move away from its mark is tied to it by a leader line, from the edge of
+    // the marker to the nearest point of the label.
+    const cv::Point nearest(std::clamp(anchor.x, block.x, block.x + block.width - 1),
+                            std::clamp(anchor.y, block.y, block.y + block.height - 1));
+    const cv::Point2d away = nearest - anchor;
+    if (const double length = std::hypot(away.x, away.y); length > kLeaderBeyond)
+        leader(canvas, anchor, anchor + cv::Point(away * (kMarkerRadius / length)), nearest,
+               lines.front().second, taken);
     int y = block.y + text + 3;
     for (const auto& [t, colour] : lines) {
         OverlayText::draw(canvas, t, {block.x + 2, y}, colour, scale);

@@ -126,6 +126,20 @@ TEST(ThermalOverlay, LabelsOfACrowdedPictureKeepClearOfEachOtherAndTheScale) {
         for (size_t j = i + 1; j < layout.labels.size(); ++j)
             EXPECT_TRUE((a & layout.labels[j]).empty()) << i << " on " << j;
     }
+    // A spot's label that had to move away is tied to its mark by a line: the overlay is opaque
+    // halfway between the mark and the label's nearest point. (Labels: areas, delta-T, spots.)
+    int moved = 0;
+    for (size_t i = 0; i < c.spots.size(); ++i) {
+        const cv::Rect& box = layout.labels[c.areas.size() + 1 + i];
+        const cv::Point at = c.spots[i].position;
+        const cv::Point nearest(std::clamp(at.x, box.x, box.br().x - 1),
+                                std::clamp(at.y, box.y, box.br().y - 1));
+        if (cv::norm(nearest - at) < 20)
+            continue;
+        ++moved;
+        EXPECT_GT(overlay.at<cv::Vec4b>((at + nearest) / 2)[3], 0) << "no leader from spot " << i;
+    }
+    EXPECT_GT(moved, 0);
     // Kept for a look, in the build folder.
     const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
     std::filesystem::create_directories(folder);
