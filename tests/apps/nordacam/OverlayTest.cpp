@@ -131,6 +131,7 @@ TEST(NordacamOverlay, PictureShowsTheValuesAndTimeOfItsImage) {
     nordacam::Camera camera(o);
     auto& store = camera.store();
     store.setValue(Id::MeasPoints::HotSpot::Visible, true, true);
+    store.setValue(Id::Environment::EmissivityValue, 0.9f, true); // not the default: a value of its own
     for (int i = 0; i < 3; ++i)
         camera.runCycle();
     // Queued on the store's notifier before the saving signal, this runs before the overlay is

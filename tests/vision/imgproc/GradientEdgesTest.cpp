@@ -9,14 +9,19 @@
 using norda::vision::GradientEdges;
 
 TEST(GradientEdges, StepGivesOneLineAndSceneMatchesCanny) {
-    // A vertical step 0 -> 100 between columns 9 and 10: Sobel |gx| is 4 x 100 = 400 on both
-    // columns beside it, 0 elsewhere; the tie goes to the right-hand column, so one line at x = 10.
+    // A vertical step 0 -> 100 smoothed over two pixels (columns 9, 10 at 25, 75): Sobel |gx| is
+    // 4 x the difference across, 100, 300, 300, 100 on columns 8 to 11 and 0 elsewhere; the tie
+    // goes to the right-hand column, so one line at x = 10.
     cv::Mat step(20, 20, CV_8UC1, cv::Scalar(0)), edges;
-    step.colRange(10, 20).setTo(100);
-    GradientEdges::detect(step, edges, 400);
+    step.col(9).setTo(25);
+    step.col(10).setTo(75);
+    step.colRange(11, 20).setTo(100);
+    GradientEdges::detect(step, edges, 100);
     EXPECT_EQ(cv::countNonZero(edges), 18); // rows 1..18; the border rows have no gradient
     EXPECT_EQ(cv::countNonZero(edges.col(10)), 18);
-    GradientEdges::detect(step, edges, 401);
+    GradientEdges::detect(step.t(), edges, 100); // the same across rows
+    EXPECT_EQ(cv::countNonZero(edges.row(10)), 18);
+    GradientEdges::detect(step, edges, 301);
     EXPECT_EQ(cv::countNonZero(edges), 0);
 
     // A scene of smooth shapes: nearly every edge lies within a pixel of one of Canny's, and the
