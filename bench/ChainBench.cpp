@@ -18,6 +18,8 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
+#include "nordalib/vision/imgproc/GradientEdges.h"
+#include "nordalib/vision/registration/Fusion.h"
 #include "nordalib/vision/streaming/DetectLaserPositionElement.h"
 #include "nordalib/vision/streaming/EmissionMarkerElement.h"
 #include "nordalib/vision/streaming/FusionElement.h"
@@ -240,6 +242,31 @@ void BM_WholeChainDual(benchmark::State& state) {
     cv::setNumThreads(threads);
 }
 BENCHMARK(BM_WholeChainDual)->DenseRange(0, 3)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The edges of the edges fusion mode on the simulated visual camera's 640 x 480 luma: the one-pass
+// gradient edges (0) beside cv::Canny with the thresholds it replaced (1).
+void BM_FusionEdges(benchmark::State& state) {
+    nordacam::sim::SimulatorConfig sim;
+    nordacam::sim::Scene scene(cv::Size(640, 480), sim.lens, sim.temperatures(), sim.rig);
+    DataProxy<std::string> store;
+    setDefaultParameters(store);
+    nordacam::sim::VisualCamera camera(store, scene, {});
+    cv::Mat gray, edges;
+    cv::cvtColor(camera.render({640, 480}, 0.5), gray, cv::COLOR_RGB2GRAY);
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    for (auto _ : state) {
+        if (state.range(0) == 0)
+            norda::vision::GradientEdges::detect(gray, edges, norda::vision::Fusion::kEdgeThreshold);
+        else
+            cv::Canny(gray, edges, 60, 150);
+        benchmark::DoNotOptimize(edges.data);
+    }
+    state.counters["edge_share"] = cv::countNonZero(edges) / double(edges.total());
+    state.SetLabel(state.range(0) == 0 ? "GradientEdges" : "cv::Canny");
+    cv::setNumThreads(threads);
+}
+BENCHMARK(BM_FusionEdges)->DenseRange(0, 1)->Unit(benchmark::kMicrosecond);
 #endif
 
 } // namespace

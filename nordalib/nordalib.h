@@ -60,6 +60,7 @@
 #include "nordalib/vision/imgproc/ConnectedComponent.h"
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/imgproc/GradientEdges.h"
 #include "nordalib/vision/imgproc/ImgprocTypes.h"
 #include "nordalib/vision/imgproc/LookupTable16.h"
 #include "nordalib/vision/imgproc/Palettes.h"

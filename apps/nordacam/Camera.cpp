@@ -103,10 +103,10 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     m_store.flush();
 
     m_snapshot = std::make_unique<LiveSnapshot>(m_store, m_sim.get(), m_visual != nullptr);
-    m_chain = std::make_unique<ChainBuilder>(ChainBuilder::Parts{m_options, m_store, m_commands, m_sim.get(),
-                                                                 m_visual.get(),
-                                                                 m_options.streams ? &m_streams : nullptr},
-                                             m_pipeline);
+    m_chain = std::make_unique<ChainBuilder>(
+        ChainBuilder::Parts{m_options, m_store, m_commands, m_sim.get(), m_visual.get(),
+                            m_options.streams ? &m_streams : nullptr, *m_overlay},
+        m_pipeline);
     m_chain->build();
     m_pipeline.setCycleObserver([this](const FrameMap& frames, uint64_t cycle) {
         {

@@ -1,5 +1,6 @@
 #include "apps/nordacam/ChainBuilder.h"
 
+#include "apps/nordacam/OverlayFrameTap.h"
 #include "apps/nordacam/PlaybackMetadataElement.h"
 #include "apps/nordacam/RtspStreams.h"
 #include "apps/nordacam/Settings.h"
@@ -80,7 +81,8 @@ std::vector<std::string> savedKeys() {
         for (const std::string* key : {&m.visible, m.area ? &m.rect : &m.position, &m.result,
                                        &m.localParameters, &m.emissivity, &m.reflectedTemperature})
             k.push_back(*key);
-    for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
+    for (const auto* key :
+         {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second, &Id::DeltaT::Difference})
         k.push_back(*key);
     for (const auto& key : displayKeys())
         if (key != Id::Palette::Colors && std::find(k.begin(), k.end(), key) == k.end())
@@ -99,8 +101,8 @@ std::vector<std::string> withRangeBorders(std::vector<std::string> keys) {
 } // namespace
 
 ChainBuilder::ChainBuilder(Parts parts, Pipeline& pipeline)
-    : m_options(parts.options), m_store(parts.store), m_commands(parts.commands), m_sim(parts.simulator),
-      m_visual(parts.visual), m_streams(parts.streams), m_pipeline(pipeline) {}
+    : m_options(parts.options), m_overlay(parts.overlay), m_store(parts.store), m_commands(parts.commands),
+      m_sim(parts.simulator), m_visual(parts.visual), m_streams(parts.streams), m_pipeline(pipeline) {}
 
 void ChainBuilder::recordingStarted(unsigned long long frames) {
     m_recording = true;
@@ -278,6 +280,8 @@ void ChainBuilder::build() {
                      m_commands, kPxmStreamName, 0),
                  "radiometric stream");
     addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
+    addStage("OverlayFrameTap", std::make_unique<OverlayFrameTap>(m_overlay),
+             "the frame an image is saved from, for its overlay");
     addImageWriter();
     if (m_visual && m_options.rtsp)
         addStage(

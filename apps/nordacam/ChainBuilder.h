@@ -14,6 +14,7 @@
 // asks of the chain later: the stages, the raw value lookup and the recorder's state.
 
 #include "apps/nordacam/CameraOptions.h"
+#include "apps/nordacam/Overlay.h"
 #include "apps/nordacam/StreamPublisher.h"
 
 #include "nordalib/core/cmd/CommandProxy.h"
@@ -46,6 +47,7 @@ public:
         sim::SceneSimulator* simulator; // null: a recording plays
         sim::VisualCamera* visual;      // null: no visual camera
         StreamPublisher* streams;       // null: no streams
+        OverlayPublisher& overlay;      // draws the overlay of the frame an image is saved from
     };
 
     // The parts outlive the builder, the builder outlives the pipeline's elements.
@@ -72,6 +74,7 @@ private:
     std::unique_ptr<norda::exp::Frame> nextVisual();
 
     const CameraOptions& m_options;
+    OverlayPublisher& m_overlay;
     norda::exp::DataProxy<std::string>& m_store;
     norda::exp::cmd::CommandProxy& m_commands;
     sim::SceneSimulator* m_sim;

@@ -193,8 +193,14 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
     auto shownName = snap.meta.getVariant(Id::Gallery::ActiveFilename);
     const bool measured =
         shownName && shownName->holds<std::string>() && shownName->value<std::string>() == m_shown;
-    if (measured && !snap.rgb.empty())
+    if (measured && !snap.rgb.empty()) {
         rix.setPreviewImageRgb(snap.rgb);
+        // The span that display image was drawn with.
+        for (const auto& [key, set] : {std::pair{&Id::Scaling::TempMin, &norda::vision::Rix::setScalingMin},
+                                       std::pair{&Id::Scaling::TempMax, &norda::vision::Rix::setScalingMax}})
+            if (auto v = snap.meta.getVariant(*key); v && v->holds<Temp>())
+                (rix.*set)(v->value<Temp>());
+    }
     auto keys = setupKeys();
     for (const auto& m : userMarks())
         keys.push_back(m.result);
@@ -210,22 +216,10 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
         throw GalleryError(500, name + " not written: " + e.what());
     }
 
-    // Its picture, with the overlay of the saved values.
+    // Its picture, with the overlay drawn from what the new file holds, as a live save draws it.
     const std::string number = name.size() > 6 ? name.substr(2, name.size() - 6) : name;
-    const auto values = [&](const std::string& key) -> std::shared_ptr<Variant> {
-        if (key == Id::Environment::EmissivityValue)
-            return makeVariant(rix.getEmissivityOriginal());
-        if (key == Id::Environment::ReflectedTemperature)
-            return makeVariant(rix.getReflectedTempOriginal());
-        if ((key == Id::Scaling::TempMin || key == Id::Scaling::TempMax) && measured)
-            return snap.meta.getVariant(key);
-        if (auto v = rix.getGeneric(key))
-            return v;
-        return store.contains(key) ? store.get(key) : nullptr;
-    };
-    const auto& rad = rix.getRadiometricImage();
-    const cv::Mat overlay = norda::vision::ThermalOverlay::render(
-        overlayContent(values, rad.size(), overlayDateTime(rix.getFileDateTime())));
+    const cv::Mat overlay =
+        norda::vision::frameOverlay(norda::vision::savedFrameMetadata(rix), rix.getRadiometricImage().size());
     const auto picture = ImageWriteElement::composeJpegImage(rix.getPreviewImageRgb(), overlay);
     if (!picture.empty() && name.rfind("IR", 0) == 0) {
         std::vector<uchar> jpeg;

@@ -20,18 +20,30 @@ OverlayPublisher::~OverlayPublisher() {
     m_subscription.reset();
 }
 
+void OverlayPublisher::frameShown(DataStorage<std::string> metadata, cv::Size imageSize) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_frame = std::move(metadata);
+    m_size = imageSize;
+}
+
 void OverlayPublisher::publish() {
     try {
-        const cv::Size size(m_store.getValue<unsigned short>(Id::IrImage::Cols),
-                            m_store.getValue<unsigned short>(Id::IrImage::Rows));
-        OverlayContent content = overlayContent(storeLookup(m_store), size, overlayDateTime());
+        DataStorage<std::string> frame;
+        cv::Size size;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            frame = m_frame;
+            size = m_size;
+        }
+        if (size.empty())
+            return;
         // The picture insets the infrared image as the display does (the fusion element publishes
         // where): the marks go where what they mark is shown.
+        std::vector<double> placement;
         if (m_store.getValue<bool>(Id::Fusion::InJpeg) &&
             m_store.getValue<std::string>(Id::Fusion::Mode) == Id::Fusion::PictureInPicture)
-            content.infraredPlacement = m_store.getValue<std::vector<double>>(Id::Fusion::InfraredPlacement);
-        const cv::Mat overlay = ThermalOverlay::render(content);
-        m_store.setValue(Id::Images::GuiJpeg, overlay, false);
+            placement = m_store.getValue<std::vector<double>>(Id::Fusion::InfraredPlacement);
+        m_store.setValue(Id::Images::GuiJpeg, frameOverlay(frame, size, placement), false);
     } catch (const std::exception& e) {
         norda::logging::Logger::createSharedLogger("NORDACAM", true)
             ->log(norda::logging::LogLevel::error, "overlay not drawn: {}", e.what());

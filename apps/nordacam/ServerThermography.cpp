@@ -86,7 +86,9 @@ json thermography(Camera& cam) {
         }
     const auto air = s.getValue<Temp>(Id::Environment::Temperature);
     const auto humidity = s.getValue<Rel>(Id::Environment::Humidity);
-    const auto delta = deltaTReading(storeLookup(s));
+    // The difference the shown frame's overlay prints (the store's before a frame is shown).
+    const auto shown = cam.snapshot().meta;
+    const auto delta = deltaTReading(shown.size() > 0 ? metadataLookup(shown) : storeLookup(s));
     return {{"points", points},
             {"areas", areas},
             {"deltaT",

@@ -207,6 +207,7 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(Id::Fusion::InJpeg, G::Display, W::User, false),
         key<Doubles>(Id::Fusion::InfraredPlacement, G::Display, W::Library, Doubles()),
         key<cv::Mat>(Id::Images::GuiJpeg, G::Display, W::Host, cv::Mat(240, 320, CV_8UC4, cv::Scalar::all(0))),
+        bare<ULL>(Id::Images::DateTime, G::Storage, W::Device),
 
         key<UI>(Id::Miscellaneous::ImageCounter, G::Storage, W::User, 1),
         key<Str>(Id::Miscellaneous::LastImageFileName, G::Storage, W::Library, ""),

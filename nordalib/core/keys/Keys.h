@@ -280,6 +280,9 @@ inline const std::string& MeasSiteFolder = persistentKey("PlaceTag.MeasSiteFolde
 namespace Images {
 inline const std::string& GuiJpeg =
     persistentKey("Images.GuiJpeg"); // cv::Mat CV_8UC4, 240 x 320 ARGB overlay
+// unsigned long long, milliseconds since 1970-01-01 UTC: when the frame was taken (frame metadata).
+// A saved image carries it as its date and time, and the overlay of its picture shows it.
+inline const std::string& DateTime = persistentKey("Images.DateTime");
 } // namespace Images
 
 namespace Viscam {

@@ -232,8 +232,37 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
                                 "C RH {:.0f}%",
                                 air.celsius(), humidity.getValue().toFloat() * 100.0f);
     }
-    c.status += "  " + dateTime;
+    if (!dateTime.empty())
+        c.status += "  " + dateTime;
     return c;
+}
+
+OverlayContent frameOverlayContent(const DataStorage<std::string>& metadata, cv::Size imageSize,
+                                   const std::vector<double>& infraredPlacement) {
+    const auto taken = metadata.getVariant(Id::Images::DateTime);
+    const bool timed = taken && taken->holds<unsigned long long>();
+    OverlayContent c = overlayContent(metadataLookup(metadata), imageSize,
+                                      timed ? overlayDateTime(taken->value<unsigned long long>()) : "");
+    c.infraredPlacement = infraredPlacement;
+    return c;
+}
+
+cv::Mat frameOverlay(const DataStorage<std::string>& metadata, cv::Size imageSize,
+                     const std::vector<double>& infraredPlacement, cv::Size canvasSize,
+                     OverlayLayout* layout) {
+    return ThermalOverlay::render(frameOverlayContent(metadata, imageSize, infraredPlacement), canvasSize,
+                                  layout);
+}
+
+DataStorage<std::string> savedFrameMetadata(const Rix& rix) {
+    DataStorage<std::string> m = rix.getGenerics();
+    m.setValue(Id::Scaling::TempMin, rix.getScalingMin());
+    m.setValue(Id::Scaling::TempMax, rix.getScalingMax());
+    m.setValue(Id::Environment::EmissivityValue, rix.getEmissivityOriginal());
+    m.setValue(Id::Environment::ReflectedTemperature, rix.getReflectedTempOriginal());
+    if (rix.getFileDateTime() != 0)
+        m.setValue(Id::Images::DateTime, rix.getFileDateTime());
+    return m;
 }
 
 } // namespace norda::vision

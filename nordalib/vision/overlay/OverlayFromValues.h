@@ -1,11 +1,13 @@
 #pragma once
-// The content of the thermal overlay (ThermalOverlay) from named values: the live parameter store,
-// a frame's metadata or the settings and results saved with an image, so that every host draws
-// the same overlay from the same values (colour scale, spots, areas, delta-T, status line).
+// The content of the thermal overlay (ThermalOverlay) from named values, and the overlay of one
+// frame drawn from its own metadata: its results, the settings it was shown with and the time it
+// was taken. A saved picture, a saved image shown again and a report draw it from the same values,
+// so the picture never shows other values or another time than the image it belongs to.
 
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/datatypes/DataStorage.h"
 #include "nordalib/vision/overlay/ThermalOverlay.h"
+#include "nordalib/vision/rix/Rix.h"
 
 #include <functional>
 #include <memory>
@@ -42,5 +44,17 @@ const std::vector<std::string>& overlayKeys();
 
 // The local time now (or of `msSinceEpoch`), as the status line shows it.
 std::string overlayDateTime(unsigned long long msSinceEpoch = 0);
+
+// The overlay of one frame from its metadata, with the time it was taken (Id::Images::DateTime)
+// in the status line; without that time, none is shown. `infraredPlacement` as in OverlayContent.
+OverlayContent frameOverlayContent(const norda::exp::DataStorage<std::string>& metadata, cv::Size imageSize,
+                                   const std::vector<double>& infraredPlacement = {});
+cv::Mat frameOverlay(const norda::exp::DataStorage<std::string>& metadata, cv::Size imageSize,
+                     const std::vector<double>& infraredPlacement = {},
+                     cv::Size canvasSize = cv::Size(320, 240), OverlayLayout* layout = nullptr);
+
+// The metadata of the frame a saved image was taken from, as far as the image holds it: its
+// generic entries, with its scaling, object parameters and time in their own fields.
+norda::exp::DataStorage<std::string> savedFrameMetadata(const Rix& rix);
 
 } // namespace norda::vision

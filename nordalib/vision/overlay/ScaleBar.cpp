@@ -17,11 +17,11 @@ cv::Scalar paletteColour(const std::vector<uint8_t>& colours, int index) {
 
 } // namespace
 
-void ScaleBar::draw(cv::Mat& canvas, const cv::Rect& bar, const std::vector<uint8_t>& colours,
-                    const OverlayValue& low, const OverlayValue& high, const std::vector<ColourBand>& bands,
-                    double textScale) {
+cv::Rect ScaleBar::draw(cv::Mat& canvas, const cv::Rect& bar, const std::vector<uint8_t>& colours,
+                        const OverlayValue& low, const OverlayValue& high,
+                        const std::vector<ColourBand>& bands, double textScale) {
     if (bar.height < 2 || bar.width < 1)
-        return;
+        return {};
     const int h = bar.height;
     for (int r = 0; r < h; ++r) {
         const int index = 255 - static_cast<int>(r * 255.0 / (h - 1) + 0.5);
@@ -45,17 +45,19 @@ void ScaleBar::draw(cv::Mat& canvas, const cv::Rect& bar, const std::vector<uint
 
     const int right = bar.x + bar.width;
     const int line = OverlayText::lineHeight(textScale);
-    OverlayText::draw(canvas, OverlayText::format(high), {right, bar.y - 5}, OverlayText::colourOf(high),
-                      textScale, OverlayText::Align::Right);
-    OverlayText::draw(canvas, OverlayText::format(low), {right, bar.y + h + line + 5},
-                      OverlayText::colourOf(low), textScale, OverlayText::Align::Right);
+    cv::Rect covers(bar.x - 1, bar.y - 1, bar.width + 2, h + 2);
+    covers |= OverlayText::draw(canvas, OverlayText::format(high), {right, bar.y - 5},
+                                OverlayText::colourOf(high), textScale, OverlayText::Align::Right);
+    covers |= OverlayText::draw(canvas, OverlayText::format(low), {right, bar.y + h + line + 5},
+                                OverlayText::colourOf(low), textScale, OverlayText::Align::Right);
     if (!low.percent && low.valid() && high.valid() && bar.height > 6 * line) {
         OverlayValue mid{(low.value + high.value) / 2.0f, 0, false};
         const int y = bar.y + h / 2;
         cv::line(canvas, {bar.x - 4, y}, {bar.x - 1, y}, cv::Scalar(255, 255, 255, 255), 1);
-        OverlayText::draw(canvas, OverlayText::format(mid), {bar.x - 6, y + line / 2},
-                          OverlayText::colourOf(mid), textScale * 0.9, OverlayText::Align::Right);
+        covers |= OverlayText::draw(canvas, OverlayText::format(mid), {bar.x - 6, y + line / 2},
+                                    OverlayText::colourOf(mid), textScale * 0.9, OverlayText::Align::Right);
     }
+    return covers;
 }
 
 } // namespace norda::vision

@@ -22,9 +22,10 @@ class ScaleBar {
 public:
     // `bar`: where the colours go; the labels are drawn above, below and left of it. `colours`:
     // the palette's 256 R, G, B triples (fewer: a grey ramp). Bands outside the span are clipped.
-    static void draw(cv::Mat& canvas, const cv::Rect& bar, const std::vector<uint8_t>& colours,
-                     const OverlayValue& low, const OverlayValue& high, const std::vector<ColourBand>& bands,
-                     double textScale);
+    // Returns the box the bar and its labels cover.
+    static cv::Rect draw(cv::Mat& canvas, const cv::Rect& bar, const std::vector<uint8_t>& colours,
+                         const OverlayValue& low, const OverlayValue& high,
+                         const std::vector<ColourBand>& bands, double textScale);
 };
 
 } // namespace norda::vision

@@ -8,13 +8,15 @@
 
 namespace norda::vision {
 
-cv::Mat ThermalOverlay::render(const OverlayContent& content, cv::Size canvasSize) {
+cv::Mat ThermalOverlay::render(const OverlayContent& content, cv::Size canvasSize, OverlayLayout* layout) {
     cv::Mat canvas(canvasSize, CV_8UC4, cv::Scalar::all(0));
-    draw(canvas, content);
+    const OverlayLayout drawn = draw(canvas, content);
+    if (layout)
+        *layout = drawn;
     return canvas;
 }
 
-void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
+OverlayLayout ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
     if (canvas.type() != CV_8UC4 || canvas.empty())
         NORDA_THROW("an overlay canvas is a non-empty CV_8UC4 image", "norda::vision::ThermalOverlay::draw");
     if (content.imageSize.width <= 0 || content.imageSize.height <= 0)
@@ -38,8 +40,19 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
                          std::clamp(static_cast<int>(std::floor(edgeY(p.y + 0.5))), 0, canvas.rows - 1));
     };
     const int line = OverlayText::lineHeight(scale);
-    // Every marker's place is taken before any label is placed, so labels keep off all of them.
+    OverlayLayout out;
+    // The scale on the right edge, clear of the status line; drawn first, so labels keep off it.
+    const int barWidth = std::max(6, canvas.cols / 40);
+    const int top = line + 10, bottom = canvas.rows - 2 * line - 22;
+    if (bottom - top > 4 * line)
+        out.scale =
+            ScaleBar::draw(canvas, cv::Rect(canvas.cols - barWidth - 4, top, barWidth, bottom - top),
+                           content.paletteColours, content.scaleLow, content.scaleHigh, content.bands, scale);
+    // The scale, the status line and every marker take their place before any label is placed,
+    // so labels keep off all of them; each placed label is taken in turn.
     std::vector<cv::Rect> taken;
+    if (!out.scale.empty())
+        taken.push_back(out.scale);
     if (!content.status.empty())
         taken.emplace_back(0, canvas.rows - line - 8, canvas.cols, line + 8);
     for (const auto& s : content.spots)
@@ -49,21 +62,16 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
         const cv::Rect r(static_cast<int>(edgeX(a.rect.x)), static_cast<int>(edgeY(a.rect.y)),
                          std::max(2, static_cast<int>(a.rect.width * kx * sx)),
                          std::max(2, static_cast<int>(a.rect.height * ky * sy)));
-        MeasurementMarks::drawArea(canvas, r, a.label, a.mean, map(a.hotPosition), a.hot, map(a.coldPosition),
-                                   a.cold, a.note, scale);
+        out.labels.push_back(MeasurementMarks::drawArea(canvas, r, a.label, a.mean, map(a.hotPosition), a.hot,
+                                                        map(a.coldPosition), a.cold, a.note, scale, &taken));
     }
     if (content.deltaT)
-        MeasurementMarks::drawDeltaT(canvas, map(content.deltaT->from), map(content.deltaT->to),
-                                     content.deltaT->text, scale);
+        out.labels.push_back(MeasurementMarks::drawDeltaT(
+            canvas, map(content.deltaT->from), map(content.deltaT->to), content.deltaT->text, scale, &taken));
     for (const auto& s : content.spots)
-        MeasurementMarks::drawSpot(canvas, map(s.position), s.kind, s.label, s.value, s.note, scale, &taken);
+        out.labels.push_back(MeasurementMarks::drawSpot(canvas, map(s.position), s.kind, s.label, s.value,
+                                                        s.note, scale, &taken));
 
-    // The scale on the right edge, clear of the status line.
-    const int barWidth = std::max(6, canvas.cols / 40);
-    const int top = line + 10, bottom = canvas.rows - 2 * line - 22;
-    if (bottom - top > 4 * line)
-        ScaleBar::draw(canvas, cv::Rect(canvas.cols - barWidth - 4, top, barWidth, bottom - top),
-                       content.paletteColours, content.scaleLow, content.scaleHigh, content.bands, scale);
     if (!content.status.empty()) {
         const int h = line + 8;
         cv::rectangle(canvas, {0, canvas.rows - h}, {canvas.cols - 1, canvas.rows - 1},
@@ -71,6 +79,7 @@ void ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
         OverlayText::draw(canvas, content.status, {4, canvas.rows - 4}, cv::Scalar(255, 255, 255, 255),
                           scale * 0.95);
     }
+    return out;
 }
 
 } // namespace norda::vision

@@ -57,12 +57,20 @@ struct OverlayContent {
     std::vector<double> infraredPlacement;
 };
 
+// Where the overlay put its text: the boxes of the marks' labels and of the colour scale with its
+// labels (empty when there was no room for it), in canvas pixels.
+struct OverlayLayout {
+    std::vector<cv::Rect> labels;
+    cv::Rect scale;
+};
+
 class ThermalOverlay {
 public:
     // A new canvas of `canvasSize` with the content drawn on it.
-    static cv::Mat render(const OverlayContent& content, cv::Size canvasSize = cv::Size(320, 240));
+    static cv::Mat render(const OverlayContent& content, cv::Size canvasSize = cv::Size(320, 240),
+                          OverlayLayout* layout = nullptr);
     // The same onto an existing CV_8UC4 canvas.
-    static void draw(cv::Mat& canvas, const OverlayContent& content);
+    static OverlayLayout draw(cv::Mat& canvas, const OverlayContent& content);
 };
 
 } // namespace norda::vision

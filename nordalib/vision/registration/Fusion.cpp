@@ -2,6 +2,7 @@
 
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
+#include "nordalib/vision/imgproc/GradientEdges.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -96,7 +97,7 @@ cv::Mat Fusion::compose(FusionMode mode, const cv::Mat& infrared, const cv::Mat&
         if (m_luma.empty())
             m_luma = RemapBlend(m_toVisualX, m_toVisualY, m_visual, false, RemapBlend::Source::UyvyLuma);
         m_luma.warpLuma(uyvy, m_warped);
-        cv::Canny(m_warped, m_edges, 60, 150);
+        GradientEdges::detect(m_warped, m_edges, kEdgeThreshold);
         // Edge pixels are 255, the rest 0: the brighter of the two is white on edges, the
         // infrared elsewhere (two vector passes, where a masked set goes pixel by pixel).
         cv::cvtColor(m_edges, m_edges, cv::COLOR_GRAY2RGB);

@@ -28,6 +28,10 @@ enum class FusionMode { Off, PictureInPicture, AlphaBlend, Edges };
 
 class Fusion {
 public:
+    // The gradient (|gx| + |gy| of a 3 x 3 Sobel on the visual luma) from which the edges mode draws
+    // an edge: between the two thresholds cv::Canny(60, 150) drew with.
+    static constexpr int kEdgeThreshold = 120;
+
     // "Off", "PictureInPicture", "AlphaBlend", "Edges"; throws norda::Exception for another name.
     static FusionMode modeOf(const std::string& name);
 

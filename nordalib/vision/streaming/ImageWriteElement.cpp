@@ -224,7 +224,10 @@ void ImageWriteElement::saveImage(std::unique_ptr<Frame> ir, std::unique_ptr<Fra
         rix.setReflectedTempOriginal(metaData.get<Temperature>(Id::Environment::ReflectedTemperature));
         rix.setFileVersion(Version(2, 0, 0));
         rix.setFileUuid(radiometric);
-        rix.setFileDateTime(utils::getSystemDateTime());
+        // The time the frame was taken, which its picture's overlay shows too; now, if unknown.
+        const auto taken = metaData.getVariant(Id::Images::DateTime);
+        rix.setFileDateTime(taken && taken->holds<unsigned long long>() ? taken->value<unsigned long long>()
+                                                                        : utils::getSystemDateTime());
 
         if (!m_bTransferRequested) {
             std::string fileName;

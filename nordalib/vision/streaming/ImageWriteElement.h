@@ -8,6 +8,8 @@
 // the serialised container to the waiting caller. With super-resolution on, five consecutive
 // radiometric frames are collected first and fused on a background thread into "SR<number>.RIX".
 // Frames that come from a stored gallery image are not saved: their metadata goes to the callback.
+// The image's date and time is the preview frame's Images.DateTime when it carries one (so that
+// the overlay drawn from that frame shows the same), else the time of the save.
 //
 // Slots: inputs {visual slot, 5, 4}; no outputs. process always returns false.
 // Keys read: Miscellaneous.ImageCounter, SuperResolution, SaveImageMode, SaveJpeg,

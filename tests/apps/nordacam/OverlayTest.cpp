@@ -1,7 +1,10 @@
 #ifdef NORDACAM_CORE
 // The overlay of saved pictures over the picture the JPEG shows: marks on what they mark in every
-// fusion mode (the simulator's rig registers the visual camera).
+// fusion mode (the simulator's rig registers the visual camera), and the values and time of the
+// image the picture belongs to.
 #include "apps/nordacam/Overlay.h"
+
+#include "apps/nordacam/Camera.h"
 
 #include "apps/nordacam/sim/SceneSimulator.h"
 
@@ -10,7 +13,9 @@
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
+#include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/registration/Fusion.h"
+#include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/streaming/FusionElement.h"
 #include "nordalib/vision/streaming/JpegImageCreator.h"
 #include "tests/support/TempDir.h"
@@ -18,6 +23,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+
+#include <filesystem>
+#include <thread>
 
 using namespace norda::exp;
 
@@ -44,15 +52,14 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
     nordacam::sim::SimulatorConfig config;
     config.rig.registration(config.lens, {640, 480}).save(dir.file("registration.json"));
     store.setValue(Id::Registration::CalibrationFile, dir.file("registration.json"), false);
-    store.setValue(Id::IrImage::Cols, static_cast<unsigned short>(320), false);
-    store.setValue(Id::IrImage::Rows, static_cast<unsigned short>(240), false);
     store.setValue(Id::Miscellaneous::SaveJpeg, true, false);
     store.setValue(Id::Fusion::InJpeg, true, false);
     store.setValue(Id::Fusion::Alpha, 0.6f, false);
     const cv::Point hot(250, 60);
-    store.setValue("MeasPoints.HotSpot.Visible", true, false);
-    store.setValue("MeasPoints.HotSpot.MeasPoint",
-                   MeasPoint(hot.x, hot.y, Temp(MarkedFloat(80.0f, MarkedFloat::OutOfTolerance))), false);
+    DataStorage<std::string> frame;
+    frame.setValue("MeasPoints.HotSpot.Visible", true);
+    frame.setValue("MeasPoints.HotSpot.MeasPoint",
+                   MeasPoint(hot.x, hot.y, Temp(MarkedFloat(80.0f, MarkedFloat::OutOfTolerance))));
 
     cv::Mat_<cv::Vec3b> preview(240, 320, cv::Vec3b(20, 30, 90));
     cv::rectangle(preview, cv::Rect(hot - cv::Point(2, 2), cv::Size(5, 5)), cv::Vec3b(0, 255, 0), cv::FILLED);
@@ -60,6 +67,7 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
     norda::exp::streaming::JpegImageCreator creator(&store,
                                                     norda::logging::Logger::createSharedLogger("TEST", true));
     nordacam::OverlayPublisher publisher(store);
+    publisher.frameShown(frame, {320, 240});
     norda::vision::Fusion display; // the display's fusion, which publishes the placement
 
     for (const char* mode : {"Off", "AlphaBlend", "PictureInPicture", "Edges"}) {
@@ -82,7 +90,9 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
         creator.createJpegImage(preview, dir.file("marked.jpg"), uyvy);
         const cv::Mat plain = cv::imread(dir.file("plain.jpg")), marked = cv::imread(dir.file("marked.jpg"));
         ASSERT_EQ(marked.size(), cv::Size(640, 480));
-        cv::imwrite(std::string(NORDA_BINARY_DIR) + "/overlay-" + mode + ".png", marked);
+        std::filesystem::create_directories(std::string(NORDA_BINARY_DIR) + "/test-pictures");
+        cv::imwrite(std::string(NORDA_BINARY_DIR) + "/test-pictures/fusion-" + mode + ".png",
+                    marked); // for a look
 
         const cv::Rect left(0, 0, 560, 440); // clear of the colour scale and the status line
         cv::Mat p[3], k[3], change;
@@ -105,6 +115,62 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
             EXPECT_GT(cv::norm(spot - cv::Point2d(2 * hot.x + 1, 2 * hot.y + 1)), 10.0);
         }
     }
+}
+
+// The live values move on between the frame being saved and the overlay's draw (the hot spot
+// jumps, the emissivity changes): the picture still shows the saved image's values and time, as
+// the RIX reader gives them back from the file, drawn over the file's own preview image.
+TEST(NordacamOverlay, PictureShowsTheValuesAndTimeOfItsImage) {
+    using Temp = quantity::Temperature<MarkedFloat>;
+    norda::test::TempDir dir;
+    nordacam::CameraOptions o;
+    o.outputDir = dir.file("out");
+    o.realTime = false;
+    o.visual = false;
+    o.sim.uptimeStartMs = 130000;
+    nordacam::Camera camera(o);
+    auto& store = camera.store();
+    store.setValue(Id::MeasPoints::HotSpot::Visible, true, true);
+    store.setValue(Id::Environment::EmissivityValue, 0.9f, true); // not the default: a value of its own
+    for (int i = 0; i < 3; ++i)
+        camera.runCycle();
+    // Queued on the store's notifier before the saving signal, this runs before the overlay is
+    // drawn: it waits for the save to start, then moves the live values on.
+    auto moveOn = store.subscribeValue<std::string>(
+        Id::Miscellaneous::LastImageFileName, [&store](const std::string& name) {
+            if (!name.empty())
+                return;
+            const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+            while (!store.getValue<bool>(Id::Miscellaneous::SpinnerVisible) &&
+                   std::chrono::steady_clock::now() < until)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            store.setValue(Id::Environment::EmissivityValue, 0.5f, false);
+            store.setValue(Id::MeasPoints::HotSpot::MeasPoint, MeasPoint(40, 40, Temp(MarkedFloat(444.0f))),
+                           false);
+        });
+    const auto before = norda::utils::getSystemDateTime();
+    const std::string name = camera.saveImage(std::chrono::seconds(20));
+    const auto after = norda::utils::getSystemDateTime();
+    moveOn.reset();
+
+    norda::vision::Rix rix;
+    rix.load(name);
+    EXPECT_GE(rix.getFileDateTime(), before);
+    EXPECT_LE(rix.getFileDateTime(), after);
+    ASSERT_EQ(store.getValue<float>(Id::Environment::EmissivityValue), 0.5f) << "the live values moved on";
+    EXPECT_NE(rix.getEmissivityOriginal(), 0.5f);
+    const cv::Mat expected = norda::exp::streaming::JpegImageCreator::composeJpegImage(
+        rix.getPreviewImageRgb(), norda::vision::frameOverlay(norda::vision::savedFrameMetadata(rix),
+                                                              rix.getRadiometricImage().size()));
+    const std::filesystem::path file(name);
+    const auto jpeg = file.parent_path() / ("TR" + file.stem().string().substr(2) + ".JPG");
+    const cv::Mat picture = cv::imread(jpeg.string());
+    ASSERT_EQ(picture.size(), cv::Size(640, 480)) << jpeg;
+    cv::Mat bgr, diff;
+    cv::cvtColor(expected, bgr, cv::COLOR_BGRA2BGR);
+    cv::absdiff(bgr, picture, diff);
+    cv::cvtColor(diff, diff, cv::COLOR_BGR2GRAY);
+    EXPECT_LT(cv::countNonZero(diff > 60), 40) << "pixels of the picture that its image does not show";
 }
 
 #endif

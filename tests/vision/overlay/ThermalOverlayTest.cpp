@@ -87,3 +87,63 @@ TEST(ThermalOverlay, DrawsScaleMarksAndStatusForTheSavedPicture) {
     empty.imageSize = {0, 0};
     EXPECT_THROW(ThermalOverlay::render(empty), norda::Exception);
 }
+
+// A crowded picture: five points, three areas and delta-T close together, hot and cold spots by
+// the colour scale. Every label stays inside the picture, off every other and off the scale.
+TEST(ThermalOverlay, LabelsOfACrowdedPictureKeepClearOfEachOtherAndTheScale) {
+    OverlayContent c;
+    c.imageSize = {320, 240};
+    c.paletteColours = Palettes::colors("iron");
+    c.scaleLow = {-12.3f, 0, false};
+    c.scaleHigh = {151.0f, 0, false};
+    const OverlayValue v{36.6f, 0, false};
+    for (int i = 0; i < 5; ++i)
+        c.spots.push_back(
+            {SpotKind::User, std::string(1, "12345"[i]), {190 + 9 * i, 95 + 7 * (i % 3)}, v, ""});
+    c.spots.push_back({SpotKind::Hot, "", {292, 30}, {151.0f, 5, false}, ""});
+    c.spots.push_back({SpotKind::Cold, "", {296, 205}, {-12.3f, 0, false}, ""});
+    for (int i = 0; i < 3; ++i)
+        c.areas.push_back({std::string(1, "123"[i]),
+                           {180 + 14 * i, 85 + 6 * i, 24, 18},
+                           {25.0f, 0, false},
+                           {30.0f, 0, false},
+                           {20.0f, 1, false},
+                           {185 + 14 * i, 90 + 6 * i},
+                           {195 + 14 * i, 98 + 6 * i},
+                           ""});
+    c.deltaT = OverlayDeltaT{{190, 95}, {230, 110}, "dT +11.6 K"};
+    c.status = "e 0.95  Tr 20.0\xC2\xB0"
+               "C  2026-11-23 12:00:00";
+    OverlayLayout layout;
+    const cv::Mat overlay = ThermalOverlay::render(c, {320, 240}, &layout);
+    ASSERT_EQ(layout.labels.size(), 11u);
+    ASSERT_FALSE(layout.scale.empty());
+    const cv::Rect canvas(0, 0, 320, 240);
+    for (size_t i = 0; i < layout.labels.size(); ++i) {
+        const cv::Rect& a = layout.labels[i];
+        EXPECT_EQ(a & canvas, a) << i << " outside";
+        EXPECT_TRUE((a & layout.scale).empty()) << i << " on the scale";
+        for (size_t j = i + 1; j < layout.labels.size(); ++j)
+            EXPECT_TRUE((a & layout.labels[j]).empty()) << i << " on " << j;
+    }
+    // A spot's label that had to move away is tied to its mark by a line: the overlay is opaque
+    // halfway between the mark and the label's nearest point. (Labels: areas, delta-T, spots.)
+    int moved = 0;
+    for (size_t i = 0; i < c.spots.size(); ++i) {
+        const cv::Rect& box = layout.labels[c.areas.size() + 1 + i];
+        const cv::Point at = c.spots[i].position;
+        const cv::Point nearest(std::clamp(at.x, box.x, box.br().x - 1),
+                                std::clamp(at.y, box.y, box.br().y - 1));
+        if (cv::norm(nearest - at) < 20)
+            continue;
+        ++moved;
+        EXPECT_GT(overlay.at<cv::Vec4b>((at + nearest) / 2)[3], 0) << "no leader from spot " << i;
+    }
+    EXPECT_GT(moved, 0);
+    // Kept for a look, in the build folder.
+    const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
+    std::filesystem::create_directories(folder);
+    cv::Mat_<cv::Vec3b> preview(240, 320, cv::Vec3b(60, 20, 120));
+    cv::imwrite(folder + "/crowded-overlay.png",
+                norda::exp::streaming::ImageWriteElement::composeJpegImage(preview, overlay));
+}

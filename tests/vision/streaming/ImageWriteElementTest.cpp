@@ -3,6 +3,7 @@
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/rix/Rix.h"
 #include "tests/vision/TestSupport.h"
@@ -149,6 +150,8 @@ TEST_F(ImageWriteTest, SaveReplacesFilesOfTheSameNumberAndAdvancesTheCounter) {
 
     auto in = frames();
     const cv::Mat rad = in[STREAMING_DATATYPE_RAD_CONST]->getFrameData().clone();
+    const unsigned long long taken = 1764000000123ull; // the image's time is when its frame was taken
+    in[STREAMING_DATATYPE_RGB]->getMetaData().setValue(Id::Images::DateTime, taken);
     FrameMap out;
     testing::internal::CaptureStdout(); // the missing key is reported there
     EXPECT_FALSE(element->process(in, out));
@@ -165,6 +168,7 @@ TEST_F(ImageWriteTest, SaveReplacesFilesOfTheSameNumberAndAdvancesTheCounter) {
     EXPECT_EQ(saved.getEmissivityOriginal(), 0.93f);
     EXPECT_EQ(saved.getScalingMax().celsius(), 40.0f);
     EXPECT_EQ(saved.getFileVersion(), Version(2, 0, 0));
+    EXPECT_EQ(saved.getFileDateTime(), taken);
     EXPECT_TRUE(saved.getGeneric(Id::Environment::Humidity));
     EXPECT_TRUE(fs::exists(file("TR000041.JPG")));
 
