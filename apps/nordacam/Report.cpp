@@ -302,20 +302,9 @@ int rixNote(const std::string& file, const std::string& note, std::ostream& out)
 }
 
 cv::Mat reportInfraredPicture(const Rix& rix) {
-    // The values of the saved image, with the object parameters of its own header.
-    const auto stored = norda::vision::metadataLookup(rix.getGenerics());
-    const float emissivity = rix.getEmissivityOriginal();
-    const Temperature reflected = rix.getReflectedTempOriginal();
-    const norda::vision::ValueLookup values = [&](const std::string& key) -> std::shared_ptr<Variant> {
-        if (key == Id::Environment::EmissivityValue)
-            return makeVariant(emissivity);
-        if (key == Id::Environment::ReflectedTemperature)
-            return makeVariant(reflected);
-        return stored(key);
-    };
-    const auto& rad = rix.getRadiometricImage();
-    const cv::Mat overlay = norda::vision::ThermalOverlay::render(norda::vision::overlayContent(
-        values, rad.size(), norda::vision::overlayDateTime(rix.getFileDateTime())));
+    // Drawn as a live save and the gallery draw it: from what the image itself holds.
+    const cv::Mat overlay =
+        norda::vision::frameOverlay(norda::vision::savedFrameMetadata(rix), rix.getRadiometricImage().size());
     const cv::Mat picture = streaming::JpegImageCreator::composeJpegImage(rix.getPreviewImageRgb(), overlay);
     cv::Mat bgr;
     if (!picture.empty())

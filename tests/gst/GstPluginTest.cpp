@@ -97,7 +97,7 @@ TEST(GstPlugin, SimulatedCameraThroughEveryElementMatchesTheScene) {
             else if (d > 1.5 * radius && d < 2.0 * radius)
                 ++ring, ringWhite += white;
         }
-    EXPECT_GT(insideWhite, 0.8 * inside);
+    EXPECT_GT(insideWhite, 0.6 * inside); // the hot spot's label may lie over part of the disc
     EXPECT_LT(ringWhite, 0.1 * ring);
 }
 
