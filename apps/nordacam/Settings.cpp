@@ -276,17 +276,36 @@ std::shared_ptr<Variant> Settings::current(const std::string& key) const {
     return v;
 }
 
-std::shared_ptr<Variant> Settings::checked(const std::string& key, std::shared_ptr<Variant> v) const {
+std::shared_ptr<Variant> Settings::inRange(const std::string& key, std::shared_ptr<Variant> v) const {
     if (const KeySpec* spec = findKey(key))
         if (const std::string problem = rangeProblem(*spec, *v); !problem.empty())
             fail(key, problem);
-    auto it = m_checks.find(key);
-    if (it != m_checks.end()) {
-        const std::string problem = it->second(*v);
-        if (!problem.empty())
-            fail(key, problem);
-    }
     return v;
+}
+
+std::shared_ptr<Variant> Settings::valueAfter(const std::string& key) const {
+    auto it = m_pending.find(key);
+    return it != m_pending.end() ? it->second : m_store.get(key);
+}
+
+void Settings::setAll(std::vector<std::pair<std::string, std::shared_ptr<Variant>>> values,
+                      const std::string& origin) {
+    m_pending = {values.begin(), values.end()};
+    try {
+        for (const auto& [key, value] : values) {
+            auto it = m_checks.find(key);
+            if (it == m_checks.end())
+                continue;
+            if (const std::string problem = it->second(*value); !problem.empty())
+                fail(key, problem);
+        }
+    } catch (const SettingsError& e) {
+        m_pending.clear();
+        throw SettingsError(origin.empty() ? std::string(e.what()) : origin + ": " + e.what());
+    }
+    m_pending.clear();
+    for (auto& [key, value] : values)
+        m_store.set(key, value, true);
 }
 
 void Settings::apply(const json& object, const std::string& origin) {
@@ -296,13 +315,12 @@ void Settings::apply(const json& object, const std::string& origin) {
     std::vector<std::pair<std::string, std::shared_ptr<Variant>>> parsed;
     for (const auto& [key, value] : object.items()) {
         try {
-            parsed.emplace_back(key, checked(key, parseJsonFor(*current(key), value, key)));
+            parsed.emplace_back(key, inRange(key, parseJsonFor(*current(key), value, key)));
         } catch (const SettingsError& e) {
             throw SettingsError(origin + ": " + e.what());
         }
     }
-    for (auto& [key, value] : parsed)
-        m_store.set(key, value, true);
+    setAll(std::move(parsed), origin);
 }
 
 void Settings::loadFile(const std::string& path) {
@@ -328,12 +346,12 @@ void Settings::applyAssignment(const std::string& assignment) {
     const std::string key = trim(assignment.substr(0, eq));
     const std::string text = assignment.substr(eq + 1);
     std::lock_guard<std::mutex> lock(m_applyMutex);
-    m_store.set(key, checked(key, parseTextFor(*current(key), text, key)), true);
+    setAll({{key, inRange(key, parseTextFor(*current(key), text, key))}}, "");
 }
 
 void Settings::set(const std::string& key, const json& value) {
     std::lock_guard<std::mutex> lock(m_applyMutex);
-    m_store.set(key, checked(key, parseJsonFor(*current(key), value, key)), true);
+    setAll({{key, inRange(key, parseJsonFor(*current(key), value, key))}}, "");
 }
 
 json Settings::get(const std::string& key) const {

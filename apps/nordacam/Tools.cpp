@@ -6,6 +6,7 @@
 #include "apps/nordacam/Settings.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
+#include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
@@ -149,19 +150,35 @@ int rixInfo(const std::string& file, std::ostream& out) {
     return 0;
 }
 
+namespace {
+std::string airText(const norda::vision::ObjectParameters& p) {
+    return p.distanceM > 0.0 ? fmt::format("{:.1f} m at {:.1f} °C, {:.0f} %", p.distanceM, p.airK - 273.15,
+                                           p.humidityPercent)
+                             : "no air correction";
+}
+} // namespace
+
 int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out,
-              std::optional<float> emissivity, std::optional<float> reflectedC) {
+              const ReanalysisRequest& request) {
     using norda::vision::RadiometricTools;
     const auto rix = loadRix(file);
     cv::Mat_<uint16_t> rad = rix.getRadiometricImage();
-    if (!rad.empty() && (emissivity || reflectedC)) {
+    if (!rad.empty() && request.any()) {
         using norda::vision::RixReanalysis;
-        auto to = RixReanalysis::storedParameters(rix);
-        if (emissivity)
-            to.emissivity = *emissivity;
-        if (reflectedC)
-            to.reflectedK = *reflectedC + 273.15;
+        const auto from = RixReanalysis::storedParameters(rix);
+        auto to = from;
+        to.emissivity = request.emissivity.value_or(to.emissivity);
+        if (request.reflectedC)
+            to.reflectedK = *request.reflectedC + 273.15;
+        to.distanceM = request.distanceM.value_or(to.distanceM);
+        if (request.airC)
+            to.airK = *request.airC + 273.15;
+        to.humidityPercent = request.humidityPercent.value_or(to.humidityPercent);
         try {
+            if (request.distanceM && !(*request.distanceM > 0.0f))
+                NORDA_THROW("object distance (0, 10000] m: " + std::to_string(*request.distanceM) +
+                                " is out of range",
+                            "nordacam::rixExport");
             to.validate();
             rad = RixReanalysis::temperatures(rix, to);
         } catch (const norda::Exception& e) {
@@ -171,6 +188,8 @@ int rixExport(const std::string& file, ExportFormat format, const std::string& o
             "re-analysed for emissivity {:.3f}, reflected {:.2f} °C (taken with {:.3f}, {:.2f} °C)\n",
             to.emissivity, to.reflectedK - 273.15, rix.getEmissivityOriginal(),
             rix.getReflectedTempOriginal().celsius());
+        if (to.distanceM > 0.0 || from.distanceM > 0.0)
+            out << fmt::format("air: {} (taken with {})\n", airText(to), airText(from));
     }
     if (rad.empty())
         throw SettingsError(file + " holds no radiometric image");

@@ -73,8 +73,13 @@ std::string_view viewerPage() {
    Reflected <input id="reflected" type="number" step="0.5"> &deg;C<br>
    Air <input id="air" type="number" step="0.5"> &deg;C
    Humidity <input id="rh" type="number" step="1" min="0" max="100"> %<br>
+   <label><input id="aircorr" type="checkbox"> Air correction</label>
+   distance <input id="distance" type="number" step="0.5"> m
+   <label><input id="laserdist" type="checkbox"> from the laser</label><br>
    <label><input id="glass" type="checkbox"> Protective glass</label>
    transmission <input id="glasstau" type="number" step="0.01"> emissivity <input id="glasseps" type="number" step="0.01">
+   reflectance <input id="glassrho" type="number" step="0.01"><br>
+   <label><input id="glassown" type="checkbox"> window at</label> <input id="glasst" type="number" step="0.5"> &deg;C
    <button id="applyObject">Apply</button>
   </fieldset>
   <fieldset id="rangepanel" class="panel"><legend>Range and humidity</legend>
@@ -208,7 +213,9 @@ async function setupRanges() {
   const keys = {};
   (await keySchema).keys.forEach(k => { keys[k.name] = k; });
   [['emissivity', 'Environment.EmissivityValue'], ['reflected', 'Environment.ReflectedTemperature'],
-   ['air', 'Environment.Temperature'], ['glasstau', 'ProtectiveGlass.Transmission'],
+   ['air', 'Environment.Temperature'], ['distance', 'Environment.Distance'],
+   ['glassrho', 'ProtectiveGlass.Reflectance'], ['glasst', 'ProtectiveGlass.Temperature'],
+   ['glasstau', 'ProtectiveGlass.Transmission'],
    ['glasseps', 'ProtectiveGlass.Emissivity'], ['reE', 'Gallery.Reanalysis.Emissivity'],
    ['reTr', 'Gallery.Reanalysis.ReflectedTemperature']].forEach(([id, key]) => {
     const r = keys[key] && keys[key].range;
@@ -228,6 +235,10 @@ async function setupPanels() {
     $('rh').value = Math.round(parseFloat(s['Environment.Humidity']) * 100);
     $('glass').checked = s['ProtectiveGlass.Attached'];
     $('glasstau').value = s['ProtectiveGlass.Transmission']; $('glasseps').value = s['ProtectiveGlass.Emissivity'];
+    $('glassrho').value = s['ProtectiveGlass.Reflectance']; $('glassown').checked = s['ProtectiveGlass.OwnTemperature'];
+    $('glasst').value = parseFloat(s['ProtectiveGlass.Temperature']);
+    $('aircorr').checked = s['Environment.AirCorrection']; $('distance').value = s['Environment.Distance'];
+    $('laserdist').checked = s['Environment.DistanceFromLaser'];
     $('humid').checked = s['Environment.HumidityModeActive'];
     $('iso').checked = s['Isotherme.IsothermeActive']; $('isolo').value = parseFloat(s['Isotherme.IsothermeBottomValue']);
     $('isohi').value = parseFloat(s['Isotherme.IsothermeTopValue']); $('isocol').value = hex(s['Isotherme.IsothermeColor']);
@@ -239,7 +250,10 @@ async function setupPanels() {
 $('applyObject').onclick = () => post({'Environment.EmissivityValue': parseFloat($('emissivity').value),
   'Environment.ReflectedTemperature': $('reflected').value, 'Environment.Temperature': $('air').value,
   'Environment.Humidity': $('rh').value + '%', 'ProtectiveGlass.Attached': $('glass').checked,
-  'ProtectiveGlass.Transmission': parseFloat($('glasstau').value), 'ProtectiveGlass.Emissivity': parseFloat($('glasseps').value)}, 'object parameters');
+  'ProtectiveGlass.Transmission': parseFloat($('glasstau').value), 'ProtectiveGlass.Emissivity': parseFloat($('glasseps').value),
+  'ProtectiveGlass.Reflectance': parseFloat($('glassrho').value), 'ProtectiveGlass.OwnTemperature': $('glassown').checked,
+  'ProtectiveGlass.Temperature': $('glasst').value, 'Environment.AirCorrection': $('aircorr').checked,
+  'Environment.Distance': parseFloat($('distance').value), 'Environment.DistanceFromLaser': $('laserdist').checked}, 'object parameters');
 $('applyColours').onclick = () => post({'Isotherme.IsothermeActive': $('iso').checked, 'Isotherme.IsothermeBottomValue': $('isolo').value,
   'Isotherme.IsothermeTopValue': $('isohi').value, 'Isotherme.IsothermeColor': num($('isocol').value),
   'Alarm.AlarmTopActive': $('alarmhi').checked, 'Alarm.AlarmTopValue': $('alarmhival').value, 'Alarm.AlarmTopColor': num($('alarmhicol').value),

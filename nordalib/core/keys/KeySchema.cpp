@@ -50,6 +50,9 @@ constexpr KeyRange kAir{-45.0, 60.0, false, "the air temperature in °C"};
 constexpr KeyRange kHumidity{0.0, 1.0, false, "a relative humidity"};
 constexpr KeyRange kTransmission{0.0, 1.0, true, "a transmission"};
 constexpr KeyRange kGlassEmissivity{-1e-9, 0.999, true, "the glass emissivity"};
+constexpr KeyRange kDistance{0.0, 10000.0, true, "an object distance in m"};
+constexpr KeyRange kWindowTemperature{-50.0, 300.0, false, "a window temperature in °C"};
+constexpr KeyRange kWindowReflectance{-1e-9, 0.999, true, "a window reflectance"};
 constexpr bool Raw = true; // stamped into every raw frame
 
 template <typename T>
@@ -113,6 +116,12 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(Id::ProtectiveGlass::Attached, G::ObjectParameters, W::User, false, {}, Raw),
         key<float>(Id::ProtectiveGlass::Transmission, G::ObjectParameters, W::User, 0.92f, kTransmission, Raw),
         key<float>(Id::ProtectiveGlass::Emissivity, G::ObjectParameters, W::User, 0.05f, kGlassEmissivity, Raw),
+        key<float>(Id::ProtectiveGlass::Reflectance, G::ObjectParameters, W::User, 0.0f, kWindowReflectance, Raw),
+        key<bool>(Id::ProtectiveGlass::OwnTemperature, G::ObjectParameters, W::User, false, {}, Raw),
+        key<Temp>(Id::ProtectiveGlass::Temperature, G::ObjectParameters, W::User, celsius(20), kWindowTemperature, Raw),
+        key<bool>(Id::Environment::AirCorrection, G::ObjectParameters, W::User, false, {}, Raw),
+        key<float>(Id::Environment::Distance, G::ObjectParameters, W::User, 10.0f, kDistance, Raw),
+        key<bool>(Id::Environment::DistanceFromLaser, G::ObjectParameters, W::User, false, {}, Raw),
 
         key<Temp>(Id::Temperatures::Current::TBoardSens50, G::Device, W::Device, celsius(30), {}, Raw),
         key<float>(Id::Temperatures::Current::TBoardSlope, G::Device, W::Device, 0.0f, {}, Raw),

@@ -97,6 +97,12 @@ inline const std::string& ReflectedTemperature =
 inline const std::string& Humidity = persistentKey("Environment.Humidity");                     // Relation
 inline const std::string& HumidityModeActive = persistentKey("Environment.HumidityModeActive"); // bool
 inline const std::string& Temperature = persistentKey("Environment.Temperature"); // Temperature (air)
+// The air between object and camera: with AirCorrection (bool) on, its transmission over Distance
+// (float, metres) at Temperature and Humidity enters the temperatures. With DistanceFromLaser
+// (bool) on, the laser's measured distance replaces Distance while its spot is found.
+inline const std::string& AirCorrection = persistentKey("Environment.AirCorrection");
+inline const std::string& Distance = persistentKey("Environment.Distance");
+inline const std::string& DistanceFromLaser = persistentKey("Environment.DistanceFromLaser");
 } // namespace Environment
 
 namespace Temperatures {
@@ -129,6 +135,13 @@ namespace ProtectiveGlass {
 inline const std::string& Attached = persistentKey("ProtectiveGlass.Attached");         // bool
 inline const std::string& Transmission = persistentKey("ProtectiveGlass.Transmission"); // float 0..1
 inline const std::string& Emissivity = persistentKey("ProtectiveGlass.Emissivity");     // float 0..1
+// float [0, 1): what the window reflects of the camera's side (Transmission + Emissivity +
+// Reflectance <= 1)
+inline const std::string& Reflectance = persistentKey("ProtectiveGlass.Reflectance");
+// With OwnTemperature (bool) on the window is at Temperature (Temperature); off, at the reflected
+// temperature.
+inline const std::string& OwnTemperature = persistentKey("ProtectiveGlass.OwnTemperature");
+inline const std::string& Temperature = persistentKey("ProtectiveGlass.Temperature");
 } // namespace ProtectiveGlass
 
 namespace Gallery {

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 
 namespace norda::vision {
 
@@ -30,17 +31,9 @@ bool LocalParameterConversion::setFrame(const exp::DataStorage<std::string>& met
         m_model.reset();
         return false;
     }
-    ObjectParameters global;
+    ObjectParameters global = ObjectParameterKeys::read(meta);
     global.emissivity = emissivity;
     global.reflectedK = reflected.kelvin();
-    bool glass = false;
-    float tau = 1.0f, emisPg = 0.0f;
-    if (read(meta, Id::ProtectiveGlass::Attached, glass) && glass &&
-        read(meta, Id::ProtectiveGlass::Transmission, tau) &&
-        read(meta, Id::ProtectiveGlass::Emissivity, emisPg)) {
-        global.tauPg = tau;
-        global.emisPg = emisPg;
-    }
     try {
         global.validate();
     } catch (const std::exception&) {

@@ -3,9 +3,9 @@
 // reflected temperature while the image keeps the global ones.
 //
 // The frame's temperatures were computed with the frame's object parameters (metadata
-// Environment.EmissivityValue, Environment.ReflectedTemperature, ProtectiveGlass.*) in the range
+// Environment.*, ProtectiveGlass.*, read by ObjectParameterKeys) in the range
 // whose Planck constants it carries (Radiometry.Planck). Reanalysis converts a temperature from
-// those parameters to the local ones; the protective glass stays as the frame had it. Areas
+// those parameters to the local ones; the air and the glass stay as the frame had them. Areas
 // convert every pixel through a 65536-entry table, kept per set of local parameters until the
 // frame's constants or parameters change.
 

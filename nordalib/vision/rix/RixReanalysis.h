@@ -3,7 +3,8 @@
 //
 // A saved image carries what the re-analysis needs: the emissivity and reflected temperature it was
 // taken with (EMIS, REFT), the protective glass settings and the Planck constants of its range
-// (generic entries ProtectiveGlass.* and Radiometry.Planck, saved by the image writer when the
+// (generic entries ProtectiveGlass.*, Environment.* read by ObjectParameterKeys, and
+// Radiometry.Planck, saved by the image writer when the
 // host lists them). Reanalysis.h explains the model.
 
 #include "nordalib/vision/measurement/MeasurementResults.h"

@@ -1,5 +1,6 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/Settings.h"
+#include "apps/nordacam/HostChecks.h"
 #include "apps/nordacam/MeasRangeFollower.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
@@ -111,6 +112,38 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
               }),
               "request: setting Scaling.Mode: not a mode");
     EXPECT_EQ(s.store.getValue<std::string>(Id::Scaling::Mode), "Manual");
+}
+
+// Distance, humidity and window: refused with the accepted range, the previous value kept; the
+// window's energy balance is weighed with the values of the same request.
+TEST(NordacamSettings, AirAndWindowParametersAreRefusedOutsideTheirRanges) {
+    Store s;
+    addHostChecks(s.settings, s.store);
+    s.settings.applyAssignment("Environment.Distance=30");
+    const std::pair<std::string, std::string> refused[] = {
+        {"Environment.Distance=0", "an object distance in m must lie in (0, 10000] (got 0)"},
+        {"Environment.Distance=-5", "an object distance in m must lie in (0, 10000] (got -5)"},
+        {"Environment.Distance=nan", "an object distance in m must lie in (0, 10000] (got nan)"},
+        {"Environment.Distance=10001", "an object distance in m must lie in (0, 10000] (got 10001)"},
+        {"Environment.Humidity=101%", "a relative humidity must lie in [0, 100] % (got 101 %)"},
+        {"ProtectiveGlass.Transmission=0", "a transmission must lie in (0, 1] (got 0)"},
+        {"ProtectiveGlass.Reflectance=0.1",
+         "the window's transmission 0.92 + emissivity 0.05 + reflectance 0.1 = 1.07 must not exceed 1"},
+    };
+    for (const auto& [assignment, error] : refused)
+        EXPECT_NE(errorOf([&] { s.settings.applyAssignment(assignment); }).find(error), std::string::npos)
+            << assignment << ": " << errorOf([&] { s.settings.applyAssignment(assignment); });
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::Distance), 30.0f);
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::ProtectiveGlass::Reflectance), 0.0f);
+    s.settings.apply(json{{"ProtectiveGlass.Reflectance", 0.1}, {"ProtectiveGlass.Transmission", 0.85}},
+                     "request");
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::ProtectiveGlass::Reflectance), 0.1f);
+    EXPECT_EQ(
+        errorOf([&] {
+            s.settings.apply(json{{"ProtectiveGlass.Emissivity", 0.1}}, "request");
+        }),
+        "request: setting ProtectiveGlass.Emissivity: the window's transmission 0.85 + emissivity 0.1 + "
+        "reflectance 0.1 = 1.05 must not exceed 1");
 }
 
 TEST(NordacamSettings, FileIsAppliedAllOrNothingAndSavedAtomically) {

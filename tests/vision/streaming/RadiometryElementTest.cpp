@@ -1,5 +1,7 @@
 #include "nordalib/vision/streaming/RadiometryElement.h"
 #include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
+#include "nordalib/vision/radiometry/Reanalysis.h"
 #include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -157,4 +159,63 @@ TEST_F(RadiometryElementTest, ProtectiveGlassRuleAndSlowFrames) {
     reload();
     ASSERT_TRUE(run(e, noGlass, 2000));
     ASSERT_TRUE(valid());
+}
+
+// The air and window of the frame's metadata enter the temperatures; the laser's distance replaces
+// the set one while its spot is found; re-analysing the image taken at one distance for another
+// gives what the element computes at that distance.
+TEST_F(RadiometryElementTest, AirWindowAndLaserDistanceAgreeWithReanalysis) {
+    RadiometryElement e(&proxy, test::calibrationDir(), vision::RadiometricCamTypeA);
+    auto temperatures = [&](const DataStorage<std::string>& meta) {
+        in.clear();
+        cv::Mat ramp(kRows, kCols, CV_16S);
+        for (int i = 0; i < kRows * kCols; ++i)
+            ramp.at<short>(i) = static_cast<short>(-3000 + 900 * i); // about -10 to 400 °C
+        in[STREAMING_DATATYPE_CORRECTED] = std::make_unique<Frame>(ramp, DataStorage<std::string>(meta));
+        EXPECT_TRUE(e.process(in, out));
+        EXPECT_TRUE(valid());
+        return cv::Mat_<uint16_t>(out.at(STREAMING_DATATYPE_RAD)->getFrameData().clone());
+    };
+    auto humid = [](float distance) {
+        auto m = test::radiometricMeta(0.95f, 20.0f, 1, true);
+        m.setValue(Id::Environment::AirCorrection, true);
+        m.setValue(Id::Environment::Distance, distance);
+        m.setValue(Id::Environment::Temperature, test::celsius(30.0f));
+        m.setValue(Id::Environment::Humidity, quantity::Relation<MarkedFloat>(MarkedFloat(0.8f)));
+        m.setValue(Id::ProtectiveGlass::Reflectance, 0.02f);
+        m.setValue(Id::ProtectiveGlass::OwnTemperature, true);
+        m.setValue(Id::ProtectiveGlass::Temperature, test::celsius(35.0f));
+        return m;
+    };
+    const auto plain = temperatures(test::radiometricMeta(0.95f, 20.0f, 1, true));
+    const auto far = temperatures(humid(1000.0f));
+    const auto near = temperatures(humid(10.0f));
+    std::vector<double> c =
+        out.at(STREAMING_DATATYPE_RAD)->getMetaData().get<std::vector<double>>(Id::Radiometry::Planck);
+    // Warm objects behind absorbing air read warmer once corrected, the more the farther.
+    EXPECT_GT(far(kRows - 1, kCols - 1), near(kRows - 1, kCols - 1) + 500);
+    EXPECT_GT(near(kRows - 1, kCols - 1), plain(kRows - 1, kCols - 1));
+
+    const vision::Reanalysis model(vision::PlanckConstants{c[0], c[1], c[2], c[3], c[4]});
+    const auto from = vision::ObjectParameterKeys::read(humid(1000.0f));
+    const auto to = vision::ObjectParameterKeys::read(humid(10.0f));
+    EXPECT_EQ(to.distanceM, 10.0);
+    EXPECT_NEAR(to.humidityPercent, 80.0, 1e-4);
+    EXPECT_EQ(to.pgK, 308.15);
+    double worst = 0;
+    const auto re = model.apply(far, from, to);
+    for (int i = 0; i < kRows * kCols; ++i)
+        if (near(i) > 1 && near(i) < 65535)
+            worst = std::max(worst, std::abs(double(re(i)) - near(i)));
+    EXPECT_LE(worst, 5) << "0.01 K counts";
+
+    // The laser's distance while its spot is found, kept in the frame; not once it is lost.
+    auto laser = humid(1000.0f);
+    laser.setValue(Id::Environment::DistanceFromLaser, true);
+    proxy.setValue(Id::Laser::Distance, 10.0f, false);
+    proxy.setValue(Id::Laser::Status, std::string("Found"), false);
+    EXPECT_EQ(cv::countNonZero(temperatures(laser) != near), 0);
+    EXPECT_EQ(out.at(STREAMING_DATATYPE_RAD)->getMetaData().get<float>(Id::Environment::Distance), 10.0f);
+    proxy.setValue(Id::Laser::Status, std::string("NotFound"), false);
+    EXPECT_EQ(cv::countNonZero(temperatures(laser) != far), 0);
 }
