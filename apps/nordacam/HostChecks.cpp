@@ -64,7 +64,7 @@ void addWindowCheck(Settings& settings) {
             const float t = value(PG::Transmission), e = value(PG::Emissivity), r = value(PG::Reflectance);
             return t + e + r <= 1.0f + 1e-6f
                        ? std::string()
-                       : fmt::format("the window's transmission {} + emissivity {} + reflectance {} = {} "
+                       : fmt::format("the window's transmission {} + emissivity {} + reflectance {} = {:.3f} "
                                      "must not exceed 1",
                                      t, e, r, t + e + r);
         });

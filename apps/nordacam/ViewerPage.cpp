@@ -70,6 +70,7 @@ std::string_view viewerPage() {
   </fieldset>
   <fieldset id="objectpanel" class="panel"><legend>Object parameters</legend>
    Emissivity <input id="emissivity" type="number" step="0.01">
+   <select id="material"></select> <button id="useMaterial">Use material</button><br>
    Reflected <input id="reflected" type="number" step="0.5"> &deg;C<br>
    Air <input id="air" type="number" step="0.5"> &deg;C
    Humidity <input id="rh" type="number" step="1" min="0" max="100"> %<br>
@@ -225,7 +226,14 @@ async function setupRanges() {
     $(id).max = r.high;
   });
 }
+async function setupMaterials() {
+  const list = (await api('/api/materials')).materials;
+  $('material').replaceChildren(...list.map(m => { const o = document.createElement('option'); o.textContent = m.name; o.title = m.source; return o; }));
+}
+$('useMaterial').onclick = () => api('/api/material', {method: 'POST', body: JSON.stringify({name: $('material').value})})
+  .then(r => { $('emissivity').value = r.emissivity; msg(r.material + ': emissivity ' + r.emissivity + ' (' + r.source + ')'); }, e => msg(e.message));
 async function setupPanels() {
+  setupMaterials().catch(e => msg('materials: ' + e.message));
   setupRanges().catch(e => msg(e.message));
   try {
     const s = await api('/api/settings');

@@ -182,6 +182,24 @@ TEST(NordacamServer, RequestsAreAnsweredWithoutAConnection) {
     EXPECT_EQ(emissivity["range"]["lowOpen"], true);
     EXPECT_EQ(emissivity["default"], 0.95);
 
+    // Materials: the user's file beside the settings overrides the library's value; chosen by name
+    // for the image or one mark; an unknown name or an unusable file is an error naming it.
+    camera.settings().setPath(dir.file("settings.json"));
+    std::ofstream(dir.file("materials.txt")) << "brick, red; 0.91; measured on site\n";
+    EXPECT_NE(ask("GET", "/api/materials").body.find(R"({"emissivity":0.91,"name":"brick, red")"),
+              std::string::npos);
+    EXPECT_EQ(ask("POST", "/api/material", R"({"name": "Brick, Red"})").status, 200);
+    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::Environment::EmissivityValue), 0.91f);
+    EXPECT_EQ(ask("POST", "/api/material", R"({"name": "water", "mark": "UserArea2"})").status, 200);
+    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::MeasAreas::UserArea2::Emissivity), 0.98f);
+    EXPECT_TRUE(camera.store().getValue<bool>(Id::MeasAreas::UserArea2::LocalParameters));
+    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::Environment::EmissivityValue), 0.91f);
+    const auto unknown = ask("POST", "/api/material", R"({"name": "unobtainium"})");
+    EXPECT_EQ(unknown.status, 404);
+    EXPECT_NE(unknown.body.find("unknown material \"unobtainium\""), std::string::npos);
+    std::ofstream(dir.file("materials.txt")) << "brick, red; 1.5; measured\n";
+    EXPECT_EQ(ask("GET", "/api/materials").status, 422);
+
     // A file a command writes is a plain name inside the output folder, as on every other route.
     const std::string start = "/api/commands/" + kRecorderName + "/Start";
     const std::string rest = R"(, 1, {"type": "u16", "value": 0}, {"type": "bool", "value": false}])";

@@ -123,12 +123,12 @@ TEST(NordacamSettings, AirAndWindowParametersAreRefusedOutsideTheirRanges) {
     const std::pair<std::string, std::string> refused[] = {
         {"Environment.Distance=0", "an object distance in m must lie in (0, 10000] (got 0)"},
         {"Environment.Distance=-5", "an object distance in m must lie in (0, 10000] (got -5)"},
-        {"Environment.Distance=nan", "an object distance in m must lie in (0, 10000] (got nan)"},
+        {"Environment.Distance=nan", "setting Environment.Distance: \"nan\" is not a valid float"},
         {"Environment.Distance=10001", "an object distance in m must lie in (0, 10000] (got 10001)"},
-        {"Environment.Humidity=101%", "a relative humidity must lie in [0, 100] % (got 101 %)"},
+        {"Environment.Humidity=1.01", "a relative humidity must lie in [0, 100] % (got 101 %)"},
         {"ProtectiveGlass.Transmission=0", "a transmission must lie in (0, 1] (got 0)"},
         {"ProtectiveGlass.Reflectance=0.1",
-         "the window's transmission 0.92 + emissivity 0.05 + reflectance 0.1 = 1.07 must not exceed 1"},
+         "the window's transmission 0.92 + emissivity 0.05 + reflectance 0.1 = 1.070 must not exceed 1"},
     };
     for (const auto& [assignment, error] : refused)
         EXPECT_NE(errorOf([&] { s.settings.applyAssignment(assignment); }).find(error), std::string::npos)
@@ -143,7 +143,7 @@ TEST(NordacamSettings, AirAndWindowParametersAreRefusedOutsideTheirRanges) {
             s.settings.apply(json{{"ProtectiveGlass.Emissivity", 0.1}}, "request");
         }),
         "request: setting ProtectiveGlass.Emissivity: the window's transmission 0.85 + emissivity 0.1 + "
-        "reflectance 0.1 = 1.05 must not exceed 1");
+        "reflectance 0.1 = 1.050 must not exceed 1");
 }
 
 TEST(NordacamSettings, FileIsAppliedAllOrNothingAndSavedAtomically) {
