@@ -137,7 +137,8 @@ void WebServer::settingsRoutes() {
 
     add("GET", "/api/materials", guarded([&cam](const httplib::Request&, httplib::Response& res) {
             json list = json::array();
-            for (const auto& m : materials(cam).materials())
+            const auto table = materials(cam);
+            for (const auto& m : table.materials())
                 list.push_back({{"name", m.name}, {"emissivity", m.emissivity}, {"source", m.source}});
             reply(res, {{"materials", list}});
         }));

@@ -131,9 +131,7 @@ bool parseShortRelation(const std::string& text, Rel& out) {
     double v = 0;
     if (!parseNumber(t, v))
         return false;
-    v *= scale;
-    if (v < 0.0 || v > 1.0)
-        return false;
+    v *= scale; // outside 0..1: refused by the key's range, which names it
     out = Rel(MarkedFloat(static_cast<float>(v)));
     return true;
 }

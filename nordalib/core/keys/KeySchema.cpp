@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <opencv2/core.hpp>
 
+#include <cmath>
 #include <unordered_map>
 
 namespace norda::vision {
@@ -320,7 +321,7 @@ std::string rangeProblem(const KeySpec& spec, const Variant& value) {
         x = value.value<Temp>().celsius();
     else if (value.holds<Rel>()) {
         // A relation is shown in percent.
-        const float percent = value.value<Rel>().getValue().toFloat() * 100.0f;
+        const double percent = std::round(value.value<Rel>().getValue().toFloat() * 1e5) / 1e3;
         if (percent >= r.low * 100 && percent <= r.high * 100)
             return {};
         return fmt::format("{} must lie in [{}, {}] % (got {} %)", r.what, r.low * 100, r.high * 100,

@@ -125,7 +125,7 @@ TEST(NordacamSettings, AirAndWindowParametersAreRefusedOutsideTheirRanges) {
         {"Environment.Distance=-5", "an object distance in m must lie in (0, 10000] (got -5)"},
         {"Environment.Distance=nan", "setting Environment.Distance: \"nan\" is not a valid float"},
         {"Environment.Distance=10001", "an object distance in m must lie in (0, 10000] (got 10001)"},
-        {"Environment.Humidity=1.01", "a relative humidity must lie in [0, 100] % (got 101 %)"},
+        {"Environment.Humidity=101%", "a relative humidity must lie in [0, 100] % (got 101 %)"},
         {"ProtectiveGlass.Transmission=0", "a transmission must lie in (0, 1] (got 0)"},
         {"ProtectiveGlass.Reflectance=0.1",
          "the window's transmission 0.92 + emissivity 0.05 + reflectance 0.1 = 1.070 must not exceed 1"},
