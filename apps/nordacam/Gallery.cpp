@@ -42,7 +42,7 @@ std::vector<std::string> setupKeys() {
     std::vector<std::string> k;
     for (const auto& m : userMarks())
         for (const std::string* key : {&m.visible, m.area ? &m.rect : &m.position, &m.localParameters,
-                                       &m.emissivity, &m.reflectedTemperature})
+                                       &m.emissivity, &m.reflectedTemperature, &m.distance})
             k.push_back(*key);
     for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
         k.push_back(*key);

@@ -295,7 +295,8 @@ function toolRow(kind, o) {
   const val = kind === 'point' ? fmtValue(o.value) + ' at ' + o.x + ',' + o.y : 'avg ' + fmtValue(o.mean) + ' max ' + fmtValue(o.hot) + ' min ' + fmtValue(o.cold);
   return '<tr data-key="' + key + '"><td>' + o.label + '</td><td class="' + ((o.value || o.mean || {}).mark ? 'bad' : '') + '">' + val + '</td>' +
     '<td><label><input type="checkbox" class="lp"' + (o.local.on ? ' checked' : '') + '> own</label> e <input class="le" type="number" step="0.01" value="' + o.local.emissivity + '">' +
-    ' Tr <input class="lr" type="number" step="0.5" value="' + o.local.reflected + '"></td><td><button class="lset">Set</button> <button class="ldel">Remove</button></td></tr>';
+    ' Tr <input class="lr" type="number" step="0.5" value="' + o.local.reflected + '">' +
+    ' d <input class="ld" type="number" step="0.5" value="' + o.local.distance + '"> m</td><td><button class="lset">Set</button> <button class="ldel">Remove</button></td></tr>';
 }
 async function refreshTools() {
   try {
@@ -315,7 +316,8 @@ async function refreshTools() {
     document.querySelectorAll('#tools tr[data-key]').forEach(tr => {
       const key = tr.dataset.key;
       tr.querySelector('.lset').onclick = () => post({[key + '.LocalParameters']: tr.querySelector('.lp').checked,
-        [key + '.Emissivity']: parseFloat(tr.querySelector('.le').value), [key + '.ReflectedTemperature']: tr.querySelector('.lr').value}, 'local parameters');
+        [key + '.Emissivity']: parseFloat(tr.querySelector('.le').value), [key + '.ReflectedTemperature']: tr.querySelector('.lr').value,
+        [key + '.Distance']: parseFloat(tr.querySelector('.ld').value)}, 'local parameters');
       tr.querySelector('.ldel').onclick = () => post({[key + '.Visible']: false}, 'removal');
     });
   } catch (e) { msg('tools: ' + e.message); }

@@ -121,7 +121,7 @@ def test_air_reanalysis_follows_the_published_continuum(demo_images, tmp_path):
     # back to no air: a distance that small changes next to nothing, the stored image is the reference
     far.save(tmp_path / "far.rix")
     near = nordalib.Rix.load(tmp_path / "far.rix").reanalyze(distance=0.001)
-    assert np.abs(near.temperatures - rix.temperatures).max() <= 0.011
+    assert np.abs(near.temperatures - rix.temperatures).max() <= 0.021  # two roundings to 0.01 K
     with pytest.raises(ValueError, match="argument 'distance'"):
         rix.reanalyze(distance=0.0)
 

@@ -163,7 +163,8 @@ std::vector<KeySpec>* buildSchema() {
         key<MeasPoint>(MP::P::MeasPoint, G::UserMarks, W::Library, point(X, Y)),                             \
         key<bool>(MP::P::LocalParameters, G::UserMarks, W::User, false),                                     \
         key<float>(MP::P::Emissivity, G::UserMarks, W::User, 0.95f, kEmissivity),                            \
-        key<Temp>(MP::P::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected)
+        key<Temp>(MP::P::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected),                  \
+        key<float>(MP::P::Distance, G::UserMarks, W::User, 10.0f, kDistance)
         NORDA_USER_POINT(MeasPoint1, 160, 120),
         NORDA_USER_POINT(MeasPoint2, 480, 120),
         NORDA_USER_POINT(MeasPoint3, 160, 360),
@@ -176,7 +177,8 @@ std::vector<KeySpec>* buildSchema() {
         key<MeasArea>(MA::A::MeasArea, G::UserMarks, W::Library, area(X, Y, WIDTH, HEIGHT)),                 \
         key<bool>(MA::A::LocalParameters, G::UserMarks, W::User, false),                                     \
         key<float>(MA::A::Emissivity, G::UserMarks, W::User, 0.95f, kEmissivity),                            \
-        key<Temp>(MA::A::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected)
+        key<Temp>(MA::A::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected),                  \
+        key<float>(MA::A::Distance, G::UserMarks, W::User, 10.0f, kDistance)
         NORDA_USER_AREA(UserArea1, 80, 60, 160, 120),
         NORDA_USER_AREA(UserArea2, 400, 60, 160, 120),
         NORDA_USER_AREA(UserArea3, 240, 300, 160, 120),
@@ -262,7 +264,8 @@ const std::string& noKey() {
     return none;
 }
 UserMark pointMark(int i, const std::string& visible, const std::string& position, const std::string& result,
-                   const std::string& local, const std::string& emissivity, const std::string& reflected) {
+                   const std::string& local, const std::string& emissivity, const std::string& reflected,
+                   const std::string& distance) {
     return {fmt::format("MeasPoint{}", i),
             fmt::format("P{}", i),
             false,
@@ -272,10 +275,12 @@ UserMark pointMark(int i, const std::string& visible, const std::string& positio
             result,
             local,
             emissivity,
-            reflected};
+            reflected,
+            distance};
 }
 UserMark areaMark(int i, const std::string& visible, const std::string& rect, const std::string& result,
-                  const std::string& local, const std::string& emissivity, const std::string& reflected) {
+                  const std::string& local, const std::string& emissivity, const std::string& reflected,
+                  const std::string& distance) {
     return {fmt::format("UserArea{}", i),
             fmt::format("A{}", i),
             true,
@@ -285,7 +290,8 @@ UserMark areaMark(int i, const std::string& visible, const std::string& rect, co
             result,
             local,
             emissivity,
-            reflected};
+            reflected,
+            distance};
 }
 
 } // namespace
@@ -381,11 +387,11 @@ const std::vector<UserMark>& userMarks() {
 #define NORDA_POINT(I)                                                                                       \
     pointMark(I, MP::MeasPoint##I::Visible, MP::MeasPoint##I::Position, MP::MeasPoint##I::MeasPoint,         \
               MP::MeasPoint##I::LocalParameters, MP::MeasPoint##I::Emissivity,                               \
-              MP::MeasPoint##I::ReflectedTemperature)
+              MP::MeasPoint##I::ReflectedTemperature, MP::MeasPoint##I::Distance)
 #define NORDA_AREA(I)                                                                                        \
     areaMark(I, MA::UserArea##I::Visible, MA::UserArea##I::Rect, MA::UserArea##I::MeasArea,                  \
              MA::UserArea##I::LocalParameters, MA::UserArea##I::Emissivity,                                  \
-             MA::UserArea##I::ReflectedTemperature)
+             MA::UserArea##I::ReflectedTemperature, MA::UserArea##I::Distance)
     static const auto* marks =
         new std::vector<UserMark>{NORDA_POINT(1), NORDA_POINT(2), NORDA_POINT(3), NORDA_POINT(4),
                                   NORDA_POINT(5), NORDA_AREA(1),  NORDA_AREA(2),  NORDA_AREA(3)};

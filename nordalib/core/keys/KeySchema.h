@@ -84,6 +84,7 @@ struct UserMark {
     const std::string& localParameters;
     const std::string& emissivity;
     const std::string& reflectedTemperature;
+    const std::string& distance;
 };
 const std::vector<UserMark>& userMarks();
 

@@ -177,14 +177,16 @@ NORDA_MEASPOINT_KEYS(DeltaT1)
 NORDA_MEASPOINT_KEYS(DeltaT2)
 #undef NORDA_MEASPOINT_KEYS
 // Local object parameters of a user point: <Point>::LocalParameters (bool: the point's value is
-// computed with its own emissivity and reflected temperature instead of the image's),
-// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
+// computed with its own emissivity, reflected temperature and distance instead of the image's),
+// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature), ::Distance (float, metres;
+// used while the image's air correction is on).
 #define NORDA_LOCAL_PARAMETER_KEYS(P)                                                                        \
     namespace P {                                                                                            \
     inline const std::string& LocalParameters = persistentKey("MeasPoints." #P ".LocalParameters");          \
     inline const std::string& Emissivity = persistentKey("MeasPoints." #P ".Emissivity");                    \
     inline const std::string& ReflectedTemperature =                                                         \
         persistentKey("MeasPoints." #P ".ReflectedTemperature");                                             \
+    inline const std::string& Distance = persistentKey("MeasPoints." #P ".Distance");                        \
     }
 NORDA_LOCAL_PARAMETER_KEYS(MeasPoint1)
 NORDA_LOCAL_PARAMETER_KEYS(MeasPoint2)
@@ -215,7 +217,7 @@ inline const std::string& Rect = persistentKey("MeasAreas.CenterArea.Rect");    
 } // namespace CenterArea
 // User measurement areas: <Area>::Visible (bool), ::Rect (cv::Rect_<int>, image pixels), ::MeasArea
 // (MeasArea, result), and local object parameters as for user points: ::LocalParameters (bool),
-// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
+// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature), ::Distance (float, metres).
 #define NORDA_USERAREA_KEYS(A)                                                                               \
     namespace A {                                                                                            \
     inline const std::string& Visible = persistentKey("MeasAreas." #A ".Visible");                           \
@@ -224,6 +226,7 @@ inline const std::string& Rect = persistentKey("MeasAreas.CenterArea.Rect");    
     inline const std::string& LocalParameters = persistentKey("MeasAreas." #A ".LocalParameters");           \
     inline const std::string& Emissivity = persistentKey("MeasAreas." #A ".Emissivity");                     \
     inline const std::string& ReflectedTemperature = persistentKey("MeasAreas." #A ".ReflectedTemperature"); \
+    inline const std::string& Distance = persistentKey("MeasAreas." #A ".Distance");                         \
     }
 NORDA_USERAREA_KEYS(UserArea1)
 NORDA_USERAREA_KEYS(UserArea2)

@@ -51,9 +51,12 @@ std::string localNote(const ValueLookup& values, const std::string& prefix) {
         return {};
     Temp reflected;
     get(values, prefix + ".ReflectedTemperature", reflected);
-    return fmt::format("e {:.2f} Tr {:.1f}\xC2\xB0"
-                       "C",
-                       getOr(values, prefix + ".Emissivity", 0.0f), reflected.celsius());
+    std::string note = fmt::format("e {:.2f} Tr {:.1f}\xC2\xB0"
+                                   "C",
+                                   getOr(values, prefix + ".Emissivity", 0.0f), reflected.celsius());
+    if (getOr(values, Id::Environment::AirCorrection, false)) // the local distance counts only then
+        note += fmt::format(" d {:.1f} m", getOr(values, prefix + ".Distance", 0.0f));
+    return note;
 }
 
 // The value a result shows: a point's value or an area's mean.
@@ -113,8 +116,8 @@ const std::vector<std::string>& overlayKeys() {
             for (const char* item : {"Visible", "MeasPoint"})
                 k.push_back(fmt::format("MeasPoints.{}.{}", p, item));
         for (const auto& m : userMarks())
-            for (const std::string* key :
-                 {&m.visible, &m.result, &m.localParameters, &m.emissivity, &m.reflectedTemperature})
+            for (const std::string* key : {&m.visible, &m.result, &m.localParameters, &m.emissivity,
+                                           &m.reflectedTemperature, &m.distance})
                 k.push_back(*key);
         return k;
     }());

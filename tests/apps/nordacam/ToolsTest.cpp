@@ -11,6 +11,7 @@
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/rix/Rix.h"
+#include "nordalib/vision/rix/RixReanalysis.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -81,6 +82,30 @@ TEST(NordacamTools, SavedImageIsDescribedAndExportedLosslessly) {
         const cv::Mat back = cv::imread(dir.file(name), cv::IMREAD_UNCHANGED);
         ASSERT_EQ(back.type(), CV_16UC1) << name;
         EXPECT_EQ(cv::norm(back, rix.getRadiometricImage(), cv::NORM_INF), 0.0) << name;
+    }
+    // Re-analysed for an air path: what the library gives for the same parameters; a distance of
+    // zero is refused naming it.
+    ReanalysisRequest far;
+    far.distanceM = 30.0f;
+    far.airC = 30.0f;
+    far.humidityPercent = 80.0f;
+    ASSERT_EQ(rixExport(file, ExportFormat::Png, dir.file("far.png"), log, far), 0);
+    auto to = norda::vision::RixReanalysis::storedParameters(rix);
+    to.distanceM = 30.0;
+    to.airK = 303.15;
+    to.humidityPercent = 80.0;
+    EXPECT_EQ(cv::norm(cv::imread(dir.file("far.png"), cv::IMREAD_UNCHANGED),
+                       norda::vision::RixReanalysis::temperatures(rix, to), cv::NORM_INF),
+              0.0);
+    EXPECT_NE(log.str().find("air: 30.0 m at 30.0 °C, 80 % (taken with no air correction)"),
+              std::string::npos)
+        << log.str();
+    far.distanceM = 0.0f;
+    try {
+        rixExport(file, ExportFormat::Png, dir.file("bad.png"), log, far);
+        ADD_FAILURE() << "distance 0 accepted";
+    } catch (const std::exception& e) {
+        EXPECT_NE(std::string(e.what()).find("object distance (0, 10000] m"), std::string::npos) << e.what();
     }
     const cv::Mat preview = cv::imread(dir.file("t-preview.png")); // B, G, R as the file holds it
     ASSERT_EQ(preview.size(), rix.getPreviewImageRgb().size());
