@@ -140,11 +140,11 @@ void Gallery::reanalyse(float emissivity, float reflectedC) {
     } catch (const std::exception& e) {
         throw GalleryError(422, m_shown + ": " + e.what());
     }
-    auto to = norda::vision::RixReanalysis::storedParameters(rix);
-    to.emissivity = emissivity;
-    to.reflectedK = reflectedC + 273.15;
     try {
-        to.validate();
+        norda::vision::RixReanalysis::Changes changes;
+        changes.emissivity = emissivity;
+        changes.reflectedK = reflectedC + 273.15;
+        (void)norda::vision::RixReanalysis::parametersFor(rix, changes);
     } catch (const std::exception& e) {
         throw SettingsError(std::string("re-analysis: ") + e.what());
     }
@@ -179,10 +179,11 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
 
     auto rix = load(path(m_shown), m_shown);
     if (store.getValue<bool>(Id::Gallery::Reanalysis::Active)) {
-        auto to = norda::vision::RixReanalysis::storedParameters(rix);
-        to.emissivity = store.getValue<float>(Id::Gallery::Reanalysis::Emissivity);
         const auto reflected = store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature);
-        to.reflectedK = reflected.kelvin();
+        norda::vision::RixReanalysis::Changes changes;
+        changes.emissivity = store.getValue<float>(Id::Gallery::Reanalysis::Emissivity);
+        changes.reflectedK = reflected.kelvin();
+        const auto to = norda::vision::RixReanalysis::parametersFor(rix, changes);
         rix.setRadiometricImage(norda::vision::RixReanalysis::temperatures(rix, to));
         rix.setEmissivityOriginal(static_cast<float>(to.emissivity));
         rix.setReflectedTempOriginal(reflected);

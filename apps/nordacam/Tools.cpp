@@ -166,20 +166,14 @@ int rixExport(const std::string& file, ExportFormat format, const std::string& o
     if (!rad.empty() && request.any()) {
         using norda::vision::RixReanalysis;
         const auto from = RixReanalysis::storedParameters(rix);
-        auto to = from;
-        to.emissivity = request.emissivity.value_or(to.emissivity);
-        if (request.reflectedC)
-            to.reflectedK = *request.reflectedC + 273.15;
-        to.distanceM = request.distanceM.value_or(to.distanceM);
-        if (request.airC)
-            to.airK = *request.airC + 273.15;
-        to.humidityPercent = request.humidityPercent.value_or(to.humidityPercent);
+        auto kelvin = [](std::optional<float> c) {
+            return c ? std::optional<double>(*c + 273.15) : std::nullopt;
+        };
+        norda::vision::ObjectParameters to;
         try {
-            if (request.distanceM && !(*request.distanceM > 0.0f))
-                NORDA_THROW("object distance (0, 10000] m: " + std::to_string(*request.distanceM) +
-                                " is out of range",
-                            "nordacam::rixExport");
-            to.validate();
+            to = RixReanalysis::parametersFor(rix, {request.emissivity, kelvin(request.reflectedC),
+                                                    request.distanceM, kelvin(request.airC),
+                                                    request.humidityPercent});
             rad = RixReanalysis::temperatures(rix, to);
         } catch (const norda::Exception& e) {
             throw SettingsError(file + ": " + e.what());

@@ -107,10 +107,8 @@ PyRix reanalyze(const PyRix& r, py::handle emissivity, py::handle reflected, py:
     std::optional<norda::vision::MeasurementResults::Humidity> climate;
     if (!humidity.is_none() || !air.is_none()) {
         climate = airOf(*r.rix, humidity, air);
-        if (to.distanceM > 0.0) {
-            to.humidityPercent = climate->humidity.ratio() * 100.0;
-            to.airK = climate->air.kelvin();
-        }
+        to.humidityPercent = climate->humidity.ratio() * 100.0;
+        to.airK = climate->air.kelvin();
     }
     Rix out;
     {

@@ -54,16 +54,13 @@ ObjectParameters ObjectParameterKeys::read(const Lookup& lookup, ObjectParameter
 
     on = false;
     p.distanceM = 0.0;
-    p.airK = ObjectParameters().airK;
-    p.humidityPercent = ObjectParameters().humidityPercent;
-    if (get(lookup, Id::Environment::AirCorrection, on) && on && get(lookup, Id::Environment::Distance, f)) {
+    if (get(lookup, Id::Environment::AirCorrection, on) && on && get(lookup, Id::Environment::Distance, f))
         p.distanceM = f;
-        if (get(lookup, Id::Environment::Temperature, t))
-            p.airK = t.kelvin();
-        Relation rh;
-        if (get(lookup, Id::Environment::Humidity, rh))
-            p.humidityPercent = rh.getValue().toFloat() * 100.0;
-    }
+    if (get(lookup, Id::Environment::Temperature, t))
+        p.airK = t.kelvin();
+    Relation rh;
+    if (get(lookup, Id::Environment::Humidity, rh))
+        p.humidityPercent = rh.getValue().toFloat() * 100.0;
     return p;
 }
 
@@ -80,14 +77,12 @@ void ObjectParameterKeys::writeAirAndWindow(const ObjectParameters& p, const Sto
     store(Id::ProtectiveGlass::OwnTemperature, exp::makeVariant(p.pgK.has_value()));
     if (p.pgK)
         store(Id::ProtectiveGlass::Temperature, exp::makeVariant(celsius(*p.pgK)));
-    const bool air = p.distanceM > 0.0;
-    store(Id::Environment::AirCorrection, exp::makeVariant(air));
-    if (air) {
+    store(Id::Environment::AirCorrection, exp::makeVariant(p.distanceM > 0.0));
+    if (p.distanceM > 0.0)
         store(Id::Environment::Distance, exp::makeVariant(static_cast<float>(p.distanceM)));
-        store(Id::Environment::Temperature, exp::makeVariant(celsius(p.airK)));
-        store(Id::Environment::Humidity,
-              exp::makeVariant(Relation(exp::MarkedFloat(static_cast<float>(p.humidityPercent / 100.0)))));
-    }
+    store(Id::Environment::Temperature, exp::makeVariant(celsius(p.airK)));
+    store(Id::Environment::Humidity,
+          exp::makeVariant(Relation(exp::MarkedFloat(static_cast<float>(p.humidityPercent / 100.0)))));
 }
 
 } // namespace norda::vision

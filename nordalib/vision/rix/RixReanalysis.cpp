@@ -76,6 +76,23 @@ ObjectParameters RixReanalysis::storedParameters(const Rix& rix) {
     return p;
 }
 
+ObjectParameters RixReanalysis::parametersFor(const Rix& rix, const Changes& changes) {
+    ObjectParameters p = storedParameters(rix);
+    p.emissivity = changes.emissivity.value_or(p.emissivity);
+    p.reflectedK = changes.reflectedK.value_or(p.reflectedK);
+    p.airK = changes.airK.value_or(p.airK);
+    p.humidityPercent = changes.humidityPercent.value_or(p.humidityPercent);
+    if (changes.distanceM) {
+        if (!(*changes.distanceM > 0.0))
+            NORDA_THROW("object distance (0, 10000] m " + std::to_string(*changes.distanceM) +
+                            " is out of range",
+                        "norda::vision::RixReanalysis::parametersFor");
+        p.distanceM = *changes.distanceM;
+    }
+    p.validate();
+    return p;
+}
+
 PlanckConstants RixReanalysis::planckConstants(const Rix& rix) {
     std::vector<double> c;
     if (!generic(rix, Id::Radiometry::Planck, c) || c.size() != 5)

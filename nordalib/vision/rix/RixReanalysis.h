@@ -20,6 +20,16 @@ public:
     // The parameters the stored temperatures were computed with. Without glass entries the image
     // was taken without glass.
     static ObjectParameters storedParameters(const Rix& rix);
+
+    // What a re-analysis changes; unset: as the image was taken. A distance turns the air
+    // correction on.
+    struct Changes {
+        std::optional<double> emissivity, reflectedK, distanceM, airK, humidityPercent;
+        bool any() const { return emissivity || reflectedK || distanceM || airK || humidityPercent; }
+    };
+    // The stored parameters with `changes`, checked: norda::Exception naming the first parameter
+    // out of its range (a distance of 0 among them: it would mean "no air", not a path).
+    static ObjectParameters parametersFor(const Rix& rix, const Changes& changes);
     // The Planck constants saved with the image; throws norda::Exception when the image has none
     // (re-analysis without them would be a guess).
     static PlanckConstants planckConstants(const Rix& rix);

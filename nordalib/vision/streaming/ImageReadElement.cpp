@@ -136,12 +136,12 @@ void ImageReadElement::reanalyse(const vision::Rix& rix, Loaded& loaded) {
         !m_pDataProxy->getValue<bool>(Id::Gallery::Reanalysis::Active) || rix.isSuperResolutionFile())
         return;
     try {
-        vision::ObjectParameters to = vision::RixReanalysis::storedParameters(rix);
-        to.emissivity = m_pDataProxy->getValue<float>(Id::Gallery::Reanalysis::Emissivity);
         const auto reflected =
             m_pDataProxy->getValue<Temperature>(Id::Gallery::Reanalysis::ReflectedTemperature);
-        to.reflectedK = reflected.kelvin();
-        to.validate();
+        vision::RixReanalysis::Changes changes;
+        changes.emissivity = m_pDataProxy->getValue<float>(Id::Gallery::Reanalysis::Emissivity);
+        changes.reflectedK = reflected.kelvin();
+        const auto to = vision::RixReanalysis::parametersFor(rix, changes);
         loaded.radiometric = vision::RixReanalysis::temperatures(rix, to);
         loaded.metaData.setValue(Id::Environment::EmissivityValue, static_cast<float>(to.emissivity));
         loaded.metaData.setValue(Id::Environment::ReflectedTemperature, reflected);
