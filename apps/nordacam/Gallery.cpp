@@ -8,8 +8,10 @@
 #include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 #include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/rix/RixReanalysis.h"
+#include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 
 #include <fmt/format.h>
@@ -130,7 +132,7 @@ void Gallery::close() {
     m_shown.clear();
 }
 
-void Gallery::reanalyse(float emissivity, float reflectedC) {
+void Gallery::reanalyse(float emissivity, float reflectedC, float distanceM) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_shown.empty())
         throw GalleryError(409, "no saved image is shown");
@@ -144,6 +146,8 @@ void Gallery::reanalyse(float emissivity, float reflectedC) {
         norda::vision::RixReanalysis::Changes changes;
         changes.emissivity = emissivity;
         changes.reflectedK = reflectedC + 273.15;
+        if (distanceM != 0.0f)
+            changes.distanceM = distanceM;
         (void)norda::vision::RixReanalysis::parametersFor(rix, changes);
     } catch (const std::exception& e) {
         throw SettingsError(std::string("re-analysis: ") + e.what());
@@ -151,6 +155,7 @@ void Gallery::reanalyse(float emissivity, float reflectedC) {
     auto& store = m_camera.store();
     store.setValue(Id::Gallery::Reanalysis::Emissivity, emissivity, true);
     store.setValue(Id::Gallery::Reanalysis::ReflectedTemperature, Temp(MarkedFloat(reflectedC)), true);
+    store.setValue(Id::Gallery::Reanalysis::Distance, distanceM, true);
     store.setValue(Id::Gallery::Reanalysis::Active, true, true);
 }
 
@@ -160,7 +165,8 @@ json Gallery::state() const {
     return {{"shown", m_shown},
             {"reanalysed", store.getValue<bool>(Id::Gallery::Reanalysis::Active)},
             {"emissivity", store.getValue<float>(Id::Gallery::Reanalysis::Emissivity)},
-            {"reflected", store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature).celsius()}};
+            {"reflected", store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature).celsius()},
+            {"distance", store.getValue<float>(Id::Gallery::Reanalysis::Distance)}};
 }
 
 std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
@@ -179,14 +185,14 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
 
     auto rix = load(path(m_shown), m_shown);
     if (store.getValue<bool>(Id::Gallery::Reanalysis::Active)) {
-        const auto reflected = store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature);
-        norda::vision::RixReanalysis::Changes changes;
-        changes.emissivity = store.getValue<float>(Id::Gallery::Reanalysis::Emissivity);
-        changes.reflectedK = reflected.kelvin();
-        const auto to = norda::vision::RixReanalysis::parametersFor(rix, changes);
+        const auto to = norda::vision::RixReanalysis::parametersFor(
+            rix, norda::exp::streaming::ImageReadElement::requestedChanges(store));
+        const Temp reflected(MarkedFloat(static_cast<float>(to.reflectedK - 273.15)));
         rix.setRadiometricImage(norda::vision::RixReanalysis::temperatures(rix, to));
         rix.setEmissivityOriginal(static_cast<float>(to.emissivity));
         rix.setReflectedTempOriginal(reflected);
+        norda::vision::ObjectParameterKeys::writeAirAndWindow(
+            to, [&rix](const std::string& key, std::shared_ptr<Variant> v) { rix.setGeneric(key, v); });
         rix.extractMinMax(rix.getRadiometricImage());
     }
     // The display image and the results of the shown image, when the chain has measured it.

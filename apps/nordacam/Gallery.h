@@ -43,9 +43,10 @@ public:
     void open(const std::string& name);
     // Back to the live image.
     void close();
-    // The shown image under another emissivity / reflected temperature (°C); GalleryError when no
-    // image is shown or it can not be re-analysed; SettingsError for values out of range.
-    void reanalyse(float emissivity, float reflectedC);
+    // The shown image under another emissivity / reflected temperature (°C) / distance (m, 0: as
+    // taken); GalleryError when no image is shown or it can not be re-analysed; SettingsError for
+    // values out of range.
+    void reanalyse(float emissivity, float reflectedC, float distanceM = 0.0f);
     // Writes the shown image as `name` (empty: the next image number) and its picture; returns the
     // file name. GalleryError 409 when the file exists and `overwrite` is false.
     std::string saveAs(const std::string& name, bool overwrite);

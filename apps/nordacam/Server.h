@@ -19,7 +19,8 @@
 //   /api/files (GET), /files/<name> (GET: a file of the output folder)
 //   /api/thermography (GET: user points, areas, delta-T, scale, range choice), /api/scale (GET)
 //   /api/gallery (GET), /api/gallery/thumb/<name> (GET), /api/gallery/open (POST {"file"}),
-//   /api/gallery/close (POST), /api/gallery/reanalyse (POST {"emissivity", "reflected"}),
+//   /api/gallery/close (POST), /api/gallery/reanalyse (POST {"emissivity", "reflected",
+//                  "distance" (optional)}),
 //   /api/gallery/save (POST {"file", "overwrite"})
 //
 // Streams run on the element's commands while someone watches; each client gets the newest frame

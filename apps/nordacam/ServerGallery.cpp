@@ -50,7 +50,8 @@ void WebServer::galleryRoutes() {
     add("POST", "/api/gallery/reanalyse",
         galleryGuarded([&g](const httplib::Request& req, httplib::Response& res) {
             const json body = parseBody(req);
-            g.reanalyse(number(body, "emissivity"), number(body, "reflected"));
+            g.reanalyse(number(body, "emissivity"), number(body, "reflected"),
+                        body.contains("distance") ? number(body, "distance") : 0.0f);
             reply(res, g.state());
         }));
     add("POST", "/api/gallery/save",

@@ -104,7 +104,7 @@ std::string_view viewerPage() {
  </fieldset>
  <fieldset id="gallerypanel" class="panel"><legend>Gallery</legend>
   <div><span id="galstate">live image</span> <button id="galclose">Back to live</button> <button id="galrefresh">Refresh</button></div>
-  <div id="reanalysis">Re-analyse: emissivity <input id="reE" type="number" step="0.01"> reflected <input id="reTr" type="number" step="0.5"> &deg;C
+  <div id="reanalysis">Re-analyse: emissivity <input id="reE" type="number" step="0.01"> reflected <input id="reTr" type="number" step="0.5"> &deg;C distance <input id="reD" type="number" step="0.5" min="0" title="0: as taken"> m
    <button id="reanalyse">Re-analyse</button> <input id="saveas" placeholder="new file (empty: next number)" size="22"> <label><input id="overwrite" type="checkbox"> overwrite</label> <button id="savecopy">Save as</button></div>
   <div id="thumbs"></div>
  </fieldset>
@@ -368,7 +368,7 @@ async function refreshGallery() {
 }
 $('galrefresh').onclick = refreshGallery;
 $('galclose').onclick = () => api('/api/gallery/close', {method: 'POST'}).then(() => { msg('live image'); refreshGallery(); }, e => msg(e.message));
-$('reanalyse').onclick = () => api('/api/gallery/reanalyse', {method: 'POST', body: JSON.stringify({emissivity: parseFloat($('reE').value), reflected: parseFloat($('reTr').value)})})
+$('reanalyse').onclick = () => api('/api/gallery/reanalyse', {method: 'POST', body: JSON.stringify({emissivity: parseFloat($('reE').value), reflected: parseFloat($('reTr').value), distance: parseFloat($('reD').value) || 0})})
   .then(() => { msg('re-analysed'); refreshGallery(); }, e => msg(e.message));
 $('savecopy').onclick = () => api('/api/gallery/save', {method: 'POST', body: JSON.stringify({file: $('saveas').value, overwrite: $('overwrite').checked})})
   .then(r => { msg('saved ' + r.file); refreshGallery(); }, e => msg(e.message));

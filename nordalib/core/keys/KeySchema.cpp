@@ -140,6 +140,7 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(Id::Gallery::Reanalysis::Active, G::Gallery, W::Host, false),
         key<float>(Id::Gallery::Reanalysis::Emissivity, G::Gallery, W::Host, 0.95f, kEmissivity),
         key<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature, G::Gallery, W::Host, celsius(20), kReflected),
+        key<float>(Id::Gallery::Reanalysis::Distance, G::Gallery, W::Host, 0.0f, KeyRange{0.0, 10000.0, false, "a distance in m (0: as taken)"}),
 
         key<bool>(MP::HotSpot::Visible, G::Measurement, W::User, true),
         key<Point>(MP::HotSpot::Position, G::Measurement, W::User, Point(0, 0)),

@@ -148,11 +148,13 @@ namespace Gallery {
 inline const std::string& ForceUpdate = persistentKey("Gallery.ForceUpdate");       // bool
 inline const std::string& ActiveFilename = persistentKey("Gallery.ActiveFilename"); // std::string
 // Re-analysis of the shown image: with Active (bool) true its temperatures are recomputed for
-// Emissivity (float, (0, 1]) and ReflectedTemperature (Temperature) instead of the stored ones.
+// Emissivity (float, (0, 1]) and ReflectedTemperature (Temperature) instead of the stored ones,
+// and for Distance (float, metres; 0: as taken) through the air the image was taken in.
 namespace Reanalysis {
 inline const std::string& Active = persistentKey("Gallery.Reanalysis.Active");
 inline const std::string& Emissivity = persistentKey("Gallery.Reanalysis.Emissivity");
 inline const std::string& ReflectedTemperature = persistentKey("Gallery.Reanalysis.ReflectedTemperature");
+inline const std::string& Distance = persistentKey("Gallery.Reanalysis.Distance");
 } // namespace Reanalysis
 } // namespace Gallery
 

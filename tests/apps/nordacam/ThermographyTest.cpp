@@ -146,6 +146,18 @@ TEST(NordacamThermography, ReanalysisForAnotherDistanceMatchesTheLiveMeasurement
         std::printf("region %zu: at 10 m %.3f, re-analysed for 30 m %.3f, live at 30 m %.3f\n", i,
                     original[i], reanalysed[i], live[i]);
     }
+
+    // The gallery: the same re-analysis shown in the chain, and its copy carries the new distance.
+    Gallery gallery(camera);
+    gallery.open(std::filesystem::path(first).filename().string());
+    gallery.reanalyse(a.getEmissivityOriginal(), a.getReflectedTempOriginal().celsius(), 30.0f);
+    camera.store().flush();
+    for (int i = 0; i < 3; ++i)
+        camera.runCycle();
+    EXPECT_LE(cv::norm(camera.snapshot().rad, RixReanalysis::temperatures(a, to), cv::NORM_INF), 1.0);
+    const auto copy = loadRix(dir.file("out/" + gallery.saveAs("", false)));
+    EXPECT_EQ(RixReanalysis::storedParameters(copy).distanceM, 30.0);
+    EXPECT_THROW(gallery.reanalyse(0.9f, 20.0f, -1.0f), std::exception);
 }
 
 // Re-analysis with the stored parameters changes no pixel by more than 0.01 K; with another
