@@ -296,7 +296,7 @@ function toolRow(kind, o) {
   return '<tr data-key="' + key + '"><td>' + o.label + '</td><td class="' + ((o.value || o.mean || {}).mark ? 'bad' : '') + '">' + val + '</td>' +
     '<td><label><input type="checkbox" class="lp"' + (o.local.on ? ' checked' : '') + '> own</label> e <input class="le" type="number" step="0.01" value="' + o.local.emissivity + '">' +
     ' Tr <input class="lr" type="number" step="0.5" value="' + o.local.reflected + '">' +
-    ' d <input class="ld" type="number" step="0.5" value="' + o.local.distance + '"> m</td><td><button class="lset">Set</button> <button class="ldel">Remove</button></td></tr>';
+    ' d <input class="ld" type="number" step="0.5" value="' + o.local.distance + '"> m</td><td><button class="lset">Set</button> <button class="lmat" title="the material chosen under object parameters">Material</button> <button class="ldel">Remove</button></td></tr>';
 }
 async function refreshTools() {
   try {
@@ -319,6 +319,8 @@ async function refreshTools() {
         [key + '.Emissivity']: parseFloat(tr.querySelector('.le').value), [key + '.ReflectedTemperature']: tr.querySelector('.lr').value,
         [key + '.Distance']: parseFloat(tr.querySelector('.ld').value)}, 'local parameters');
       tr.querySelector('.ldel').onclick = () => post({[key + '.Visible']: false}, 'removal');
+      tr.querySelector('.lmat').onclick = () => api('/api/material', {method: 'POST', body: JSON.stringify({name: $('material').value, mark: key.split('.')[1]})})
+        .then(r => msg(key + ': ' + r.material + ', emissivity ' + r.emissivity), e => msg(e.message));
     });
   } catch (e) { msg('tools: ' + e.message); }
 }
