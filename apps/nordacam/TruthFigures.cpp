@@ -82,6 +82,20 @@ phys::PhysicalScene figureScene(double fx) {
         }
     return s;
 }
+// The camera side of the model as the camera's own sensors read it: at the shutter's last closing
+// and now.
+RadiometricConditions cameraConditions(double lensTransmission, const phys::CameraTemperatures& atShutter,
+                                       const phys::CameraTemperatures& t) {
+    RadiometricConditions c;
+    c.lensTransmission = lensTransmission;
+    c.lensK = t.lensC + kCelsius;
+    c.shutterK = atShutter.shutterC + kCelsius;
+    c.boardShutteringK = atShutter.boardC + kCelsius;
+    c.boardCurrentK = t.boardC + kCelsius;
+    c.boardSlope = t.boardSlopeKPerMin;
+    return c;
+}
+
 // Plates of emissivity 0.95 at 80 °C, 10 and 30 m away in humid summer air (30 °C, 80 %) that
 // also fills the surroundings they reflect: the simulator attenuates spectrally, with the lines at
 // the band's edges; the chain corrects with its continuum model. Returns the 30 m plate's worst
@@ -119,13 +133,7 @@ double printAirFigures(phys::PhysicalCamera& camera, phys::CameraThermal& therma
             cv::Mat frame;
             camera.render(scene, t).convertTo(frame, CV_64F);
             const cv::Mat signal = frame - shutter;
-            RadiometricConditions c;
-            c.lensTransmission = lensTransmission;
-            c.lensK = t.lensC + kCelsius;
-            c.shutterK = atShutter.shutterC + kCelsius;
-            c.boardShutteringK = atShutter.boardC + kCelsius;
-            c.boardCurrentK = t.boardC + kCelsius;
-            c.boardSlope = t.boardSlopeKPerMin;
+            RadiometricConditions c = cameraConditions(lensTransmission, atShutter, t);
             c.emissivity = 0.95;
             c.reflectedK = scene.reflectedC + kCelsius;
             for (int i = 0; i < 2; ++i) {
@@ -205,13 +213,7 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
             cv::Mat frame;
             camera.render(scene, t).convertTo(frame, CV_64F);
             const cv::Mat corrected = frame - shutter;
-            RadiometricConditions c;
-            c.lensTransmission = lensTransmission;
-            c.lensK = t.lensC + kCelsius;
-            c.shutterK = atShutter.shutterC + kCelsius;
-            c.boardShutteringK = atShutter.boardC + kCelsius;
-            c.boardCurrentK = t.boardC + kCelsius;
-            c.boardSlope = t.boardSlopeKPerMin;
+            RadiometricConditions c = cameraConditions(lensTransmission, atShutter, t);
             // The signal over the middle of a surface, where the lens puts it on the sensor.
             auto signal = [&](const phys::SceneSurface& s, int half, cv::Point2d offset = {}) {
                 const cv::Point2d at = lens.distort(s.centre + offset);
