@@ -127,9 +127,10 @@ void Camera::setFrameTap(std::function<void(const FrameMap&)> tap) {
 }
 
 Camera::~Camera() {
-    m_overlay.reset();
+    // The chain hands its frames to the overlay publisher (OverlayFrameTap): stop it first.
     m_streams.close();
     m_pipeline.stop();
+    m_overlay.reset();
     m_paletteSubscription.reset();
     m_store.flush();
 }

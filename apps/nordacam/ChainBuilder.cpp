@@ -71,10 +71,10 @@ std::vector<std::string> savedKeys() {
                                   Id::Radiometry::Planck};
     // What re-analysing the image later needs: every object parameter (the image keeps the
     // emissivity and reflected temperature in fields of its own).
-    for (const auto& spec : keySchema())
-        if (spec.group == KeyGroup::ObjectParameters && spec.name != Id::Environment::EmissivityValue &&
-            spec.name != Id::Environment::ReflectedTemperature)
-            k.push_back(spec.name);
+    for (const auto& keySpec : keySchema())
+        if (keySpec.group == KeyGroup::ObjectParameters && keySpec.name != Id::Environment::EmissivityValue &&
+            keySpec.name != Id::Environment::ReflectedTemperature)
+            k.push_back(keySpec.name);
     // The user's measurement set-up with its results and local parameters, and what the
     // overlay of the image shows, so that a re-analysed copy looks like the original.
     for (const auto& m : userMarks())

@@ -29,17 +29,17 @@ void addMeasurementChecks(Settings& settings, const DataProxy<std::string>& stor
                    : fmt::format("({}, {}, {} x {}) does not lie inside the {} x {} image", r.x, r.y, r.width,
                                  r.height, w, h);
     };
-    for (const auto& spec : keySchema()) {
-        const bool mark = spec.group == KeyGroup::Measurement || spec.group == KeyGroup::UserMarks;
-        if (!mark || !spec.writable())
+    for (const auto& keySpec : keySchema()) {
+        const bool mark = keySpec.group == KeyGroup::Measurement || keySpec.group == KeyGroup::UserMarks;
+        if (!mark || !keySpec.writable())
             continue;
-        if (spec.type == typeid(cv::Point_<int>))
-            settings.addCheck(spec.name, [inImage](const Variant& v) {
+        if (keySpec.type == typeid(cv::Point_<int>))
+            settings.addCheck(keySpec.name, [inImage](const Variant& v) {
                 const auto pt = v.value<cv::Point_<int>>();
                 return inImage(cv::Rect(pt.x, pt.y, 1, 1));
             });
-        else if (spec.type == typeid(cv::Rect_<int>))
-            settings.addCheck(spec.name,
+        else if (keySpec.type == typeid(cv::Rect_<int>))
+            settings.addCheck(keySpec.name,
                               [inImage](const Variant& v) { return inImage(v.value<cv::Rect_<int>>()); });
     }
     for (const auto* key : {&Id::DeltaT::First, &Id::DeltaT::Second})

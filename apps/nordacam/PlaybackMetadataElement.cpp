@@ -37,9 +37,9 @@ bool PlaybackMetadataElement::process(FrameMap& inputs, FrameMap&) {
         haveRecorded = frame->isMetaDateAvailable(Id::Shutter::State);
     }
     if (!haveRecorded) {
-        for (const auto& spec : keySchema())
-            if (spec.rawFrame && !frame->isMetaDateAvailable(spec.name))
-                frame->addMetaDate(spec.name, m_store.get(spec.name));
+        for (const auto& keySpec : keySchema())
+            if (keySpec.rawFrame && !frame->isMetaDateAvailable(keySpec.name))
+                frame->addMetaDate(keySpec.name, m_store.get(keySpec.name));
         if (!frame->isMetaDateAvailable(Id::Shutter::State))
             frame->addMetaDate(Id::Shutter::State, makeVariant(Id::Shutter::StateIdle));
         if (!frame->isMetaDateAvailable(Id::Shutter::Closed))

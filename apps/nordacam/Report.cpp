@@ -378,8 +378,10 @@ int report(const ReportOptions& o, std::ostream& out) {
         const std::string htmlFile = stem + ".html", pdfFile = stem + ".pdf";
         norda::utils::writeFileAtomically(htmlFile, html.data(), html.size());
         const std::string profile = stem + ".profile";
+        // The browser runs without libraries preloaded into this program (a sanitizer's runtime
+        // under test makes it spin).
         const std::string command =
-            "timeout 300 " + quoted(chromium()) +
+            "env -u LD_PRELOAD timeout 300 " + quoted(chromium()) +
             " --headless --no-sandbox --disable-gpu --no-first-run --no-pdf-header-footer --user-data-dir=" +
             quoted(profile) + " --print-to-pdf=" + quoted(pdfFile) + " " + quoted("file://" + htmlFile) +
             " >/dev/null 2>&1";

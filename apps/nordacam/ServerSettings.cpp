@@ -64,20 +64,20 @@ std::shared_ptr<Variant> argument(const json& a, const std::type_index& type) {
 // The key schema as data, for pages that build their forms and checks from it.
 json schemaJson() {
     json keys = json::array();
-    for (const auto& spec : keySchema()) {
-        json k = {{"name", spec.name},
-                  {"type", spec.typeName()},
-                  {"group", groupName(spec.group)},
-                  {"writer", writerName(spec.writer)},
-                  {"writable", spec.writable()},
-                  {"saved", spec.saved()}};
-        if (spec.defaultValue)
-            k["default"] = toJson(*spec.defaultValue);
-        if (spec.range)
-            k["range"] = {{"low", spec.range->low},
-                          {"high", spec.range->high},
-                          {"lowOpen", spec.range->lowOpen},
-                          {"what", spec.range->what}};
+    for (const auto& keySpec : keySchema()) {
+        json k = {{"name", keySpec.name},
+                  {"type", keySpec.typeName()},
+                  {"group", groupName(keySpec.group)},
+                  {"writer", writerName(keySpec.writer)},
+                  {"writable", keySpec.writable()},
+                  {"saved", keySpec.saved()}};
+        if (keySpec.defaultValue)
+            k["default"] = toJson(*keySpec.defaultValue);
+        if (keySpec.range)
+            k["range"] = {{"low", keySpec.range->low},
+                          {"high", keySpec.range->high},
+                          {"lowOpen", keySpec.range->lowOpen},
+                          {"what", keySpec.range->what}};
         keys.push_back(std::move(k));
     }
     json marks = json::array();

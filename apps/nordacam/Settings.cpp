@@ -248,15 +248,15 @@ json toJson(const Variant& value) {
 std::vector<std::string> userSettingKeys(const DataProxy<std::string>& store) {
     std::vector<std::string> out;
     for (const auto& key : store.keys())
-        if (const KeySpec* spec = findKey(key); spec && spec->saved())
+        if (const KeySpec* keySpec = findKey(key); keySpec && keySpec->saved())
             out.push_back(key);
     return out;
 }
 
 bool isWritableSetting(const std::string& key) {
     // Keys the schema does not know (an element's activity key) are the host's to set.
-    const KeySpec* spec = findKey(key);
-    return !spec || spec->writable();
+    const KeySpec* keySpec = findKey(key);
+    return !keySpec || keySpec->writable();
 }
 
 std::shared_ptr<Variant> Settings::current(const std::string& key) const {
@@ -275,8 +275,8 @@ std::shared_ptr<Variant> Settings::current(const std::string& key) const {
 }
 
 std::shared_ptr<Variant> Settings::inRange(const std::string& key, std::shared_ptr<Variant> v) const {
-    if (const KeySpec* spec = findKey(key))
-        if (const std::string problem = rangeProblem(*spec, *v); !problem.empty())
+    if (const KeySpec* keySpec = findKey(key))
+        if (const std::string problem = rangeProblem(*keySpec, *v); !problem.empty())
             fail(key, problem);
     return v;
 }

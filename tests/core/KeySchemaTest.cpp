@@ -134,13 +134,13 @@ std::vector<Named> describedKeys() {
 
 TEST(KeySchemaTest, HoldsEveryDescribedKeyWithItsTypeAndItsDefault) {
     std::set<std::string> names;
-    for (const auto& spec : keySchema())
-        EXPECT_TRUE(names.insert(spec.name).second) << spec.name << " is listed twice";
+    for (const auto& keySpec : keySchema())
+        EXPECT_TRUE(names.insert(keySpec.name).second) << keySpec.name << " is listed twice";
     for (const auto& described : describedKeys()) {
-        const KeySpec* spec = findKey(described.key);
-        ASSERT_NE(spec, nullptr) << described.key;
+        const KeySpec* keySpec = findKey(described.key);
+        ASSERT_NE(keySpec, nullptr) << described.key;
         if (described.type != typeid(void)) {
-            EXPECT_EQ(spec->type, described.type) << described.key << " is " << spec->typeName();
+            EXPECT_EQ(keySpec->type, described.type) << described.key << " is " << keySpec->typeName();
         }
     }
     EXPECT_EQ(findKey("Environment.NoSuchKey"), nullptr);
@@ -148,10 +148,10 @@ TEST(KeySchemaTest, HoldsEveryDescribedKeyWithItsTypeAndItsDefault) {
     // A factory reset writes every default with the schema's type (the vision libraries add theirs).
     DataProxy<std::string> store;
     setDefaultParameters(store);
-    for (const auto& spec : keySchema())
-        if (spec.defaultValue) {
-            ASSERT_TRUE(store.contains(spec.name)) << spec.name;
-            EXPECT_EQ(store.get(spec.name)->type(), spec.type) << spec.name;
+    for (const auto& keySpec : keySchema())
+        if (keySpec.defaultValue) {
+            ASSERT_TRUE(store.contains(keySpec.name)) << keySpec.name;
+            EXPECT_EQ(store.get(keySpec.name)->type(), keySpec.type) << keySpec.name;
         }
     EXPECT_FLOAT_EQ(store.getValue<float>(Id::Environment::EmissivityValue), 0.95f);
     EXPECT_EQ(store.getValue<unsigned char>(Id::ActiveMeasRange::Name), 1);

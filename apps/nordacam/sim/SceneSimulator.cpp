@@ -315,9 +315,9 @@ std::unique_ptr<Frame> SceneSimulator::nextFrame() {
     meta.setValue<unsigned char>(Id::ActiveMeasRange::Name, c.range);
     meta.setValue<unsigned long long>("FrameCnt", n);
     // The rest of what a camera stamps into its raw frames comes from its settings.
-    for (const auto& spec : keySchema())
-        if (spec.rawFrame && !meta.contains(spec.name))
-            meta.set(spec.name, m_store.get(spec.name));
+    for (const auto& keySpec : keySchema())
+        if (keySpec.rawFrame && !meta.contains(keySpec.name))
+            meta.set(keySpec.name, m_store.get(keySpec.name));
 
     // Keep the store's device state current for the user interface and the other elements.
     m_store.setValue(Id::Temperatures::Current::TBoardSens50, celsius(boardC), false);

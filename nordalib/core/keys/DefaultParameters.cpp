@@ -67,13 +67,13 @@ void activateMeasRange(DataProxy<std::string>& proxy, unsigned char number) {
 
 void setDefaultParameters(DataProxy<std::string>& p) {
     // Written silently; a matrix is copied so that no two stores share its pixels.
-    for (const auto& spec : keySchema()) {
-        if (!spec.defaultValue)
+    for (const auto& keySpec : keySchema()) {
+        if (!keySpec.defaultValue)
             continue;
-        if (spec.defaultValue->holds<cv::Mat>())
-            p.setValue(spec.name, spec.defaultValue->value<cv::Mat>().clone(), false);
+        if (keySpec.defaultValue->holds<cv::Mat>())
+            p.setValue(keySpec.name, keySpec.defaultValue->value<cv::Mat>().clone(), false);
         else
-            p.set(spec.name, spec.defaultValue->clone(), false);
+            p.set(keySpec.name, keySpec.defaultValue->clone(), false);
     }
 
     std::vector<std::function<void(DataProxy<std::string>&)>> more;

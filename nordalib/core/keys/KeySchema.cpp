@@ -309,18 +309,18 @@ const std::vector<KeySpec>& keySchema() {
 const KeySpec* findKey(const std::string& name) {
     static const auto* index = [] {
         auto* m = new std::unordered_map<std::string, const KeySpec*>();
-        for (const auto& spec : keySchema())
-            (*m)[spec.name] = &spec;
+        for (const auto& keySpec : keySchema())
+            (*m)[keySpec.name] = &keySpec;
         return m;
     }();
     auto it = index->find(name);
     return it == index->end() ? nullptr : it->second;
 }
 
-std::string rangeProblem(const KeySpec& spec, const Variant& value) {
-    if (!spec.range)
+std::string rangeProblem(const KeySpec& keySpec, const Variant& value) {
+    if (!keySpec.range)
         return {};
-    const KeyRange& r = *spec.range;
+    const KeyRange& r = *keySpec.range;
     double x = 0;
     if (value.holds<float>())
         x = value.value<float>();

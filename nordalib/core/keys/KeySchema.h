@@ -66,7 +66,7 @@ const std::vector<KeySpec>& keySchema();
 // The key's line; nullptr for a key the schema does not know (provided by a vision library).
 const KeySpec* findKey(const std::string& name);
 // Why `value` is outside the key's range; empty when it is inside or the key has no range.
-std::string rangeProblem(const KeySpec& spec, const Variant& value);
+std::string rangeProblem(const KeySpec& keySpec, const Variant& value);
 
 const char* groupName(KeyGroup group);
 const char* writerName(KeyWriter writer);
