@@ -1,5 +1,5 @@
-// The user's material table on arbitrary bytes: it parses or is refused with a norda::Exception; a
-// table that parses writes itself out and reads back the same.
+// The user's material table on arbitrary bytes: it parses or is refused with a norda::Exception;
+// every material of a table that parses is found by its name.
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/radiometry/MaterialTable.h"
 
@@ -10,8 +10,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         const auto table =
             norda::vision::MaterialTable::parse(std::string(reinterpret_cast<const char*>(data), size));
-        if (norda::vision::MaterialTable::parse(table.format()).materials() != table.materials())
-            std::abort();
         for (const auto& m : table.materials())
             if (table.find(m.name) == nullptr)
                 std::abort();

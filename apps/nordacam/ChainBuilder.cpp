@@ -80,7 +80,7 @@ std::vector<std::string> savedKeys() {
     for (const auto& m : userMarks())
         for (const std::string* key :
              {&m.visible, m.area ? &m.rect : &m.position, &m.result, &m.localParameters, &m.emissivity,
-              &m.reflectedTemperature, &m.distance})
+              &m.reflectedTemperature, &m.distance, &m.material})
             k.push_back(*key);
     for (const auto* key :
          {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second, &Id::DeltaT::Difference})

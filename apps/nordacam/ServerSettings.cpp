@@ -102,8 +102,9 @@ norda::vision::MaterialTable materials(Camera& cam) {
     }
 }
 
-// {"name": material, "mark": optional user mark}: the material's emissivity for the image, or as
-// the mark's local emissivity (its local parameters switched on).
+// {"name": material, "mark": optional user mark}: the material's emissivity and name for the image,
+// or as the mark's local emissivity (its local parameters switched on); the name is saved with
+// images beside the emissivity.
 json applyMaterial(Camera& cam, const json& body) {
     if (!body.is_object() || !body.contains("name") || !body["name"].is_string())
         throw HttpError(400, "give the material as {\"name\": ..., \"mark\": optional}");
@@ -114,14 +115,14 @@ json applyMaterial(Camera& cam, const json& body) {
     } catch (const norda::Exception& e) {
         throw HttpError(404, e.what());
     }
-    json settings = {{Id::Environment::EmissivityValue, m->emissivity}};
+    json settings = {{Id::Environment::EmissivityValue, m->emissivity}, {Id::Environment::Material, m->name}};
     if (body.contains("mark")) {
         const auto& marks = userMarks();
         const auto name = body["mark"].is_string() ? body["mark"].get<std::string>() : std::string();
         auto it = std::find_if(marks.begin(), marks.end(), [&](const UserMark& u) { return u.name == name; });
         if (it == marks.end())
             throw HttpError(404, "no user mark \"" + name + "\"");
-        settings = {{it->emissivity, m->emissivity}, {it->localParameters, true}};
+        settings = {{it->emissivity, m->emissivity}, {it->material, m->name}, {it->localParameters, true}};
     }
     cam.settings().apply(settings, "material " + m->name);
     return {{"material", m->name}, {"emissivity", m->emissivity}, {"source", m->source}};

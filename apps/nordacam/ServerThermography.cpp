@@ -39,7 +39,8 @@ json localJson(const DataProxy<std::string>& s, const UserMark& m) {
     return {{"on", s.getValue<bool>(m.localParameters)},
             {"emissivity", s.getValue<float>(m.emissivity)},
             {"reflected", s.getValue<Temp>(m.reflectedTemperature).celsius()},
-            {"distance", s.getValue<float>(m.distance)}};
+            {"distance", s.getValue<float>(m.distance)},
+            {"material", s.getValue<std::string>(m.material)}};
 }
 
 json thermography(Camera& cam) {

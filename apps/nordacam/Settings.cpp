@@ -4,6 +4,7 @@
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/KeySchema.h"
+#include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
 
 #include <fmt/format.h>
@@ -36,6 +37,25 @@ std::string trim(const std::string& s) {
 
 [[noreturn]] void fail(const std::string& key, const std::string& what) {
     throw SettingsError("setting " + key + ": " + what);
+}
+
+// An emissivity changed without its material is typed in by hand: the material chosen before no
+// longer describes it, so it is forgotten with the same request.
+void forgetMaterials(std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& values,
+                     const DataProxy<std::string>& store) {
+    auto given = [&values](const std::string& key) {
+        return std::find_if(values.begin(), values.end(), [&key](const auto& v) { return v.first == key; });
+    };
+    std::vector<std::pair<const std::string*, const std::string*>> pairs = {
+        {&Id::Environment::EmissivityValue, &Id::Environment::Material}};
+    for (const auto& m : userMarks())
+        pairs.emplace_back(&m.emissivity, &m.material);
+    for (const auto& [emissivity, material] : pairs) {
+        const auto e = given(*emissivity);
+        if (e != values.end() && given(*material) == values.end() &&
+            e->second->value<float>() != store.getValue<float>(*emissivity))
+            values.emplace_back(*material, makeVariant(std::string()));
+    }
 }
 
 // A whole-string number, or nothing.
@@ -158,8 +178,12 @@ std::shared_ptr<Variant> parseTextFor(const Variant& current, const std::string&
                 return std::make_shared<Variant_<bool>>(false);
         }
         double v = 0;
-        if (!parseNumber(t, v))
-            fail(key, "\"" + text + "\" is not a valid " + current.typeName());
+        if (!parseNumber(t, v)) {
+            const KeySpec* keySpec = findKey(key);
+            const std::string range = keySpec ? rangeText(*keySpec) : std::string();
+            fail(key, "\"" + text + "\" is not a valid " + current.typeName() +
+                          (range.empty() ? "" : " (" + range + ")"));
+        }
         return arithmeticFor(current, v, key);
     }
     if (current.holds<Temp>()) {
@@ -288,6 +312,7 @@ std::shared_ptr<Variant> Settings::valueAfter(const std::string& key) const {
 
 void Settings::setAll(std::vector<std::pair<std::string, std::shared_ptr<Variant>>> values,
                       const std::string& origin) {
+    forgetMaterials(values, m_store);
     m_pending = {values.begin(), values.end()};
     try {
         for (const auto& [key, value] : values) {

@@ -84,32 +84,32 @@ norda::vision::MeasurementResults::Humidity airOf(const Rix& rix, py::handle hum
 PyRix reanalyze(const PyRix& r, py::handle emissivity, py::handle reflected, py::handle humidity,
                 py::handle air, py::handle tau, py::handle glassEmissivity, py::handle distance) {
     const auto& rad = r.rix->getRadiometricImage();
-    norda::vision::ObjectParameters to = norda::vision::RixReanalysis::storedParameters(*r.rix);
+    auto number = [](py::handle v) {
+        return py::float_(py::reinterpret_borrow<py::object>(v)).cast<double>();
+    };
+    norda::vision::RixReanalysis::Changes changes;
     Emissivity e;
     if (!emissivity.is_none()) {
         e = emissivityArgument(emissivity, "emissivity", rad.size());
         if (!e.perPixel)
-            to.emissivity = e.value;
+            changes.emissivity = e.value;
     }
     if (!reflected.is_none())
-        to.reflectedK = temperatureFrom(reflected, "reflected").kelvin();
+        changes.reflectedK = temperatureFrom(reflected, "reflected").kelvin();
     if (!tau.is_none())
-        to.tauPg = py::float_(py::reinterpret_borrow<py::object>(tau)).cast<double>();
+        changes.tauPg = number(tau);
     if (!glassEmissivity.is_none())
-        to.emisPg = py::float_(py::reinterpret_borrow<py::object>(glassEmissivity)).cast<double>();
-    if (!distance.is_none()) {
-        to.distanceM = py::float_(py::reinterpret_borrow<py::object>(distance)).cast<double>();
-        if (!(to.distanceM > 0.0 && to.distanceM <= 10000.0))
-            throw py::value_error(
-                fmt::format("argument 'distance' must be in (0, 10000] m, not {}", to.distanceM));
-    }
+        changes.emisPg = number(glassEmissivity);
+    if (!distance.is_none())
+        changes.distanceM = number(distance);
     // The air of the humidity view and of the air path are one: both follow the arguments.
     std::optional<norda::vision::MeasurementResults::Humidity> climate;
     if (!humidity.is_none() || !air.is_none()) {
         climate = airOf(*r.rix, humidity, air);
-        to.humidityPercent = climate->humidity.ratio() * 100.0;
-        to.airK = climate->air.kelvin();
+        changes.humidityPercent = climate->humidity.ratio() * 100.0;
+        changes.airK = climate->air.kelvin();
     }
+    const auto to = norda::vision::RixReanalysis::parametersFor(*r.rix, changes);
     Rix out;
     {
         py::gil_scoped_release release;

@@ -123,6 +123,7 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(Id::Environment::AirCorrection, G::ObjectParameters, W::User, false, {}, Raw),
         key<float>(Id::Environment::Distance, G::ObjectParameters, W::User, 10.0f, kDistance, Raw),
         key<bool>(Id::Environment::DistanceFromLaser, G::ObjectParameters, W::User, false, {}, Raw),
+        key<std::string>(Id::Environment::Material, G::ObjectParameters, W::User, std::string(), {}, Raw),
 
         key<Temp>(Id::Temperatures::Current::TBoardSens50, G::Device, W::Device, celsius(30), {}, Raw),
         key<float>(Id::Temperatures::Current::TBoardSlope, G::Device, W::Device, 0.0f, {}, Raw),
@@ -141,6 +142,9 @@ std::vector<KeySpec>* buildSchema() {
         key<float>(Id::Gallery::Reanalysis::Emissivity, G::Gallery, W::Host, 0.95f, kEmissivity),
         key<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature, G::Gallery, W::Host, celsius(20), kReflected),
         key<float>(Id::Gallery::Reanalysis::Distance, G::Gallery, W::Host, 0.0f, KeyRange{0.0, 10000.0, false, "a distance in m (0: as taken)"}),
+        key<bool>(Id::Gallery::Reanalysis::AirGiven, G::Gallery, W::Host, false),
+        key<Temp>(Id::Gallery::Reanalysis::AirTemperature, G::Gallery, W::Host, celsius(20), kAir),
+        key<Rel>(Id::Gallery::Reanalysis::Humidity, G::Gallery, W::Host, Rel(MarkedFloat(0.5f)), kHumidity),
 
         key<bool>(MP::HotSpot::Visible, G::Measurement, W::User, true),
         key<Point>(MP::HotSpot::Position, G::Measurement, W::User, Point(0, 0)),
@@ -165,7 +169,8 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(MP::P::LocalParameters, G::UserMarks, W::User, false),                                     \
         key<float>(MP::P::Emissivity, G::UserMarks, W::User, 0.95f, kEmissivity),                            \
         key<Temp>(MP::P::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected),                  \
-        key<float>(MP::P::Distance, G::UserMarks, W::User, 10.0f, kDistance)
+        key<float>(MP::P::Distance, G::UserMarks, W::User, 10.0f, kDistance),                                 \
+        key<std::string>(MP::P::Material, G::UserMarks, W::User, std::string())
         NORDA_USER_POINT(MeasPoint1, 160, 120),
         NORDA_USER_POINT(MeasPoint2, 480, 120),
         NORDA_USER_POINT(MeasPoint3, 160, 360),
@@ -179,7 +184,8 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(MA::A::LocalParameters, G::UserMarks, W::User, false),                                     \
         key<float>(MA::A::Emissivity, G::UserMarks, W::User, 0.95f, kEmissivity),                            \
         key<Temp>(MA::A::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected),                  \
-        key<float>(MA::A::Distance, G::UserMarks, W::User, 10.0f, kDistance)
+        key<float>(MA::A::Distance, G::UserMarks, W::User, 10.0f, kDistance),                                 \
+        key<std::string>(MA::A::Material, G::UserMarks, W::User, std::string())
         NORDA_USER_AREA(UserArea1, 80, 60, 160, 120),
         NORDA_USER_AREA(UserArea2, 400, 60, 160, 120),
         NORDA_USER_AREA(UserArea3, 240, 300, 160, 120),
@@ -266,7 +272,7 @@ const std::string& noKey() {
 }
 UserMark pointMark(int i, const std::string& visible, const std::string& position, const std::string& result,
                    const std::string& local, const std::string& emissivity, const std::string& reflected,
-                   const std::string& distance) {
+                   const std::string& distance, const std::string& material) {
     return {fmt::format("MeasPoint{}", i),
             fmt::format("P{}", i),
             false,
@@ -277,11 +283,12 @@ UserMark pointMark(int i, const std::string& visible, const std::string& positio
             local,
             emissivity,
             reflected,
-            distance};
+            distance,
+            material};
 }
 UserMark areaMark(int i, const std::string& visible, const std::string& rect, const std::string& result,
                   const std::string& local, const std::string& emissivity, const std::string& reflected,
-                  const std::string& distance) {
+                  const std::string& distance, const std::string& material) {
     return {fmt::format("UserArea{}", i),
             fmt::format("A{}", i),
             true,
@@ -292,7 +299,8 @@ UserMark areaMark(int i, const std::string& visible, const std::string& rect, co
             local,
             emissivity,
             reflected,
-            distance};
+            distance,
+            material};
 }
 
 } // namespace
@@ -317,6 +325,15 @@ const KeySpec* findKey(const std::string& name) {
     return it == index->end() ? nullptr : it->second;
 }
 
+std::string rangeText(const KeySpec& keySpec) {
+    if (!keySpec.range)
+        return {};
+    const KeyRange& r = *keySpec.range;
+    if (keySpec.type == typeid(Rel))
+        return fmt::format("{} must lie in [{}, {}] %", r.what, r.low * 100, r.high * 100);
+    return fmt::format("{} must lie in {}{}, {}]", r.what, r.lowOpen ? "(" : "[", r.low, r.high);
+}
+
 std::string rangeProblem(const KeySpec& keySpec, const Variant& value) {
     if (!keySpec.range)
         return {};
@@ -331,13 +348,12 @@ std::string rangeProblem(const KeySpec& keySpec, const Variant& value) {
         const double percent = std::round(value.value<Rel>().getValue().toFloat() * 1e5) / 1e3;
         if (percent >= r.low * 100 && percent <= r.high * 100)
             return {};
-        return fmt::format("{} must lie in [{}, {}] % (got {} %)", r.what, r.low * 100, r.high * 100,
-                           percent);
+        return fmt::format("{} (got {} %)", rangeText(keySpec), percent);
     } else
         return {};
     if ((r.lowOpen ? x > r.low : x >= r.low) && x <= r.high)
         return {};
-    return fmt::format("{} must lie in {}{}, {}] (got {})", r.what, r.lowOpen ? "(" : "[", r.low, r.high, x);
+    return fmt::format("{} (got {})", rangeText(keySpec), x);
 }
 
 const char* groupName(KeyGroup group) {
@@ -388,11 +404,12 @@ const std::vector<UserMark>& userMarks() {
 #define NORDA_POINT(I)                                                                                       \
     pointMark(I, MP::MeasPoint##I::Visible, MP::MeasPoint##I::Position, MP::MeasPoint##I::MeasPoint,         \
               MP::MeasPoint##I::LocalParameters, MP::MeasPoint##I::Emissivity,                               \
-              MP::MeasPoint##I::ReflectedTemperature, MP::MeasPoint##I::Distance)
+              MP::MeasPoint##I::ReflectedTemperature, MP::MeasPoint##I::Distance,                            \
+              MP::MeasPoint##I::Material)
 #define NORDA_AREA(I)                                                                                        \
     areaMark(I, MA::UserArea##I::Visible, MA::UserArea##I::Rect, MA::UserArea##I::MeasArea,                  \
              MA::UserArea##I::LocalParameters, MA::UserArea##I::Emissivity,                                  \
-             MA::UserArea##I::ReflectedTemperature, MA::UserArea##I::Distance)
+             MA::UserArea##I::ReflectedTemperature, MA::UserArea##I::Distance, MA::UserArea##I::Material)
     static const auto* marks =
         new std::vector<UserMark>{NORDA_POINT(1), NORDA_POINT(2), NORDA_POINT(3), NORDA_POINT(4),
                                   NORDA_POINT(5), NORDA_AREA(1),  NORDA_AREA(2),  NORDA_AREA(3)};

@@ -36,8 +36,6 @@ public:
     // Reads and parses a file (throws like parse, and when it can not be read or is too large).
     static MaterialTable load(const std::string& path);
 
-    // The table in the file form (parse(format()) gives it back).
-    std::string format() const;
     // The material of that name (case-insensitive), nullptr when there is none.
     const Material* find(const std::string& name) const;
     // The same; throws norda::Exception naming the material and the known ones.

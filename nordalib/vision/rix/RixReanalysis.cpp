@@ -82,8 +82,10 @@ ObjectParameters RixReanalysis::parametersFor(const Rix& rix, const Changes& cha
     p.reflectedK = changes.reflectedK.value_or(p.reflectedK);
     p.airK = changes.airK.value_or(p.airK);
     p.humidityPercent = changes.humidityPercent.value_or(p.humidityPercent);
+    p.tauPg = changes.tauPg.value_or(p.tauPg);
+    p.emisPg = changes.emisPg.value_or(p.emisPg);
     if (changes.distanceM) {
-        if (!(*changes.distanceM > 0.0))
+        if (!(*changes.distanceM > 0.0 && *changes.distanceM <= 10000.0))
             NORDA_THROW("object distance (0, 10000] m " + std::to_string(*changes.distanceM) +
                             " is out of range",
                         "norda::vision::RixReanalysis::parametersFor");

@@ -24,11 +24,11 @@ public:
     // What a re-analysis changes; unset: as the image was taken. A distance turns the air
     // correction on.
     struct Changes {
-        std::optional<double> emissivity, reflectedK, distanceM, airK, humidityPercent;
-        bool any() const { return emissivity || reflectedK || distanceM || airK || humidityPercent; }
+        std::optional<double> emissivity, reflectedK, distanceM, airK, humidityPercent, tauPg, emisPg;
     };
     // The stored parameters with `changes`, checked: norda::Exception naming the first parameter
-    // out of its range (a distance of 0 among them: it would mean "no air", not a path).
+    // out of its range (a distance of 0 among them: it would mean "no air", not a path). The one
+    // place every re-analysis (CLI, gallery, image reader, Python) gets its parameters from.
     static ObjectParameters parametersFor(const Rix& rix, const Changes& changes);
     // The Planck constants saved with the image; throws norda::Exception when the image has none
     // (re-analysis without them would be a guess).

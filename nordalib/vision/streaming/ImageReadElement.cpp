@@ -137,6 +137,14 @@ vision::RixReanalysis::Changes ImageReadElement::requestedChanges(const DataProx
             .kelvin();
     if (const float d = store.getValue<float>(Id::Gallery::Reanalysis::Distance); d > 0.0f)
         changes.distanceM = d;
+    if (store.contains(Id::Gallery::Reanalysis::AirGiven) &&
+        store.getValue<bool>(Id::Gallery::Reanalysis::AirGiven)) {
+        changes.airK =
+            store.getValue<quantity::Temperature<MarkedFloat>>(Id::Gallery::Reanalysis::AirTemperature)
+                .kelvin();
+        changes.humidityPercent =
+            store.getValue<quantity::Relation<MarkedFloat>>(Id::Gallery::Reanalysis::Humidity).percent();
+    }
     return changes;
 }
 

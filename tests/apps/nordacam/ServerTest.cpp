@@ -193,9 +193,14 @@ TEST(NordacamServer, RequestsAreAnsweredWithoutAConnection) {
     EXPECT_EQ(ask("POST", "/api/material", R"({"name": "Brick, Red"})").status, 200);
     EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::Environment::EmissivityValue), 0.91f);
     EXPECT_EQ(ask("POST", "/api/material", R"({"name": "water", "mark": "UserArea2"})").status, 200);
-    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::MeasAreas::UserArea2::Emissivity), 0.98f);
+    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::MeasAreas::UserArea2::Emissivity), 0.96f);
     EXPECT_TRUE(camera.store().getValue<bool>(Id::MeasAreas::UserArea2::LocalParameters));
-    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::Environment::EmissivityValue), 0.91f);
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::MeasAreas::UserArea2::Material), "water");
+    // The image's material stays while its emissivity does; typed in by hand, it is forgotten.
+    camera.settings().apply({{Id::Environment::EmissivityValue, 0.91}}, "test");
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::Environment::Material), "brick, red");
+    camera.settings().apply({{Id::Environment::EmissivityValue, 0.9}}, "test");
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::Environment::Material), "");
     const auto unknown = ask("POST", "/api/material", R"({"name": "unobtainium"})");
     EXPECT_EQ(unknown.status, 404);
     EXPECT_NE(nlohmann::json::parse(unknown.body)["error"].get<std::string>().find(

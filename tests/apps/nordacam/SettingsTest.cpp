@@ -123,7 +123,8 @@ TEST(NordacamSettings, AirAndWindowParametersAreRefusedOutsideTheirRanges) {
     const std::pair<std::string, std::string> refused[] = {
         {"Environment.Distance=0", "an object distance in m must lie in (0, 10000] (got 0)"},
         {"Environment.Distance=-5", "an object distance in m must lie in (0, 10000] (got -5)"},
-        {"Environment.Distance=nan", "setting Environment.Distance: \"nan\" is not a valid float"},
+        {"Environment.Distance=nan",
+         "Distance: \"nan\" is not a valid float (an object distance in m must lie in (0, 10000])"},
         {"Environment.Distance=10001", "an object distance in m must lie in (0, 10000] (got 10001)"},
         {"Environment.Humidity=101%", "a relative humidity must lie in [0, 100] % (got 101 %)"},
         {"ProtectiveGlass.Transmission=0", "a transmission must lie in (0, 1] (got 0)"},

@@ -147,10 +147,12 @@ TEST(NordacamThermography, ReanalysisForAnotherDistanceMatchesTheLiveMeasurement
                     original[i], reanalysed[i], live[i]);
     }
 
-    // The gallery: the same re-analysis shown in the chain, and its copy carries the new distance.
+    // The gallery: the same re-analysis shown in the chain (the air given as it was), and its copy
+    // carries the new distance.
     Gallery gallery(camera);
     gallery.open(std::filesystem::path(first).filename().string());
-    gallery.reanalyse(a.getEmissivityOriginal(), a.getReflectedTempOriginal().celsius(), 30.0f);
+    gallery.reanalyse(a.getEmissivityOriginal(), a.getReflectedTempOriginal().celsius(), 30.0f,
+                      std::make_pair(30.0f, 80.0f));
     camera.store().flush();
     for (int i = 0; i < 3; ++i)
         camera.runCycle();
@@ -158,6 +160,7 @@ TEST(NordacamThermography, ReanalysisForAnotherDistanceMatchesTheLiveMeasurement
     const auto copy = loadRix(dir.file("out/" + gallery.saveAs("", false)));
     EXPECT_EQ(RixReanalysis::storedParameters(copy).distanceM, 30.0);
     EXPECT_THROW(gallery.reanalyse(0.9f, 20.0f, -1.0f), std::exception);
+    EXPECT_THROW(gallery.reanalyse(0.9f, 20.0f, 30.0f, std::make_pair(30.0f, 101.0f)), std::exception);
 }
 
 // Re-analysis with the stored parameters changes no pixel by more than 0.01 K; with another

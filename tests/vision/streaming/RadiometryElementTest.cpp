@@ -1,7 +1,5 @@
 #include "nordalib/vision/streaming/RadiometryElement.h"
 #include "nordalib/core/keys/DefaultParameters.h"
-#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
-#include "nordalib/vision/radiometry/Reanalysis.h"
 #include "tests/vision/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -161,10 +159,9 @@ TEST_F(RadiometryElementTest, ProtectiveGlassRuleAndSlowFrames) {
     ASSERT_TRUE(valid());
 }
 
-// The air and window of the frame's metadata enter the temperatures; the laser's distance replaces
-// the set one while its spot is found; re-analysing the image taken at one distance for another
-// gives what the element computes at that distance.
-TEST_F(RadiometryElementTest, AirWindowAndLaserDistanceAgreeWithReanalysis) {
+// The air and window of the frame's metadata enter the temperatures (re-analysis against the live
+// chain: NordacamThermography); the laser's distance replaces the set one while its spot is found.
+TEST_F(RadiometryElementTest, AirWindowAndLaserDistanceEnterTheTemperatures) {
     RadiometryElement e(&proxy, test::calibrationDir(), vision::RadiometricCamTypeA);
     auto temperatures = [&](const DataStorage<std::string>& meta) {
         in.clear();
@@ -176,38 +173,25 @@ TEST_F(RadiometryElementTest, AirWindowAndLaserDistanceAgreeWithReanalysis) {
         EXPECT_TRUE(valid());
         return cv::Mat_<uint16_t>(out.at(STREAMING_DATATYPE_RAD)->getFrameData().clone());
     };
-    auto humid = [](float distance) {
+    auto humid = [](float distance, bool ownWindow = true) {
         auto m = test::radiometricMeta(0.95f, 20.0f, 1, true);
         m.setValue(Id::Environment::AirCorrection, true);
         m.setValue(Id::Environment::Distance, distance);
         m.setValue(Id::Environment::Temperature, test::celsius(30.0f));
         m.setValue(Id::Environment::Humidity, quantity::Relation<MarkedFloat>(MarkedFloat(0.8f)));
         m.setValue(Id::ProtectiveGlass::Reflectance, 0.02f);
-        m.setValue(Id::ProtectiveGlass::OwnTemperature, true);
+        m.setValue(Id::ProtectiveGlass::OwnTemperature, ownWindow);
         m.setValue(Id::ProtectiveGlass::Temperature, test::celsius(35.0f));
         return m;
     };
     const auto plain = temperatures(test::radiometricMeta(0.95f, 20.0f, 1, true));
     const auto far = temperatures(humid(1000.0f));
     const auto near = temperatures(humid(10.0f));
-    std::vector<double> c =
-        out.at(STREAMING_DATATYPE_RAD)->getMetaData().get<std::vector<double>>(Id::Radiometry::Planck);
-    // Warm objects behind absorbing air read warmer once corrected, the more the farther.
+    // Warm objects behind absorbing air read warmer once corrected, the more the farther; a window
+    // warmer than the room adds signal, so the object reads colder than with the window at 20 °C.
     EXPECT_GT(far(kRows - 1, kCols - 1), near(kRows - 1, kCols - 1) + 500);
     EXPECT_GT(near(kRows - 1, kCols - 1), plain(kRows - 1, kCols - 1));
-
-    const vision::Reanalysis model(vision::PlanckConstants{c[0], c[1], c[2], c[3], c[4]});
-    const auto from = vision::ObjectParameterKeys::read(humid(1000.0f));
-    const auto to = vision::ObjectParameterKeys::read(humid(10.0f));
-    EXPECT_EQ(to.distanceM, 10.0);
-    EXPECT_NEAR(to.humidityPercent, 80.0, 1e-4);
-    EXPECT_NEAR(to.pgK.value_or(0), 308.15, 1e-4);
-    double worst = 0;
-    const auto re = model.apply(far, from, to);
-    for (int i = 0; i < kRows * kCols; ++i)
-        if (far(i) > 1 && far(i) < 65535 && near(i) > 1 && near(i) < 65535)
-            worst = std::max(worst, std::abs(double(re(i)) - near(i)));
-    EXPECT_LE(worst, 5) << "0.01 K counts";
+    EXPECT_GT(temperatures(humid(10.0f, false))(kRows - 1, kCols - 1), near(kRows - 1, kCols - 1));
 
     // The laser's distance while its spot is found, kept in the frame; not once it is lost.
     auto laser = humid(1000.0f);
