@@ -373,6 +373,10 @@ TEST(NordacamServer, BrowserDrivesTheThermographersPage) {
     EXPECT_TRUE(
         page.waitFor("document.getElementById('msg').textContent.includes('Environment.EmissivityValue')"));
     EXPECT_FLOAT_EQ(api("/api/settings/Environment.EmissivityValue")["value"].get<float>(), 0.9f);
+    ASSERT_TRUE(page.waitFor("document.getElementById('material').options.length > 0"));
+    page.click("#useMaterial"); // the table's first material, its name shown and kept
+    ASSERT_TRUE(page.waitFor("document.getElementById('matname').textContent === 'aluminium, anodised'"));
+    EXPECT_EQ(api("/api/settings/Environment.Material")["value"], "aluminium, anodised");
 
     // The image is shown 640 x 480 at its own scale; gestures are given from its centre.
     page.click("#toolmode option[value=point]");

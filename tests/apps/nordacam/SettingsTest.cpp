@@ -82,8 +82,8 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
     const std::pair<std::string, std::string> refused[] = {
         {"No.Such.Key=1", "unknown setting No.Such.Key"},
         {"Environment.EmissivityValue", "--set Environment.EmissivityValue: expected KEY=VALUE"},
-        {"Environment.EmissivityValue=high",
-         "setting Environment.EmissivityValue: \"high\" is not a valid float"},
+        {"Environment.EmissivityValue=high", "setting Environment.EmissivityValue: \"high\" is not a valid "
+                                             "float (an emissivity must lie in (0, 1])"},
         {"Miscellaneous.ImageCounter=-1",
          "setting Miscellaneous.ImageCounter: -1 is out of range for unsigned int"},
         {"Miscellaneous.ImageCounter=4294967296",

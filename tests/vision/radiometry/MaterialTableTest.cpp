@@ -41,7 +41,7 @@ TEST(MaterialTable, UserFileExtendsTheBuiltInTableAndBadLinesAreNamed) {
             << error;
     EXPECT_NE(norda::test::messageOf([&] {
                   (void)merged.at("unobtainium");
-              }).find("unknown material \"unobtainium\" (aluminium, polished, "),
+              }).find("unknown material \"unobtainium\" (aluminium, anodised, "),
               std::string::npos);
     EXPECT_NE(
         norda::test::messageOf([&] { MaterialTable::load(dir.file("none.txt")); }).find("can not be read"),
