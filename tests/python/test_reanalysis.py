@@ -65,6 +65,11 @@ def test_reanalysis_through_the_camera_model(demo_images, tmp_path):
     expected = p.B / np.log(p.R1 / (p.R2 * (own + p.O)) + p.F) - 273.15
     assert np.abs(other.temperatures - expected).max() <= 0.0051
     assert (other.emissivity, other.reflected) == (0.8, pytest.approx(30.0))
+    # behind a window transmitting 0.9 and emitting 0.1 at the reflected temperature
+    glass = rix.reanalyze(glass_transmission=0.9, glass_emissivity=0.1)
+    own = ((scene - 0.1 * S(r0)) / 0.9 - (1 - e0) * S(r0)) / e0
+    behind = p.B / np.log(p.R1 / (p.R2 * (own + p.O)) + p.F) - 273.15
+    assert np.abs(glass.temperatures - behind).max() <= 0.0051
     # its results are those of its own temperatures
     meta = other.metadata
     assert meta["MeasPoints.HotSpot.MeasPoint"] == nordalib.measure(other.raw).hot

@@ -147,15 +147,17 @@ TEST(NordacamThermography, ReanalysisForAnotherDistanceMatchesTheLiveMeasurement
                     original[i], reanalysed[i], live[i]);
     }
 
-    // The gallery: the same re-analysis shown in the chain (the air given as it was), and its copy
-    // carries the new distance.
+    // The gallery: the same re-analysis in other air shown in the chain, and its copy carries the
+    // new distance.
     Gallery gallery(camera);
     gallery.open(std::filesystem::path(first).filename().string());
     gallery.reanalyse(a.getEmissivityOriginal(), a.getReflectedTempOriginal().celsius(), 30.0f,
-                      std::make_pair(30.0f, 80.0f));
+                      std::make_pair(25.0f, 60.0f));
     camera.store().flush();
     for (int i = 0; i < 3; ++i)
         camera.runCycle();
+    to.airK = 298.15;
+    to.humidityPercent = 60.0;
     EXPECT_LE(cv::norm(camera.snapshot().rad, RixReanalysis::temperatures(a, to), cv::NORM_INF), 1.0);
     const auto copy = loadRix(dir.file("out/" + gallery.saveAs("", false)));
     EXPECT_EQ(RixReanalysis::storedParameters(copy).distanceM, 30.0);
