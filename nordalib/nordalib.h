@@ -79,6 +79,8 @@
 #include "nordalib/vision/overlay/OverlayText.h"
 #include "nordalib/vision/overlay/ScaleBar.h"
 #include "nordalib/vision/overlay/ThermalOverlay.h"
+#include "nordalib/vision/radiometry/MaterialTable.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 #include "nordalib/vision/radiometry/ObjectParameters.h"
 #include "nordalib/vision/radiometry/ObjectSignal.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"

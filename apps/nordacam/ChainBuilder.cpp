@@ -78,8 +78,9 @@ std::vector<std::string> savedKeys() {
     // The user's measurement set-up with its results and local parameters, and what the
     // overlay of the image shows, so that a re-analysed copy looks like the original.
     for (const auto& m : userMarks())
-        for (const std::string* key : {&m.visible, m.area ? &m.rect : &m.position, &m.result,
-                                       &m.localParameters, &m.emissivity, &m.reflectedTemperature})
+        for (const std::string* key :
+             {&m.visible, m.area ? &m.rect : &m.position, &m.result, &m.localParameters, &m.emissivity,
+              &m.reflectedTemperature, &m.distance, &m.material})
             k.push_back(*key);
     for (const auto* key :
          {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second, &Id::DeltaT::Difference})

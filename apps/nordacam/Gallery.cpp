@@ -8,8 +8,10 @@
 #include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 #include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/rix/RixReanalysis.h"
+#include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
 
 #include <fmt/format.h>
@@ -25,6 +27,7 @@ namespace nordacam {
 using namespace norda::exp;
 using json = nlohmann::json;
 using Temp = quantity::Temperature<MarkedFloat>;
+using Rel = quantity::Relation<MarkedFloat>;
 namespace fs = std::filesystem;
 
 namespace {
@@ -42,7 +45,7 @@ std::vector<std::string> setupKeys() {
     std::vector<std::string> k;
     for (const auto& m : userMarks())
         for (const std::string* key : {&m.visible, m.area ? &m.rect : &m.position, &m.localParameters,
-                                       &m.emissivity, &m.reflectedTemperature})
+                                       &m.emissivity, &m.reflectedTemperature, &m.distance, &m.material})
             k.push_back(*key);
     for (const auto* key : {&Id::DeltaT::Active, &Id::DeltaT::First, &Id::DeltaT::Second})
         k.push_back(*key);
@@ -85,6 +88,9 @@ json Gallery::list() const {
         try {
             const auto rix = load(path(name), name);
             entry["emissivity"] = rix.getEmissivityOriginal();
+            if (auto material = rix.getGeneric(Id::Environment::Material);
+                material && material->holds<std::string>() && !material->value<std::string>().empty())
+                entry["material"] = material->value<std::string>();
             entry["reflected"] = rix.getReflectedTempOriginal().celsius();
             entry["taken"] = overlayDateTime(rix.getFileDateTime());
             entry["reanalysable"] = static_cast<bool>(rix.getGeneric(Id::Radiometry::Planck));
@@ -119,6 +125,14 @@ void Gallery::open(const std::string& name) {
     store.setValue(Id::Gallery::Reanalysis::Active, false, true);
     store.setValue(Id::Gallery::Reanalysis::Emissivity, rix.getEmissivityOriginal(), true);
     store.setValue(Id::Gallery::Reanalysis::ReflectedTemperature, rix.getReflectedTempOriginal(), true);
+    // The air it was taken in, where a re-analysis starts from.
+    const auto taken = norda::vision::RixReanalysis::storedParameters(rix);
+    store.setValue(Id::Gallery::Reanalysis::Distance, static_cast<float>(taken.distanceM), true);
+    store.setValue(Id::Gallery::Reanalysis::AirGiven, false, true);
+    store.setValue(Id::Gallery::Reanalysis::AirTemperature,
+                   Temp(MarkedFloat(static_cast<float>(taken.airK - 273.15))), true);
+    store.setValue(Id::Gallery::Reanalysis::Humidity,
+                   Rel(MarkedFloat(static_cast<float>(taken.humidityPercent / 100.0))), true);
     store.setValue(Id::Gallery::ActiveFilename, name, true);
     m_shown = name;
 }
@@ -130,7 +144,8 @@ void Gallery::close() {
     m_shown.clear();
 }
 
-void Gallery::reanalyse(float emissivity, float reflectedC) {
+void Gallery::reanalyse(float emissivity, float reflectedC, float distanceM,
+                        std::optional<std::pair<float, float>> air) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_shown.empty())
         throw GalleryError(409, "no saved image is shown");
@@ -140,17 +155,29 @@ void Gallery::reanalyse(float emissivity, float reflectedC) {
     } catch (const std::exception& e) {
         throw GalleryError(422, m_shown + ": " + e.what());
     }
-    auto to = norda::vision::RixReanalysis::storedParameters(rix);
-    to.emissivity = emissivity;
-    to.reflectedK = reflectedC + 273.15;
     try {
-        to.validate();
+        norda::vision::RixReanalysis::Changes changes;
+        changes.emissivity = emissivity;
+        changes.reflectedK = reflectedC + 273.15;
+        if (distanceM != 0.0f)
+            changes.distanceM = distanceM;
+        if (air) {
+            changes.airK = air->first + 273.15;
+            changes.humidityPercent = air->second;
+        }
+        (void)norda::vision::RixReanalysis::parametersFor(rix, changes);
     } catch (const std::exception& e) {
         throw SettingsError(std::string("re-analysis: ") + e.what());
     }
     auto& store = m_camera.store();
     store.setValue(Id::Gallery::Reanalysis::Emissivity, emissivity, true);
     store.setValue(Id::Gallery::Reanalysis::ReflectedTemperature, Temp(MarkedFloat(reflectedC)), true);
+    store.setValue(Id::Gallery::Reanalysis::Distance, distanceM, true);
+    store.setValue(Id::Gallery::Reanalysis::AirGiven, air.has_value(), true);
+    if (air) {
+        store.setValue(Id::Gallery::Reanalysis::AirTemperature, Temp(MarkedFloat(air->first)), true);
+        store.setValue(Id::Gallery::Reanalysis::Humidity, Rel(MarkedFloat(air->second / 100.0f)), true);
+    }
     store.setValue(Id::Gallery::Reanalysis::Active, true, true);
 }
 
@@ -160,7 +187,10 @@ json Gallery::state() const {
     return {{"shown", m_shown},
             {"reanalysed", store.getValue<bool>(Id::Gallery::Reanalysis::Active)},
             {"emissivity", store.getValue<float>(Id::Gallery::Reanalysis::Emissivity)},
-            {"reflected", store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature).celsius()}};
+            {"reflected", store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature).celsius()},
+            {"distance", store.getValue<float>(Id::Gallery::Reanalysis::Distance)},
+            {"air", store.getValue<Temp>(Id::Gallery::Reanalysis::AirTemperature).celsius()},
+            {"humidity", store.getValue<Rel>(Id::Gallery::Reanalysis::Humidity).percent()}};
 }
 
 std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
@@ -179,13 +209,14 @@ std::string Gallery::saveAs(const std::string& requested, bool overwrite) {
 
     auto rix = load(path(m_shown), m_shown);
     if (store.getValue<bool>(Id::Gallery::Reanalysis::Active)) {
-        auto to = norda::vision::RixReanalysis::storedParameters(rix);
-        to.emissivity = store.getValue<float>(Id::Gallery::Reanalysis::Emissivity);
-        const auto reflected = store.getValue<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature);
-        to.reflectedK = reflected.kelvin();
+        const auto to = norda::vision::RixReanalysis::parametersFor(
+            rix, norda::exp::streaming::ImageReadElement::requestedChanges(store));
+        const Temp reflected(MarkedFloat(static_cast<float>(to.reflectedK - 273.15)));
         rix.setRadiometricImage(norda::vision::RixReanalysis::temperatures(rix, to));
         rix.setEmissivityOriginal(static_cast<float>(to.emissivity));
         rix.setReflectedTempOriginal(reflected);
+        norda::vision::ObjectParameterKeys::writeAirAndWindow(
+            to, [&rix](const std::string& key, std::shared_ptr<Variant> v) { rix.setGeneric(key, v); });
         rix.extractMinMax(rix.getRadiometricImage());
     }
     // The display image and the results of the shown image, when the chain has measured it.

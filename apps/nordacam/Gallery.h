@@ -17,6 +17,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nordacam {
@@ -43,9 +44,11 @@ public:
     void open(const std::string& name);
     // Back to the live image.
     void close();
-    // The shown image under another emissivity / reflected temperature (°C); GalleryError when no
-    // image is shown or it can not be re-analysed; SettingsError for values out of range.
-    void reanalyse(float emissivity, float reflectedC);
+    // The shown image under another emissivity / reflected temperature (°C) / distance (m, 0: as
+    // taken) / air (°C and % relative humidity; none: as taken); GalleryError when no image is
+    // shown or it can not be re-analysed; SettingsError for values out of range.
+    void reanalyse(float emissivity, float reflectedC, float distanceM = 0.0f,
+                   std::optional<std::pair<float, float>> air = std::nullopt);
     // Writes the shown image as `name` (empty: the next image number) and its picture; returns the
     // file name. GalleryError 409 when the file exists and `overwrite` is false.
     std::string saveAs(const std::string& name, bool overwrite);

@@ -55,6 +55,21 @@ void addMeasurementChecks(Settings& settings, const DataProxy<std::string>& stor
         });
 }
 
+// A window can not transmit, emit and reflect more than falls on it: the three as they will be.
+void addWindowCheck(Settings& settings) {
+    namespace PG = Id::ProtectiveGlass;
+    for (const auto* key : {&PG::Transmission, &PG::Emissivity, &PG::Reflectance})
+        settings.addCheck(*key, [&settings](const Variant&) {
+            auto value = [&](const std::string& k) { return settings.valueAfter(k)->value<float>(); };
+            const float t = value(PG::Transmission), e = value(PG::Emissivity), r = value(PG::Reflectance);
+            return t + e + r <= 1.0f + 1e-6f
+                       ? std::string()
+                       : fmt::format("the window's transmission {} + emissivity {} + reflectance {} = {:.3f} "
+                                     "must not exceed 1",
+                                     t, e, r, t + e + r);
+        });
+}
+
 } // namespace
 
 void addHostChecks(Settings& settings, const DataProxy<std::string>& store) {
@@ -87,6 +102,7 @@ void addHostChecks(Settings& settings, const DataProxy<std::string>& store) {
                                                      : "unknown palette \"" + name + "\" (" + names + ")";
     });
     addMeasurementChecks(settings, store);
+    addWindowCheck(settings);
 }
 
 } // namespace nordacam

@@ -104,16 +104,23 @@ struct Row {
     std::string name, position, value, validity, emissivity, reflected;
 };
 
+// An emissivity with the material it was chosen as, when the image names one.
+std::string emissivityText(const Rix& rix, float e, const std::string& materialKey, const char* local = "") {
+    const auto material = generic<std::string>(rix, materialKey).value_or("");
+    const std::string notes = std::string(local) + (*local && !material.empty() ? ", " : "") + material;
+    return fmt::format("{:.2f}", e) + (notes.empty() ? "" : " (" + notes + ")");
+}
+
 // Spots, areas and delta-T the image shows, each with the object parameters it was measured with.
 std::vector<Row> measurementRows(const Rix& rix) {
     const float e = rix.getEmissivityOriginal();
     const std::string tr = fmt::format("{:.2f} °C", rix.getReflectedTempOriginal().celsius());
     auto local = [&](const std::string& prefix, Row& r) {
-        r.emissivity = fmt::format("{:.2f}", e);
+        r.emissivity = emissivityText(rix, e, Id::Environment::Material);
         r.reflected = tr;
         if (generic<bool>(rix, prefix + ".LocalParameters").value_or(false)) {
-            r.emissivity =
-                fmt::format("{:.2f} (local)", generic<float>(rix, prefix + ".Emissivity").value_or(e));
+            r.emissivity = emissivityText(rix, generic<float>(rix, prefix + ".Emissivity").value_or(e),
+                                          prefix + ".Material", "local");
             if (auto t = generic<Temperature>(rix, prefix + ".ReflectedTemperature"))
                 r.reflected = fmt::format("{:.2f} °C (local)", t->celsius());
         }
@@ -215,7 +222,7 @@ std::string imagePage(const std::string& file, const Rix& rix, const ReportOptio
     const auto humidity = generic<Relation>(rix, Id::Environment::Humidity);
     const bool glass = generic<bool>(rix, Id::ProtectiveGlass::Attached).value_or(false);
     html +=
-        table({{"emissivity", fmt::format("{:.2f}", rix.getEmissivityOriginal())},
+        table({{"emissivity", emissivityText(rix, rix.getEmissivityOriginal(), Id::Environment::Material)},
                {"reflected temperature", fmt::format("{:.2f} °C", rix.getReflectedTempOriginal().celsius())},
                {"air temperature", tempOr(Id::Environment::Temperature)},
                {"relative humidity", humidity ? fmt::format("{:.1f} %", humidity->percent()) : "–"},

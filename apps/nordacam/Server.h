@@ -11,12 +11,16 @@
 //   /api/keys (GET: the key schema: every key's type, default, range, writer and group, the
 //                  user's marks and the results delta-T compares)
 //   /api/commands (GET), /api/commands/<callable>/<command> (POST a JSON array of arguments)
+//   /api/materials (GET: name, emissivity, source; the library's and materials.txt beside the
+//                  settings file), /api/material (POST {"name", "mark"}: its emissivity for the
+//                  image, or as a user mark's local emissivity)
 //   /api/save (POST), /api/capture (GET: the "CaptureImage" bytes as a download)
 //   /api/record/start (POST {"file": "...pxm", "frames": N}), /api/record/stop (POST)
 //   /api/files (GET), /files/<name> (GET: a file of the output folder)
 //   /api/thermography (GET: user points, areas, delta-T, scale, range choice), /api/scale (GET)
 //   /api/gallery (GET), /api/gallery/thumb/<name> (GET), /api/gallery/open (POST {"file"}),
-//   /api/gallery/close (POST), /api/gallery/reanalyse (POST {"emissivity", "reflected"}),
+//   /api/gallery/close (POST), /api/gallery/reanalyse (POST {"emissivity", "reflected",
+//                  "distance" (optional)}),
 //   /api/gallery/save (POST {"file", "overwrite"})
 //
 // Streams run on the element's commands while someone watches; each client gets the newest frame

@@ -50,7 +50,13 @@ void WebServer::galleryRoutes() {
     add("POST", "/api/gallery/reanalyse",
         galleryGuarded([&g](const httplib::Request& req, httplib::Response& res) {
             const json body = parseBody(req);
-            g.reanalyse(number(body, "emissivity"), number(body, "reflected"));
+            if (body.contains("air") != body.contains("humidity"))
+                throw HttpError(400, "give the air as both \"air\" (°C) and \"humidity\" (%)");
+            std::optional<std::pair<float, float>> air;
+            if (body.contains("air"))
+                air.emplace(number(body, "air"), number(body, "humidity"));
+            g.reanalyse(number(body, "emissivity"), number(body, "reflected"),
+                        body.contains("distance") ? number(body, "distance") : 0.0f, air);
             reply(res, g.state());
         }));
     add("POST", "/api/gallery/save",

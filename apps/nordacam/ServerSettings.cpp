@@ -5,6 +5,11 @@
 #include "nordalib/core/datatypes/TypeName.h"
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/keys/KeySchema.h"
+#include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/MaterialTable.h"
+
+#include <algorithm>
+#include <filesystem>
 
 #include <typeindex>
 
@@ -81,6 +86,48 @@ json schemaJson() {
     return {{"keys", keys}, {"userMarks", marks}, {"deltaTResults", deltaTResultNames()}};
 }
 
+// The library's materials and the user's, from materials.txt beside the settings file; a user's
+// file that can not be used is an error, not silently ignored.
+norda::vision::MaterialTable materials(Camera& cam) {
+    auto table = norda::vision::MaterialTable::builtIn();
+    if (cam.settings().path().empty())
+        return table;
+    const auto file = std::filesystem::path(cam.settings().path()).parent_path() / "materials.txt";
+    if (!std::filesystem::exists(file))
+        return table;
+    try {
+        return table.mergedWith(norda::vision::MaterialTable::load(file.string()));
+    } catch (const norda::Exception& e) {
+        throw HttpError(422, e.what());
+    }
+}
+
+// {"name": material, "mark": optional user mark}: the material's emissivity and name for the image,
+// or as the mark's local emissivity (its local parameters switched on); the name is saved with
+// images beside the emissivity.
+json applyMaterial(Camera& cam, const json& body) {
+    if (!body.is_object() || !body.contains("name") || !body["name"].is_string())
+        throw HttpError(400, "give the material as {\"name\": ..., \"mark\": optional}");
+    const auto table = materials(cam);
+    const norda::vision::Material* m = nullptr;
+    try {
+        m = &table.at(body["name"].get<std::string>());
+    } catch (const norda::Exception& e) {
+        throw HttpError(404, e.what());
+    }
+    json settings = {{Id::Environment::EmissivityValue, m->emissivity}, {Id::Environment::Material, m->name}};
+    if (body.contains("mark")) {
+        const auto& marks = userMarks();
+        const auto name = body["mark"].is_string() ? body["mark"].get<std::string>() : std::string();
+        auto it = std::find_if(marks.begin(), marks.end(), [&](const UserMark& u) { return u.name == name; });
+        if (it == marks.end())
+            throw HttpError(404, "no user mark \"" + name + "\"");
+        settings = {{it->emissivity, m->emissivity}, {it->material, m->name}, {it->localParameters, true}};
+    }
+    cam.settings().apply(settings, "material " + m->name);
+    return {{"material", m->name}, {"emissivity", m->emissivity}, {"source", m->source}};
+}
+
 } // namespace
 
 void WebServer::settingsRoutes() {
@@ -89,6 +136,16 @@ void WebServer::settingsRoutes() {
     add("GET", "/api/keys",
         guarded([](const httplib::Request&, httplib::Response& res) { reply(res, schemaJson()); }));
 
+    add("GET", "/api/materials", guarded([&cam](const httplib::Request&, httplib::Response& res) {
+            json list = json::array();
+            const auto table = materials(cam);
+            for (const auto& m : table.materials())
+                list.push_back({{"name", m.name}, {"emissivity", m.emissivity}, {"source", m.source}});
+            reply(res, {{"materials", list}});
+        }));
+    add("POST", "/api/material", guarded([&cam](const httplib::Request& req, httplib::Response& res) {
+            reply(res, applyMaterial(cam, parseBody(req)));
+        }));
     add("GET", "/api/settings", guarded([&cam](const httplib::Request&, httplib::Response& res) {
             reply(res, cam.settings().userSettings());
         }));

@@ -38,7 +38,9 @@ json valueJson(const std::shared_ptr<Variant>& v) {
 json localJson(const DataProxy<std::string>& s, const UserMark& m) {
     return {{"on", s.getValue<bool>(m.localParameters)},
             {"emissivity", s.getValue<float>(m.emissivity)},
-            {"reflected", s.getValue<Temp>(m.reflectedTemperature).celsius()}};
+            {"reflected", s.getValue<Temp>(m.reflectedTemperature).celsius()},
+            {"distance", s.getValue<float>(m.distance)},
+            {"material", s.getValue<std::string>(m.material)}};
 }
 
 json thermography(Camera& cam) {

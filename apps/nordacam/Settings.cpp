@@ -4,6 +4,7 @@
 #include "nordalib/core/datatypes/VariantRegistry.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/keys/KeySchema.h"
+#include "nordalib/core/keys/Keys.h"
 #include "nordalib/core/utils/FileUtils.h"
 
 #include <fmt/format.h>
@@ -36,6 +37,25 @@ std::string trim(const std::string& s) {
 
 [[noreturn]] void fail(const std::string& key, const std::string& what) {
     throw SettingsError("setting " + key + ": " + what);
+}
+
+// An emissivity changed without its material is typed in by hand: the material chosen before no
+// longer describes it, so it is forgotten with the same request.
+void forgetMaterials(std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& values,
+                     const DataProxy<std::string>& store) {
+    auto given = [&values](const std::string& key) {
+        return std::find_if(values.begin(), values.end(), [&key](const auto& v) { return v.first == key; });
+    };
+    std::vector<std::pair<const std::string*, const std::string*>> pairs = {
+        {&Id::Environment::EmissivityValue, &Id::Environment::Material}};
+    for (const auto& m : userMarks())
+        pairs.emplace_back(&m.emissivity, &m.material);
+    for (const auto& [emissivity, material] : pairs) {
+        const auto e = given(*emissivity);
+        if (e != values.end() && given(*material) == values.end() &&
+            e->second->value<float>() != store.getValue<float>(*emissivity))
+            values.emplace_back(*material, makeVariant(std::string()));
+    }
 }
 
 // A whole-string number, or nothing.
@@ -131,9 +151,7 @@ bool parseShortRelation(const std::string& text, Rel& out) {
     double v = 0;
     if (!parseNumber(t, v))
         return false;
-    v *= scale;
-    if (v < 0.0 || v > 1.0)
-        return false;
+    v *= scale; // outside 0..1: refused by the key's range, which names it
     out = Rel(MarkedFloat(static_cast<float>(v)));
     return true;
 }
@@ -160,8 +178,12 @@ std::shared_ptr<Variant> parseTextFor(const Variant& current, const std::string&
                 return std::make_shared<Variant_<bool>>(false);
         }
         double v = 0;
-        if (!parseNumber(t, v))
-            fail(key, "\"" + text + "\" is not a valid " + current.typeName());
+        if (!parseNumber(t, v)) {
+            const KeySpec* keySpec = findKey(key);
+            const std::string range = keySpec ? rangeText(*keySpec) : std::string();
+            fail(key, "\"" + text + "\" is not a valid " + current.typeName() +
+                          (range.empty() ? "" : " (" + range + ")"));
+        }
         return arithmeticFor(current, v, key);
     }
     if (current.holds<Temp>()) {
@@ -276,17 +298,37 @@ std::shared_ptr<Variant> Settings::current(const std::string& key) const {
     return v;
 }
 
-std::shared_ptr<Variant> Settings::checked(const std::string& key, std::shared_ptr<Variant> v) const {
+std::shared_ptr<Variant> Settings::inRange(const std::string& key, std::shared_ptr<Variant> v) const {
     if (const KeySpec* keySpec = findKey(key))
         if (const std::string problem = rangeProblem(*keySpec, *v); !problem.empty())
             fail(key, problem);
-    auto it = m_checks.find(key);
-    if (it != m_checks.end()) {
-        const std::string problem = it->second(*v);
-        if (!problem.empty())
-            fail(key, problem);
-    }
     return v;
+}
+
+std::shared_ptr<Variant> Settings::valueAfter(const std::string& key) const {
+    auto it = m_pending.find(key);
+    return it != m_pending.end() ? it->second : m_store.get(key);
+}
+
+void Settings::setAll(std::vector<std::pair<std::string, std::shared_ptr<Variant>>> values,
+                      const std::string& origin) {
+    forgetMaterials(values, m_store);
+    m_pending = {values.begin(), values.end()};
+    try {
+        for (const auto& [key, value] : values) {
+            auto it = m_checks.find(key);
+            if (it == m_checks.end())
+                continue;
+            if (const std::string problem = it->second(*value); !problem.empty())
+                fail(key, problem);
+        }
+    } catch (const SettingsError& e) {
+        m_pending.clear();
+        throw SettingsError(origin.empty() ? std::string(e.what()) : origin + ": " + e.what());
+    }
+    m_pending.clear();
+    for (auto& [key, value] : values)
+        m_store.set(key, value, true);
 }
 
 void Settings::apply(const json& object, const std::string& origin) {
@@ -296,13 +338,12 @@ void Settings::apply(const json& object, const std::string& origin) {
     std::vector<std::pair<std::string, std::shared_ptr<Variant>>> parsed;
     for (const auto& [key, value] : object.items()) {
         try {
-            parsed.emplace_back(key, checked(key, parseJsonFor(*current(key), value, key)));
+            parsed.emplace_back(key, inRange(key, parseJsonFor(*current(key), value, key)));
         } catch (const SettingsError& e) {
             throw SettingsError(origin + ": " + e.what());
         }
     }
-    for (auto& [key, value] : parsed)
-        m_store.set(key, value, true);
+    setAll(std::move(parsed), origin);
 }
 
 void Settings::loadFile(const std::string& path) {
@@ -328,12 +369,12 @@ void Settings::applyAssignment(const std::string& assignment) {
     const std::string key = trim(assignment.substr(0, eq));
     const std::string text = assignment.substr(eq + 1);
     std::lock_guard<std::mutex> lock(m_applyMutex);
-    m_store.set(key, checked(key, parseTextFor(*current(key), text, key)), true);
+    setAll({{key, inRange(key, parseTextFor(*current(key), text, key))}}, "");
 }
 
 void Settings::set(const std::string& key, const json& value) {
     std::lock_guard<std::mutex> lock(m_applyMutex);
-    m_store.set(key, checked(key, parseJsonFor(*current(key), value, key)), true);
+    setAll({{key, inRange(key, parseJsonFor(*current(key), value, key))}}, "");
 }
 
 json Settings::get(const std::string& key) const {

@@ -66,6 +66,9 @@ public:
     // checks before applying settings.
     using Check = std::function<std::string(const norda::exp::Variant&)>;
     void addCheck(const std::string& key, Check check) { m_checks[key] = std::move(check); }
+    // For checks that weigh one key against others: the value a key will have once the settings
+    // being applied are set (the request's own, else the store's).
+    std::shared_ptr<norda::exp::Variant> valueAfter(const std::string& key) const;
 
     void setPath(const std::string& path) { m_path = path; }
     const std::string& path() const { return m_path; }
@@ -74,14 +77,18 @@ public:
 
 private:
     std::shared_ptr<norda::exp::Variant> current(const std::string& key) const;
-    std::shared_ptr<norda::exp::Variant> checked(const std::string& key,
+    std::shared_ptr<norda::exp::Variant> inRange(const std::string& key,
                                                  std::shared_ptr<norda::exp::Variant> v) const;
+    // Range-checked values of one request -> the host checks with all of them known -> the store.
+    void setAll(std::vector<std::pair<std::string, std::shared_ptr<norda::exp::Variant>>> values,
+                const std::string& origin);
 
     norda::exp::DataProxy<std::string>& m_store;
     std::string m_path;
     std::map<std::string, Check> m_checks;
     mutable std::mutex m_saveMutex; // saves come from the pipeline and the server at once
     std::mutex m_applyMutex;        // one writer at a time: checks see what the last writer left
+    std::map<std::string, std::shared_ptr<norda::exp::Variant>> m_pending; // under m_applyMutex
 };
 
 } // namespace nordacam

@@ -6,6 +6,7 @@
 #include "apps/nordacam/Settings.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
+#include "nordalib/core/exception/Exception.h"
 #include "nordalib/core/utils/FileUtils.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
@@ -149,20 +150,30 @@ int rixInfo(const std::string& file, std::ostream& out) {
     return 0;
 }
 
+namespace {
+std::string airText(const norda::vision::ObjectParameters& p) {
+    return p.distanceM > 0.0 ? fmt::format("{:.1f} m at {:.1f} °C, {:.0f} %", p.distanceM, p.airK - 273.15,
+                                           p.humidityPercent)
+                             : "no air correction";
+}
+} // namespace
+
 int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out,
-              std::optional<float> emissivity, std::optional<float> reflectedC) {
+              const ReanalysisRequest& request) {
     using norda::vision::RadiometricTools;
     const auto rix = loadRix(file);
     cv::Mat_<uint16_t> rad = rix.getRadiometricImage();
-    if (!rad.empty() && (emissivity || reflectedC)) {
+    if (!rad.empty() && request.any()) {
         using norda::vision::RixReanalysis;
-        auto to = RixReanalysis::storedParameters(rix);
-        if (emissivity)
-            to.emissivity = *emissivity;
-        if (reflectedC)
-            to.reflectedK = *reflectedC + 273.15;
+        const auto from = RixReanalysis::storedParameters(rix);
+        auto kelvin = [](std::optional<float> c) {
+            return c ? std::optional<double>(*c + 273.15) : std::nullopt;
+        };
+        norda::vision::ObjectParameters to;
         try {
-            to.validate();
+            to = RixReanalysis::parametersFor(rix, {request.emissivity, kelvin(request.reflectedC),
+                                                    request.distanceM, kelvin(request.airC),
+                                                    request.humidityPercent});
             rad = RixReanalysis::temperatures(rix, to);
         } catch (const norda::Exception& e) {
             throw SettingsError(file + ": " + e.what());
@@ -171,6 +182,8 @@ int rixExport(const std::string& file, ExportFormat format, const std::string& o
             "re-analysed for emissivity {:.3f}, reflected {:.2f} °C (taken with {:.3f}, {:.2f} °C)\n",
             to.emissivity, to.reflectedK - 273.15, rix.getEmissivityOriginal(),
             rix.getReflectedTempOriginal().celsius());
+        if (to.distanceM > 0.0 || from.distanceM > 0.0)
+            out << fmt::format("air: {} (taken with {})\n", airText(to), airText(from));
     }
     if (rad.empty())
         throw SettingsError(file + " holds no radiometric image");

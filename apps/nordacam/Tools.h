@@ -22,10 +22,15 @@ enum class ExportFormat { Csv, Png, Tiff };
 // The temperatures of a saved image: CSV in °C (one row per image row), or the radiometric image
 // as 16-bit PNG/TIFF (pixel = 0.01 K from absolute zero); for PNG and TIFF the preview and the
 // visual image are written beside it (<name>-preview.png, <name>-visual.png) when present.
-// With `emissivity` and/or `reflectedC` the temperatures are first re-analysed for them (the
-// stored value stands in for the one not given); an image without Planck constants is refused.
+// With any of `to`'s values the temperatures are first re-analysed for them (the stored value
+// stands in for one not given; a distance turns the air correction on); an image without Planck
+// constants is refused.
+struct ReanalysisRequest {
+    std::optional<float> emissivity, reflectedC, distanceM, airC, humidityPercent;
+    bool any() const { return emissivity || reflectedC || distanceM || airC || humidityPercent; }
+};
 int rixExport(const std::string& file, ExportFormat format, const std::string& outFile, std::ostream& out,
-              std::optional<float> emissivity = {}, std::optional<float> reflectedC = {});
+              const ReanalysisRequest& to = {});
 
 struct DistortionParameters {
     double fx = 560.0, fy = 560.0, cx = 319.5, cy = 239.5;

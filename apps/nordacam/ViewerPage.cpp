@@ -70,11 +70,17 @@ std::string_view viewerPage() {
   </fieldset>
   <fieldset id="objectpanel" class="panel"><legend>Object parameters</legend>
    Emissivity <input id="emissivity" type="number" step="0.01">
+   <select id="material"></select> <button id="useMaterial">Use material</button> <span id="matname" class="muted"></span><br>
    Reflected <input id="reflected" type="number" step="0.5"> &deg;C<br>
    Air <input id="air" type="number" step="0.5"> &deg;C
    Humidity <input id="rh" type="number" step="1" min="0" max="100"> %<br>
+   <label><input id="aircorr" type="checkbox"> Air correction</label>
+   distance <input id="distance" type="number" step="0.5"> m
+   <label><input id="laserdist" type="checkbox"> from the laser</label><br>
    <label><input id="glass" type="checkbox"> Protective glass</label>
    transmission <input id="glasstau" type="number" step="0.01"> emissivity <input id="glasseps" type="number" step="0.01">
+   reflectance <input id="glassrho" type="number" step="0.01"><br>
+   <label><input id="glassown" type="checkbox"> window at</label> <input id="glasst" type="number" step="0.5"> &deg;C
    <button id="applyObject">Apply</button>
   </fieldset>
   <fieldset id="rangepanel" class="panel"><legend>Range and humidity</legend>
@@ -98,7 +104,7 @@ std::string_view viewerPage() {
  </fieldset>
  <fieldset id="gallerypanel" class="panel"><legend>Gallery</legend>
   <div><span id="galstate">live image</span> <button id="galclose">Back to live</button> <button id="galrefresh">Refresh</button></div>
-  <div id="reanalysis">Re-analyse: emissivity <input id="reE" type="number" step="0.01"> reflected <input id="reTr" type="number" step="0.5"> &deg;C
+  <div id="reanalysis">Re-analyse: emissivity <input id="reE" type="number" step="0.01"> reflected <input id="reTr" type="number" step="0.5"> &deg;C distance <input id="reD" type="number" step="0.5" min="0" title="0: as taken"> m air <input id="reAir" type="number" step="0.5"> &deg;C <input id="reRH" type="number" step="1" min="0" max="100"> %
    <button id="reanalyse">Re-analyse</button> <input id="saveas" placeholder="new file (empty: next number)" size="22"> <label><input id="overwrite" type="checkbox"> overwrite</label> <button id="savecopy">Save as</button></div>
   <div id="thumbs"></div>
  </fieldset>
@@ -208,9 +214,11 @@ async function setupRanges() {
   const keys = {};
   (await keySchema).keys.forEach(k => { keys[k.name] = k; });
   [['emissivity', 'Environment.EmissivityValue'], ['reflected', 'Environment.ReflectedTemperature'],
-   ['air', 'Environment.Temperature'], ['glasstau', 'ProtectiveGlass.Transmission'],
+   ['air', 'Environment.Temperature'], ['distance', 'Environment.Distance'],
+   ['glassrho', 'ProtectiveGlass.Reflectance'], ['glasst', 'ProtectiveGlass.Temperature'],
+   ['glasstau', 'ProtectiveGlass.Transmission'],
    ['glasseps', 'ProtectiveGlass.Emissivity'], ['reE', 'Gallery.Reanalysis.Emissivity'],
-   ['reTr', 'Gallery.Reanalysis.ReflectedTemperature']].forEach(([id, key]) => {
+   ['reTr', 'Gallery.Reanalysis.ReflectedTemperature'], ['reAir', 'Gallery.Reanalysis.AirTemperature']].forEach(([id, key]) => {
     const r = keys[key] && keys[key].range;
     if (!r) return;
     const step = parseFloat($(id).step) || 0;
@@ -218,16 +226,28 @@ async function setupRanges() {
     $(id).max = r.high;
   });
 }
+async function setupMaterials() {
+  const list = (await api('/api/materials')).materials;
+  $('material').replaceChildren(...list.map(m => { const o = document.createElement('option'); o.textContent = m.name; o.title = m.source; return o; }));
+}
+$('useMaterial').onclick = () => api('/api/material', {method: 'POST', body: JSON.stringify({name: $('material').value})})
+  .then(r => { $('emissivity').value = r.emissivity; $('matname').textContent = r.material; msg(r.material + ': emissivity ' + r.emissivity + ' (' + r.source + ')'); }, e => msg(e.message));
 async function setupPanels() {
+  setupMaterials().catch(e => msg('materials: ' + e.message));
   setupRanges().catch(e => msg(e.message));
   try {
     const s = await api('/api/settings');
     $('emissivity').value = s['Environment.EmissivityValue'];
+    $('matname').textContent = s['Environment.Material'];
     $('reflected').value = parseFloat(s['Environment.ReflectedTemperature']);
     $('air').value = parseFloat(s['Environment.Temperature']);
     $('rh').value = Math.round(parseFloat(s['Environment.Humidity']) * 100);
     $('glass').checked = s['ProtectiveGlass.Attached'];
     $('glasstau').value = s['ProtectiveGlass.Transmission']; $('glasseps').value = s['ProtectiveGlass.Emissivity'];
+    $('glassrho').value = s['ProtectiveGlass.Reflectance']; $('glassown').checked = s['ProtectiveGlass.OwnTemperature'];
+    $('glasst').value = parseFloat(s['ProtectiveGlass.Temperature']);
+    $('aircorr').checked = s['Environment.AirCorrection']; $('distance').value = s['Environment.Distance'];
+    $('laserdist').checked = s['Environment.DistanceFromLaser'];
     $('humid').checked = s['Environment.HumidityModeActive'];
     $('iso').checked = s['Isotherme.IsothermeActive']; $('isolo').value = parseFloat(s['Isotherme.IsothermeBottomValue']);
     $('isohi').value = parseFloat(s['Isotherme.IsothermeTopValue']); $('isocol').value = hex(s['Isotherme.IsothermeColor']);
@@ -239,7 +259,10 @@ async function setupPanels() {
 $('applyObject').onclick = () => post({'Environment.EmissivityValue': parseFloat($('emissivity').value),
   'Environment.ReflectedTemperature': $('reflected').value, 'Environment.Temperature': $('air').value,
   'Environment.Humidity': $('rh').value + '%', 'ProtectiveGlass.Attached': $('glass').checked,
-  'ProtectiveGlass.Transmission': parseFloat($('glasstau').value), 'ProtectiveGlass.Emissivity': parseFloat($('glasseps').value)}, 'object parameters');
+  'ProtectiveGlass.Transmission': parseFloat($('glasstau').value), 'ProtectiveGlass.Emissivity': parseFloat($('glasseps').value),
+  'ProtectiveGlass.Reflectance': parseFloat($('glassrho').value), 'ProtectiveGlass.OwnTemperature': $('glassown').checked,
+  'ProtectiveGlass.Temperature': $('glasst').value, 'Environment.AirCorrection': $('aircorr').checked,
+  'Environment.Distance': parseFloat($('distance').value), 'Environment.DistanceFromLaser': $('laserdist').checked}, 'object parameters');
 $('applyColours').onclick = () => post({'Isotherme.IsothermeActive': $('iso').checked, 'Isotherme.IsothermeBottomValue': $('isolo').value,
   'Isotherme.IsothermeTopValue': $('isohi').value, 'Isotherme.IsothermeColor': num($('isocol').value),
   'Alarm.AlarmTopActive': $('alarmhi').checked, 'Alarm.AlarmTopValue': $('alarmhival').value, 'Alarm.AlarmTopColor': num($('alarmhicol').value),
@@ -273,7 +296,8 @@ function toolRow(kind, o) {
   const val = kind === 'point' ? fmtValue(o.value) + ' at ' + o.x + ',' + o.y : 'avg ' + fmtValue(o.mean) + ' max ' + fmtValue(o.hot) + ' min ' + fmtValue(o.cold);
   return '<tr data-key="' + key + '"><td>' + o.label + '</td><td class="' + ((o.value || o.mean || {}).mark ? 'bad' : '') + '">' + val + '</td>' +
     '<td><label><input type="checkbox" class="lp"' + (o.local.on ? ' checked' : '') + '> own</label> e <input class="le" type="number" step="0.01" value="' + o.local.emissivity + '">' +
-    ' Tr <input class="lr" type="number" step="0.5" value="' + o.local.reflected + '"></td><td><button class="lset">Set</button> <button class="ldel">Remove</button></td></tr>';
+    ' Tr <input class="lr" type="number" step="0.5" value="' + o.local.reflected + '">' +
+    ' d <input class="ld" type="number" step="0.5" value="' + o.local.distance + '"> m' + (o.local.material ? ' <span class="muted">' + o.local.material.replace(/</g, '&lt;') + '</span>' : '') + '</td><td><button class="lset">Set</button> <button class="lmat" title="the material chosen under object parameters">Material</button> <button class="ldel">Remove</button></td></tr>';
 }
 async function refreshTools() {
   try {
@@ -293,8 +317,11 @@ async function refreshTools() {
     document.querySelectorAll('#tools tr[data-key]').forEach(tr => {
       const key = tr.dataset.key;
       tr.querySelector('.lset').onclick = () => post({[key + '.LocalParameters']: tr.querySelector('.lp').checked,
-        [key + '.Emissivity']: parseFloat(tr.querySelector('.le').value), [key + '.ReflectedTemperature']: tr.querySelector('.lr').value}, 'local parameters');
+        [key + '.Emissivity']: parseFloat(tr.querySelector('.le').value), [key + '.ReflectedTemperature']: tr.querySelector('.lr').value,
+        [key + '.Distance']: parseFloat(tr.querySelector('.ld').value)}, 'local parameters');
       tr.querySelector('.ldel').onclick = () => post({[key + '.Visible']: false}, 'removal');
+      tr.querySelector('.lmat').onclick = () => api('/api/material', {method: 'POST', body: JSON.stringify({name: $('material').value, mark: key.split('.')[1]})})
+        .then(r => msg(key + ': ' + r.material + ', emissivity ' + r.emissivity), e => msg(e.message));
     });
   } catch (e) { msg('tools: ' + e.message); }
 }
@@ -334,17 +361,18 @@ async function refreshGallery() {
     $('galstate').textContent = g.state.shown ? 'showing ' + g.state.shown + (g.state.reanalysed ? ' (re-analysed: e ' + g.state.emissivity.toFixed(2) + ', Tr ' + g.state.reflected.toFixed(1) + ' \u00b0C)' : '') : 'live image';
     $('reanalysis').style.display = g.state.shown ? '' : 'none';
     $('viewstate').textContent = g.state.shown ? 'saved image ' + g.state.shown + (g.state.reanalysed ? ', re-analysed' : '') : 'live thermal image';
-    if (g.state.shown && document.activeElement !== $('reE')) { $('reE').value = g.state.emissivity.toFixed(2); $('reTr').value = g.state.reflected.toFixed(1); }
+    if (g.state.shown && document.activeElement !== $('reE')) { $('reE').value = g.state.emissivity.toFixed(2); $('reTr').value = g.state.reflected.toFixed(1);
+      $('reD').value = g.state.distance; $('reAir').value = g.state.air.toFixed(1); $('reRH').value = Math.round(g.state.humidity); }
     $('thumbs').innerHTML = g.images.map(i => '<div class="thumb' + (i.name === g.state.shown ? ' shown' : '') + '" data-name="' + i.name + '">' +
       (i.error ? '<div class="err">' + i.error.replace(/</g, '&lt;') + '</div>' : '<img src="/api/gallery/thumb/' + i.name + '" alt="' + i.name + '">') +
-      '<div>' + i.name + (i.taken ? ' ' + i.taken : '') + '</div></div>').join('');
+      '<div>' + i.name + (i.taken ? ' ' + i.taken : '') + (i.material ? ' ' + i.material.replace(/</g, '&lt;') : '') + '</div></div>').join('');
     document.querySelectorAll('.thumb').forEach(t => t.onclick = () => api('/api/gallery/open', {method: 'POST', body: JSON.stringify({file: t.dataset.name})})
       .then(() => { msg('opened ' + t.dataset.name); refreshGallery(); refreshTools(); }, e => msg(e.message)));
   } catch (e) { msg('gallery: ' + e.message); }
 }
 $('galrefresh').onclick = refreshGallery;
 $('galclose').onclick = () => api('/api/gallery/close', {method: 'POST'}).then(() => { msg('live image'); refreshGallery(); }, e => msg(e.message));
-$('reanalyse').onclick = () => api('/api/gallery/reanalyse', {method: 'POST', body: JSON.stringify({emissivity: parseFloat($('reE').value), reflected: parseFloat($('reTr').value)})})
+$('reanalyse').onclick = () => api('/api/gallery/reanalyse', {method: 'POST', body: JSON.stringify({emissivity: parseFloat($('reE').value), reflected: parseFloat($('reTr').value), distance: parseFloat($('reD').value) || 0, air: parseFloat($('reAir').value), humidity: parseFloat($('reRH').value)})})
   .then(() => { msg('re-analysed'); refreshGallery(); }, e => msg(e.message));
 $('savecopy').onclick = () => api('/api/gallery/save', {method: 'POST', body: JSON.stringify({file: $('saveas').value, overwrite: $('overwrite').checked})})
   .then(r => { msg('saved ' + r.file); refreshGallery(); }, e => msg(e.message));

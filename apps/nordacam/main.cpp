@@ -124,9 +124,13 @@ int main(int argc, char** argv) {
     auto* csvOpt = exp->add_option("--csv", csv, "temperatures in °C as CSV");
     auto* pngOpt = exp->add_option("--png", png, "radiometric image as 16-bit PNG (0.01 K per count)");
     auto* tiffOpt = exp->add_option("--tiff", tiff, "radiometric image as 16-bit TIFF (0.01 K per count)");
-    std::optional<float> reEmissivity, reReflected;
-    exp->add_option("--emissivity", reEmissivity, "re-analyse for this emissivity (0, 1]");
-    exp->add_option("--reflected", reReflected, "re-analyse for this reflected temperature (°C)");
+    ReanalysisRequest re;
+    exp->add_option("--emissivity", re.emissivity, "re-analyse for this emissivity (0, 1]");
+    exp->add_option("--reflected", re.reflectedC, "re-analyse for this reflected temperature (°C)");
+    exp->add_option("--distance", re.distanceM,
+                    "re-analyse for this object distance (m, (0, 10000]; air on)");
+    exp->add_option("--air", re.airC, "re-analyse for this air temperature (°C, -50 to 60)");
+    exp->add_option("--humidity", re.humidityPercent, "re-analyse for this relative humidity (%, 0-100)");
     csvOpt->excludes(pngOpt)->excludes(tiffOpt);
     pngOpt->excludes(tiffOpt);
 
@@ -324,11 +328,11 @@ int main(int argc, char** argv) {
             return rixInfo(rixFile, std::cout);
         if (*exp) {
             if (!csv.empty())
-                return rixExport(exportFile, ExportFormat::Csv, csv, std::cout, reEmissivity, reReflected);
+                return rixExport(exportFile, ExportFormat::Csv, csv, std::cout, re);
             if (!png.empty())
-                return rixExport(exportFile, ExportFormat::Png, png, std::cout, reEmissivity, reReflected);
+                return rixExport(exportFile, ExportFormat::Png, png, std::cout, re);
             if (!tiff.empty())
-                return rixExport(exportFile, ExportFormat::Tiff, tiff, std::cout, reEmissivity, reReflected);
+                return rixExport(exportFile, ExportFormat::Tiff, tiff, std::cout, re);
             std::cerr << "nordacam: error: rix export needs one of --csv, --png, --tiff (see --help)"
                       << std::endl;
             return 2;

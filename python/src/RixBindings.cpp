@@ -82,24 +82,34 @@ norda::vision::MeasurementResults::Humidity airOf(const Rix& rix, py::handle hum
 }
 
 PyRix reanalyze(const PyRix& r, py::handle emissivity, py::handle reflected, py::handle humidity,
-                py::handle air, py::handle tau, py::handle glassEmissivity) {
+                py::handle air, py::handle tau, py::handle glassEmissivity, py::handle distance) {
     const auto& rad = r.rix->getRadiometricImage();
-    norda::vision::ObjectParameters to = norda::vision::RixReanalysis::storedParameters(*r.rix);
+    auto number = [](py::handle v) {
+        return py::float_(py::reinterpret_borrow<py::object>(v)).cast<double>();
+    };
+    norda::vision::RixReanalysis::Changes changes;
     Emissivity e;
     if (!emissivity.is_none()) {
         e = emissivityArgument(emissivity, "emissivity", rad.size());
         if (!e.perPixel)
-            to.emissivity = e.value;
+            changes.emissivity = e.value;
     }
     if (!reflected.is_none())
-        to.reflectedK = temperatureFrom(reflected, "reflected").kelvin();
+        changes.reflectedK = temperatureFrom(reflected, "reflected").kelvin();
     if (!tau.is_none())
-        to.tauPg = py::float_(py::reinterpret_borrow<py::object>(tau)).cast<double>();
+        changes.tauPg = number(tau);
     if (!glassEmissivity.is_none())
-        to.emisPg = py::float_(py::reinterpret_borrow<py::object>(glassEmissivity)).cast<double>();
+        changes.emisPg = number(glassEmissivity);
+    if (!distance.is_none())
+        changes.distanceM = number(distance);
+    // The air of the humidity view and of the air path are one: both follow the arguments.
     std::optional<norda::vision::MeasurementResults::Humidity> climate;
-    if (!humidity.is_none() || !air.is_none())
+    if (!humidity.is_none() || !air.is_none()) {
         climate = airOf(*r.rix, humidity, air);
+        changes.humidityPercent = climate->humidity.ratio() * 100.0;
+        changes.airK = climate->air.kelvin();
+    }
+    const auto to = norda::vision::RixReanalysis::parametersFor(*r.rix, changes);
     Rix out;
     {
         py::gil_scoped_release release;
@@ -275,17 +285,27 @@ the loaded pixels without copying them.)")
                     temperature(Rix::Temperature::fromKelvin(norda::exp::MarkedFloat(float(p.reflectedK))));
                 d["glass_transmission"] = p.tauPg;
                 d["glass_emissivity"] = p.emisPg;
+                d["glass_reflectance"] = p.pgReflectance;
+                d["distance"] =
+                    p.distanceM > 0.0 ? py::object(py::float_(p.distanceM)) : py::object(py::none());
+                if (p.distanceM > 0.0) {
+                    d["air_temperature"] = p.airK - 273.15;
+                    d["humidity"] = p.humidityPercent / 100.0;
+                }
                 return d;
             },
             "The object parameters the temperatures were computed with.")
         .def("reanalyze", &reanalyze, py::arg("emissivity") = py::none(), py::arg("reflected") = py::none(),
              py::kw_only(), py::arg("humidity") = py::none(), py::arg("air_temperature") = py::none(),
              py::arg("glass_transmission") = py::none(), py::arg("glass_emissivity") = py::none(),
+             py::arg("distance") = py::none(),
              R"(A copy of the image under other object parameters or in other air.
 
 emissivity: a number, or a float array of the image's shape with one emissivity per pixel;
 reflected: °C; glass_transmission, glass_emissivity: the protective glass; humidity (0..1) and
-air_temperature (°C): the air. What is not given stays as the image has it. The copy's
+air_temperature (°C): the air; distance (m, (0, 10000]): the object's distance, which turns the
+air correction on (the air then absorbs and emits along it). What is not given stays as the image
+has it. The copy's
 temperatures, stored parameters, measurement results (spots, areas, statistics, min/max) and
 preview are computed anew by the camera's model. Needs the image's Planck constants when an
 object parameter changes.)")

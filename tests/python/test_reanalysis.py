@@ -2,6 +2,7 @@ import numpy as np
 import pytest
 
 import nordalib
+from conftest import nordacam
 from nordalib.values import OUT_OF_TOLERANCE, OVER_RANGE, UNDER_RANGE, VALID
 
 BORDERS = nordalib.MeasRangeBorders(tolerance_top=nordalib.Temperature(120.0),
@@ -64,6 +65,11 @@ def test_reanalysis_through_the_camera_model(demo_images, tmp_path):
     expected = p.B / np.log(p.R1 / (p.R2 * (own + p.O)) + p.F) - 273.15
     assert np.abs(other.temperatures - expected).max() <= 0.0051
     assert (other.emissivity, other.reflected) == (0.8, pytest.approx(30.0))
+    # behind a window transmitting 0.9 and emitting 0.1 at the reflected temperature
+    glass = rix.reanalyze(glass_transmission=0.9, glass_emissivity=0.1)
+    own = ((scene - 0.1 * S(r0)) / 0.9 - (1 - e0) * S(r0)) / e0
+    behind = p.B / np.log(p.R1 / (p.R2 * (own + p.O)) + p.F) - 273.15
+    assert np.abs(glass.temperatures - behind).max() <= 0.0051
     # its results are those of its own temperatures
     meta = other.metadata
     assert meta["MeasPoints.HotSpot.MeasPoint"] == nordalib.measure(other.raw).hot
@@ -86,6 +92,21 @@ def test_reanalysis_through_the_camera_model(demo_images, tmp_path):
     assert mixed.planck is None and np.array_equal(mixed.metadata["Radiometry.EmissivityMap"], emissivity)
     with pytest.raises(ValueError, match="Planck constants"):
         mixed.reanalyze(emissivity=0.9)  # one emissivity can not describe it any more
+
+
+def test_air_reanalysis_matches_the_command_line(demo_images, tmp_path):
+    rix = nordalib.Rix.load(demo_images[0])
+    assert rix.object_parameters["distance"] is None  # taken without the air correction
+    far = rix.reanalyze(distance=30.0, humidity=0.8, air_temperature=30.0)
+    csv = tmp_path / "far.csv"
+    nordacam("rix", "export", demo_images[0], "--csv", csv, "--distance", 30, "--air", 30, "--humidity", 80)
+    assert np.abs(far.temperatures - np.loadtxt(csv, delimiter=";")).max() <= 0.005
+    assert far.temperatures.max() > rix.temperatures.max() + 0.1  # warm objects behind humid air
+    kept = far.object_parameters
+    assert (kept["distance"], kept["humidity"], kept["air_temperature"]) == (
+        30.0, pytest.approx(0.8), pytest.approx(30.0))
+    with pytest.raises(ValueError, match=r"object distance \(0, 10000\] m"):
+        rix.reanalyze(distance=0.0)
 
 
 def test_humidity_reanalysis_and_surface_moisture(demo_images):

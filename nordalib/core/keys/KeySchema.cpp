@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <opencv2/core.hpp>
 
+#include <cmath>
 #include <unordered_map>
 
 namespace norda::vision {
@@ -50,6 +51,9 @@ constexpr KeyRange kAir{-45.0, 60.0, false, "the air temperature in °C"};
 constexpr KeyRange kHumidity{0.0, 1.0, false, "a relative humidity"};
 constexpr KeyRange kTransmission{0.0, 1.0, true, "a transmission"};
 constexpr KeyRange kGlassEmissivity{-1e-9, 0.999, true, "the glass emissivity"};
+constexpr KeyRange kDistance{0.0, 10000.0, true, "an object distance in m"};
+constexpr KeyRange kWindowTemperature{-50.0, 300.0, false, "a window temperature in °C"};
+constexpr KeyRange kWindowReflectance{-1e-9, 0.999, true, "a window reflectance"};
 constexpr bool Raw = true; // stamped into every raw frame
 
 template <typename T>
@@ -113,6 +117,13 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(Id::ProtectiveGlass::Attached, G::ObjectParameters, W::User, false, {}, Raw),
         key<float>(Id::ProtectiveGlass::Transmission, G::ObjectParameters, W::User, 0.92f, kTransmission, Raw),
         key<float>(Id::ProtectiveGlass::Emissivity, G::ObjectParameters, W::User, 0.05f, kGlassEmissivity, Raw),
+        key<float>(Id::ProtectiveGlass::Reflectance, G::ObjectParameters, W::User, 0.0f, kWindowReflectance, Raw),
+        key<bool>(Id::ProtectiveGlass::OwnTemperature, G::ObjectParameters, W::User, false, {}, Raw),
+        key<Temp>(Id::ProtectiveGlass::Temperature, G::ObjectParameters, W::User, celsius(20), kWindowTemperature, Raw),
+        key<bool>(Id::Environment::AirCorrection, G::ObjectParameters, W::User, false, {}, Raw),
+        key<float>(Id::Environment::Distance, G::ObjectParameters, W::User, 10.0f, kDistance, Raw),
+        key<bool>(Id::Environment::DistanceFromLaser, G::ObjectParameters, W::User, false, {}, Raw),
+        key<std::string>(Id::Environment::Material, G::ObjectParameters, W::User, std::string(), {}, Raw),
 
         key<Temp>(Id::Temperatures::Current::TBoardSens50, G::Device, W::Device, celsius(30), {}, Raw),
         key<float>(Id::Temperatures::Current::TBoardSlope, G::Device, W::Device, 0.0f, {}, Raw),
@@ -130,6 +141,10 @@ std::vector<KeySpec>* buildSchema() {
         key<bool>(Id::Gallery::Reanalysis::Active, G::Gallery, W::Host, false),
         key<float>(Id::Gallery::Reanalysis::Emissivity, G::Gallery, W::Host, 0.95f, kEmissivity),
         key<Temp>(Id::Gallery::Reanalysis::ReflectedTemperature, G::Gallery, W::Host, celsius(20), kReflected),
+        key<float>(Id::Gallery::Reanalysis::Distance, G::Gallery, W::Host, 0.0f, KeyRange{0.0, 10000.0, false, "a distance in m (0: as taken)"}),
+        key<bool>(Id::Gallery::Reanalysis::AirGiven, G::Gallery, W::Host, false),
+        key<Temp>(Id::Gallery::Reanalysis::AirTemperature, G::Gallery, W::Host, celsius(20), kAir),
+        key<Rel>(Id::Gallery::Reanalysis::Humidity, G::Gallery, W::Host, Rel(MarkedFloat(0.5f)), kHumidity),
 
         key<bool>(MP::HotSpot::Visible, G::Measurement, W::User, true),
         key<Point>(MP::HotSpot::Position, G::Measurement, W::User, Point(0, 0)),
@@ -153,7 +168,9 @@ std::vector<KeySpec>* buildSchema() {
         key<MeasPoint>(MP::P::MeasPoint, G::UserMarks, W::Library, point(X, Y)),                             \
         key<bool>(MP::P::LocalParameters, G::UserMarks, W::User, false),                                     \
         key<float>(MP::P::Emissivity, G::UserMarks, W::User, 0.95f, kEmissivity),                            \
-        key<Temp>(MP::P::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected)
+        key<Temp>(MP::P::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected),                  \
+        key<float>(MP::P::Distance, G::UserMarks, W::User, 10.0f, kDistance),                                 \
+        key<std::string>(MP::P::Material, G::UserMarks, W::User, std::string())
         NORDA_USER_POINT(MeasPoint1, 160, 120),
         NORDA_USER_POINT(MeasPoint2, 480, 120),
         NORDA_USER_POINT(MeasPoint3, 160, 360),
@@ -166,7 +183,9 @@ std::vector<KeySpec>* buildSchema() {
         key<MeasArea>(MA::A::MeasArea, G::UserMarks, W::Library, area(X, Y, WIDTH, HEIGHT)),                 \
         key<bool>(MA::A::LocalParameters, G::UserMarks, W::User, false),                                     \
         key<float>(MA::A::Emissivity, G::UserMarks, W::User, 0.95f, kEmissivity),                            \
-        key<Temp>(MA::A::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected)
+        key<Temp>(MA::A::ReflectedTemperature, G::UserMarks, W::User, celsius(20), kReflected),                  \
+        key<float>(MA::A::Distance, G::UserMarks, W::User, 10.0f, kDistance),                                 \
+        key<std::string>(MA::A::Material, G::UserMarks, W::User, std::string())
         NORDA_USER_AREA(UserArea1, 80, 60, 160, 120),
         NORDA_USER_AREA(UserArea2, 400, 60, 160, 120),
         NORDA_USER_AREA(UserArea3, 240, 300, 160, 120),
@@ -252,7 +271,8 @@ const std::string& noKey() {
     return none;
 }
 UserMark pointMark(int i, const std::string& visible, const std::string& position, const std::string& result,
-                   const std::string& local, const std::string& emissivity, const std::string& reflected) {
+                   const std::string& local, const std::string& emissivity, const std::string& reflected,
+                   const std::string& distance, const std::string& material) {
     return {fmt::format("MeasPoint{}", i),
             fmt::format("P{}", i),
             false,
@@ -262,10 +282,13 @@ UserMark pointMark(int i, const std::string& visible, const std::string& positio
             result,
             local,
             emissivity,
-            reflected};
+            reflected,
+            distance,
+            material};
 }
 UserMark areaMark(int i, const std::string& visible, const std::string& rect, const std::string& result,
-                  const std::string& local, const std::string& emissivity, const std::string& reflected) {
+                  const std::string& local, const std::string& emissivity, const std::string& reflected,
+                  const std::string& distance, const std::string& material) {
     return {fmt::format("UserArea{}", i),
             fmt::format("A{}", i),
             true,
@@ -275,7 +298,9 @@ UserMark areaMark(int i, const std::string& visible, const std::string& rect, co
             result,
             local,
             emissivity,
-            reflected};
+            reflected,
+            distance,
+            material};
 }
 
 } // namespace
@@ -300,6 +325,15 @@ const KeySpec* findKey(const std::string& name) {
     return it == index->end() ? nullptr : it->second;
 }
 
+std::string rangeText(const KeySpec& keySpec) {
+    if (!keySpec.range)
+        return {};
+    const KeyRange& r = *keySpec.range;
+    if (keySpec.type == typeid(Rel))
+        return fmt::format("{} must lie in [{}, {}] %", r.what, r.low * 100, r.high * 100);
+    return fmt::format("{} must lie in {}{}, {}]", r.what, r.lowOpen ? "(" : "[", r.low, r.high);
+}
+
 std::string rangeProblem(const KeySpec& keySpec, const Variant& value) {
     if (!keySpec.range)
         return {};
@@ -311,16 +345,15 @@ std::string rangeProblem(const KeySpec& keySpec, const Variant& value) {
         x = value.value<Temp>().celsius();
     else if (value.holds<Rel>()) {
         // A relation is shown in percent.
-        const float percent = value.value<Rel>().getValue().toFloat() * 100.0f;
+        const double percent = std::round(value.value<Rel>().getValue().toFloat() * 1e5) / 1e3;
         if (percent >= r.low * 100 && percent <= r.high * 100)
             return {};
-        return fmt::format("{} must lie in [{}, {}] % (got {} %)", r.what, r.low * 100, r.high * 100,
-                           percent);
+        return fmt::format("{} (got {} %)", rangeText(keySpec), percent);
     } else
         return {};
     if ((r.lowOpen ? x > r.low : x >= r.low) && x <= r.high)
         return {};
-    return fmt::format("{} must lie in {}{}, {}] (got {})", r.what, r.lowOpen ? "(" : "[", r.low, r.high, x);
+    return fmt::format("{} (got {})", rangeText(keySpec), x);
 }
 
 const char* groupName(KeyGroup group) {
@@ -371,11 +404,12 @@ const std::vector<UserMark>& userMarks() {
 #define NORDA_POINT(I)                                                                                       \
     pointMark(I, MP::MeasPoint##I::Visible, MP::MeasPoint##I::Position, MP::MeasPoint##I::MeasPoint,         \
               MP::MeasPoint##I::LocalParameters, MP::MeasPoint##I::Emissivity,                               \
-              MP::MeasPoint##I::ReflectedTemperature)
+              MP::MeasPoint##I::ReflectedTemperature, MP::MeasPoint##I::Distance,                            \
+              MP::MeasPoint##I::Material)
 #define NORDA_AREA(I)                                                                                        \
     areaMark(I, MA::UserArea##I::Visible, MA::UserArea##I::Rect, MA::UserArea##I::MeasArea,                  \
              MA::UserArea##I::LocalParameters, MA::UserArea##I::Emissivity,                                  \
-             MA::UserArea##I::ReflectedTemperature)
+             MA::UserArea##I::ReflectedTemperature, MA::UserArea##I::Distance, MA::UserArea##I::Material)
     static const auto* marks =
         new std::vector<UserMark>{NORDA_POINT(1), NORDA_POINT(2), NORDA_POINT(3), NORDA_POINT(4),
                                   NORDA_POINT(5), NORDA_AREA(1),  NORDA_AREA(2),  NORDA_AREA(3)};

@@ -67,6 +67,8 @@ const std::vector<KeySpec>& keySchema();
 const KeySpec* findKey(const std::string& name);
 // Why `value` is outside the key's range; empty when it is inside or the key has no range.
 std::string rangeProblem(const KeySpec& keySpec, const Variant& value);
+// "<what> must lie in <range>" of a key with a range (relations in %), empty without one.
+std::string rangeText(const KeySpec& keySpec);
 
 const char* groupName(KeyGroup group);
 const char* writerName(KeyWriter writer);
@@ -84,6 +86,8 @@ struct UserMark {
     const std::string& localParameters;
     const std::string& emissivity;
     const std::string& reflectedTemperature;
+    const std::string& distance;
+    const std::string& material; // std::string: the material whose emissivity the mark has, or empty
 };
 const std::vector<UserMark>& userMarks();
 

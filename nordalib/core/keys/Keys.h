@@ -97,6 +97,14 @@ inline const std::string& ReflectedTemperature =
 inline const std::string& Humidity = persistentKey("Environment.Humidity");                     // Relation
 inline const std::string& HumidityModeActive = persistentKey("Environment.HumidityModeActive"); // bool
 inline const std::string& Temperature = persistentKey("Environment.Temperature"); // Temperature (air)
+// The air between object and camera: with AirCorrection (bool) on, its transmission over Distance
+// (float, metres) at Temperature and Humidity enters the temperatures. With DistanceFromLaser
+// (bool) on, the laser's measured distance replaces Distance while its spot is found.
+inline const std::string& AirCorrection = persistentKey("Environment.AirCorrection");
+inline const std::string& Distance = persistentKey("Environment.Distance");
+inline const std::string& DistanceFromLaser = persistentKey("Environment.DistanceFromLaser");
+// The material whose emissivity EmissivityValue holds (std::string, empty when typed in by hand).
+inline const std::string& Material = persistentKey("Environment.Material");
 } // namespace Environment
 
 namespace Temperatures {
@@ -129,17 +137,30 @@ namespace ProtectiveGlass {
 inline const std::string& Attached = persistentKey("ProtectiveGlass.Attached");         // bool
 inline const std::string& Transmission = persistentKey("ProtectiveGlass.Transmission"); // float 0..1
 inline const std::string& Emissivity = persistentKey("ProtectiveGlass.Emissivity");     // float 0..1
+// float [0, 1): what the window reflects of the camera's side (Transmission + Emissivity +
+// Reflectance <= 1)
+inline const std::string& Reflectance = persistentKey("ProtectiveGlass.Reflectance");
+// With OwnTemperature (bool) on the window is at Temperature (Temperature); off, at the reflected
+// temperature.
+inline const std::string& OwnTemperature = persistentKey("ProtectiveGlass.OwnTemperature");
+inline const std::string& Temperature = persistentKey("ProtectiveGlass.Temperature");
 } // namespace ProtectiveGlass
 
 namespace Gallery {
 inline const std::string& ForceUpdate = persistentKey("Gallery.ForceUpdate");       // bool
 inline const std::string& ActiveFilename = persistentKey("Gallery.ActiveFilename"); // std::string
 // Re-analysis of the shown image: with Active (bool) true its temperatures are recomputed for
-// Emissivity (float, (0, 1]) and ReflectedTemperature (Temperature) instead of the stored ones.
+// Emissivity (float, (0, 1]) and ReflectedTemperature (Temperature) instead of the stored ones,
+// and for Distance (float, metres; 0: as taken) through the air at AirTemperature (Temperature)
+// and Humidity (Relation), when AirGiven (bool), else the air the image was taken in.
 namespace Reanalysis {
 inline const std::string& Active = persistentKey("Gallery.Reanalysis.Active");
 inline const std::string& Emissivity = persistentKey("Gallery.Reanalysis.Emissivity");
 inline const std::string& ReflectedTemperature = persistentKey("Gallery.Reanalysis.ReflectedTemperature");
+inline const std::string& Distance = persistentKey("Gallery.Reanalysis.Distance");
+inline const std::string& AirGiven = persistentKey("Gallery.Reanalysis.AirGiven");
+inline const std::string& AirTemperature = persistentKey("Gallery.Reanalysis.AirTemperature");
+inline const std::string& Humidity = persistentKey("Gallery.Reanalysis.Humidity");
 } // namespace Reanalysis
 } // namespace Gallery
 
@@ -164,14 +185,17 @@ NORDA_MEASPOINT_KEYS(DeltaT1)
 NORDA_MEASPOINT_KEYS(DeltaT2)
 #undef NORDA_MEASPOINT_KEYS
 // Local object parameters of a user point: <Point>::LocalParameters (bool: the point's value is
-// computed with its own emissivity and reflected temperature instead of the image's),
-// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
+// computed with its own emissivity, reflected temperature and distance instead of the image's),
+// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature), ::Distance (float, metres;
+// used while the image's air correction is on), ::Material (std::string, the emissivity's material).
 #define NORDA_LOCAL_PARAMETER_KEYS(P)                                                                        \
     namespace P {                                                                                            \
     inline const std::string& LocalParameters = persistentKey("MeasPoints." #P ".LocalParameters");          \
     inline const std::string& Emissivity = persistentKey("MeasPoints." #P ".Emissivity");                    \
     inline const std::string& ReflectedTemperature =                                                         \
         persistentKey("MeasPoints." #P ".ReflectedTemperature");                                             \
+    inline const std::string& Distance = persistentKey("MeasPoints." #P ".Distance");                        \
+    inline const std::string& Material = persistentKey("MeasPoints." #P ".Material");                        \
     }
 NORDA_LOCAL_PARAMETER_KEYS(MeasPoint1)
 NORDA_LOCAL_PARAMETER_KEYS(MeasPoint2)
@@ -202,7 +226,8 @@ inline const std::string& Rect = persistentKey("MeasAreas.CenterArea.Rect");    
 } // namespace CenterArea
 // User measurement areas: <Area>::Visible (bool), ::Rect (cv::Rect_<int>, image pixels), ::MeasArea
 // (MeasArea, result), and local object parameters as for user points: ::LocalParameters (bool),
-// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature).
+// ::Emissivity (float, (0, 1]), ::ReflectedTemperature (Temperature), ::Distance (float, metres),
+// ::Material (std::string).
 #define NORDA_USERAREA_KEYS(A)                                                                               \
     namespace A {                                                                                            \
     inline const std::string& Visible = persistentKey("MeasAreas." #A ".Visible");                           \
@@ -211,6 +236,8 @@ inline const std::string& Rect = persistentKey("MeasAreas.CenterArea.Rect");    
     inline const std::string& LocalParameters = persistentKey("MeasAreas." #A ".LocalParameters");           \
     inline const std::string& Emissivity = persistentKey("MeasAreas." #A ".Emissivity");                     \
     inline const std::string& ReflectedTemperature = persistentKey("MeasAreas." #A ".ReflectedTemperature"); \
+    inline const std::string& Distance = persistentKey("MeasAreas." #A ".Distance");                         \
+    inline const std::string& Material = persistentKey("MeasAreas." #A ".Material");                         \
     }
 NORDA_USERAREA_KEYS(UserArea1)
 NORDA_USERAREA_KEYS(UserArea2)

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 
 namespace norda::vision {
 
@@ -30,17 +31,9 @@ bool LocalParameterConversion::setFrame(const exp::DataStorage<std::string>& met
         m_model.reset();
         return false;
     }
-    ObjectParameters global;
+    ObjectParameters global = ObjectParameterKeys::read(meta);
     global.emissivity = emissivity;
     global.reflectedK = reflected.kelvin();
-    bool glass = false;
-    float tau = 1.0f, emisPg = 0.0f;
-    if (read(meta, Id::ProtectiveGlass::Attached, glass) && glass &&
-        read(meta, Id::ProtectiveGlass::Transmission, tau) &&
-        read(meta, Id::ProtectiveGlass::Emissivity, emisPg)) {
-        global.tauPg = tau;
-        global.emisPg = emisPg;
-    }
     try {
         global.validate();
     } catch (const std::exception&) {
@@ -56,10 +49,13 @@ bool LocalParameterConversion::setFrame(const exp::DataStorage<std::string>& met
     return true;
 }
 
-ObjectParameters LocalParameterConversion::local(double emissivity, double reflectedK) const {
+ObjectParameters LocalParameterConversion::local(double emissivity, double reflectedK,
+                                                 double distanceM) const {
     ObjectParameters p = m_global;
     p.emissivity = emissivity;
     p.reflectedK = reflectedK;
+    if (p.distanceM > 0.0) // the frame's air correction is on: the mark's own path through its air
+        p.distanceM = distanceM;
     p.validate();
     return p;
 }
@@ -69,7 +65,7 @@ uint16_t LocalParameterConversion::pixel(uint16_t raw, const ObjectParameters& l
 }
 
 const cv::Mat_<uint16_t>& LocalParameterConversion::table(const ObjectParameters& local) {
-    const auto key = std::make_pair(local.emissivity, local.reflectedK);
+    const auto key = std::make_tuple(local.emissivity, local.reflectedK, local.distanceM);
     auto it = m_tables.find(key);
     if (it != m_tables.end())
         return it->second;

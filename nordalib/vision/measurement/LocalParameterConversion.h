@@ -1,11 +1,11 @@
 #pragma once
-// LocalParameterConversion: temperatures of one spot or area computed with its own emissivity and
-// reflected temperature while the image keeps the global ones.
+// LocalParameterConversion: temperatures of one spot or area computed with its own emissivity,
+// reflected temperature and distance while the image keeps the global ones.
 //
 // The frame's temperatures were computed with the frame's object parameters (metadata
-// Environment.EmissivityValue, Environment.ReflectedTemperature, ProtectiveGlass.*) in the range
+// Environment.*, ProtectiveGlass.*, read by ObjectParameterKeys) in the range
 // whose Planck constants it carries (Radiometry.Planck). Reanalysis converts a temperature from
-// those parameters to the local ones; the protective glass stays as the frame had it. Areas
+// those parameters to the local ones; the air and the glass stay as the frame had them. Areas
 // convert every pixel through a 65536-entry table, kept per set of local parameters until the
 // frame's constants or parameters change.
 
@@ -17,6 +17,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace norda::vision {
@@ -29,9 +30,11 @@ public:
     bool available() const { return m_model.has_value(); }
     const ObjectParameters& frameParameters() const { return m_global; }
 
-    // The frame's parameters with another emissivity and reflected temperature (kelvin); throws
-    // norda::Exception naming the parameter when they are out of range.
-    ObjectParameters local(double emissivity, double reflectedK) const;
+    // The frame's parameters with another emissivity, reflected temperature (kelvin) and distance;
+    // throws norda::Exception naming the parameter when they are out of range. The distance counts
+    // only when the frame was taken with the air correction on (its own distance above 0);
+    // otherwise the mark, like the frame, has no air path.
+    ObjectParameters local(double emissivity, double reflectedK, double distanceM) const;
 
     // One encoded pixel under `local` (requires available()).
     uint16_t pixel(uint16_t raw, const ObjectParameters& local) const;
@@ -42,7 +45,7 @@ private:
     std::optional<Reanalysis> m_model;
     ObjectParameters m_global;
     std::vector<double> m_planck;
-    std::map<std::pair<double, double>, cv::Mat_<uint16_t>> m_tables;
+    std::map<std::tuple<double, double, double>, cv::Mat_<uint16_t>> m_tables;
 };
 
 } // namespace norda::vision

@@ -51,9 +51,12 @@ std::string localNote(const ValueLookup& values, const std::string& prefix) {
         return {};
     Temp reflected;
     get(values, prefix + ".ReflectedTemperature", reflected);
-    return fmt::format("e {:.2f} Tr {:.1f}\xC2\xB0"
-                       "C",
-                       getOr(values, prefix + ".Emissivity", 0.0f), reflected.celsius());
+    std::string note = fmt::format("e {:.2f} Tr {:.1f}\xC2\xB0"
+                                   "C",
+                                   getOr(values, prefix + ".Emissivity", 0.0f), reflected.celsius());
+    if (getOr(values, Id::Environment::AirCorrection, false)) // the local distance counts only then
+        note += fmt::format(" d {:.1f} m", getOr(values, prefix + ".Distance", 0.0f));
+    return note;
 }
 
 // The value a result shows: a point's value or an area's mean.
@@ -106,13 +109,15 @@ const std::vector<std::string>& overlayKeys() {
                                       Id::Environment::EmissivityValue,
                                       Id::Environment::HumidityModeActive,
                                       Id::Environment::Temperature,
-                                      Id::Environment::Humidity};
+                                      Id::Environment::Humidity,
+                                      Id::Environment::AirCorrection,
+                                      Id::Environment::Distance};
         for (const char* p : {"HotSpot", "ColdSpot", "CenterSpot", "LaserSpot", "DeltaT1", "DeltaT2"})
             for (const char* item : {"Visible", "MeasPoint"})
                 k.push_back(fmt::format("MeasPoints.{}.{}", p, item));
         for (const auto& m : userMarks())
-            for (const std::string* key :
-                 {&m.visible, &m.result, &m.localParameters, &m.emissivity, &m.reflectedTemperature})
+            for (const std::string* key : {&m.visible, &m.result, &m.localParameters, &m.emissivity,
+                                           &m.reflectedTemperature, &m.distance})
                 k.push_back(*key);
         return k;
     }());
@@ -223,7 +228,11 @@ OverlayContent overlayContent(const ValueLookup& values, cv::Size imageSize, con
     c.status = fmt::format("e {:.2f}  Tr {:.1f}\xC2\xB0"
                            "C",
                            getOr(values, Id::Environment::EmissivityValue, 0.0f), reflected.celsius());
-    if (getOr(values, Id::Environment::HumidityModeActive, false)) {
+    // With the air correction on, the path it corrected for; the air beside it as in humidity mode.
+    const bool airPath = getOr(values, Id::Environment::AirCorrection, false);
+    if (airPath)
+        c.status += fmt::format("  d {:.1f} m", getOr(values, Id::Environment::Distance, 0.0f));
+    if (airPath || getOr(values, Id::Environment::HumidityModeActive, false)) {
         Temp air;
         Rel humidity;
         get(values, Id::Environment::Temperature, air);

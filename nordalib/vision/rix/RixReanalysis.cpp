@@ -4,6 +4,7 @@
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/imgproc/ColorPaletteConverter.h"
 #include "nordalib/vision/imgproc/Palettes.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 #include "nordalib/vision/rix/RixMeasurements.h"
 
 namespace norda::vision {
@@ -68,17 +69,29 @@ void recolourPreview(Rix& rix) {
 } // namespace
 
 ObjectParameters RixReanalysis::storedParameters(const Rix& rix) {
-    ObjectParameters p;
+    ObjectParameters p =
+        ObjectParameterKeys::read([&rix](const std::string& key) { return rix.getGeneric(key); });
     p.emissivity = rix.getEmissivityOriginal();
     p.reflectedK = rix.getReflectedTempOriginal().kelvin();
-    bool glass = false;
-    float tau = 1.0f, emis = 0.0f;
-    if (generic(rix, Id::ProtectiveGlass::Attached, glass) && glass &&
-        generic(rix, Id::ProtectiveGlass::Transmission, tau) &&
-        generic(rix, Id::ProtectiveGlass::Emissivity, emis)) {
-        p.tauPg = tau;
-        p.emisPg = emis;
+    return p;
+}
+
+ObjectParameters RixReanalysis::parametersFor(const Rix& rix, const Changes& changes) {
+    ObjectParameters p = storedParameters(rix);
+    p.emissivity = changes.emissivity.value_or(p.emissivity);
+    p.reflectedK = changes.reflectedK.value_or(p.reflectedK);
+    p.airK = changes.airK.value_or(p.airK);
+    p.humidityPercent = changes.humidityPercent.value_or(p.humidityPercent);
+    p.tauPg = changes.tauPg.value_or(p.tauPg);
+    p.emisPg = changes.emisPg.value_or(p.emisPg);
+    if (changes.distanceM) {
+        if (!(*changes.distanceM > 0.0 && *changes.distanceM <= 10000.0))
+            NORDA_THROW("object distance (0, 10000] m " + std::to_string(*changes.distanceM) +
+                            " is out of range",
+                        "norda::vision::RixReanalysis::parametersFor");
+        p.distanceM = *changes.distanceM;
     }
+    p.validate();
     return p;
 }
 
@@ -120,12 +133,12 @@ Rix RixReanalysis::reanalysed(const Rix& rix, const ObjectParameters& to, const 
             out.setGeneric(Id::Environment::EmissivityValue, makeVariant(e));
         if (out.getGeneric(Id::Environment::ReflectedTemperature))
             out.setGeneric(Id::Environment::ReflectedTemperature, makeVariant(reflected));
-        if (to.tauPg != from.tauPg || to.emisPg != from.emisPg) {
-            const bool glass = to.tauPg != 1.0 || to.emisPg != 0.0;
-            out.setGeneric(Id::ProtectiveGlass::Attached, makeVariant(glass));
-            out.setGeneric(Id::ProtectiveGlass::Transmission, makeVariant(static_cast<float>(to.tauPg)));
-            out.setGeneric(Id::ProtectiveGlass::Emissivity, makeVariant(static_cast<float>(to.emisPg)));
-        }
+        ObjectParameters window = to, fromWindow = from;
+        window.emissivity = fromWindow.emissivity = 1.0;
+        window.reflectedK = fromWindow.reflectedK = 0.0;
+        if (window != fromWindow)
+            ObjectParameterKeys::writeAirAndWindow(
+                to, [&out](const std::string& key, std::shared_ptr<Variant> v) { out.setGeneric(key, v); });
     }
     if (air) {
         out.setGeneric(Id::Environment::Humidity, makeVariant(air->humidity));

@@ -3,7 +3,8 @@
 //
 // A saved image carries what the re-analysis needs: the emissivity and reflected temperature it was
 // taken with (EMIS, REFT), the protective glass settings and the Planck constants of its range
-// (generic entries ProtectiveGlass.* and Radiometry.Planck, saved by the image writer when the
+// (generic entries ProtectiveGlass.*, Environment.* read by ObjectParameterKeys, and
+// Radiometry.Planck, saved by the image writer when the
 // host lists them). Reanalysis.h explains the model.
 
 #include "nordalib/vision/measurement/MeasurementResults.h"
@@ -19,6 +20,16 @@ public:
     // The parameters the stored temperatures were computed with. Without glass entries the image
     // was taken without glass.
     static ObjectParameters storedParameters(const Rix& rix);
+
+    // What a re-analysis changes; unset: as the image was taken. A distance turns the air
+    // correction on.
+    struct Changes {
+        std::optional<double> emissivity, reflectedK, distanceM, airK, humidityPercent, tauPg, emisPg;
+    };
+    // The stored parameters with `changes`, checked: norda::Exception naming the first parameter
+    // out of its range (a distance of 0 among them: it would mean "no air", not a path). The one
+    // place every re-analysis (CLI, gallery, image reader, Python) gets its parameters from.
+    static ObjectParameters parametersFor(const Rix& rix, const Changes& changes);
     // The Planck constants saved with the image; throws norda::Exception when the image has none
     // (re-analysis without them would be a guess).
     static PlanckConstants planckConstants(const Rix& rix);

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/datatypes/Quantity.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 #include "nordalib/vision/rix/Rix.h"
 #include "nordalib/vision/rix/RixReanalysis.h"
 
@@ -128,6 +129,25 @@ void ImageReadElement::load(const std::string& name) {
     m_loaded = std::move(loaded);
 }
 
+vision::RixReanalysis::Changes ImageReadElement::requestedChanges(const DataProxy<std::string>& store) {
+    vision::RixReanalysis::Changes changes;
+    changes.emissivity = store.getValue<float>(Id::Gallery::Reanalysis::Emissivity);
+    changes.reflectedK =
+        store.getValue<quantity::Temperature<MarkedFloat>>(Id::Gallery::Reanalysis::ReflectedTemperature)
+            .kelvin();
+    if (const float d = store.getValue<float>(Id::Gallery::Reanalysis::Distance); d > 0.0f)
+        changes.distanceM = d;
+    if (store.contains(Id::Gallery::Reanalysis::AirGiven) &&
+        store.getValue<bool>(Id::Gallery::Reanalysis::AirGiven)) {
+        changes.airK =
+            store.getValue<quantity::Temperature<MarkedFloat>>(Id::Gallery::Reanalysis::AirTemperature)
+                .kelvin();
+        changes.humidityPercent =
+            store.getValue<quantity::Relation<MarkedFloat>>(Id::Gallery::Reanalysis::Humidity).percent();
+    }
+    return changes;
+}
+
 // With re-analysis on, the temperatures become those of the other object parameters and the frame
 // says so; an image that can not be re-analysed (no Planck constants) is shown as stored.
 void ImageReadElement::reanalyse(const vision::Rix& rix, Loaded& loaded) {
@@ -136,15 +156,14 @@ void ImageReadElement::reanalyse(const vision::Rix& rix, Loaded& loaded) {
         !m_pDataProxy->getValue<bool>(Id::Gallery::Reanalysis::Active) || rix.isSuperResolutionFile())
         return;
     try {
-        vision::ObjectParameters to = vision::RixReanalysis::storedParameters(rix);
-        to.emissivity = m_pDataProxy->getValue<float>(Id::Gallery::Reanalysis::Emissivity);
-        const auto reflected =
-            m_pDataProxy->getValue<Temperature>(Id::Gallery::Reanalysis::ReflectedTemperature);
-        to.reflectedK = reflected.kelvin();
-        to.validate();
+        const auto to = vision::RixReanalysis::parametersFor(rix, requestedChanges(*m_pDataProxy));
+        const Temperature reflected(MarkedFloat(static_cast<float>(to.reflectedK - 273.15)));
         loaded.radiometric = vision::RixReanalysis::temperatures(rix, to);
         loaded.metaData.setValue(Id::Environment::EmissivityValue, static_cast<float>(to.emissivity));
         loaded.metaData.setValue(Id::Environment::ReflectedTemperature, reflected);
+        vision::ObjectParameterKeys::writeAirAndWindow(
+            to,
+            [&loaded](const std::string& key, std::shared_ptr<Variant> v) { loaded.metaData.set(key, v); });
     } catch (const std::exception& e) {
         m_logger->log(LogLevel::error, "Could not re-analyse stored image: {}", e.what());
     }

@@ -17,6 +17,7 @@
 
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/logging/Logger.h"
+#include "nordalib/vision/rix/RixReanalysis.h"
 #include "nordalib/vision/streaming/StreamingElement.h"
 
 #include <opencv2/core.hpp>
@@ -43,6 +44,9 @@ public:
     ~ImageReadElement() override;
 
     bool process(FrameMap& inputs, FrameMap& outputs) override;
+
+    // What the gallery's re-analysis (Id::Gallery::Reanalysis::*) asks of the shown image.
+    static vision::RixReanalysis::Changes requestedChanges(const DataProxy<std::string>& store);
 
     // The file currently delivered ("" when none).
     std::string getLoadedFilename() const { return m_loaded ? m_loaded->name : std::string(); }

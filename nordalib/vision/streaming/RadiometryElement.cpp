@@ -1,6 +1,7 @@
 #include "nordalib/vision/streaming/RadiometryElement.h"
 
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/ObjectParameterKeys.h"
 #include "nordalib/vision/radiometry/RadiometryTypeA.h"
 #include "nordalib/vision/radiometry/RadiometryTypeB.h"
 
@@ -167,6 +168,24 @@ void RadiometryElement::setMetaData(DataStorage<std::string>& meta) {
         m_model->setData(RadiometryId::TauPg, makeVariant(1.0f));
         m_model->setData(RadiometryId::EmisPg, makeVariant(0.0f));
     }
+    useLaserDistance(meta);
+    if (m_model) // the table is rebuilt only when these differ from the last frame's
+        m_model->setAirPath(vision::ObjectParameterKeys::read(meta));
+}
+
+// While the laser's spot is found its measured distance is the object's; the frame keeps the
+// distance used, so that a saved image is re-analysed from it.
+void RadiometryElement::useLaserDistance(DataStorage<std::string>& meta) const {
+    auto flag = [&meta](const std::string& key) {
+        auto v = meta.getVariant(key);
+        return v && v->holds<bool>() && v->value<bool>();
+    };
+    if (!flag(Id::Environment::AirCorrection) || !flag(Id::Environment::DistanceFromLaser) ||
+        m_dataProxy->getValue<std::string>(Id::Laser::Status) != "Found")
+        return;
+    const float d = m_dataProxy->getValue<float>(Id::Laser::Distance);
+    if (d > 0.0f && d <= 10000.0f)
+        meta.setValue(Id::Environment::Distance, d);
 }
 
 } // namespace norda::exp::streaming

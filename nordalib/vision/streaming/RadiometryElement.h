@@ -9,7 +9,9 @@
 // Each episode of trouble logs one message, its end one more.
 //
 // Keys: Id::Streaming::UpdateValues (observed), Id::IrImage::Cols/Rows and
-// Id::DeviceFeatures::FastFrameAvailable (read on load); frame metadata as in setMetaData().
+// Id::DeviceFeatures::FastFrameAvailable (read on load), Id::Laser::Status/Distance (read per frame
+// with the distance from the laser on); frame metadata as in setMetaData(), the air and window
+// through ObjectParameterKeys.
 
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/vision/radiometry/RadiometricCamType.h"
@@ -33,6 +35,7 @@ public:
 private:
     void loadRadiometry();
     void setMetaData(DataStorage<std::string>& metaData);
+    void useLaserDistance(DataStorage<std::string>& metaData) const;
     void emitDummy(const cv::Mat& input, DataStorage<std::string>&& metaData, FrameMap& outputs);
 
     std::unique_ptr<vision::RadiometryBase> m_model;

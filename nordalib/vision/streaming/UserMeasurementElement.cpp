@@ -75,11 +75,13 @@ bool UserMeasurementElement::process(FrameMap& inputs, FrameMap& outputs) {
 UserMeasurementElement::Local UserMeasurementElement::localParameters(Context& c, const std::string& name,
                                                                       const std::string& onKey,
                                                                       const std::string& emissivityKey,
-                                                                      const std::string& reflectedKey) {
+                                                                      const std::string& reflectedKey,
+                                                                      const std::string& distanceKey) {
     auto& s = *m_pDataProxy;
     c.stamp(s, onKey);
     c.stamp(s, emissivityKey);
     c.stamp(s, reflectedKey);
+    c.stamp(s, distanceKey);
     if (!s.getValue<bool>(onKey))
         return {};
     if (!m_conversion.available()) {
@@ -89,7 +91,8 @@ UserMeasurementElement::Local UserMeasurementElement::localParameters(Context& c
     }
     try {
         auto p = m_conversion.local(s.getValue<float>(emissivityKey),
-                                    s.getValue<Temperature>(reflectedKey).kelvin());
+                                    s.getValue<Temperature>(reflectedKey).kelvin(),
+                                    s.getValue<float>(distanceKey));
         clearWarning(name);
         return {p, false};
     } catch (const std::exception& e) {
@@ -125,7 +128,8 @@ void UserMeasurementElement::measurePoints(Context& c) {
         const std::string& name = p.name;
         c.stamp(s, p.visible);
         c.stamp(s, p.position);
-        const auto local = localParameters(c, name, p.localParameters, p.emissivity, p.reflectedTemperature);
+        const auto local =
+            localParameters(c, name, p.localParameters, p.emissivity, p.reflectedTemperature, p.distance);
         if (!s.getValue<bool>(p.visible))
             continue;
         const auto position = s.getValue<cv::Point_<int>>(p.position);
@@ -144,7 +148,8 @@ void UserMeasurementElement::measureAreas(Context& c) {
         const std::string& name = a.name;
         c.stamp(s, a.visible);
         c.stamp(s, a.rect);
-        const auto local = localParameters(c, name, a.localParameters, a.emissivity, a.reflectedTemperature);
+        const auto local =
+            localParameters(c, name, a.localParameters, a.emissivity, a.reflectedTemperature, a.distance);
         if (!s.getValue<bool>(a.visible))
             continue;
         const cv::Rect rect = s.getValue<cv::Rect_<int>>(a.rect) & cv::Rect(0, 0, c.img.cols, c.img.rows);

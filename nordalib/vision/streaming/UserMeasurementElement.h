@@ -1,7 +1,7 @@
 #pragma once
 // UserMeasurementElement: the user's own measurements of a temperature frame: the five user
 // points, the three user areas and the delta-T between two results, each point or area optionally
-// with its own emissivity and reflected temperature (local parameters) while the rest of the image
+// with its own emissivity, reflected temperature and distance (local parameters) while the rest of the image
 // keeps the frame's.
 //
 // Runs after the min/max extraction on STREAMING_DATATYPE_RAD_CONST (in place). Values carry the
@@ -57,7 +57,8 @@ private:
     MeasPoint measurePoint(Context& c, const std::string& name, cv::Point at, unsigned short raw,
                            const Local& local);
     Local localParameters(Context& c, const std::string& name, const std::string& onKey,
-                          const std::string& emissivityKey, const std::string& reflectedKey);
+                          const std::string& emissivityKey, const std::string& reflectedKey,
+                          const std::string& distanceKey);
     void measurePoints(Context& c);
     void measureAreas(Context& c);
     void measureDeltaT(Context& c);

@@ -182,6 +182,33 @@ TEST(NordacamServer, RequestsAreAnsweredWithoutAConnection) {
     EXPECT_EQ(emissivity["range"]["lowOpen"], true);
     EXPECT_EQ(emissivity["default"], 0.95);
 
+    // Materials: the user's file beside the settings overrides the library's value; chosen by name
+    // for the image or one mark; an unknown name or an unusable file is an error naming it.
+    camera.settings().setPath(dir.file("settings.json"));
+    std::ofstream(dir.file("materials.txt")) << "brick, red; 0.91; measured on site\n";
+    const auto list = nlohmann::json::parse(ask("GET", "/api/materials").body)["materials"];
+    EXPECT_TRUE(std::any_of(list.begin(), list.end(), [](const nlohmann::json& m) {
+        return m["name"] == "brick, red" && m["emissivity"] == 0.91 && m["source"] == "measured on site";
+    }));
+    EXPECT_EQ(ask("POST", "/api/material", R"({"name": "Brick, Red"})").status, 200);
+    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::Environment::EmissivityValue), 0.91f);
+    EXPECT_EQ(ask("POST", "/api/material", R"({"name": "water", "mark": "UserArea2"})").status, 200);
+    EXPECT_FLOAT_EQ(camera.store().getValue<float>(Id::MeasAreas::UserArea2::Emissivity), 0.96f);
+    EXPECT_TRUE(camera.store().getValue<bool>(Id::MeasAreas::UserArea2::LocalParameters));
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::MeasAreas::UserArea2::Material), "water");
+    // The image's material stays while its emissivity does; typed in by hand, it is forgotten.
+    camera.settings().apply({{Id::Environment::EmissivityValue, 0.91}}, "test");
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::Environment::Material), "brick, red");
+    camera.settings().apply({{Id::Environment::EmissivityValue, 0.9}}, "test");
+    EXPECT_EQ(camera.store().getValue<std::string>(Id::Environment::Material), "");
+    const auto unknown = ask("POST", "/api/material", R"({"name": "unobtainium"})");
+    EXPECT_EQ(unknown.status, 404);
+    EXPECT_NE(nlohmann::json::parse(unknown.body)["error"].get<std::string>().find(
+                  "unknown material \"unobtainium\""),
+              std::string::npos);
+    std::ofstream(dir.file("materials.txt")) << "brick, red; 1.5; measured\n";
+    EXPECT_EQ(ask("GET", "/api/materials").status, 422);
+
     // A file a command writes is a plain name inside the output folder, as on every other route.
     const std::string start = "/api/commands/" + kRecorderName + "/Start";
     const std::string rest = R"(, 1, {"type": "u16", "value": 0}, {"type": "bool", "value": false}])";
@@ -346,6 +373,10 @@ TEST(NordacamServer, BrowserDrivesTheThermographersPage) {
     EXPECT_TRUE(
         page.waitFor("document.getElementById('msg').textContent.includes('Environment.EmissivityValue')"));
     EXPECT_FLOAT_EQ(api("/api/settings/Environment.EmissivityValue")["value"].get<float>(), 0.9f);
+    ASSERT_TRUE(page.waitFor("document.getElementById('material').options.length > 0"));
+    page.click("#useMaterial"); // the table's first material, its name shown and kept
+    ASSERT_TRUE(page.waitFor("document.getElementById('matname').textContent === 'aluminium, anodised'"));
+    EXPECT_EQ(api("/api/settings/Environment.Material")["value"], "aluminium, anodised");
 
     // The image is shown 640 x 480 at its own scale; gestures are given from its centre.
     page.click("#toolmode option[value=point]");

@@ -1,5 +1,6 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/Settings.h"
+#include "apps/nordacam/HostChecks.h"
 #include "apps/nordacam/MeasRangeFollower.h"
 
 #include "nordalib/core/datatypes/Quantity.h"
@@ -81,8 +82,8 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
     const std::pair<std::string, std::string> refused[] = {
         {"No.Such.Key=1", "unknown setting No.Such.Key"},
         {"Environment.EmissivityValue", "--set Environment.EmissivityValue: expected KEY=VALUE"},
-        {"Environment.EmissivityValue=high",
-         "setting Environment.EmissivityValue: \"high\" is not a valid float"},
+        {"Environment.EmissivityValue=high", "setting Environment.EmissivityValue: \"high\" is not a valid "
+                                             "float (an emissivity must lie in (0, 1])"},
         {"Miscellaneous.ImageCounter=-1",
          "setting Miscellaneous.ImageCounter: -1 is out of range for unsigned int"},
         {"Miscellaneous.ImageCounter=4294967296",
@@ -111,6 +112,39 @@ TEST(NordacamSettings, ValuesFollowTheKeysTypeAndRejectBadInput) {
               }),
               "request: setting Scaling.Mode: not a mode");
     EXPECT_EQ(s.store.getValue<std::string>(Id::Scaling::Mode), "Manual");
+}
+
+// Distance, humidity and window: refused with the accepted range, the previous value kept; the
+// window's energy balance is weighed with the values of the same request.
+TEST(NordacamSettings, AirAndWindowParametersAreRefusedOutsideTheirRanges) {
+    Store s;
+    addHostChecks(s.settings, s.store);
+    s.settings.applyAssignment("Environment.Distance=30");
+    const std::pair<std::string, std::string> refused[] = {
+        {"Environment.Distance=0", "an object distance in m must lie in (0, 10000] (got 0)"},
+        {"Environment.Distance=-5", "an object distance in m must lie in (0, 10000] (got -5)"},
+        {"Environment.Distance=nan",
+         "Distance: \"nan\" is not a valid float (an object distance in m must lie in (0, 10000])"},
+        {"Environment.Distance=10001", "an object distance in m must lie in (0, 10000] (got 10001)"},
+        {"Environment.Humidity=101%", "a relative humidity must lie in [0, 100] % (got 101 %)"},
+        {"ProtectiveGlass.Transmission=0", "a transmission must lie in (0, 1] (got 0)"},
+        {"ProtectiveGlass.Reflectance=0.1",
+         "the window's transmission 0.92 + emissivity 0.05 + reflectance 0.1 = 1.070 must not exceed 1"},
+    };
+    for (const auto& [assignment, error] : refused)
+        EXPECT_NE(errorOf([&] { s.settings.applyAssignment(assignment); }).find(error), std::string::npos)
+            << assignment << ": " << errorOf([&] { s.settings.applyAssignment(assignment); });
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::Environment::Distance), 30.0f);
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::ProtectiveGlass::Reflectance), 0.0f);
+    s.settings.apply(json{{"ProtectiveGlass.Reflectance", 0.1}, {"ProtectiveGlass.Transmission", 0.85}},
+                     "request");
+    EXPECT_FLOAT_EQ(s.store.getValue<float>(Id::ProtectiveGlass::Reflectance), 0.1f);
+    EXPECT_EQ(
+        errorOf([&] {
+            s.settings.apply(json{{"ProtectiveGlass.Emissivity", 0.1}}, "request");
+        }),
+        "request: setting ProtectiveGlass.Emissivity: the window's transmission 0.85 + emissivity 0.1 + "
+        "reflectance 0.1 = 1.050 must not exceed 1");
 }
 
 TEST(NordacamSettings, FileIsAppliedAllOrNothingAndSavedAtomically) {

@@ -82,6 +82,21 @@ TEST(NordacamTools, SavedImageIsDescribedAndExportedLosslessly) {
         ASSERT_EQ(back.type(), CV_16UC1) << name;
         EXPECT_EQ(cv::norm(back, rix.getRadiometricImage(), cv::NORM_INF), 0.0) << name;
     }
+    // Re-analysed for an air path (its temperatures against Python's: test_reanalysis.py), the air
+    // named; a distance of zero is refused naming it.
+    ReanalysisRequest far;
+    far.distanceM = 30.0f;
+    far.airC = 30.0f;
+    far.humidityPercent = 80.0f;
+    ASSERT_EQ(rixExport(file, ExportFormat::Png, dir.file("far.png"), log, far), 0);
+    EXPECT_NE(log.str().find("air: 30.0 m at 30.0 °C, 80 % (taken with no air correction)"),
+              std::string::npos)
+        << log.str();
+    far.distanceM = 0.0f;
+    EXPECT_NE(norda::test::messageOf([&] {
+                  rixExport(file, ExportFormat::Png, dir.file("bad.png"), log, far);
+              }).find("object distance (0, 10000] m 0.0"),
+              std::string::npos);
     const cv::Mat preview = cv::imread(dir.file("t-preview.png")); // B, G, R as the file holds it
     ASSERT_EQ(preview.size(), rix.getPreviewImageRgb().size());
     const cv::Vec3b shown = rix.getPreviewImageRgb()(0, 0);

@@ -137,6 +137,15 @@ TEST(ObjectSignal, InverseWithAirAndWindowMatchesHandForward) {
         cv::Mat_<short> raw(1, 1, s);
         EXPECT_NEAR(model.processFrame(raw)(0, 0), inversePlanck(rp, object) * 100.0, 0.51) << objectK;
     }
+    // Frames under the same path reuse the table; another distance builds one more.
+    EXPECT_EQ(model.tableBuilds(), 1u);
+    auto farther = p;
+    farther.distanceM += 1.0;
+    model.setAirPath(farther);
+    cv::Mat_<short> raw(1, 1, short(0));
+    model.processFrame(raw);
+    model.processFrame(raw);
+    EXPECT_EQ(model.tableBuilds(), 2u);
 }
 
 TEST(ObjectSignal, OutOfRangeParametersAreNamed) {

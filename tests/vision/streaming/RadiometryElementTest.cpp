@@ -158,3 +158,48 @@ TEST_F(RadiometryElementTest, ProtectiveGlassRuleAndSlowFrames) {
     ASSERT_TRUE(run(e, noGlass, 2000));
     ASSERT_TRUE(valid());
 }
+
+// The air and window of the frame's metadata enter the temperatures (re-analysis against the live
+// chain: NordacamThermography); the laser's distance replaces the set one while its spot is found.
+TEST_F(RadiometryElementTest, AirWindowAndLaserDistanceEnterTheTemperatures) {
+    RadiometryElement e(&proxy, test::calibrationDir(), vision::RadiometricCamTypeA);
+    auto temperatures = [&](const DataStorage<std::string>& meta) {
+        in.clear();
+        cv::Mat ramp(kRows, kCols, CV_16S);
+        for (int i = 0; i < kRows * kCols; ++i)
+            ramp.at<short>(i) = static_cast<short>(-3000 + 900 * i); // about -10 to 400 °C
+        in[STREAMING_DATATYPE_CORRECTED] = std::make_unique<Frame>(ramp, DataStorage<std::string>(meta));
+        EXPECT_TRUE(e.process(in, out));
+        EXPECT_TRUE(valid());
+        return cv::Mat_<uint16_t>(out.at(STREAMING_DATATYPE_RAD)->getFrameData().clone());
+    };
+    auto humid = [](float distance, bool ownWindow = true) {
+        auto m = test::radiometricMeta(0.95f, 20.0f, 1, true);
+        m.setValue(Id::Environment::AirCorrection, true);
+        m.setValue(Id::Environment::Distance, distance);
+        m.setValue(Id::Environment::Temperature, test::celsius(30.0f));
+        m.setValue(Id::Environment::Humidity, quantity::Relation<MarkedFloat>(MarkedFloat(0.8f)));
+        m.setValue(Id::ProtectiveGlass::Reflectance, 0.02f);
+        m.setValue(Id::ProtectiveGlass::OwnTemperature, ownWindow);
+        m.setValue(Id::ProtectiveGlass::Temperature, test::celsius(35.0f));
+        return m;
+    };
+    const auto plain = temperatures(test::radiometricMeta(0.95f, 20.0f, 1, true));
+    const auto far = temperatures(humid(1000.0f));
+    const auto near = temperatures(humid(10.0f));
+    // Warm objects behind absorbing air read warmer once corrected, the more the farther; a window
+    // warmer than the room adds signal, so the object reads colder than with the window at 20 °C.
+    EXPECT_GT(far(kRows - 1, kCols - 1), near(kRows - 1, kCols - 1) + 500);
+    EXPECT_GT(near(kRows - 1, kCols - 1), plain(kRows - 1, kCols - 1));
+    EXPECT_GT(temperatures(humid(10.0f, false))(kRows - 1, kCols - 1), near(kRows - 1, kCols - 1));
+
+    // The laser's distance while its spot is found, kept in the frame; not once it is lost.
+    auto laser = humid(1000.0f);
+    laser.setValue(Id::Environment::DistanceFromLaser, true);
+    proxy.setValue(Id::Laser::Distance, 10.0f, false);
+    proxy.setValue(Id::Laser::Status, std::string("Found"), false);
+    EXPECT_EQ(cv::countNonZero(temperatures(laser) != near), 0);
+    EXPECT_EQ(out.at(STREAMING_DATATYPE_RAD)->getMetaData().get<float>(Id::Environment::Distance), 10.0f);
+    proxy.setValue(Id::Laser::Status, std::string("NotFound"), false);
+    EXPECT_EQ(cv::countNonZero(temperatures(laser) != far), 0);
+}

@@ -2,6 +2,7 @@
 
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
+#include "nordalib/vision/radiometry/ObjectSignal.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "tests/vision/TestSupport.h"
 
@@ -112,4 +113,42 @@ TEST(UserMeasurementElement, UnapplicableSettingsAreMarkedAndLoggedOnce) {
     EXPECT_EQ(v.getMark(), MarkedFloat::OutOfTolerance);
     EXPECT_EQ(log.countPrefix("local parameters of MeasPoint1 can not be applied"), 1);
     EXPECT_EQ(log.countPrefix("UserArea2 lies outside the image"), 1);
+}
+
+// A mark's own distance: through the frame's air when the frame was corrected for air (the Planck
+// inversion written out here, the transmission the model's, checked against published data in
+// ObjectSignalTest); ignored when it was not.
+TEST(UserMeasurementElement, LocalDistanceUsesTheFramesAir) {
+    Fixture f;
+    namespace MP = Id::MeasPoints;
+    f.store.setValue(MP::MeasPoint3::Visible, true);
+    f.store.setValue(MP::MeasPoint3::Position, cv::Point_<int>(45, 25)); // 60 °C
+    f.store.setValue(MP::MeasPoint3::LocalParameters, true);
+    f.store.setValue(MP::MeasPoint3::Emissivity, 0.95f);
+    f.store.setValue(MP::MeasPoint3::Distance, 30.0f);
+    auto frame = f.frame();
+    f.run(std::move(frame));
+    EXPECT_NEAR(f.point(MP::MeasPoint3::MeasPoint).toFloat(), 60.0f, 0.01f) << "no air correction: no path";
+
+    frame = f.frame();
+    auto& meta = frame->getMetaData();
+    meta.setValue(Id::Environment::AirCorrection, true);
+    meta.setValue(Id::Environment::Distance, 10.0f);
+    meta.setValue(Id::Environment::Temperature, Temp(MarkedFloat(30.0f)));
+    meta.setValue(Id::Environment::Humidity, quantity::Relation<MarkedFloat>(MarkedFloat(0.8f)));
+    f.run(std::move(frame));
+    norda::vision::ObjectParameters air;
+    air.airK = 303.15;
+    air.humidityPercent = 80.0;
+    air.distanceM = 10.0;
+    const double tau10 = norda::vision::ObjectSignal::airTransmission(air);
+    air.distanceM = 30.0;
+    const double tau30 = norda::vision::ObjectSignal::airTransmission(air);
+    const auto& c = f.planck;
+    auto S = [&](double k) { return c.R1 / (c.R2 * (std::exp(c.B / k) - c.F)) - c.O; };
+    const double front = tau10 * (0.95 * S(333.15) + 0.05 * S(293.15)) + (1 - tau10) * S(303.15);
+    const double object = ((front - (1 - tau30) * S(303.15)) / tau30 - 0.05 * S(293.15)) / 0.95;
+    const double expected = c.B / std::log(c.R1 / (c.R2 * (object + c.O)) + c.F) - 273.15;
+    EXPECT_GT(expected, 60.1);
+    EXPECT_NEAR(f.point(MP::MeasPoint3::MeasPoint).toFloat(), expected, 0.02);
 }
