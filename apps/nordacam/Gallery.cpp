@@ -40,7 +40,7 @@ bool isImageFile(const std::string& name) {
     return ext == ".RIX";
 }
 
-// The user's measurement set-up saved with an image (see savedKeys in Camera.cpp).
+// The user's measurement set-up saved with an image (see savedKeys in ChainBuilder.cpp).
 std::vector<std::string> setupKeys() {
     std::vector<std::string> k;
     for (const auto& m : userMarks())

@@ -173,7 +173,7 @@ int rixExport(const std::string& file, ExportFormat format, const std::string& o
         try {
             to = RixReanalysis::parametersFor(rix, {request.emissivity, kelvin(request.reflectedC),
                                                     request.distanceM, kelvin(request.airC),
-                                                    request.humidityPercent});
+                                                    request.humidityPercent, std::nullopt, std::nullopt});
             rad = RixReanalysis::temperatures(rix, to);
         } catch (const norda::Exception& e) {
             throw SettingsError(file + ": " + e.what());
