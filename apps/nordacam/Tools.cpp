@@ -249,7 +249,7 @@ int calibBadPixel(const std::string& outFile, std::ostream& out) {
     norda::exp::DataProxy<std::string> store;
     norda::exp::setDefaultParameters(store);
     const sim::SimulatorConfig config;
-    sim::SceneSimulator detector(store, config, std::make_shared<sim::PlanckResponse>());
+    sim::SceneSimulator detector(store, config);
     norda::vision::BadPixelList list;
     for (const auto& p : detector.deadPixels())
         list.push_back(

@@ -26,7 +26,7 @@ namespace nordacam::sim {
 
 struct LensModel {
     double fx = 560.0, fy = 560.0, cx = 319.5, cy = 239.5;
-    double k1 = -0.18, k2 = 0.06, p1 = 0.0, p2 = 0.0, k3 = 0.0;
+    double k1 = -0.18, k2 = 0.06, p1 = 0.0004, p2 = -0.0003, k3 = 0.0; // as the physical camera's
 };
 
 // The camera rig's true geometry (infrared camera coordinates, metres).
