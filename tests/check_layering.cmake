@@ -16,7 +16,7 @@ endif()
 # The physical camera simulator computes its frames from physics: it may use the framework, OpenCV
 # and the file formats, never the camera models it is there to test (radiometric model,
 # registration and fusion, distortion correction and the other image processing, the elements)
-# nor the older simulator that runs the radiometric model backwards.
+# nor the live scene built on it.
 file(GLOB sources ${SRC}/apps/nordacam/sim/physics/*.h ${SRC}/apps/nordacam/sim/physics/*.cpp)
 set(offenders "")
 foreach(source ${sources})
@@ -29,4 +29,20 @@ endforeach()
 if(offenders)
     list(JOIN offenders "\n" text)
     message(FATAL_ERROR "the physical simulator includes camera models:\n${text}")
+endif()
+
+# The live camera (the scene, the frame source and the visual camera on the physical simulator)
+# renders with the same models only: none of the library's camera models.
+file(GLOB sources ${SRC}/apps/nordacam/sim/*.h ${SRC}/apps/nordacam/sim/*.cpp)
+set(offenders "")
+foreach(source ${sources})
+    file(STRINGS ${source} hits
+         REGEX "#include [\"<]nordalib/vision/(radiometry|registration|imgproc|streaming|measurement)/")
+    if(hits)
+        list(APPEND offenders "${source}: ${hits}")
+    endif()
+endforeach()
+if(offenders)
+    list(JOIN offenders "\n" text)
+    message(FATAL_ERROR "the live camera simulator includes camera models:\n${text}")
 endif()

@@ -1,3 +1,4 @@
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/Tools.h"
 
 #include "apps/nordacam/CalibrationViews.h"
@@ -231,7 +232,7 @@ int calibDistortion(const DistortionParameters& p, const std::string& outFile, s
 
 int calibRegistration(const std::string& outFile, std::ostream& out) {
     const sim::SimulatorConfig config;
-    const auto registration = config.rig.registration(config.lens, cv::Size(config.width, config.height));
+    const auto registration = rigRegistration(config.rig, config.lens, cv::Size(config.width, config.height));
     const auto parent = fs::path(outFile).parent_path();
     if (!parent.empty())
         fs::create_directories(parent);

@@ -2,6 +2,7 @@
 // The overlay of saved pictures over the picture the JPEG shows: marks on what they mark in every
 // fusion mode (the simulator's rig registers the visual camera), and the values and time of the
 // image the picture belongs to.
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/Overlay.h"
 
 #include "apps/nordacam/Camera.h"
@@ -50,7 +51,7 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
     DataProxy<std::string> store;
     setDefaultParameters(store);
     nordacam::sim::SimulatorConfig config;
-    config.rig.registration(config.lens, {640, 480}).save(dir.file("registration.json"));
+    nordacam::rigRegistration(config.rig, config.lens, {640, 480}).save(dir.file("registration.json"));
     store.setValue(Id::Registration::CalibrationFile, dir.file("registration.json"), false);
     store.setValue(Id::Miscellaneous::SaveJpeg, true, false);
     store.setValue(Id::Fusion::InJpeg, true, false);
