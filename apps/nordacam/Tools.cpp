@@ -1,9 +1,9 @@
-#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/Tools.h"
 
 #include "apps/nordacam/CalibrationViews.h"
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/FactoryViews.h"
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/Settings.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"

@@ -2,10 +2,10 @@
 // The overlay of saved pictures over the picture the JPEG shows: marks on what they mark in every
 // fusion mode (the simulator's rig registers the visual camera), and the values and time of the
 // image the picture belongs to.
-#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/Overlay.h"
 
 #include "apps/nordacam/Camera.h"
+#include "apps/nordacam/RigRegistration.h"
 
 #include "apps/nordacam/sim/SceneSimulator.h"
 
