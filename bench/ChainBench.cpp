@@ -16,6 +16,7 @@
 #include "nordalib/vision/streaming/TnrElement.h"
 
 #ifdef NORDACAM_CORE
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
 #include "nordalib/vision/imgproc/GradientEdges.h"
@@ -83,7 +84,7 @@ public:
             nordacam::sim::Scene scene(cv::Size(640, 480), sim.lens, sim.temperatures(), sim.rig);
             nordacam::sim::VisualCamera camera(m_store, scene, {});
             m_visual = nordacam::sim::VisualCamera::toUyvy(camera.render({640, 480}, 0.5));
-            sim.rig.registration(sim.lens, {640, 480}).save(calib + "registration.json");
+            nordacam::rigRegistration(sim.rig, sim.lens, {640, 480}).save(calib + "registration.json");
             m_store.setValue(Id::Registration::CalibrationFile, calib + "registration.json", false);
             m_store.setValue(Id::Fusion::Mode, fusion, false);
             m_store.setValue(Id::Viscam::MaximumImageLatency, 100.0f, false); // three frames deep

@@ -68,16 +68,6 @@ GstCaps* getCaps(GstBaseSrc* src, GstCaps* filter) {
 
 gboolean start(GstBaseSrc* src) {
     auto* self = GST_NORDA_SIM_SRC(src);
-    std::string calib = self->calibrationDir ? self->calibrationDir : "";
-    if (!calib.empty() && calib.back() != '/')
-        calib += '/';
-    if (!g_file_test(calib.c_str(), G_FILE_TEST_IS_DIR)) {
-        GST_ELEMENT_ERROR(
-            src, RESOURCE, NOT_FOUND,
-            ("%s: the calibration directory %s does not exist", GST_ELEMENT_NAME(src), calib.c_str()),
-            (nullptr));
-        return FALSE;
-    }
     try {
         auto simulation = std::make_unique<Simulation>();
         setDefaultParameters(simulation->store);
@@ -98,8 +88,7 @@ gboolean start(GstBaseSrc* src) {
         config.lens.fy *= scale;
         config.lens.cx = (self->width - 1) / 2.0;
         config.lens.cy = (self->height - 1) / 2.0;
-        simulation->sim = std::make_unique<nordacam::sim::SceneSimulator>(simulation->store, config,
-                                                                          nordacam::sim::makeResponse(calib));
+        simulation->sim = std::make_unique<nordacam::sim::SceneSimulator>(simulation->store, config);
         self->simulation = simulation.release();
     } catch (const std::exception& e) {
         GST_ELEMENT_ERROR(src, LIBRARY, INIT,
@@ -251,7 +240,8 @@ static void gst_norda_sim_src_class_init(GstNordaSimSrcClass* klass) {
         object, PROP_CALIBRATION_DIR,
         g_param_spec_string(
             "calibration-dir", "Calibration directory",
-            "Folder of the camera's calibration, whose radiometric model the detector follows",
+            "Not used: the detector is the physical camera simulator's and needs no calibration "
+            "(accepted so that older pipelines still start)",
             norda_gst_default_calibration_dir().c_str(), ready));
     g_object_class_install_property(
         object, PROP_POST_TRUTH,

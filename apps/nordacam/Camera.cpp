@@ -77,7 +77,7 @@ Camera::Camera(CameraOptions options) : m_options(std::move(options)), m_setting
     m_paletteSubscription = m_store.subscribeValue<std::string>(Id::Palette::ActivePalette, applyPalette);
 
     if (m_options.inputFile.empty() && !m_options.frameSource) {
-        m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim, sim::makePhysicalResponse());
+        m_sim = std::make_unique<sim::SceneSimulator>(m_store, m_options.sim);
         // The detector's size, for the elements that size their tables before the first frame.
         m_store.setValue(Id::IrImage::Cols, static_cast<unsigned short>(m_options.sim.width), true);
         m_store.setValue(Id::IrImage::Rows, static_cast<unsigned short>(m_options.sim.height), true);

@@ -140,7 +140,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
     out << "nordacam: " << (simulated ? "simulated 640x480 camera" : "recording " + options.camera.inputFile)
         << ", " << options.frames << " frames, output folder " << options.camera.outputDir << "\n";
     if (simulated)
-        out << "  detector response: " << camera.simulator()->response().describe() << "\n";
+        out << "  detector response: " << camera.simulator()->describe() << "\n";
     out << "  chain:";
     for (const auto& s : camera.stages())
         out << " " << s.element;
@@ -283,7 +283,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
     int code = 0;
     if (simulated) {
         out << "\nMeasured against the live scene (after warm-up, shutter open; the physical simulator's "
-               "detector behind the live scene's geometry, without air or point-spread function):\n";
+               "frames, with air, point-spread function and lens distortion):\n";
         if (accuracy.objects.empty() && accuracy.hotSpot.n == 0)
             out << "  no radiometric frame after warm-up\n";
         for (const auto& [name, s] : accuracy.objects)
@@ -385,7 +385,7 @@ int simulateRecording(const CameraOptions& options, const std::string& file, uin
         settings.loadFile(options.settingsFile);
     for (const auto& a : options.assignments)
         settings.applyAssignment(a);
-    sim::SceneSimulator simulator(store, options.sim, sim::makePhysicalResponse());
+    sim::SceneSimulator simulator(store, options.sim);
     MeasRangeFollower follower(store, [&](unsigned char r) { simulator.setRange(r); });
     norda::vision::ImageIO writer(8);
     writer.open(file);

@@ -3,6 +3,7 @@
 #include "apps/nordacam/CalibrationViews.h"
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/FactoryViews.h"
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/Settings.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
@@ -244,7 +245,7 @@ int calibDistortion(const DistortionParameters& p, const std::string& outFile, s
 
 int calibRegistration(const std::string& outFile, std::ostream& out) {
     const sim::SimulatorConfig config;
-    const auto registration = config.rig.registration(config.lens, cv::Size(config.width, config.height));
+    const auto registration = rigRegistration(config.rig, config.lens, cv::Size(config.width, config.height));
     const auto parent = fs::path(outFile).parent_path();
     if (!parent.empty())
         fs::create_directories(parent);
@@ -262,7 +263,7 @@ int calibBadPixel(const std::string& outFile, std::ostream& out) {
     norda::exp::DataProxy<std::string> store;
     norda::exp::setDefaultParameters(store);
     const sim::SimulatorConfig config;
-    sim::SceneSimulator detector(store, config, std::make_shared<sim::PlanckResponse>());
+    sim::SceneSimulator detector(store, config);
     norda::vision::BadPixelList list;
     for (const auto& p : detector.deadPixels())
         list.push_back(

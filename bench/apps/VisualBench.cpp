@@ -2,6 +2,7 @@
 // The visual camera's detections on a 640 x 480 frame of the simulated scene (labels, a laser
 // spot, white print, a red object): goal 0.5 ms a frame each, on one core. The fusion of that
 // frame with a 640 x 480 display image in each mode, beside OpenCV doing the alpha blend.
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
 
@@ -24,7 +25,7 @@ struct VisualFrame {
         norda::exp::setDefaultParameters(store);
         nordacam::sim::VisualCamera camera(store, scene, {});
         uyvy = nordacam::sim::VisualCamera::toUyvy(camera.render({640, 480}, 0.5));
-        registration = config.rig.registration(config.lens, {640, 480});
+        registration = nordacam::rigRegistration(config.rig, config.lens, {640, 480});
     }
     norda::exp::DataProxy<std::string> store;
     nordacam::sim::SimulatorConfig config;

@@ -66,19 +66,26 @@ TEST(GstPlugin, SimulatedCameraThroughEveryElementMatchesTheScene) {
 
     const std::string measured = lastMessage(out, "norda-measurement");
     const auto frame = static_cast<unsigned long long>(field(measured, "frame"));
+    // The spots are found anew every 20th frame: the moving hot object was where one of the last 20
+    // frames' truths puts it.
     std::string truth;
+    double offHot = INFINITY;
     for (auto at = out.find(": norda-scene-truth, "); at != std::string::npos;
          at = out.find(": norda-scene-truth, ", at + 1)) {
         const std::string m = out.substr(at, out.find('\n', at) - at);
-        if (static_cast<unsigned long long>(field(m, "frame")) == frame)
+        const auto n = static_cast<unsigned long long>(field(m, "frame"));
+        if (n == frame)
             truth = m;
+        if (n <= frame && n + 20 > frame)
+            offHot = std::min(offHot, std::hypot(field(measured, "hot-x") - field(m, "hot-x"),
+                                                 field(measured, "hot-y") - field(m, "hot-y")));
     }
     ASSERT_FALSE(truth.empty()) << measured;
     EXPECT_NEAR(field(measured, "hot-c"), field(truth, "hot-c"), 1.0) << measured << "\n" << truth;
     EXPECT_NEAR(field(measured, "cold-c"), field(truth, "cold-c"), 1.0) << measured << "\n" << truth;
     const cv::Point2d hot(field(truth, "hot-x"), field(truth, "hot-y"));
     const double radius = field(truth, "hot-radius");
-    EXPECT_LE(std::hypot(field(measured, "hot-x") - hot.x, field(measured, "hot-y") - hot.y), radius + 2.0);
+    EXPECT_LE(offHot, radius + 2.0) << measured;
 
     // The last picture: 640 x 480 RGB, the hot disc in the palette's hottest colour (white), the
     // wall around it not.

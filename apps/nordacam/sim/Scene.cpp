@@ -1,5 +1,7 @@
 #include "apps/nordacam/sim/Scene.h"
 
+#include "apps/nordacam/sim/physics/PhysicalScene.h"
+
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -33,36 +35,7 @@ cv::Mat printOn(const SceneObject& o) {
 } // namespace
 
 cv::Matx33d Rig::rotation() const {
-    const double a = rotationDeg[0] * kPi / 180, b = rotationDeg[1] * kPi / 180,
-                 c = rotationDeg[2] * kPi / 180;
-    const cv::Matx33d rx(1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a));
-    const cv::Matx33d ry(std::cos(b), 0, std::sin(b), 0, 1, 0, -std::sin(b), 0, std::cos(b));
-    const cv::Matx33d rz(std::cos(c), -std::sin(c), 0, std::sin(c), std::cos(c), 0, 0, 0, 1);
-    return rz * ry * rx;
-}
-
-norda::vision::Registration Rig::registration(const LensModel& lens, cv::Size infraredSize) const {
-    norda::vision::Registration r;
-    r.infrared.size = infraredSize;
-    r.infrared.fx = lens.fx;
-    r.infrared.fy = lens.fy;
-    r.infrared.cx = lens.cx;
-    r.infrared.cy = lens.cy;
-    r.visual.size = visualSize;
-    r.visual.fx = fx;
-    r.visual.fy = fy;
-    r.visual.cx = cx;
-    r.visual.cy = cy;
-    r.visual.k1 = k1;
-    r.visual.k2 = k2;
-    r.visual.p1 = p1;
-    r.visual.p2 = p2;
-    r.visual.k3 = k3;
-    r.rotation = rotation();
-    r.translation = translation;
-    r.laserOrigin = laserOrigin;
-    r.laserDirection = laserDirection / cv::norm(laserDirection);
-    return r;
+    return physics::rotationXyz(rotationDeg);
 }
 
 float SceneObject::coverage(float x, float y) const {

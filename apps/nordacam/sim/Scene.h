@@ -14,8 +14,6 @@
 // with a wider field of view and barrel distortion; a laser pointer below them, parallel to the
 // infrared axis. Its truth is what `nordacam calib registration` writes.
 
-#include "nordalib/vision/registration/Registration.h"
-
 #include <opencv2/core.hpp>
 
 #include <optional>
@@ -26,7 +24,7 @@ namespace nordacam::sim {
 
 struct LensModel {
     double fx = 560.0, fy = 560.0, cx = 319.5, cy = 239.5;
-    double k1 = -0.18, k2 = 0.06, p1 = 0.0, p2 = 0.0, k3 = 0.0;
+    double k1 = -0.18, k2 = 0.06, p1 = 0.0004, p2 = -0.0003, k3 = 0.0; // as the physical camera's
 };
 
 // The camera rig's true geometry (infrared camera coordinates, metres).
@@ -41,8 +39,6 @@ struct Rig {
     cv::Vec3d laserDirection{0.0, -0.002, 1.0}; // as the physical rig's (RigParameters)
 
     cv::Matx33d rotation() const;
-    // The registration this rig has (infrared: the undistorted image of `lens` at `infraredSize`).
-    norda::vision::Registration registration(const LensModel& lens, cv::Size infraredSize) const;
 };
 
 enum class Shape { RoundedRect, Disc };

@@ -1,26 +1,31 @@
 #pragma once
-// A simulated 640 x 480 microbolometer camera: the detector behind a capture element.
+// The simulated 640 x 480 radiometric camera the host and the GStreamer source film with.
 //
-// Each call of nextFrame() renders the next raw frame (CV_16UC1) of a scene of known
-// temperatures, distances and emissivities (see Scene) as the sensor sees it through a lens with barrel
-// distortion, converts temperatures into counts with the SensorResponse, and adds what a real detector adds:
-// a per-pixel dark level and gain pattern, column stripes that drift with the board temperature, temporal
-// noise, a few dead and stuck pixels and a global drift while the camera warms up.
+// Each call of nextFrame() renders the next raw frame (CV_16UC1) of the hall (Scene: objects of known
+// temperature, distance and emissivity in front of a wall) through the physical camera
+// (physics::PhysicalCamera): the in-band radiance of every surface through the air over its
+// distance and the air's own emission, the point-spread function, the protective window when the
+// settings say one is attached, the lens's distortion and the microbolometer with its per-pixel
+// spread, drift, noise, dead and stuck pixels. The camera body warms after switching on
+// (physics::CameraThermal), so the board, lens and shutter temperatures in the metadata are the
+// ones the detector really had. Nothing here uses the library's radiometric model.
+//
+// The static scene's radiance is computed once; a frame copies it, draws the moving hot object,
+// and runs blur, remap and read-out.
 //
 // It also runs the shutter: at start and then every `shutterPeriodS` seconds the frames show the
-// closed shutter's own temperature with state "CaptureOffsetFrame" until the offset element writes
-// "Opening" into the store (or `maxCaptureFrames` frames passed, when no offset element runs), then
-// one frame with "Opening", then "Idle". Every frame carries the metadata the chain reads:
-// shutter state and closed flag, board/shutter/lens temperatures, slope, uptime, lens, protective
-// glass, environment (from the store, so user changes apply), active measurement range, frame
-// counter and capture time.
+// closed shutter with state "CaptureOffsetFrame" until the offset element writes "Opening" into the
+// store (or `maxCaptureFrames` frames passed, when no offset element runs), then one frame with
+// "Opening", then "Idle". Every frame carries the metadata the chain reads: shutter state and
+// closed flag, board/shutter/lens temperatures, slope, uptime, lens, protective glass, environment
+// (from the store, so user changes apply), active measurement range, frame counter and capture time.
 //
 // Time is simulated: frame n is taken at n / fps seconds, so a run is reproducible whatever the
 // machine's speed. nextFrame() runs on the pipeline thread; setRange() and truth() may be called
 // from any thread.
 
 #include "apps/nordacam/sim/Scene.h"
-#include "apps/nordacam/sim/SensorResponse.h"
+#include "apps/nordacam/sim/physics/PhysicalCamera.h"
 
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/datatypes/Frame.h"
@@ -54,6 +59,8 @@ struct SimulatorConfig {
     float noiseCounts = 2.0f; // temporal noise, one sigma
     LensModel lens;
     Rig rig;
+    // The air between the camera and the hall's surfaces, and the surroundings they reflect.
+    physics::AirParameters air;
     // Infrared frames show the moment this many frames before they reach the host (the
     // bolometer's time constant and the readout); the visual camera's arrive at once.
     int infraredLagFrames = 3;
@@ -77,8 +84,7 @@ struct SceneTruth {
 
 class SceneSimulator {
 public:
-    SceneSimulator(norda::exp::DataProxy<std::string>& store, SimulatorConfig config,
-                   std::shared_ptr<const SensorResponse> response);
+    SceneSimulator(norda::exp::DataProxy<std::string>& store, SimulatorConfig config);
 
     // The next raw frame with its metadata (the capture element's frame source).
     std::unique_ptr<norda::exp::Frame> nextFrame();
@@ -92,55 +98,36 @@ public:
     // The scene temperature at an undistorted image position at the time of the last frame.
     float sceneTemperature(float x, float y) const;
     const SimulatorConfig& config() const { return m_config; }
-    const SensorResponse& response() const { return *m_response; }
+    // What renders the frames, in words (the demo prints it).
+    std::string describe() const;
     const Scene& scene() const { return m_scene; }
     // Dead and stuck pixels in sensor coordinates.
-    const std::vector<cv::Point>& deadPixels() const { return m_dead; }
-    const std::vector<cv::Point>& stuckPixels() const { return m_stuck; }
+    const std::vector<cv::Point>& deadPixels() const { return m_camera.detector().deadPixels(); }
+    const std::vector<cv::Point>& stuckPixels() const { return m_camera.detector().stuckPixels(); }
     unsigned long long frames() const { return m_frame.load(); }
 
 private:
-    // Counts of the static scene at an undistorted position: objects blended over the wall in
-    // signal, each with its own emissivity.
-    float staticCountsAt(float x, float y) const;
-    float boardTemperature(double uptimeS) const;
-    void buildPatterns();
-    void buildUndistortMap();
-    void buildLut(const Conditions& c);
-    // Counts of a surface at t °C with emissivity e, reflecting the room (Scene::kReflectedC).
-    float countsOf(float t, float e = 1.0f) const;
-    // Sensor-space box that holds every pixel looking into the undistorted box `r`.
-    cv::Rect sensorBox(const cv::Rect2f& r) const;
-    cv::Point2f distort(cv::Point2f undistorted) const;
+    static physics::CameraParameters cameraParameters(const SimulatorConfig& c);
+    // In-band radiance of the static scene over the ideal image: the wall and every object that
+    // never moves, blended in radiance by their coverage.
+    void buildStaticRadiance();
+    float radianceOf(const SceneObject& o);
+    void drawObject(cv::Mat& ideal, const SceneObject& o);
     void advanceShutter(double timeS);
 
     norda::exp::DataProxy<std::string>& m_store;
     SimulatorConfig m_config;
     Scene m_scene;
-    std::shared_ptr<const SensorResponse> m_response;
-
-    cv::Mat_<float> m_pedestal, m_gain, m_columnDrift;
-    cv::Mat_<cv::Vec2f> m_scenePos; // undistorted scene position of every sensor pixel
-    std::vector<cv::Point> m_dead, m_stuck;
-    cv::RNG m_rng;
-
-    // Temperature -> counts table of a black body and the counts of the static scene (everything
-    // but the moving object), rebuilt when the conditions change.
-    Conditions m_lutConditions;
-    bool m_lutValid = false;
-    std::vector<float> m_lut;
-    float m_reflectedCounts = 0.0f;
-    cv::Mat_<float> m_staticCounts;
-    // Temporal noise: a bank of independent samples read from a random start each frame.
-    std::vector<float> m_noiseBank;
-    static constexpr float kLutMinC = -60.0f, kLutMaxC = 700.0f, kLutStep = 0.02f;
+    physics::PhysicalCamera m_camera;
+    physics::CameraThermal m_thermal;
+    cv::Mat m_staticRadiance, m_ideal;
 
     // Shutter sequence.
     enum class Shutter { Idle, Closing, Capture, Opening };
     Shutter m_shutter = Shutter::Closing;
     int m_shutterFrames = 0;
     double m_lastShutterS = 0.0;
-    float m_shutterC = 0.0f, m_boardAtShutterC = 0.0f;
+    physics::CameraTemperatures m_atShutter; // the camera when the shutter last closed
 
     std::atomic<unsigned char> m_range{1};
     std::atomic<unsigned char> m_requestedRange{1};

@@ -11,8 +11,7 @@ namespace nordacam::sim {
 using namespace norda::exp;
 
 VisualCamera::VisualCamera(DataProxy<std::string>& store, const Scene& scene, VisualConfig config)
-    : m_store(store), m_scene(scene), m_config(config), m_rotation(scene.rig().rotation()),
-      m_rng(config.seed) {
+    : m_store(store), m_scene(scene), m_config(config), m_rig(rigOf(scene.rig())), m_rng(config.seed) {
     m_noiseBank.resize(640 * 480 * 2);
     cv::Mat bank(1, int(m_noiseBank.size()), CV_32FC1, m_noiseBank.data());
     m_rng.fill(bank, cv::RNG::NORMAL, 0.0, m_config.noise);
@@ -30,45 +29,22 @@ cv::Size VisualCamera::sizeOf(const std::string& resolution) {
     return {};
 }
 
-VisualCamera::Camera VisualCamera::cameraAt(cv::Size size) const {
-    const Rig& rig = m_scene.rig();
-    const double s = double(size.width) / rig.visualSize.width;
-    return {size, rig.fx * s, rig.fy * s, (rig.cx + 0.5) * s - 0.5, (rig.cy + 0.5) * s - 0.5};
+physics::RigParameters VisualCamera::rigOf(const Rig& rig) {
+    physics::RigParameters p;
+    p.visualWidth = rig.visualSize.width;
+    p.visualHeight = rig.visualSize.height;
+    p.visualLens = {rig.fx, rig.fy, rig.cx, rig.cy, rig.k1, rig.k2, rig.k3, rig.p1, rig.p2};
+    p.rotationDeg = rig.rotationDeg;
+    p.translation = rig.translation;
+    p.laserOrigin = rig.laserOrigin;
+    p.laserDirection = rig.laserDirection;
+    return p;
 }
 
-cv::Point2d VisualCamera::project(const Camera& cam, const cv::Point3d& p) const {
-    const Rig& rig = m_scene.rig();
-    const cv::Vec3d q = m_rotation.t() * (cv::Vec3d(p.x, p.y, p.z) - rig.translation);
-    const double x = q[0] / q[2], y = q[1] / q[2], r2 = x * x + y * y;
-    const double radial = 1 + r2 * (rig.k1 + r2 * (rig.k2 + r2 * rig.k3));
-    const double xd = x * radial + 2 * rig.p1 * x * y + rig.p2 * (r2 + 2 * x * x);
-    const double yd = y * radial + rig.p1 * (r2 + 2 * y * y) + 2 * rig.p2 * x * y;
-    return {cam.fx * xd + cam.cx, cam.fy * yd + cam.cy};
-}
-
-const cv::Mat& VisualCamera::rays(const Camera& cam) {
-    // Every pixel's line of sight (the lens's distortion undone by fixed-point iteration, turned
-    // into the rig), once per frame size.
-    cv::Mat& r = m_rays[{cam.size.width, cam.size.height}];
-    if (!r.empty())
-        return r;
-    const Rig& rig = m_scene.rig();
-    r.create(cam.size, CV_32FC3);
-    cv::parallel_for_(cv::Range(0, cam.size.height), [&](const cv::Range& rows) {
-        for (int py = rows.start; py < rows.end; ++py)
-            for (int px = 0; px < cam.size.width; ++px) {
-                const double xd = (px - cam.cx) / cam.fx, yd = (py - cam.cy) / cam.fy;
-                double x = xd, y = yd;
-                for (int i = 0; i < 20; ++i) {
-                    const double r2 = x * x + y * y;
-                    const double radial = 1 + r2 * (rig.k1 + r2 * (rig.k2 + r2 * rig.k3));
-                    x = (xd - (2 * rig.p1 * x * y + rig.p2 * (r2 + 2 * x * x))) / radial;
-                    y = (yd - (rig.p1 * (r2 + 2 * y * y) + 2 * rig.p2 * x * y)) / radial;
-                }
-                const cv::Vec3d d = m_rotation * cv::Vec3d(x, y, 1.0);
-                r.at<cv::Vec3f>(py, px) = cv::Vec3f(float(d[0]), float(d[1]), float(d[2]));
-            }
-    });
+const cv::Mat& VisualCamera::rays(cv::Size size) {
+    cv::Mat& r = m_rays[{size.width, size.height}];
+    if (r.empty())
+        r = m_rig.rays(size);
     return r;
 }
 
@@ -97,8 +73,8 @@ cv::Vec3f VisualCamera::shade(const cv::Vec3f& ray, const std::vector<SceneObjec
     return colour + rest * m_scene.wallColour(float(wall.x), float(wall.y));
 }
 
-void VisualCamera::shadeBox(cv::Mat& rgb, const Camera& cam, const cv::Mat& rays,
-                            const std::vector<SceneObject>& objects, const SceneObject& o) const {
+void VisualCamera::shadeBox(cv::Mat& rgb, const cv::Mat& rays, const std::vector<SceneObject>& objects,
+                            const SceneObject& o) const {
     // The footprint's outline seen by this camera bounds what the object can change.
     double x0 = 1e9, y0 = 1e9, x1 = -1e9, y1 = -1e9;
     for (float fx : {0.0f, 0.5f, 1.0f})
@@ -108,7 +84,7 @@ void VisualCamera::shadeBox(cv::Mat& rgb, const Camera& cam, const cv::Mat& rays
             const cv::Point2d c = m_scene.project({0, 0, 1});
             const double f = m_scene.project({1, 0, 1}).x - c.x, g = m_scene.project({0, 1, 1}).y - c.y;
             const cv::Point3d p((ir.x - c.x) / f * o.distance, (ir.y - c.y) / g * o.distance, o.distance);
-            const cv::Point2d v = project(cam, p);
+            const cv::Point2d v = m_rig.project(p, rgb.size());
             x0 = std::min(x0, v.x), y0 = std::min(y0, v.y), x1 = std::max(x1, v.x), y1 = std::max(y1, v.y);
         }
     const cv::Rect box = cv::Rect(cv::Point(int(std::floor(x0)) - 3, int(std::floor(y0)) - 3),
@@ -124,30 +100,34 @@ void VisualCamera::shadeBox(cv::Mat& rgb, const Camera& cam, const cv::Mat& rays
     }
 }
 
-void VisualCamera::drawLaser(cv::Mat& rgb, const Camera& cam, const LaserTruth& laser) const {
-    // A 2 mm beam, blurred by the optics to a pixel at least: a saturated core in a red halo.
-    const cv::Point2d c = project(cam, laser.point);
-    const double sigma = std::max(0.8, 0.002 / laser.distance * cam.fx);
-    const int reach = int(std::ceil(4 * sigma)) + 1;
-    for (int y = int(c.y) - reach; y <= int(c.y) + reach; ++y) {
-        if (y < 0 || y >= rgb.rows)
-            continue;
+void VisualCamera::drawLaser(cv::Mat& rgb, const LaserTruth& laser) const {
+    // The surface's reflectance at the laser's red from how bright it looks in the red channel.
+    const cv::Point2d at = m_rig.project(laser.point, rgb.size());
+    const cv::Point p(std::clamp(int(std::lround(at.x)), 0, rgb.cols - 1),
+                      std::clamp(int(std::lround(at.y)), 0, rgb.rows - 1));
+    const double rho = std::clamp(rgb.at<cv::Vec3b>(p)[0] / 255.0, 0.02, 1.0);
+    physics::RigLaserTruth truth;
+    const cv::Mat e = m_rig.laserSpot(laser.distance, rho, rgb.size(), m_config.exposureS, &truth);
+    // Counts at the full well; the colour filters let a little of the red through to green and blue.
+    const double toCounts = 255.0 / physics::VisualSensorParameters{}.fullWellElectrons;
+    const int reach = int(std::ceil(4.0 * truth.spot.radiusPx)) + 2;
+    const cv::Rect box =
+        cv::Rect(int(truth.visual.x) - reach, int(truth.visual.y) - reach, 2 * reach + 1, 2 * reach + 1) &
+        cv::Rect(0, 0, rgb.cols, rgb.rows);
+    for (int y = box.y; y < box.y + box.height; ++y) {
         auto* row = rgb.ptr<cv::Vec3b>(y);
-        for (int x = int(c.x) - reach; x <= int(c.x) + reach; ++x) {
-            if (x < 0 || x >= rgb.cols)
-                continue;
-            const double r2 = (x - c.x) * (x - c.x) + (y - c.y) * (y - c.y);
-            const double a = std::exp(-r2 / (2 * sigma * sigma));
-            row[x] = cv::Vec3b(cv::saturate_cast<uchar>(row[x][0] + 900 * a),
-                               cv::saturate_cast<uchar>(row[x][1] + 40 * a),
-                               cv::saturate_cast<uchar>(row[x][2] + 30 * a));
+        const float* spot = e.ptr<float>(y);
+        for (int x = box.x; x < box.x + box.width; ++x) {
+            const double v = spot[x] * toCounts;
+            row[x] = cv::Vec3b(cv::saturate_cast<uchar>(row[x][0] + v),
+                               cv::saturate_cast<uchar>(row[x][1] + 0.045 * v),
+                               cv::saturate_cast<uchar>(row[x][2] + 0.035 * v));
         }
     }
 }
 
 cv::Mat VisualCamera::render(cv::Size size, double timeS) {
-    const Camera cam = cameraAt(size);
-    const cv::Mat& lines = rays(cam);
+    const cv::Mat& lines = rays(size);
     auto& still = m_static[{size.width, size.height}];
     if (still.empty()) {
         still.create(size, CV_8UC3);
@@ -165,11 +145,11 @@ cv::Mat VisualCamera::render(cv::Size size, double timeS) {
     }
     cv::Mat rgb = still.clone();
     const auto objects = m_scene.objects(timeS);
-    shadeBox(rgb, cam, lines, objects, m_scene.hotObject(timeS));
+    shadeBox(rgb, lines, objects, m_scene.hotObject(timeS));
     if (auto board = m_scene.board(timeS))
-        shadeBox(rgb, cam, lines, objects, *board);
+        shadeBox(rgb, lines, objects, *board);
     if (m_config.laser)
-        drawLaser(rgb, cam, m_scene.laser(timeS));
+        drawLaser(rgb, m_scene.laser(timeS));
     return rgb;
 }
 
@@ -232,7 +212,7 @@ std::unique_ptr<Frame> VisualCamera::nextLive() {
         m_truth.timestampMs =
             m_config.uptimeStartMs + (unsigned long long)std::llround(m_truth.timeS * 1000.0);
         m_truth.laser = m_scene.laser(m_truth.timeS);
-        m_truth.laserVisual = project(cameraAt(m_liveSize), m_truth.laser.point);
+        m_truth.laserVisual = m_rig.project(m_truth.laser.point, m_liveSize);
         m_truth.liveSize = m_liveSize;
     }
     if (m_config.dropEvery > 0 && n % m_config.dropEvery == unsigned(m_config.dropEvery - 1))

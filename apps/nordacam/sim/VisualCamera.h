@@ -12,12 +12,16 @@
 // the visual frame of cycle n shows the moment of the infrared frame of cycle n + lag: the image
 // buffer delays the visual frames to line them up.
 //
-// The picture: every pixel's line of sight is intersected with the scene's objects, nearest first
-// (Scene), through the rig's lens with its distortion; what never moves is rendered once per size,
-// the hot object, the board and the laser spot every frame; a little sensor noise on top.
+// The picture: every pixel's line of sight through the visual lens's own distortion and the rig's
+// rotation and baseline (physics::VisualRig) is intersected with the scene's objects, nearest first
+// (Scene); what never moves is rendered once per size, the hot object, the board and the laser's
+// spot every frame. The spot is the physical simulator's (physics::LaserSpot: its brightness from
+// the beam's power, divergence, distance and the surface's reflectance, its speckle); a little
+// sensor noise on top.
 // For tests it can drop frames or swap neighbours (late and out-of-order delivery).
 
 #include "apps/nordacam/sim/Scene.h"
+#include "apps/nordacam/sim/physics/VisualRig.h"
 
 #include "nordalib/core/dataproxy/DataProxy.h"
 #include "nordalib/core/datatypes/Frame.h"
@@ -33,9 +37,12 @@ struct VisualConfig {
     int infraredLagFrames = 3;
     unsigned long long uptimeStartMs = 110000;
     float noise = 1.5f; // luma noise, one sigma
-    bool laser = true;  // the laser pointer is on
-    int dropEvery = 0;  // faults for tests: every n-th frame is not delivered
-    int swapEvery = 0;  // every n-th pair of frames arrives in the wrong order
+    // The exposure the laser's spot collects over, as an auto-exposure sets it in the dim hall
+    // (about 0.6 W m^-2 in the red channel's band, some 100 lux): white surfaces near the full well.
+    double exposureS = 0.010;
+    bool laser = true; // the laser pointer is on
+    int dropEvery = 0; // faults for tests: every n-th frame is not delivered
+    int swapEvery = 0; // every n-th pair of frames arrives in the wrong order
     unsigned seed = 5;
 };
 
@@ -62,28 +69,23 @@ public:
     static cv::Mat toUyvy(const cv::Mat& rgb, const std::vector<float>* noise = nullptr, size_t offset = 0);
     static cv::Size sizeOf(const std::string& resolution); // empty for an unknown name
     // Where the simulated lens puts a point (infrared camera coordinates) in a frame of `size`.
-    cv::Point2d projectTruth(const cv::Point3d& p, cv::Size size) const { return project(cameraAt(size), p); }
+    cv::Point2d projectTruth(const cv::Point3d& p, cv::Size size) const { return m_rig.project(p, size); }
     VisualTruth truth() const;
     const VisualConfig& config() const { return m_config; }
 
 private:
-    struct Camera {
-        cv::Size size;
-        double fx, fy, cx, cy;
-    };
-    Camera cameraAt(cv::Size size) const;
-    cv::Point2d project(const Camera& cam, const cv::Point3d& p) const;
-    const cv::Mat& rays(const Camera& cam);
+    static physics::RigParameters rigOf(const Rig& rig);
+    const cv::Mat& rays(cv::Size size);
     cv::Vec3f shade(const cv::Vec3f& ray, const std::vector<SceneObject>& objects) const;
-    void shadeBox(cv::Mat& rgb, const Camera& cam, const cv::Mat& rays,
-                  const std::vector<SceneObject>& objects, const SceneObject& o) const;
-    void drawLaser(cv::Mat& rgb, const Camera& cam, const LaserTruth& laser) const;
+    void shadeBox(cv::Mat& rgb, const cv::Mat& rays, const std::vector<SceneObject>& objects,
+                  const SceneObject& o) const;
+    void drawLaser(cv::Mat& rgb, const LaserTruth& laser) const;
     std::unique_ptr<norda::exp::Frame> frameAt(cv::Size size, unsigned long long n);
 
     norda::exp::DataProxy<std::string>& m_store;
     const Scene& m_scene;
     VisualConfig m_config;
-    cv::Matx33d m_rotation;
+    physics::VisualRig m_rig;
     std::map<std::pair<int, int>, cv::Mat> m_static; // per size
     std::map<std::pair<int, int>, cv::Mat> m_rays;   // per size: lines of sight (CV_32FC3)
     std::vector<float> m_noiseBank;

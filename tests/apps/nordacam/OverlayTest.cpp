@@ -5,6 +5,7 @@
 #include "apps/nordacam/Overlay.h"
 
 #include "apps/nordacam/Camera.h"
+#include "apps/nordacam/RigRegistration.h"
 
 #include "apps/nordacam/sim/SceneSimulator.h"
 
@@ -50,7 +51,7 @@ TEST(NordacamOverlay, MarksSitOnWhatTheyMarkInEveryFusionMode) {
     DataProxy<std::string> store;
     setDefaultParameters(store);
     nordacam::sim::SimulatorConfig config;
-    config.rig.registration(config.lens, {640, 480}).save(dir.file("registration.json"));
+    nordacam::rigRegistration(config.rig, config.lens, {640, 480}).save(dir.file("registration.json"));
     store.setValue(Id::Registration::CalibrationFile, dir.file("registration.json"), false);
     store.setValue(Id::Miscellaneous::SaveJpeg, true, false);
     store.setValue(Id::Fusion::InJpeg, true, false);

@@ -195,7 +195,9 @@ TEST(NordacamThermography, ReanalysisMatchesTheLiveMeasurement) {
     const auto live = regionMeans(b.getRadiometricImage(), truthB);
     const auto original = regionMeans(a.getRadiometricImage(), truthA);
     for (size_t i = 0; i < live.size(); ++i) {
-        EXPECT_NEAR(reanalysed[i], live[i], 0.05) << "region " << i;
+        // The board warms between the shots: the detector's drift leaves a few hundredths of a
+        // kelvin, amplified by 1 / emissivity.
+        EXPECT_NEAR(reanalysed[i], live[i], 0.1) << "region " << i;
         std::printf("region %zu: taken %.3f, re-analysed %.3f, live %.3f\n", i, original[i], reanalysed[i],
                     live[i]);
         if (i < 3) { // the objects differ from the background: the emissivity matters there

@@ -4,6 +4,7 @@
 #include "nordalib/vision/registration/Fusion.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
 
@@ -25,7 +26,7 @@ TEST(Fusion, ModesAreRegisteredAtTheObjectsDistance) {
     nordacam::sim::Scene scene(cv::Size(640, 480), config.lens, config.temperatures(), config.rig);
     nordacam::sim::VisualCamera camera(store, scene, {});
     const cv::Mat uyvy = nordacam::sim::VisualCamera::toUyvy(camera.render({640, 480}, 0.5));
-    const Registration reg = config.rig.registration(config.lens, {640, 480});
+    const Registration reg = nordacam::rigRegistration(config.rig, config.lens, {640, 480});
     // The infrared display: the scene's temperatures through a grey ramp.
     cv::Mat ir(480, 640, CV_8UC3);
     for (int y = 0; y < 480; ++y)

@@ -3,6 +3,7 @@
 // nordacam's simulator), against the simulator's truth.
 #include "nordalib/vision/streaming/DetectLaserPositionElement.h"
 
+#include "apps/nordacam/RigRegistration.h"
 #include "apps/nordacam/sim/SceneSimulator.h"
 #include "apps/nordacam/sim/VisualCamera.h"
 
@@ -24,7 +25,7 @@ namespace {
 struct LaserFixture {
     LaserFixture() {
         setDefaultParameters(store);
-        config.rig.registration(config.lens, {640, 480}).save(dir.file("registration.json"));
+        nordacam::rigRegistration(config.rig, config.lens, {640, 480}).save(dir.file("registration.json"));
         store.setValue(Id::Registration::CalibrationFile, dir.file("registration.json"), false);
     }
     // The element's status for one frame (beside a temperature frame of `ir`).

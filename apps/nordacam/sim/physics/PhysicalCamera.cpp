@@ -50,13 +50,25 @@ const PhysicalCamera::PathTables& PhysicalCamera::path(const AirParameters& air,
     return m_paths.emplace(key, std::move(tables)).first->second;
 }
 
+double PhysicalCamera::surfaceRadiance(const AirParameters& air, double reflectedC, double distance,
+                                       double celsius, double emissivity) {
+    const PathTables& p = path(air, distance);
+    return emissivity * p.through.radiance(celsius) + (1.0 - emissivity) * p.through.radiance(reflectedC) +
+           p.airEmission;
+}
+
+void PhysicalCamera::setWindow(bool attached) {
+    if (m_p.optics.window == attached)
+        return;
+    m_p.optics.window = attached;
+    m_optics = Optics(m_p.optics);
+}
+
 const cv::Mat& PhysicalCamera::sceneRadiance(const PhysicalScene& scene) {
     scene.validate();
     const double fx = m_p.distortion.fx, fy = m_p.distortion.fy;
     auto surfaceRadiance = [&](double distance, double celsius, double emissivity) {
-        const PathTables& p = path(scene.air, distance);
-        return emissivity * p.through.radiance(celsius) +
-               (1.0 - emissivity) * p.through.radiance(scene.reflectedC) + p.airEmission;
+        return this->surfaceRadiance(scene.air, scene.reflectedC, distance, celsius, emissivity);
     };
     const cv::Size size(m_p.detector.width, m_p.detector.height);
     m_ideal.create(size, CV_32F);
@@ -132,8 +144,15 @@ void PhysicalCamera::netRadianceTerms(const CameraTemperatures& t, double& a, do
 
 cv::Mat PhysicalCamera::render(const PhysicalScene& scene, const CameraTemperatures& t, int range) {
     sceneRadiance(scene);
-    m_optics.blur(m_ideal);
-    cv::remap(m_ideal, m_sensor, m_sensorMap, m_sensorMapFraction, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    return renderRadiance(m_ideal, t, range);
+}
+
+cv::Mat PhysicalCamera::renderRadiance(cv::Mat& ideal, const CameraTemperatures& t, int range) {
+    if (ideal.type() != CV_32FC1 || ideal.size() != cv::Size(m_p.detector.width, m_p.detector.height))
+        NORDA_THROW("the ideal radiance image must be CV_32FC1 of the sensor's size",
+                    "nordacam::sim::physics::PhysicalCamera::renderRadiance");
+    m_optics.blur(ideal);
+    cv::remap(ideal, m_sensor, m_sensorMap, m_sensorMapFraction, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
     double a, b;
     netRadianceTerms(t, a, b);
     return m_bolometer.read(m_sensor, a, b, t, range);

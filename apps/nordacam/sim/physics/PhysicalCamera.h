@@ -91,8 +91,17 @@ public:
 
     // Raw frame of `scene` with the camera's parts at `t`, shutter open.
     cv::Mat render(const PhysicalScene& scene, const CameraTemperatures& t, int range = 1);
+    // Raw frame of an ideal radiance image (what sceneRadiance gives, CV_32F of the sensor's size),
+    // which the point-spread function blurs in place: for callers that compose scenes of their own.
+    cv::Mat renderRadiance(cv::Mat& ideal, const CameraTemperatures& t, int range = 1);
     // Raw frame with the shutter closed.
     cv::Mat renderShutter(const CameraTemperatures& t, int range = 1);
+    // In-band radiance arriving at the window from a grey surface at `distance` through `air`,
+    // reflecting surroundings at `reflectedC`, the air's own emission included.
+    double surfaceRadiance(const AirParameters& air, double reflectedC, double distance, double celsius,
+                           double emissivity);
+    // Puts the protective window in front of the lens or takes it away.
+    void setWindow(bool attached);
     // Calibration views: the camera settled at the board temperature, looking at a blackbody.
     TargetView blackbodyView(const BlackbodyView& request);
     GridTargetView gridView(const GridView& request);

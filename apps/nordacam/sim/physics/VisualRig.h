@@ -27,6 +27,15 @@ public:
     cv::Size visualSize() const { return {m_rig.visualWidth, m_rig.visualHeight}; }
     // Visual sensor pixel (full size, distorted) of a point in infrared camera coordinates.
     cv::Point2d project(const cv::Point3d& infrared) const;
+    // The same in a readout of `size` (the full sensor scaled: a binned or skipped mode).
+    cv::Point2d project(const cv::Point3d& infrared, cv::Size size) const;
+    // Every pixel's line of sight (infrared axes, CV_32FC3) in a readout of `size`, the lens's
+    // distortion undone.
+    cv::Mat rays(cv::Size size) const;
+    // The laser's spot alone (no ambient light) in a readout of `size` on a matt surface facing the
+    // camera at infrared depth `depth` with reflectance `rho`: photo-electrons per pixel (CV_32F).
+    cv::Mat laserSpot(double depth, double rho, cv::Size size, double exposureS,
+                      RigLaserTruth* truth = nullptr) const;
     // The grid target (dots printed black on a white plate) in its pose, 8-bit grey, full size.
     cv::Mat gridImage(const GridTarget& target);
     // The laser's spot on a matt surface facing the camera at infrared depth `depth` with
@@ -37,6 +46,11 @@ public:
     cv::Vec3d laserDirection() const { return m_rig.laserDirection / cv::norm(m_rig.laserDirection); }
 
 private:
+    // The visual lens at a readout of `size`.
+    DistortionParameters lensAt(cv::Size size) const;
+    cv::Mat spotElectrons(double depth, double rho, cv::Size size, double exposureS, double ambient,
+                          RigLaserTruth* truth) const;
+
     RigParameters m_rig;
     LaserParameters m_laser;
     LensDistortion m_lens;

@@ -1,0 +1,74 @@
+// The live camera's frames come from the physical camera: its warm-up, window and gains, read off
+// the raw frames with the shutter frames as the dark reference, as the chain's offset does.
+#include "apps/nordacam/sim/SceneSimulator.h"
+
+#include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/core/keys/Keys.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace norda::exp;
+using nordacam::sim::SceneSimulator;
+using Temp = quantity::Temperature<MarkedFloat>;
+
+namespace {
+
+struct Shots {
+    double boardC = 0, boardAtShutterC = 0;
+    unsigned long long uptimeMs = 0;
+    int range = 0;
+    double hotSignal = 0; // hot object less wall, counts above the shutter frame
+};
+
+double mean(const cv::Mat& m, cv::Point c) {
+    return cv::mean(m(cv::Rect(c.x - 8, c.y - 8, 16, 16)))[0];
+}
+
+Shots run(bool window, unsigned char range) {
+    DataProxy<std::string> store;
+    setDefaultParameters(store);
+    store.setValue(Id::ProtectiveGlass::Attached, window, false);
+    store.setValue<unsigned char>(Id::ActiveMeasRange::Name, range, false);
+    store.flush();
+    SceneSimulator sim(store, {});
+    Shots r;
+    cv::Mat shutter, scene;
+    for (int i = 0; i < 12; ++i) {
+        auto frame = sim.nextFrame();
+        const auto& meta = frame->getMetaData();
+        if (i == 0) {
+            r.boardC = meta.get<Temp>(Id::Temperatures::Current::TBoardSens50).celsius();
+            r.uptimeMs = meta.get<unsigned long long>(Id::DeviceInfo::Uptime);
+        }
+        if (meta.get<bool>(Id::Shutter::Closed))
+            frame->getFrameData().convertTo(shutter, CV_64F);
+        else
+            frame->getFrameData().convertTo(scene, CV_64F);
+        r.boardAtShutterC = meta.get<Temp>(Id::Temperatures::Shuttering::TBoardSens50).celsius();
+        r.range = meta.get<unsigned char>(Id::ActiveMeasRange::Name);
+    }
+    EXPECT_FALSE(shutter.empty() || scene.empty());
+    const cv::Mat signal = scene - shutter;
+    const cv::Point2f hot = sim.truth().hotCentre; // the disc's radius of 30 px spans the distortion
+    r.hotSignal = mean(signal, cv::Point(hot)) - mean(signal, {40, 40});
+    return r;
+}
+
+} // namespace
+
+TEST(SceneSimulator, LiveFramesFollowTheCamerasWarmUpWindowAndGain) {
+    const Shots plain = run(false, 1), window = run(true, 1), high = run(false, 2);
+    // Switched on 110 s ago in 21 C: the board 18 K above ambient with 90 s to settle.
+    EXPECT_EQ(plain.uptimeMs, 110000u);
+    EXPECT_NEAR(plain.boardC, 21.0 + 18.0 * (1.0 - std::exp(-110.0 / 90.0)), 0.01);
+    // The shutter closed at the first frame, while the board was still warming.
+    EXPECT_NEAR(plain.boardAtShutterC, plain.boardC, 0.02);
+    EXPECT_GT(plain.hotSignal, 1000.0); // 85 C against a 22 C wall
+    // The window passes 90 % of the scene; the high range has a quarter of the gain.
+    EXPECT_NEAR(window.hotSignal / plain.hotSignal, 0.90, 0.02);
+    EXPECT_EQ(high.range, 2);
+    EXPECT_NEAR(high.hotSignal / plain.hotSignal, 0.25, 0.02);
+}
