@@ -154,7 +154,7 @@ void Rix::save(const std::string& path, bool superResolution) const {
     utils::writeFileAtomically(path, bytes.data(), bytes.size());
 }
 
-void Rix::load(const std::string& path) {
+void Rix::load(const std::string& path, Content content) {
     std::error_code ec;
     const auto status = std::filesystem::status(path, ec);
     if (ec || !std::filesystem::is_regular_file(status))
@@ -170,10 +170,11 @@ void Rix::load(const std::string& path) {
         const int error = errno;
         NORDA_THROW(fmt::format("{}: can not open: {}", path, std::strerror(error)), kFunctionLoad);
     }
-    std::vector<char> data(static_cast<size_t>(size));
+    // Not zero-filled first: read() writes every byte that is used.
+    const std::unique_ptr<char[]> data(new char[static_cast<size_t>(size)]);
     size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::read(fd, data.data() + done, data.size() - done);
+    while (done < size) {
+        const ssize_t n = ::read(fd, data.get() + done, static_cast<size_t>(size) - done);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -181,16 +182,15 @@ void Rix::load(const std::string& path) {
         done += static_cast<size_t>(n);
     }
     ::close(fd);
-    data.resize(done);
-    load(data.data(), data.size(), path);
+    load(data.get(), done, path, content);
 }
 
 void Rix::load(const std::vector<char>& data, const std::string& name) {
     load(data.data(), data.size(), name);
 }
 
-void Rix::load(const void* data, size_t size, const std::string& name) {
-    *this = RixFormat::read(data, size, name);
+void Rix::load(const void* data, size_t size, const std::string& name, Content content) {
+    *this = RixFormat::read(data, size, name, content);
 }
 
 } // namespace norda::vision
