@@ -193,6 +193,7 @@ void analyzeRecording(TrendSeries& s, const AnalyzeOptions& o) {
     co.calibrationDir = o.calibrationDir;
     co.realTime = false;
     co.visual = false;
+    co.measurementOnly = true;
     co.frameSource = [&]() -> std::unique_ptr<Frame> {
         if (ended)
             return nullptr;

@@ -66,9 +66,9 @@ void expectSameItems(const Rix& a, const Rix& b, bool superResolution = false) {
 
 using norda::test::messageOf;
 
-std::string loadError(const std::vector<char>& bytes) {
+std::string loadError(const std::vector<char>& bytes, Rix::Content content = Rix::Content::Everything) {
     Rix rix;
-    return messageOf([&] { rix.load(bytes, "test.rix"); });
+    return messageOf([&] { rix.load(bytes.data(), bytes.size(), "test.rix", content); });
 }
 
 struct ChunkPos {
@@ -143,6 +143,14 @@ TEST(Rix, SaveLoadRoundTripKeepsEveryItemBitForBit) {
     Rix fromDisk;
     fromDisk.load(path);
     expectSameItems(original, fromDisk);
+    // Loaded without its pictures: every other item the same.
+    Rix values;
+    values.load(path, Rix::Content::Radiometric);
+    EXPECT_TRUE(values.getPreviewImageRgb().empty() && values.getVisualImageYuv2().empty() &&
+                values.getSrFrames().empty());
+    EXPECT_EQ(cv::norm(values.getRadiometricImage(), original.getRadiometricImage(), cv::NORM_INF), 0.0);
+    EXPECT_EQ(values.getGenerics().size(), original.getGenerics().size());
+    EXPECT_EQ(values.getMinMax(), original.getMinMax());
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1);
     std::ifstream in(path, std::ios::binary);
     std::vector<char> disk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -204,12 +212,14 @@ TEST(Rix, DamagedTruncatedOrForeignInputIsReportedNotTrusted) {
                 << loadError(cut);
         }
 
-    // A flipped bit anywhere in a chunk is found and the chunk named.
+    // A flipped bit anywhere in a chunk is found and the chunk named, also in the pictures a
+    // radiometric load does not keep.
     for (const auto& c : list) {
         auto bad = good;
         bad[c.length ? c.offset + 12 + c.length / 2 : c.offset + 8] ^= 0x10; // payload, or the CRC itself
         EXPECT_NE(loadError(bad).find("damaged chunk '" + c.type + "'"), std::string::npos)
             << c.type << ": " << loadError(bad);
+        EXPECT_EQ(loadError(bad, Rix::Content::Radiometric), loadError(bad));
     }
 
     // Foreign data and a damaged header.
