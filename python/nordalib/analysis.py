@@ -207,7 +207,7 @@ def _files(source):
     return [os.fspath(f) for f in source]
 
 
-def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, dask=False, chunk=64, **more):
+def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, dask=False, chunk=None, **more):
     """A pandas DataFrame with a row per saved image of `source` (a folder's *.RIX, sorted by name,
     or a list of files): file, time (UTC), hot, cold, mean (°C: the image's hottest, coldest and
     in-range mean), the object parameters at capture (emissivity, reflected °C, air_temperature
@@ -218,7 +218,9 @@ def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, d
 
     dask=True runs on a local Dask cluster with a worker process per core; client= on an existing
     dask.distributed.Client (a cluster of several machines that see the same files). `chunk` files
-    go to a worker at once. Serial otherwise. Every way gives the same table."""
+    go to a worker at once (by default about a quarter of a worker's share, at most 64, so that no
+    worker waits while another finishes a long list). Serial otherwise. Every way gives the same
+    table."""
     import pandas
 
     areas = [tuple(int(v) for v in a) for a in areas]
@@ -228,13 +230,17 @@ def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, d
     if reflected is not None:
         reanalysis["reflected"] = reflected
     files = _files(source)
-    chunks = [files[i:i + max(1, int(chunk))] for i in range(0, len(files), max(1, int(chunk)))]
     own = None
     if client is None and dask:
         from dask.distributed import Client, LocalCluster
         own = Client(LocalCluster(n_workers=os.cpu_count() or 1, threads_per_worker=1, processes=True))
         client = own
     try:
+        if chunk is None:
+            threads = sum(client.nthreads().values()) if client is not None else 1
+            chunk = min(64, -(-len(files) // (4 * max(1, threads))))
+        chunk = max(1, int(chunk))
+        chunks = [files[i:i + chunk] for i in range(0, len(files), chunk)]
         if client is not None:
             futures = client.map(_analyse_files, chunks, areas=areas, reanalysis=reanalysis, pure=False)
             parts = client.gather(futures)
