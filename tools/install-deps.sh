@@ -12,6 +12,8 @@ packages=(
     cmake g++ make pkg-config ccache
     libfmt-dev libspdlog-dev libhwy-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    # zlib's crc32: a reference for the image files' checksum in the tests and benchmarks
+    zlib1g-dev
     netpbm imagemagick
     # the viewer's browser tests drive headless Chromium through its WebDriver
     chromium chromium-driver fonts-dejavu-core

@@ -117,7 +117,7 @@ void analyzeImages(TrendSeries& s, const AnalyzeOptions& o) {
         try {
             if (!norda::utils::existsFile(file))
                 throw std::runtime_error("no such file");
-            rix.load(file);
+            rix.load(file, norda::vision::Rix::Content::Radiometric);
             const auto& rad = rix.getRadiometricImage();
             if (rad.empty())
                 throw std::runtime_error("holds no radiometric image");
@@ -193,6 +193,7 @@ void analyzeRecording(TrendSeries& s, const AnalyzeOptions& o) {
     co.calibrationDir = o.calibrationDir;
     co.realTime = false;
     co.visual = false;
+    co.measurementOnly = true;
     co.frameSource = [&]() -> std::unique_ptr<Frame> {
         if (ended)
             return nullptr;
@@ -312,8 +313,8 @@ TrendSeries analyzeSeries(const AnalyzeOptions& o) {
 
 void writeTrendCsv(const TrendSeries& s, const std::string& file) {
     std::string csv = "time_s,source";
-    for (const auto& t : s.tools)
-        csv += fmt::format(",{} °C,{} validity", t, t);
+    for (const auto& t : s.tools) // quoted: a point's and an area's names hold commas
+        csv += fmt::format(",\"{} °C\",\"{} validity\"", t, t);
     csv += ",error\n";
     for (size_t i = 0; i < s.time.size(); ++i) {
         csv += std::isnan(s.time[i]) ? "," : fmt::format("{:.3f},", s.time[i]);

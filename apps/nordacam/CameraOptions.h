@@ -21,10 +21,13 @@ struct CameraOptions {
     std::string settingsFile;             // read at start (when it exists) and written by SaveUserSettings
     std::vector<std::string> assignments; // --set KEY=VALUE
     sim::SimulatorConfig sim;
-    bool realTime = true;              // pace the simulator at its frame rate
-    bool streams = false;              // wire the stream senders for the HTTP server
-    bool rtsp = false;                 // keep the infrared picture apart from the fused one (RtspStreams)
-    bool visual = true;                // the simulated visual camera beside the simulated detector
+    bool realTime = true; // pace the simulator at its frame rate
+    bool streams = false; // wire the stream senders for the HTTP server
+    bool rtsp = false;    // keep the infrared picture apart from the fused one (RtspStreams)
+    bool visual = true;   // the simulated visual camera beside the simulated detector
+    // The chain up to the measurements only, without the raw recorder, the palette picture and its
+    // overlay: an analysis of a recording reads temperatures and results.
+    bool measurementOnly = false;
     bool highResolutionStills = false; // saved images hold 2592 x 1944 visual stills (else 1024 x 768)
     sim::VisualConfig visualSim;
 };

@@ -211,13 +211,15 @@ void ChainBuilder::build() {
     // Taps on the raw frames, before the offset element takes their metadata.
     // The recorder takes a copy in the otherwise unused slot 1 (see TeeElement).
     const auto recordSlot = static_cast<STREAMING_DATATYPE>(1);
-    addStage("TeeElement", std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"),
-             "raw frame copy");
-    addStage("PxmRecorderElement",
-             std::make_unique<PxmRecorderElement>(
-                 recordSlot, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
-                 [this](unsigned long long remaining) { m_recordRemaining = remaining; }),
-             "raw recording");
+    if (!m_options.measurementOnly) {
+        addStage("TeeElement", std::make_unique<TeeElement>(STREAMING_DATATYPE_RAW, recordSlot, "RawCopy"),
+                 "raw frame copy");
+        addStage("PxmRecorderElement",
+                 std::make_unique<PxmRecorderElement>(
+                     recordSlot, kRecorderName, m_commands, [this](bool on) { m_recording = on; },
+                     [this](unsigned long long remaining) { m_recordRemaining = remaining; }),
+                 "raw recording");
+    }
     {
         auto element = std::make_unique<CoordinateValueElement>();
         auto* raw = element.get();
@@ -280,9 +282,11 @@ void ChainBuilder::build() {
                      [this](Frame& f, unsigned long long, bool) { m_streams->publishRadiometric(f); },
                      m_commands, kPxmStreamName, 0),
                  "radiometric stream");
-    addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
-    addStage("OverlayFrameTap", std::make_unique<OverlayFrameTap>(m_overlay),
-             "the frame an image is saved from, for its overlay");
+    if (!m_options.measurementOnly) {
+        addStage("PaletteElement", std::make_unique<PaletteElement>(false), "palette");
+        addStage("OverlayFrameTap", std::make_unique<OverlayFrameTap>(m_overlay),
+                 "the frame an image is saved from, for its overlay");
+    }
     addImageWriter();
     if (m_visual && m_options.rtsp)
         addStage(

@@ -4,6 +4,7 @@ on the stored pixels, re-analysed through Rix.reanalyze when new object paramete
 
     t = nordalib.analysis.trend(sorted(glob("IR*.RIX")), points=[(320, 240)], areas=[(80, 60, 160, 120)])
     t["time"], t["values"][:, t["tools"].index("P1 (320,240)")]
+    t = nordalib.analysis.trend("RAW20261123-154730.pxm", points=[(320, 240)])  # through nordacam
     table = nordalib.analysis.archive("survey/", areas=[(0, 0, 64, 48)], emissivity=0.9)   # DataFrame
     table = nordalib.analysis.archive("survey/", client=dask.distributed.Client(...))     # on a cluster
 
@@ -41,11 +42,20 @@ def _check_tools(points, areas, shape, name):
                              % (x, y, w, h, width, height, name))
 
 
-def trend(images, points=(), areas=()):
+def trend(images, points=(), areas=(), *, calibration=None, nordacam=None):
     """The image's hot spot, each point and each area's mean and maximum over a series of saved
-    images, as `nordacam analyze` measures them. Returns a dict of NumPy arrays: "time" (s since the
-    first image, float64), "values" (°C, float32, samples x tools), "marks" (uint8 validity marks),
-    and the lists "tools", "files", "errors" (an image that cannot be read gets NaN and its error)."""
+    images, or over the frames of one raw recording (a .pxm path), as `nordacam analyze` measures
+    them. Returns a dict of NumPy arrays: "time" (s since the first image, float64), "values" (°C,
+    float32, samples x tools), "marks" (uint8 validity marks), and the lists "tools", "files" (file
+    names; frame numbers of a recording), "errors" (an image that cannot be read gets NaN and its
+    error).
+
+    A raw recording becomes temperatures only through the camera's chain, which lives in the host
+    program: `nordacam analyze` (the program `nordacam`, else $NORDACAM, else the one built beside
+    this module, else nordacam on PATH) runs it with the calibration folder `calibration` and its
+    table is read back."""
+    if isinstance(images, (str, os.PathLike)) and os.fspath(images).lower().endswith(".pxm"):
+        return _recording_trend(os.fspath(images), points, areas, calibration, nordacam)
     np = _numpy()
     points = [tuple(int(v) for v in p) for p in points]
     areas = [tuple(int(v) for v in a) for a in areas]
@@ -58,7 +68,7 @@ def trend(images, points=(), areas=()):
     for path in images:
         name = os.path.basename(path)
         try:
-            rix = Rix.load(path)
+            rix = Rix.load(path, pictures=False)
             raw = rix.raw
             if shape is None:
                 _check_tools(points, areas, raw.shape, path)
@@ -93,6 +103,57 @@ def trend(images, points=(), areas=()):
             "files": [os.path.basename(f) for f in images], "errors": errors}
 
 
+def _nordacam(given):
+    from . import _build
+    for candidate in (given, os.environ.get("NORDACAM"), _build.NORDACAM):
+        if candidate and os.access(candidate, os.X_OK):
+            return candidate
+    import shutil
+    found = shutil.which("nordacam")
+    if not found:
+        raise FileNotFoundError("nordacam (the host program, which analyses raw recordings) is not found; "
+                                "give its path as nordacam= or in $NORDACAM")
+    return found
+
+
+def _recording_trend(recording, points, areas, calibration, nordacam):
+    import csv
+    import subprocess
+    import tempfile
+
+    from .values import _MARK_NAMES
+
+    np = _numpy()
+    args = [_nordacam(nordacam), "analyze", recording]
+    for x, y in points:
+        args += ["--point", "%d,%d" % (int(x), int(y))]
+    for x, y, w, h in areas:
+        args += ["--area", "%d,%d,%d,%d" % (int(x), int(y), int(w), int(h))]
+    if calibration is not None:
+        args += ["--calib", os.fspath(calibration)]
+    marks = {name: mark for mark, name in _MARK_NAMES.items()}
+    with tempfile.TemporaryDirectory(prefix="nordalib-trend-") as scratch:
+        done = subprocess.run(args + ["--out", os.path.join(scratch, "trend")], capture_output=True, text=True)
+        table = os.path.join(scratch, "trend.csv")
+        if not os.path.exists(table):
+            raise ValueError((done.stderr or done.stdout).strip() or "nordacam analyze %s failed" % recording)
+        with open(table, encoding="utf-8", newline="") as f:
+            rows = list(csv.reader(f))
+    # time_s, source, then a value and a validity column per tool, then error
+    tools = [h[:-len(" °C")] for h in rows[0][2:-1:2]]
+    times, values, validity, files, errors = [], [], [], [], []
+    for r in rows[1:]:
+        error = r[2 + 2 * len(tools)] if len(r) > 2 + 2 * len(tools) else ""
+        times.append(float(r[0]) if r[0] else _NAN)
+        files.append(r[1])
+        errors.append(error)
+        cells = r[2:2 + 2 * len(tools)]
+        values.append([float(v) if v and not error else _NAN for v in cells[0::2]])
+        validity.append([marks.get(m, 1) if not error else 1 for m in cells[1::2]])
+    return {"time": np.array(times, dtype=np.float64), "values": np.array(values, dtype=np.float32),
+            "marks": np.array(validity, dtype=np.uint8), "tools": tools, "files": files, "errors": errors}
+
+
 # ---- archives ---------------------------------------------------------------------------------
 
 _COLUMNS = ["file", "time", "hot", "cold", "mean", "emissivity", "reflected", "air_temperature",
@@ -113,7 +174,7 @@ def _analyse_file(path, areas, reanalysis):
     """One row; a file that fails gives its error instead of its values."""
     row = {"file": path, "error": ""}
     try:
-        rix = Rix.load(path)
+        rix = Rix.load(path, pictures=False)
         height, width = rix.shape
         for x, y, w, h in areas:
             if w <= 0 or h <= 0 or x < 0 or y < 0 or x + w > width or y + h > height:
@@ -146,7 +207,7 @@ def _files(source):
     return [os.fspath(f) for f in source]
 
 
-def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, dask=False, chunk=64, **more):
+def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, dask=False, chunk=None, **more):
     """A pandas DataFrame with a row per saved image of `source` (a folder's *.RIX, sorted by name,
     or a list of files): file, time (UTC), hot, cold, mean (°C: the image's hottest, coldest and
     in-range mean), the object parameters at capture (emissivity, reflected °C, air_temperature
@@ -157,7 +218,9 @@ def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, d
 
     dask=True runs on a local Dask cluster with a worker process per core; client= on an existing
     dask.distributed.Client (a cluster of several machines that see the same files). `chunk` files
-    go to a worker at once. Serial otherwise. Every way gives the same table."""
+    go to a worker at once (by default about a quarter of a worker's share, at most 64, so that no
+    worker waits while another finishes a long list). Serial otherwise. Every way gives the same
+    table."""
     import pandas
 
     areas = [tuple(int(v) for v in a) for a in areas]
@@ -167,13 +230,17 @@ def archive(source, areas=(), emissivity=None, reflected=None, *, client=None, d
     if reflected is not None:
         reanalysis["reflected"] = reflected
     files = _files(source)
-    chunks = [files[i:i + max(1, int(chunk))] for i in range(0, len(files), max(1, int(chunk)))]
     own = None
     if client is None and dask:
         from dask.distributed import Client, LocalCluster
         own = Client(LocalCluster(n_workers=os.cpu_count() or 1, threads_per_worker=1, processes=True))
         client = own
     try:
+        if chunk is None:
+            threads = sum(client.nthreads().values()) if client is not None else 1
+            chunk = min(64, -(-len(files) // (4 * max(1, threads))))
+        chunk = max(1, int(chunk))
+        chunks = [files[i:i + chunk] for i in range(0, len(files), chunk)]
         if client is not None:
             futures = client.map(_analyse_files, chunks, areas=areas, reanalysis=reanalysis, pure=False)
             parts = client.gather(futures)

@@ -127,17 +127,20 @@ Rix.load(path) or Rix.from_bytes(data) reads one; the image is read-only, and it
 the loaded pixels without copying them.)")
         .def_static(
             "load",
-            [](py::handle path) {
+            [](py::handle path, bool pictures) {
                 const std::string p = pathArgument(path);
                 requireReadable(p);
                 Rix rix;
                 {
                     py::gil_scoped_release release;
-                    rix.load(p);
+                    rix.load(p, pictures ? Rix::Content::Everything : Rix::Content::Radiometric);
                 }
                 return loaded(std::move(rix), p);
             },
-            py::arg("path"), "Reads a radiometric image file; ValueError when it is damaged or not one.")
+            py::arg("path"), py::kw_only(), py::arg("pictures") = true,
+            "Reads a radiometric image file; ValueError when it is damaged or not one. pictures=False "
+            "keeps the temperatures and settings only (preview, visual image and super-resolution "
+            "frames are checked, then dropped), for analyses of many files.")
         .def_static(
             "from_bytes",
             [](py::buffer data) {

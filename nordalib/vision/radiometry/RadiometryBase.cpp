@@ -174,17 +174,37 @@ cv::Mat_<unsigned short> RadiometryBase::processFrame(cv::Mat_<short>& raw) {
     const RadiometricConditions c = conditions();
     const unsigned rangeNumber = m_data.get<unsigned char>(RadiometryId::MeasRange);
     if (!m_tableValid || rangeNumber != m_tableRange || !(c == m_tableConditions)) {
-        buildTable(range, c);
         m_tableRange = rangeNumber;
         m_tableConditions = c;
         m_tableValid = true;
+        m_tableLow = 1; // no entry yet
+        m_tableHigh = 0;
+        ++m_tableBuilds;
+    }
+    // The board temperature changes the conditions every few frames, and a frame's signals span a
+    // small part of the 65536: the table is filled for the signals that occur.
+    double lo = 0, hi = 0;
+    cv::minMaxIdx(raw, &lo, &hi);
+    if (m_tableLow > m_tableHigh) {
+        buildTable(range, c, int(lo), int(hi));
+        m_tableLow = int(lo);
+        m_tableHigh = int(hi);
+    }
+    if (int(lo) < m_tableLow) {
+        buildTable(range, c, int(lo), m_tableLow - 1);
+        m_tableLow = int(lo);
+    }
+    if (int(hi) > m_tableHigh) {
+        buildTable(range, c, m_tableHigh + 1, int(hi));
+        m_tableHigh = int(hi);
     }
     cv::Mat out;
     m_table.apply(raw, out);
     return out;
 }
 
-void RadiometryBase::buildTable(const RangeCalibration& range, const RadiometricConditions& c) {
+void RadiometryBase::buildTable(const RangeCalibration& range, const RadiometricConditions& c, int from,
+                                int to) {
     // Everything but the signal is constant for the table: fold it into s -> a * s + b for the
     // object's Planck signal, so each entry costs one logarithm.
     const auto& p = range.planck;
@@ -201,7 +221,7 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
              "norda::vision::RadiometryBase::buildTable");
     const double inv = 1.0 / m_resolution;
     const double r = p.R1 / p.R2;
-    for (int s = -32768; s <= 32767; ++s) {
+    for (int s = from; s <= to; ++s) {
         const double object = a * s + b + p.O;
         unsigned short v;
         if (!(object > 0.0)) {
@@ -217,7 +237,6 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
         }
         m_table[static_cast<unsigned short>(s)] = v;
     }
-    ++m_tableBuilds;
 }
 
 std::vector<unsigned> RadiometryBase::commonRequiredData() {

@@ -61,7 +61,7 @@ public:
     const RadiometricCalibration& calibration() const { return m_calibration; }
     const std::string& calibrationFile() const { return m_calibrationFile; }
     float resolution() const { return m_resolution; }
-    // Number of table builds so far (diagnostics and tests).
+    // Number of tables begun so far, one for each change of conditions (diagnostics and tests).
     unsigned tableBuilds() const { return m_tableBuilds; }
 
 protected:
@@ -76,7 +76,8 @@ protected:
     [[noreturn]] void fail(const std::string& message, const char* function) const;
 
 private:
-    void buildTable(const RangeCalibration& range, const RadiometricConditions& conditions);
+    // The entries of the signals from..to.
+    void buildTable(const RangeCalibration& range, const RadiometricConditions& conditions, int from, int to);
 
     unsigned short m_cols;
     unsigned short m_rows;
@@ -91,6 +92,7 @@ private:
     bool m_tableValid = false;
     unsigned m_tableRange = 0;
     RadiometricConditions m_tableConditions;
+    int m_tableLow = 1, m_tableHigh = 0; // the signals whose entries are filled
     unsigned m_tableBuilds = 0;
 };
 

@@ -31,6 +31,25 @@ uint64_t mix64(uint64_t k) {
     return k;
 }
 
+// Room for a file's bytes. A thread keeps the room of its last file (up to 8 MB, a camera image
+// with its pictures is about 3) for the next: asked for megabytes anew each time, an allocator told
+// to give memory back at once (as in Dask's workers) hands out fresh pages whose zeroing costs more
+// than reading the file.
+char* fileBuffer(size_t size, std::unique_ptr<char[]>& own) {
+    constexpr size_t kKept = size_t(8) << 20;
+    if (size > kKept) {
+        own.reset(new char[size]);
+        return own.get();
+    }
+    thread_local std::unique_ptr<char[]> kept;
+    thread_local size_t capacity = 0;
+    if (capacity < size) {
+        kept.reset(new char[size]);
+        capacity = size;
+    }
+    return kept.get();
+}
+
 } // namespace
 
 Rix::Rix() : m_fileVersion(formatVersion()) {}
@@ -154,7 +173,7 @@ void Rix::save(const std::string& path, bool superResolution) const {
     utils::writeFileAtomically(path, bytes.data(), bytes.size());
 }
 
-void Rix::load(const std::string& path) {
+void Rix::load(const std::string& path, Content content) {
     std::error_code ec;
     const auto status = std::filesystem::status(path, ec);
     if (ec || !std::filesystem::is_regular_file(status))
@@ -170,10 +189,11 @@ void Rix::load(const std::string& path) {
         const int error = errno;
         NORDA_THROW(fmt::format("{}: can not open: {}", path, std::strerror(error)), kFunctionLoad);
     }
-    std::vector<char> data(static_cast<size_t>(size));
+    std::unique_ptr<char[]> own;
+    char* const data = fileBuffer(static_cast<size_t>(size), own);
     size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::read(fd, data.data() + done, data.size() - done);
+    while (done < size) {
+        const ssize_t n = ::read(fd, data + done, static_cast<size_t>(size) - done);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -181,16 +201,15 @@ void Rix::load(const std::string& path) {
         done += static_cast<size_t>(n);
     }
     ::close(fd);
-    data.resize(done);
-    load(data.data(), data.size(), path);
+    load(data, done, path, content);
 }
 
 void Rix::load(const std::vector<char>& data, const std::string& name) {
     load(data.data(), data.size(), name);
 }
 
-void Rix::load(const void* data, size_t size, const std::string& name) {
-    *this = RixFormat::read(data, size, name);
+void Rix::load(const void* data, size_t size, const std::string& name, Content content) {
+    *this = RixFormat::read(data, size, name, content);
 }
 
 } // namespace norda::vision

@@ -125,10 +125,14 @@ public:
     // existing file is replaced only by a complete new one.
     void save(const std::string& path, bool superResolution) const;
     void save(std::vector<char>& out, bool superResolution) const;
-    void load(const std::string& path);
+    // What load() keeps. Radiometric: everything but the pictures (preview, visual image and
+    // super-resolution frames), which are checked as always but not copied: analyses of many
+    // files read the temperatures and settings only, a fifth of a camera image's bytes.
+    enum class Content { Everything, Radiometric };
+    void load(const std::string& path, Content content = Content::Everything);
     // `name` names the data in error messages.
     void load(const std::vector<char>& data, const std::string& name = "memory buffer");
-    void load(const void* data, size_t size, const std::string& name);
+    void load(const void* data, size_t size, const std::string& name, Content content = Content::Everything);
 
 private:
     friend class RixFormat; // the file layout reads and writes the items directly

@@ -127,8 +127,8 @@ public:
                                 static_cast<exp::quantity::TemperatureUnit>(unit));
     }
     // An image of `elemBytes` per pixel; its size is bounded by the bytes actually present, so a
-    // damaged size can never cause a large allocation.
-    template <typename M> M image() {
+    // damaged size can never cause a large allocation. Not `keep`: checked the same, not copied.
+    template <typename M> M image(bool keep = true) {
         const auto cols = scalar<uint32_t>();
         const auto rows = scalar<uint32_t>();
         if (cols > INT_MAX || rows > INT_MAX)
@@ -142,6 +142,10 @@ public:
         if (size > remaining())
             throw ParseError{
                 fmt::format("image of {} x {} needs {} bytes, {} present", cols, rows, size, remaining())};
+        if (!keep) {
+            m_pos += static_cast<size_t>(size);
+            return M();
+        }
         M m(static_cast<int>(rows), static_cast<int>(cols));
         bytes(m.data, static_cast<size_t>(size));
         return m;
@@ -268,7 +272,8 @@ void RixFormat::write(const Rix& rix, bool superResolution, std::vector<char>& o
     w.endChunk();
 }
 
-Rix RixFormat::read(const void* data, size_t size, const std::string& name) {
+Rix RixFormat::read(const void* data, size_t size, const std::string& name, Rix::Content content) {
+    const bool pictures = content == Rix::Content::Everything;
     const auto* bytes = static_cast<const uint8_t*>(data);
     auto fail = [&](const std::string& what) { NORDA_THROW(name + ": " + what, kFunctionLoad); };
 
@@ -319,11 +324,11 @@ Rix RixFormat::read(const void* data, size_t size, const std::string& name) {
                 if (rix.m_radiometric.empty())
                     throw ParseError{"empty radiometric image"};
             } else if (type == kPreview) {
-                rix.m_preview = r.image<cv::Mat_<cv::Vec3b>>();
+                rix.m_preview = r.image<cv::Mat_<cv::Vec3b>>(pictures);
             } else if (type == kVisual) {
                 rix.m_visualPreviewFactor = r.scalar<float>();
                 rix.m_visualHighResolution = r.scalar<uint8_t>() != 0;
-                rix.m_visual = r.image<cv::Mat_<cv::Vec2b>>();
+                rix.m_visual = r.image<cv::Mat_<cv::Vec2b>>(pictures);
             } else if (type == kGeneric) {
                 exp::MemoryBinary m(payload, length);
                 const auto count = m.readCount(8);
@@ -360,7 +365,8 @@ Rix RixFormat::read(const void* data, size_t size, const std::string& name) {
                 if (count > r.remaining() / 8)
                     throw ParseError{fmt::format("{} frames can not fit in {} bytes", count, r.remaining())};
                 for (uint32_t i = 0; i < count; ++i)
-                    rix.m_srFrames.push_back(r.image<cv::Mat_<uint16_t>>());
+                    if (auto frame = r.image<cv::Mat_<uint16_t>>(pictures); pictures)
+                        rix.m_srFrames.push_back(std::move(frame));
             } else if (type == kSrImage) {
                 expectEncoding(r);
                 rix.m_srQuality = r.scalar<float>();

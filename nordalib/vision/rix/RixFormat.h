@@ -16,7 +16,8 @@ public:
     // `superResolution` and no super-resolution image.
     static void write(const Rix& rix, bool superResolution, std::vector<char>& out);
     // Throws norda::Exception (location Rix::load) naming `name`, the chunk and its offset.
-    static Rix read(const void* data, size_t size, const std::string& name);
+    static Rix read(const void* data, size_t size, const std::string& name,
+                    Rix::Content content = Rix::Content::Everything);
 };
 
 } // namespace norda::vision

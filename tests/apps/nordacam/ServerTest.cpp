@@ -1,5 +1,6 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/Server.h"
+#include "tests/apps/nordacam/ServerSupport.h"
 
 #include "nordalib/core/keys/Keys.h"
 #include "tests/support/ExclusiveRun.h"
@@ -28,78 +29,9 @@
 using namespace norda::exp;
 using namespace nordacam;
 using json = nlohmann::json;
+using nordacam::test::LiveServer;
 
 namespace {
-
-// The live chain and the server in this process, on a free loopback port.
-class LiveServer {
-public:
-    explicit LiveServer(const std::string& out) {
-        CameraOptions o;
-        o.outputDir = out;
-        o.settingsFile = out + "/settings.json";
-        o.streams = true;
-        o.sim.uptimeStartMs = 130000;
-        camera = std::make_unique<Camera>(o);
-        server = std::make_unique<WebServer>(*camera);
-        port = server->bind("127.0.0.1", 0);
-        camera->start();
-        thread = std::thread([this] { server->run(); });
-    }
-    ~LiveServer() {
-        stop();
-        camera->stop();
-    }
-    void stop() {
-        if (thread.joinable()) {
-            server->stop();
-            thread.join();
-        }
-    }
-    httplib::Client client() const {
-        httplib::Client c("127.0.0.1", port);
-        c.set_read_timeout(30, 0); // a capture may wait 15 s for its frame on a busy machine
-        return c;
-    }
-    // Reads a multipart stream until `parts` parts arrived; returns their bodies (and, if asked,
-    // their arrival times in seconds).
-    std::vector<std::string> readParts(const std::string& path, size_t parts,
-                                       std::vector<double>* times = nullptr) const {
-        std::string buffer;
-        std::vector<std::string> out;
-        const auto start = std::chrono::steady_clock::now();
-        auto c = client();
-        c.Get(path.c_str(), [&](const char* data, size_t n) {
-            buffer.append(data, n);
-            while (true) {
-                const auto head = buffer.find("--nordacamframe\r\n");
-                const auto lenAt = buffer.find("Content-Length: ", head);
-                const auto bodyAt = buffer.find("\r\n\r\n", lenAt);
-                if (head == std::string::npos || lenAt == std::string::npos || bodyAt == std::string::npos)
-                    break;
-                const size_t len = std::stoul(buffer.substr(lenAt + 16, bodyAt - lenAt - 16));
-                if (buffer.size() < bodyAt + 4 + len)
-                    break;
-                out.push_back(buffer.substr(bodyAt + 4, len));
-                buffer.erase(0, bodyAt + 4 + len);
-                if (times)
-                    times->push_back(
-                        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-            }
-            return out.size() < parts;
-        });
-        return out;
-    }
-    void waitForFrames() const {
-        for (int i = 0; i < 200 && camera->snapshot().rgb.empty(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-
-    std::unique_ptr<Camera> camera;
-    std::unique_ptr<WebServer> server;
-    int port = 0;
-    std::thread thread;
-};
 
 // A raw loopback connection that asked for `path`, with a small receive buffer: a reader that stops
 // reading backs up into the server at once.

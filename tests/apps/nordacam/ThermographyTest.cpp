@@ -7,6 +7,7 @@
 #include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/rix/RixReanalysis.h"
+#include "tests/apps/nordacam/ServerSupport.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +23,7 @@ using namespace norda::exp;
 using namespace nordacam;
 using json = nlohmann::json;
 using norda::vision::RixReanalysis;
+using nordacam::test::call;
 
 namespace {
 
@@ -54,24 +56,6 @@ std::vector<double> regionMeans(const cv::Mat& rad, const sim::SceneTruth& t) {
             mean(cv::Rect(cv::Point(t.hotCentre) - cv::Point(8, 8), cv::Size(16, 16))),
             mean(cv::Rect(cv::Point(t.coldCentre) - cv::Point(8, 8), cv::Size(16, 16))),
             mean(cv::Rect(300, 40, 40, 30))};
-}
-
-struct Response {
-    int status;
-    json body;
-};
-
-Response call(const WebServer& server, const std::string& method, const std::string& path,
-              const json& body = {}) {
-    httplib::Request req;
-    httplib::Response res;
-    req.method = method;
-    req.path = path;
-    if (!body.is_null())
-        req.body = body.dump();
-    server.handle(req, res);
-    return {res.status,
-            res.body.empty() || (res.body[0] != '{' && res.body[0] != '[') ? json() : json::parse(res.body)};
 }
 
 } // namespace

@@ -157,6 +157,15 @@ TEST(RadiometryModel, DataValidationAndTableReuse) {
         EXPECT_EQ(t(0, i),
                   std::lround(RadiometricTools::objectTemperature(wide.activeRange(), c, ramp(0, i)) * 100.0))
             << ramp(0, i);
+    // Filled for a frame's signals: a later frame's other signals under the same conditions are
+    // added, below and above.
+    RadiometryTypeA grown(4, 1, 0.01f, test::calibrationDir());
+    setConditions(grown, meta);
+    grown.setData(RadiometryId::MeasRange, makeVariant<unsigned char>(1));
+    cv::Mat_<short> narrow(1, 4, short(3000));
+    grown.processFrame(narrow);
+    EXPECT_EQ(cv::norm(grown.processFrame(ramp), t, cv::NORM_INF), 0.0);
+    EXPECT_EQ(grown.tableBuilds(), 1u);
 }
 
 // Scenes synthesised with the forward model at known temperatures come back through the element
