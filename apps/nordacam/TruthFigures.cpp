@@ -4,6 +4,7 @@
 #include "apps/nordacam/sim/physics/CameraThermal.h"
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
 
+#include "nordalib/vision/radiometry/BoardLag.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 
@@ -116,18 +117,30 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
     const double lensTransmission =
         camera.lensPathRadiance(30.0) / camera.detectorRadiance(30.0); // data sheet
     phys::CameraThermal thermal(options.camera.thermal, options.camera.shutter);
+    // The camera's lag filter of its board sensor, fed from switching on as the radiometry element
+    // feeds it every frame (once a second here: the filter is exact for a board changing linearly).
+    norda::vision::BoardLag lag(range.boardLagTimeConstantS, range.boardLagShare);
+    double fed = 0.0;
+    auto runTo = [&](double uptimeS) {
+        while (fed < uptimeS || !lag.started()) {
+            fed = lag.started() ? std::min(fed + 1.0, uptimeS) : 0.0;
+            thermal.runTo(fed);
+            lag.update(fed, thermal.temperatures().boardC + kCelsius);
+        }
+    };
     std::map<std::string, Stat> objects;
     Stat reflected, label, bigDisc, smallDisc;
     double boardFrom = 0, boardTo = 0;
     for (double shutterAt = 120.0; shutterAt < 600.0; shutterAt += kShutterPeriodS) {
-        thermal.runTo(shutterAt);
+        runTo(shutterAt);
         const auto atShutter = thermal.temperatures();
+        const double lagAtShutter = lag.value();
         cv::Mat shutter;
         camera.renderShutter(atShutter).convertTo(shutter, CV_64F);
         if (shutterAt == 120.0)
             boardFrom = atShutter.boardC;
         for (double after : {2.0, 10.0, 19.0}) {
-            thermal.runTo(shutterAt + after);
+            runTo(shutterAt + after);
             const auto t = thermal.temperatures();
             boardTo = t.boardC;
             cv::Mat frame;
@@ -140,6 +153,8 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
             c.boardShutteringK = atShutter.boardC + kCelsius;
             c.boardCurrentK = t.boardC + kCelsius;
             c.boardSlope = t.boardSlopeKPerMin;
+            c.boardLagK = lag.value();
+            c.boardLagShutteringK = lagAtShutter;
             // The signal over the middle of a surface, where the lens puts it on the sensor.
             auto signal = [&](const phys::SceneSurface& s, int half, cv::Point2d offset = {}) {
                 const cv::Point2d at = lens.distort(s.centre + offset);
