@@ -116,7 +116,7 @@ TEST(RixReanalysis, ReadsWhatTheImageWasTakenWith) {
     rix.setEmissivityOriginal(0.9f);
     rix.setReflectedTempOriginal(Rix::Temperature(MarkedFloat(20.0f), quantity::TemperatureUnit::Celsius));
     EXPECT_EQ(test::messageOf([&] { RixReanalysis::temperatures(rix, {}); }),
-              "the image carries no Planck constants (Radiometry.Planck with R1, R2, B, F, O); it can not be "
+              "the image carries no Planck constants (Radiometry.Planck with R1, R2, B, F, O[, T0]); it can not be "
               "re-analysed");
 
     rix.setGeneric(Id::Radiometry::Planck,
