@@ -307,6 +307,9 @@ RangeFit RadiometryFit::fitRange(unsigned range, const std::vector<Measured>& vi
                 }
         };
         search(10.0, 1000.0, 1.25, 0.3, 1.2, 0.1);
+        if (!std::isfinite(best))
+            NORDA_THROW(fmt::format("range {}: the warm-up views give no finite fit at any lag", range),
+                        kFit);
         search(bestTau / 1.25, bestTau * 1.25, 1.02, bestShare - 0.1, bestShare + 0.1, 0.01);
         search(bestTau / 1.02, bestTau * 1.02, 1.004, bestShare - 0.01, bestShare + 0.01, 0.002);
         fixed.boardLagTimeConstantS = bestTau;
