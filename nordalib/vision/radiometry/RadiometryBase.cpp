@@ -159,8 +159,9 @@ RadiometricConditions RadiometryBase::conditions() const {
     c.boardSlope = m_data.get<float>(RadiometryId::TBoardSlope);
     if (auto lag = m_lags.find(m_data.get<unsigned char>(RadiometryId::MeasRange));
         lag != m_lags.end() && lag->second.filter.started()) {
-        c.boardLagK = lag->second.filter.value();
-        c.boardLagShutteringK = lag->second.atShuttering;
+        // To a millikelvin: a settled camera's lag creeps on by less, and the table stays.
+        c.boardLagK = std::round(lag->second.filter.value() * 1000.0) / 1000.0;
+        c.boardLagShutteringK = std::round(lag->second.atShuttering * 1000.0) / 1000.0;
     }
     c.tauPg = m_data.get<float>(RadiometryId::TauPg);
     c.emisPg = m_data.get<float>(RadiometryId::EmisPg);
