@@ -265,7 +265,8 @@ protective glass) exactly as the camera's re-analysis does.)")
             "temperature).")
         .def("__repr__", [](const Reanalysis& r) {
             const auto& c = r.planck();
-            return fmt::format("Planck(R1={}, R2={}, B={}, F={}, O={})", c.R1, c.R2, c.B, c.F, c.O);
+            return fmt::format("Planck(R1={}, R2={}, B={}, F={}, O={}, T0={})", c.R1, c.R2, c.B, c.F, c.O,
+                               c.T0);
         });
 }
 
