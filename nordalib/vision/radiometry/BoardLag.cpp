@@ -15,11 +15,13 @@ BoardLag::BoardLag(double timeConstantS, double share) : m_tau(timeConstantS), m
                     "norda::vision::BoardLag::BoardLag");
 }
 
-double BoardLag::update(double uptimeS, double boardK) {
+double BoardLag::update(double uptimeS, double boardK, double slopeKPerS) {
     const double dt = uptimeS - m_time;
     if (!m_started || dt < 0.0 || dt > 10.0 * m_tau) {
         m_started = true;
         m_value = m_start = boardK;
+        if (uptimeS > 0.05 * m_tau && std::isfinite(slopeKPerS))
+            m_value -= m_share * slopeKPerS * m_tau;
     } else if (dt > 0.0) {
         // Exact for a linear ramp from m_board to boardK over dt: the step response decays by a,
         // the ramp leaves the output behind by slope * tau (1 - a) / (dt / tau) of its rise.

@@ -8,7 +8,9 @@
 // Integrated exactly for a board temperature that changes linearly between two readings, so the
 // estimate does not depend on how often it is fed (every frame, or once a second in a factory log).
 // Readings going back in time (a restart) or after a gap of more than ten time constants start it
-// afresh at the board's temperature.
+// afresh at the board's temperature. A start long after switching on (more than a twentieth of the
+// time constant), given the board's slope, takes the lag's steady state on that slope instead: the
+// estimate trails the board by share * slope * tau.
 
 #include <utility>
 #include <vector>
@@ -21,7 +23,8 @@ public:
     explicit BoardLag(double timeConstantS, double share = 1.0);
 
     // Feeds the reading at uptimeS (seconds since switching on); returns the lagged temperature.
-    double update(double uptimeS, double boardK);
+    // slopeKPerS, the board's slope, is used only when the filter starts.
+    double update(double uptimeS, double boardK, double slopeKPerS = 0.0);
     double value() const { return m_value; }
     bool started() const { return m_started; }
     double timeConstantS() const { return m_tau; }

@@ -232,7 +232,7 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
 
 void RadiometryBase::followBoardLag() {
     if (m_lags.empty() || !m_data.getVariant(RadiometryId::UpTime) ||
-        !m_data.getVariant(RadiometryId::TboardCurrent) ||
+        !m_data.getVariant(RadiometryId::TBoardSlope) || !m_data.getVariant(RadiometryId::TboardCurrent) ||
         !m_data.getVariant(RadiometryId::TboardShuttering) ||
         !m_data.getVariant(RadiometryId::TShutterShuttering))
         return;
@@ -240,14 +240,18 @@ void RadiometryBase::followBoardLag() {
     const double board = kelvinOf(RadiometryId::TboardCurrent);
     const std::pair<double, double> shuttering{kelvinOf(RadiometryId::TboardShuttering),
                                                kelvinOf(RadiometryId::TShutterShuttering)};
+    const double slopeKPerS = m_data.get<float>(RadiometryId::TBoardSlope) / 60.0;
     const bool shutterClosed = shuttering != m_shuttering;
     m_shuttering = shuttering;
     for (auto& [n, lag] : m_lags) {
         const bool restart = !lag.filter.started() || uptimeS < lag.filter.lastUptimeS();
-        lag.filter.update(uptimeS, board);
-        // The filter barely moves between the shutter's closing and the next frame.
-        if (shutterClosed || restart)
-            lag.atShuttering = restart ? shuttering.first : lag.filter.value();
+        lag.filter.update(uptimeS, board, slopeKPerS);
+        // The filter barely moves between the shutter's closing and the next frame. Started since,
+        // the frame's drift is the settled one: the estimate moved as far as the board.
+        if (restart)
+            lag.atShuttering = lag.filter.value() - (board - shuttering.first);
+        else if (shutterClosed)
+            lag.atShuttering = lag.filter.value();
     }
 }
 

@@ -113,6 +113,9 @@ TEST(BoardLag, FollowsTheBoardLikeAFirstOrderLagWhateverItsFeedRate) {
     for (double t = 0.0; t <= 2000.0; t += 7.0)
         ramp.update(t, 300.0 + 0.02 * t);
     EXPECT_NEAR(ramp.value(), 300.0 + 0.02 * 1995.0 - 0.02 * 150.0, 1e-3);
+    BoardLag late(150.0); // started on the ramp long after switching on, given its slope
+    EXPECT_NEAR(late.update(1000.0, 320.0, 0.02), 320.0 - 0.02 * 150.0, 1e-9);
+    EXPECT_NEAR(late.update(1100.0, 322.0), 322.0 - 0.02 * 150.0, 1e-9);
     auto board = [](double t) { return 294.15 + 18.0 * (1.0 - std::exp(-t / 90.0)); };
     const double exact =
         294.15 + 18.0 * (1.0 - (150.0 * std::exp(-240.0 / 150.0) - 90.0 * std::exp(-240.0 / 90.0)) / 60.0);
@@ -237,7 +240,12 @@ TEST(RadiometryAccuracy, SynthesisedScenesThroughElement) {
                     proxy.setValue<unsigned short>(Id::IrImage::Cols, kTemps, false);
                     proxy.setValue<unsigned short>(Id::IrImage::Rows, 1, false);
                     RadiometryElement element(&proxy, test::calibrationDir(), RadiometricCamTypeA);
-                    const RadiometricConditions c = conditionsOf(eps, refl, glass);
+                    RadiometricConditions c = conditionsOf(eps, refl, glass);
+                    // The element's housing estimate on its first frame, 600 s after switching on: the
+                    // board's steady trail on its slope, moved as far as the board since the shutter.
+                    c.boardLagK = c.boardCurrentK -
+                                  range.boardLagShare * c.boardSlope / 60.0 * range.boardLagTimeConstantS;
+                    c.boardLagShutteringK = c.boardLagK - (c.boardCurrentK - c.boardShutteringK);
                     cv::Mat_<short> frame(1, kTemps);
                     std::vector<double> truth(kTemps);
                     for (int i = 0; i < kTemps; ++i) {
