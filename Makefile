@@ -40,8 +40,8 @@ demo: configure
 # Factory calibration of the physical simulator's camera (docs/calibration.md): renders the target
 # views a factory captures, fits each file from those views alone, then converts fresh blackbody
 # views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal).
-# CALIB_OUT=data/calibration regenerates the checked-in files. The fitted curve's form leaves the
-# simulated views up to 0.4 K off it, far above their noise: the fit keeps them (CALIB_FIT_ARGS) and
+# CALIB_OUT=data/calibration regenerates the checked-in files. The fitted model leaves the
+# simulated views up to 0.1 K off it, above their noise: the fit keeps them (CALIB_FIT_ARGS) and
 # the check prints what fresh views measure.
 CALIB_VIEWS ?= $(BUILD)/calibration-views
 CALIB_OUT   ?= $(BUILD)/calibration

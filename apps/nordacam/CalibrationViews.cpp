@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <memory>
 #include <optional>
 
 #include <fstream>
@@ -121,10 +123,38 @@ std::vector<cv::Mat> CalibrationViews::frames(const std::string& file) {
 std::vector<BlackbodyView> CalibrationViews::blackbody(const std::string& folder,
                                                        RadiometryFitSettings& settings) {
     const Document d(folder);
+    std::map<std::string, std::shared_ptr<const BoardLog>> logs;
+    if (auto l = d.doc.find("boardLogs"); l != d.doc.end()) {
+        if (!l->is_object())
+            d.bad("boardLogs", "must map names to [[uptime, board], ...] in s and °C");
+        for (const auto& [name, readings] : l->items()) {
+            auto log = std::make_shared<BoardLog>();
+            const std::string key = "boardLogs." + name;
+            if (!readings.is_array() || readings.empty())
+                d.bad(key, "must be a non-empty array of [uptime, board]");
+            for (const auto& r : readings) {
+                if (!r.is_array() || r.size() != 2 || !r[0].is_number() || !r[1].is_number())
+                    d.bad(key, "must hold [uptime, board] pairs of numbers");
+                if (!log->empty() && !(r[0].get<double>() > log->back().first))
+                    d.bad(key, "must be in increasing uptime");
+                log->emplace_back(r[0].get<double>(), r[1].get<double>() + kCelsius);
+            }
+            logs[name] = std::move(log);
+        }
+    }
     std::vector<BlackbodyView> views;
     for (size_t i = 0; i < d.views().size(); ++i) {
         const json& o = d.views()[i];
         BlackbodyView v;
+        if (o.contains("boardLog")) {
+            const std::string log = d.text(o, "boardLog", Document::key(i, "boardLog"));
+            auto it = logs.find(log);
+            if (it == logs.end())
+                d.bad(Document::key(i, "boardLog"), "names \"" + log + "\", which boardLogs does not hold");
+            v.boardLog = it->second;
+            v.uptimeS = d.number(o, "uptime", Document::key(i, "uptime"));
+            v.shutterUptimeS = d.number(o, "shutterUptime", Document::key(i, "shutterUptime"));
+        }
         v.name = d.name(o, i);
         const double range = d.number(o, "range", Document::key(i, "range"));
         if (range < 0 || range > 255 || range != std::floor(range))

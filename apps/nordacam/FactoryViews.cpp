@@ -46,6 +46,9 @@ std::vector<Band> bandsOf(const std::vector<unsigned>& ranges) {
     return bands;
 }
 constexpr double kWarmingK = 1.5; // a view after the board warmed this much since the shutter closed
+// Warm-up runs: the shutter closes this often; frames this long after each closing.
+constexpr double kWarmUpShutterPeriodS = 30.0;
+constexpr double kWarmUpFramesAfterS[] = {5.0, 15.0, 28.0};
 
 std::string folderOf(const std::string& folder) {
     std::filesystem::create_directories(folder);
@@ -220,7 +223,71 @@ void FactoryViews::radiometry(const std::string& folder) const {
             }
         }
     }
-    writeJson(dir + "views.json", {{"bands", bands}, {"views", views}});
+    json logs = json::object();
+    warmUp(camera, dir, views, logs);
+    writeJson(dir + "views.json", {{"bands", bands}, {"boardLogs", logs}, {"views", views}});
+}
+
+void FactoryViews::warmUp(phys::PhysicalCamera& camera, const std::string& dir, json& views,
+                          json& logs) const {
+    const double emissivity = camera.parameters().blackbody.emissivity;
+    const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
+    const double endS = m_options.reduced ? 300.0 : 600.0;
+    for (const auto& band : bandsOf(m_options.ranges))
+        for (size_t run = 0; run < m_options.warmUpAmbientsC.size(); ++run) {
+            const double ambientC = m_options.warmUpAmbientsC[run];
+            // A blackbody a little above the chamber's air in one run, well above it in the next.
+            const double blackbodyC = band.bottomC + (band.topC - band.bottomC) * (run % 2 ? 0.45 : 0.3);
+            const std::string logName = fmt::format("r{}-ambient{:.0f}", band.range, ambientC);
+            // The board sensor's log, once a second from switching on.
+            phys::ThermalParameters thermal = camera.parameters().thermal;
+            thermal.ambientC = ambientC;
+            phys::CameraThermal sensor(thermal, camera.parameters().shutter);
+            json log = json::array();
+            for (double t = 0.0; t <= endS + 1e-9; t += 1.0) {
+                sensor.runTo(t);
+                log.push_back({t, sensor.temperatures().boardC});
+            }
+            logs[logName] = log;
+            for (double shutterAt = kWarmUpShutterPeriodS; shutterAt < endS;
+                 shutterAt += kWarmUpShutterPeriodS) {
+                phys::WarmUpView r;
+                r.blackbodyC = blackbodyC;
+                r.ambientC = ambientC;
+                r.shutterAtS = shutterAt;
+                r.range = static_cast<int>(band.range);
+                for (double after : kWarmUpFramesAfterS)
+                    r.timesS.push_back(shutterAt + after);
+                const auto seq = camera.warmUpView(r);
+                const std::string shutterFile = fmt::format("{}-shutter{:.0f}.pxm", logName, shutterAt);
+                writeFrames(dir + shutterFile, {seq.shutter.front()(region).clone()});
+                for (const auto& f : seq.frames) {
+                    const std::string name = fmt::format("{}-t{:.0f}", logName, f.timeS);
+                    writeFrames(dir + name + ".pxm", {f.raw(region).clone()});
+                    const auto& t = f.temperatures;
+                    views.push_back({{"name", name},
+                                     {"range", band.range},
+                                     {"blackbody", blackbodyC},
+                                     {"board", t.boardC},
+                                     {"boardAtShutter", seq.shutterTemperatures.boardC},
+                                     {"shutter", seq.shutterTemperatures.shutterC},
+                                     {"emissivity", emissivity},
+                                     {"reflected", ambientC},
+                                     {"lensTransmission", lensTransmission(camera)},
+                                     {"lens", t.lensC},
+                                     {"boardLog", logName},
+                                     {"uptime", f.timeS},
+                                     {"shutterUptime", shutterAt},
+                                     {"file", name + ".pxm"},
+                                     {"shutterFile", shutterFile}});
+                }
+            }
+            if (m_options.progress)
+                m_options.progress(fmt::format("warm-up run {}: range {}, chamber at {:.0f} °C, blackbody at "
+                                               "{:.0f} °C, shutter every {:.0f} s to {:.0f} s",
+                                               logName, band.range, ambientC, blackbodyC,
+                                               kWarmUpShutterPeriodS, endS));
+        }
 }
 
 void FactoryViews::badPixel(const std::string& folder) const {

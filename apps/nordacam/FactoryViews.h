@@ -10,11 +10,16 @@
 
 #include "apps/nordacam/sim/physics/Parameters.h"
 
+#include <nlohmann/json_fwd.hpp>
 #include <opencv2/core.hpp>
 
 #include <functional>
 #include <string>
 #include <vector>
+
+namespace nordacam::sim::physics {
+class PhysicalCamera;
+}
 
 namespace nordacam {
 
@@ -27,6 +32,8 @@ struct FactoryViewOptions {
     // 18 K above the chamber's air), and other ones for the check's fresh views.
     std::vector<double> boardsC{30.0, 39.0, 48.0};
     std::vector<double> checkBoardsC{34.5, 43.5};
+    // The chamber's air for the warm-up runs (the camera switched on cold in it, per range).
+    std::vector<double> warmUpAmbientsC{15.0, 27.0};
     std::function<void(const std::string&)> progress;
 };
 
@@ -62,7 +69,9 @@ public:
     explicit FactoryViews(FactoryViewOptions options = {});
 
     // Blackbody views per range: 8+ temperatures over the band at 3 board temperatures, the
-    // board warmed by 0 or 1.5 K since the shutter closed.
+    // board warmed by 0 or 1.5 K since the shutter closed; and warm-up runs: the camera switched on
+    // cold in the chamber at each of warmUpAmbientsC, the shutter closing every 30 s, three views
+    // after each closing (only the measured region stored), with the board sensor's log.
     void radiometry(const std::string& folder) const;
     // Flat fields at three blackbody temperatures.
     void badPixel(const std::string& folder) const;
@@ -90,6 +99,9 @@ public:
     static constexpr int kRegion[4] = {240, 180, 160, 120};
 
 private:
+    void warmUp(sim::physics::PhysicalCamera& camera, const std::string& dir, nlohmann::json& views,
+                nlohmann::json& logs) const;
+
     FactoryViewOptions m_options;
 };
 

@@ -289,8 +289,14 @@ int calibFitRadiometry(const std::string& folder, const std::string& outFile, co
     for (const auto& [range, f] : fits) {
         const auto& p = f.constants.planck;
         out << fmt::format(
-            "range {}: R1 {:.6g} B {:.6g} F {:.6g} boardDriftGain {:.4g}{}{}{}\n", range, p.R1, p.B, p.F,
-            f.constants.boardDriftGain,
+            "range {}: R1 {:.6g} B {:.6g} F {:.6g} T0 {:.4g} boardDriftGain {:.4g}{}{}{}{}\n", range, p.R1,
+            p.B, p.F, p.T0, f.constants.boardDriftGain,
+            f.lagFitted
+                ? fmt::format(" boardEmissionGain {:.4g} boardLagGain {:.4g} boardLagTimeConstant {:.1f} s "
+                              "boardLagShare {:.3f}",
+                              f.constants.boardEmissionGain, f.constants.boardLagGain,
+                              f.constants.boardLagTimeConstantS, f.constants.boardLagShare)
+                : "",
             f.responsivityFitted
                 ? fmt::format(" responsivityExponent {:.4g}", f.constants.responsivityExponent)
                 : "",

@@ -4,6 +4,7 @@
 #include "apps/nordacam/sim/physics/CameraThermal.h"
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
 
+#include "nordalib/vision/radiometry/BoardLag.h"
 #include "nordalib/vision/radiometry/ObjectSignal.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -84,8 +86,9 @@ phys::PhysicalScene figureScene(double fx) {
 }
 // The camera side of the model as the camera's own sensors read it: at the shutter's last closing
 // and now.
+// The conditions as the camera's sensors and its board-lag filter read them (lagAtShutterK, lagK).
 RadiometricConditions cameraConditions(double lensTransmission, const phys::CameraTemperatures& atShutter,
-                                       const phys::CameraTemperatures& t) {
+                                       const phys::CameraTemperatures& t, double lagAtShutterK, double lagK) {
     RadiometricConditions c;
     c.lensTransmission = lensTransmission;
     c.lensK = t.lensC + kCelsius;
@@ -93,6 +96,8 @@ RadiometricConditions cameraConditions(double lensTransmission, const phys::Came
     c.boardShutteringK = atShutter.boardC + kCelsius;
     c.boardCurrentK = t.boardC + kCelsius;
     c.boardSlope = t.boardSlopeKPerMin;
+    c.boardLagShutteringK = lagAtShutterK;
+    c.boardLagK = lagK;
     return c;
 }
 
@@ -104,6 +109,7 @@ constexpr double kAirC = 30.0, kAirHumidity = 0.8, kFarObjectC = 80.0;
 constexpr double kAirDistances[] = {10.0, 30.0};
 
 double printAirFigures(phys::PhysicalCamera& camera, phys::CameraThermal& thermal,
+                       const std::function<void(double)>& runTo, const norda::vision::BoardLag& lag,
                        const norda::vision::RangeCalibration& range, double lensTransmission, double fx,
                        std::ostream& out) {
     phys::PhysicalScene scene;
@@ -123,17 +129,19 @@ double printAirFigures(phys::PhysicalCamera& camera, phys::CameraThermal& therma
     Stat plain[2], corrected[2];
     double tau[2] = {1.0, 1.0};
     for (double shutterAt = 620.0; shutterAt < 680.0; shutterAt += kShutterPeriodS) {
-        thermal.runTo(shutterAt);
+        runTo(shutterAt);
         const auto atShutter = thermal.temperatures();
+        const double lagAtShutter = lag.value();
         cv::Mat shutter;
         camera.renderShutter(atShutter).convertTo(shutter, CV_64F);
         for (double after : {2.0, 10.0, 19.0}) {
-            thermal.runTo(shutterAt + after);
+            runTo(shutterAt + after);
             const auto t = thermal.temperatures();
             cv::Mat frame;
             camera.render(scene, t).convertTo(frame, CV_64F);
             const cv::Mat signal = frame - shutter;
-            RadiometricConditions c = cameraConditions(lensTransmission, atShutter, t);
+            RadiometricConditions c =
+                cameraConditions(lensTransmission, atShutter, t, lagAtShutter, lag.value());
             c.emissivity = 0.95;
             c.reflectedK = scene.reflectedC + kCelsius;
             for (int i = 0; i < 2; ++i) {
@@ -196,24 +204,37 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
     const double lensTransmission =
         camera.lensPathRadiance(30.0) / camera.detectorRadiance(30.0); // data sheet
     phys::CameraThermal thermal(options.camera.thermal, options.camera.shutter);
+    // The camera's lag filter of its board sensor, fed from switching on as the radiometry element
+    // feeds it every frame (once a second here: the filter is exact for a board changing linearly).
+    norda::vision::BoardLag lag(range.boardLagTimeConstantS, range.boardLagShare);
+    double fed = 0.0;
+    auto runTo = [&](double uptimeS) {
+        while (fed < uptimeS || !lag.started()) {
+            fed = lag.started() ? std::min(fed + 1.0, uptimeS) : 0.0;
+            thermal.runTo(fed);
+            lag.update(fed, thermal.temperatures().boardC + kCelsius);
+        }
+    };
     std::map<std::string, Stat> objects;
     Stat reflected, label, bigDisc, smallDisc;
     double boardFrom = 0, boardTo = 0;
     for (double shutterAt = 120.0; shutterAt < 600.0; shutterAt += kShutterPeriodS) {
-        thermal.runTo(shutterAt);
+        runTo(shutterAt);
         const auto atShutter = thermal.temperatures();
+        const double lagAtShutter = lag.value();
         cv::Mat shutter;
         camera.renderShutter(atShutter).convertTo(shutter, CV_64F);
         if (shutterAt == 120.0)
             boardFrom = atShutter.boardC;
         for (double after : {2.0, 10.0, 19.0}) {
-            thermal.runTo(shutterAt + after);
+            runTo(shutterAt + after);
             const auto t = thermal.temperatures();
             boardTo = t.boardC;
             cv::Mat frame;
             camera.render(scene, t).convertTo(frame, CV_64F);
             const cv::Mat corrected = frame - shutter;
-            RadiometricConditions c = cameraConditions(lensTransmission, atShutter, t);
+            RadiometricConditions c =
+                cameraConditions(lensTransmission, atShutter, t, lagAtShutter, lag.value());
             // The signal over the middle of a surface, where the lens puts it on the sensor.
             auto signal = [&](const phys::SceneSurface& s, int half, cv::Point2d offset = {}) {
                 const cv::Point2d at = lens.distort(s.centre + offset);
@@ -293,7 +314,7 @@ int printTruthFigures(const std::string& calibrationDir, std::ostream& out) {
         "0.03 {}\n",
         kPlateEmissivity, kLabelEmissivity, label.mean(), label.worst, goal(std::abs(label.worst) <= 0.03));
 
-    const double farWorst = printAirFigures(camera, thermal, range, lensTransmission, fx, out);
+    const double farWorst = printAirFigures(camera, thermal, runTo, lag, range, lensTransmission, fx, out);
     out << fmt::format("    30 m, corrected: goal 1 K {}\n", goal(std::abs(farWorst) <= 1.0));
 
     const auto d = factory.checkDistortion(dir + "lens1/distort.pxm");

@@ -275,7 +275,7 @@ the loaded pixels without copying them.)")
                 if (!r.rix->getGeneric(norda::exp::Id::Radiometry::Planck))
                     return py::none();
                 const auto c = norda::vision::RixReanalysis::planckConstants(*r.rix);
-                return py::module_::import("nordalib").attr("Planck")(c.R1, c.R2, c.B, c.F, c.O);
+                return py::module_::import("nordalib").attr("Planck")(c.R1, c.R2, c.B, c.F, c.O, c.T0);
             },
             "The Planck constants of the measurement range the image was taken in, or None.")
         .def_property_readonly(

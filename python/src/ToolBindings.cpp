@@ -204,21 +204,23 @@ Returns uint8 (height, width, 3), RGB (BGR with bgr=True).)");
         "Relative humidity (0..1) right at a surface of `surface` °C (a number or an array) in air of "
         "air_temperature °C and humidity 0..1; 1 at the dew point, above 1 water condenses.");
 
-    py::class_<Reanalysis>(m, "Planck",
-                           R"(The Planck curve of a measurement range: S(T) = R1 / (R2 (exp(B / T) - F)) - O.
+    py::class_<Reanalysis>(
+        m, "Planck",
+        R"(The Planck curve of a measurement range: S(T) = R1 / (R2 (exp(B / (T + T0)) - F)) - O.
 
 Temperatures are °C; signal() and temperature() take numbers or arrays. emissivity() and
 convert() go through the object side of the camera model (emissivity, reflected temperature,
 protective glass) exactly as the camera's re-analysis does.)")
-        .def(py::init([](double r1, double r2, double b, double f, double o) {
-                 return Reanalysis(PlanckConstants{r1, r2, b, f, o});
+        .def(py::init([](double r1, double r2, double b, double f, double o, double t0) {
+                 return Reanalysis(PlanckConstants{r1, r2, b, f, o, t0});
              }),
-             py::arg("R1"), py::arg("R2"), py::arg("B"), py::arg("F"), py::arg("O"))
+             py::arg("R1"), py::arg("R2"), py::arg("B"), py::arg("F"), py::arg("O"), py::arg("T0") = 0.0)
         .def_property_readonly("R1", [](const Reanalysis& r) { return r.planck().R1; })
         .def_property_readonly("R2", [](const Reanalysis& r) { return r.planck().R2; })
         .def_property_readonly("B", [](const Reanalysis& r) { return r.planck().B; })
         .def_property_readonly("F", [](const Reanalysis& r) { return r.planck().F; })
         .def_property_readonly("O", [](const Reanalysis& r) { return r.planck().O; })
+        .def_property_readonly("T0", [](const Reanalysis& r) { return r.planck().T0; })
         .def(
             "signal",
             [](const Reanalysis& r, py::handle celsius) {
@@ -263,7 +265,8 @@ protective glass) exactly as the camera's re-analysis does.)")
             "temperature).")
         .def("__repr__", [](const Reanalysis& r) {
             const auto& c = r.planck();
-            return fmt::format("Planck(R1={}, R2={}, B={}, F={}, O={})", c.R1, c.R2, c.B, c.F, c.O);
+            return fmt::format("Planck(R1={}, R2={}, B={}, F={}, O={}, T0={})", c.R1, c.R2, c.B, c.F, c.O,
+                               c.T0);
         });
 }
 

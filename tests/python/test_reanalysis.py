@@ -54,15 +54,15 @@ def test_reanalysis_through_the_camera_model(demo_images, tmp_path):
     assert rix.reanalyze(emissivity=stored["emissivity"]).raw.tobytes() == rix.raw.tobytes()
 
     other = rix.reanalyze(emissivity=0.8, reflected=30.0)
-    # Written out on the image's Planck curve S(T) = R1 / (R2 (exp(B / T) - F)) - O (no glass in front):
+    # Written out on the image's Planck curve S(T) = R1 / (R2 (exp(B / (T + T0)) - F)) - O (no glass in front):
     # what left the surface under the stored parameters, solved for the object with 0.8 and 30 °C.
     assert (stored["glass_transmission"], stored["glass_emissivity"]) == (1.0, 0.0)
     p = rix.planck
-    S = lambda kelvin: p.R1 / (p.R2 * (np.exp(p.B / kelvin) - p.F)) - p.O
+    S = lambda kelvin: p.R1 / (p.R2 * (np.exp(p.B / (kelvin + p.T0)) - p.F)) - p.O
     e0, r0 = stored["emissivity"], stored["reflected"] + 273.15
     scene = e0 * S(rix.temperatures.astype("float64") + 273.15) + (1 - e0) * S(r0)
     own = (scene - 0.2 * S(303.15)) / 0.8
-    expected = p.B / np.log(p.R1 / (p.R2 * (own + p.O)) + p.F) - 273.15
+    expected = p.B / np.log(p.R1 / (p.R2 * (own + p.O)) + p.F) - p.T0 - 273.15
     assert np.abs(other.temperatures - expected).max() <= 0.0051
     assert (other.emissivity, other.reflected) == (0.8, pytest.approx(30.0))
     # behind a window transmitting 0.9 and emitting 0.1 at the reflected temperature

@@ -122,7 +122,7 @@ inline const std::string& Validity = persistentKey("Temperatures.Validity"); // 
 } // namespace Temperatures
 
 namespace Radiometry {
-// std::vector<double> {R1, R2, B, F, O}: the Planck constants of the range a temperature frame was
+// std::vector<double> {R1, R2, B, F, O[, T0]}: the Planck constants of the range a temperature frame was
 // computed in (frame metadata, saved with images so that they can be re-analysed later).
 inline const std::string& Planck = persistentKey("Radiometry.Planck");
 } // namespace Radiometry

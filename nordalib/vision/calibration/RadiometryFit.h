@@ -8,14 +8,21 @@
 // its noise) or measured from frames (raw frames against a shutter frame, or corrected frames).
 //
 // Model (RadiometricTools): C = gain (Tref / Tboard)^n (S(Tbb) - S(Tshutter) + driftGain dTboard +
-// slopeGain slope) with S(T) = R1 / (R2 (exp(B / T) - F)) - O, for an emissivity-1 blackbody
-// without protective glass. Fitted per range by Levenberg-Marquardt, weighting each view by its
-// noise: R1 (with R2 = 1), B, F and boardDriftGain; the responsivity exponent n (Tref fixed by the
-// settings; the views at several board temperatures determine it); boardSlopeGain when the views' board
-// slopes differ; slowFrameGain when some views are in slow-frame mode and some not. O cancels from every
-// offset-corrected signal (it adds to the object's and the shutter's signal alike), so views cannot determine
-// it: it keeps its value from the settings (it matters only behind a protective glass whose transmission and
-// emissivity add up to less than 1).
+// slopeGain slope + lagGain dS(Tlag)) with S(T) = R1 / (R2 (exp(B / (T + T0)) - F)) - O, for an
+// emissivity-1 blackbody without protective glass. Fitted per range by Levenberg-Marquardt, weighting
+// each view by its noise: R1 (with R2 = 1), B, F, T0 (unless the settings leave it 0) and boardDriftGain;
+// the board lag's gain and time constant when warm-up views are given; the responsivity exponent n (Tref
+// fixed by the settings; the views at several board temperatures determine it); boardSlopeGain when the
+// views' board slopes differ; slowFrameGain when some views are in slow-frame mode and some not. O cancels
+// from every offset-corrected signal (it adds to the object's and the shutter's signal alike), so views
+// cannot determine it: it keeps its value from the settings (it matters only behind a protective glass whose
+// transmission and emissivity add up to less than 1).
+//
+// Warm-up views: a camera switched on cold in a climate chamber, looking at a blackbody, its shutter
+// closing now and then; each view carries the log of the board's temperature since switching on. In
+// such views the housing has not followed the board as it has in settled views, which separates the
+// lag term from the board's own drift; runs at two or more ambient temperatures are needed (one run
+// is refused), since in one run the lag's gain and time constant trade against the drift gain.
 //
 // Each range needs views at `minTemperatures` blackbody temperatures and `minBoardTemperatures`
 // board temperatures, and board warmings since the shutter closed that differ (else the drift gain
@@ -33,10 +40,15 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace norda::vision {
+
+// Board temperatures (uptime in seconds since switching on, board in kelvin) in time order.
+using BoardLog = std::vector<std::pair<double, double>>;
 
 struct BlackbodyView {
     std::string name; // names the view in messages (a file name, say)
@@ -46,6 +58,10 @@ struct BlackbodyView {
     // below 1; lens transmission and temperature (type B). `gain` is ignored: see slowFrame.
     RadiometricConditions conditions;
     bool slowFrame = false;
+    // A warm-up view: the board's log from switching on, the uptime of the frames and of the shutter's
+    // last closing (seconds). Views without a log were taken settled.
+    std::shared_ptr<const BoardLog> boardLog;
+    double uptimeS = 0, shutterUptimeS = 0;
 
     // Either the signal as numbers ...
     double signal = std::numeric_limits<double>::quiet_NaN(); // mean corrected signal (counts)
@@ -66,6 +82,8 @@ struct RadiometryFitSettings {
     double initialF = 1.0;
     double offsetO = 0.0;                   // not determined by views (see above)
     bool fitResponsivity = true;            // fit n; false keeps the detector gain independent of the board
+    bool fitTemperatureShift = true;        // fit T0; false keeps the three-constant curve (T0 = 0)
+    double initialLagTimeConstantS = 100.0; // start of the board lag's time constant
     double responsivityReferenceK = 303.15; // Tref: the board temperature R1 holds at
     double residualSigmas = 6.0;            // a view's residual may reach this many noise deviations ...
     double minResidualLimitK = 0.02;        // ... or this, whichever is larger
@@ -93,6 +111,7 @@ struct RangeFit {
     bool responsivityFitted = false;
     bool slopeGainFitted = false;
     bool slowFrameGainFitted = false;
+    bool lagFitted = false;
 };
 
 class RadiometryFit {

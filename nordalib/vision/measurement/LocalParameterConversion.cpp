@@ -25,7 +25,7 @@ bool LocalParameterConversion::setFrame(const exp::DataStorage<std::string>& met
     std::vector<double> planck;
     float emissivity = 0.0f;
     Temperature reflected;
-    if (!read(meta, Id::Radiometry::Planck, planck) || planck.size() != 5 ||
+    if (!read(meta, Id::Radiometry::Planck, planck) || (planck.size() != 5 && planck.size() != 6) ||
         !read(meta, Id::Environment::EmissivityValue, emissivity) ||
         !read(meta, Id::Environment::ReflectedTemperature, reflected)) {
         m_model.reset();
@@ -44,7 +44,7 @@ bool LocalParameterConversion::setFrame(const exp::DataStorage<std::string>& met
         m_tables.clear();
         m_planck = planck;
         m_global = global;
-        m_model.emplace(PlanckConstants{planck[0], planck[1], planck[2], planck[3], planck[4]});
+        m_model.emplace(PlanckConstants::fromVector(planck));
     }
     return true;
 }

@@ -34,15 +34,23 @@ void RadiometricCalibration::check(const RangeCalibration& r, const std::string&
     finite(p.B, "B");
     finite(p.F, "F");
     finite(p.O, "O");
+    finite(p.T0, "T0");
     finite(r.boardDriftGain, "boardDriftGain");
     finite(r.boardSlopeGain, "boardSlopeGain");
     finite(r.slowFrameGain, "slowFrameGain");
     finite(r.responsivityExponent, "responsivityExponent");
+    finite(r.boardLagGain, "boardLagGain");
+    if (!(r.boardLagTimeConstantS > 0.0) || !std::isfinite(r.boardLagTimeConstantS))
+        badKey(source, key + ".boardLagTimeConstant", "must be a positive number of seconds");
+    finite(r.boardLagShare, "boardLagShare");
+    finite(r.boardEmissionGain, "boardEmissionGain");
     if (p.R2 == 0.0 || !(p.R1 / p.R2 > 0.0))
         badKey(source, key + ".R1",
                "and R2 must be non-zero with the same sign (the signal must rise with temperature)");
     if (!(p.B > 0.0))
         badKey(source, key + ".B", "must be positive");
+    if (!(r.bandBottomK + p.T0 > 0.0))
+        badKey(source, key + ".T0", "moves the band's bottom below absolute zero (T + T0 <= 0)");
     if (!(r.slowFrameGain > 0.0))
         badKey(source, key + ".slowFrameGain", "must be positive");
     if (!(r.responsivityReferenceK > 0.0) || !std::isfinite(r.responsivityReferenceK))
@@ -50,8 +58,9 @@ void RadiometricCalibration::check(const RangeCalibration& r, const std::string&
     if (!(r.bandBottomK > 0.0) || !(r.bandTopK > r.bandBottomK))
         badKey(source, key + ".bandTop", "must lie above bandBottom, and bandBottom above absolute zero");
     // The curve must be defined (exp(B/T) > F) over the whole band, including its hot end.
-    if (!(std::exp(p.B / r.bandTopK) > p.F))
-        badKey(source, key + ".F", "makes the Planck curve undefined inside the band (exp(B / T) <= F)");
+    if (!(std::exp(p.B / (r.bandTopK + p.T0)) > p.F))
+        badKey(source, key + ".F",
+               "makes the Planck curve undefined inside the band (exp(B / (T + T0)) <= F)");
 }
 
 #ifdef NORDA_HAVE_JSON
@@ -107,10 +116,15 @@ RadiometricCalibration RadiometricCalibration::load(const std::string& file) {
         rc.planck.B = number(r, "B", file, key);
         rc.planck.F = number(r, "F", file, key);
         rc.planck.O = number(r, "O", file, key);
+        rc.planck.T0 = number(r, "T0", file, key, 0.0);
         rc.boardDriftGain = number(r, "boardDriftGain", file, key, 0.0);
         rc.boardSlopeGain = number(r, "boardSlopeGain", file, key, 0.0);
         rc.slowFrameGain = number(r, "slowFrameGain", file, key, 1.0);
         rc.responsivityExponent = number(r, "responsivityExponent", file, key, 0.0);
+        rc.boardLagGain = number(r, "boardLagGain", file, key, 0.0);
+        rc.boardLagTimeConstantS = number(r, "boardLagTimeConstant", file, key, 100.0);
+        rc.boardLagShare = number(r, "boardLagShare", file, key, 1.0);
+        rc.boardEmissionGain = number(r, "boardEmissionGain", file, key, 0.0);
         rc.responsivityReferenceK = number(r, "responsivityReference", file, key, 30.0) + 273.15;
         rc.bandBottomK = number(r, "bandBottom", file, key) + 273.15;
         rc.bandTopK = number(r, "bandTop", file, key) + 273.15;
@@ -155,9 +169,18 @@ void RadiometricCalibration::save(const std::string& file) const {
         j["B"] = r.planck.B;
         j["F"] = r.planck.F;
         j["O"] = r.planck.O;
+        if (r.planck.T0 != 0.0) // files without it keep their old form
+            j["T0"] = r.planck.T0;
         j["boardDriftGain"] = r.boardDriftGain;
         j["boardSlopeGain"] = r.boardSlopeGain;
         j["slowFrameGain"] = r.slowFrameGain;
+        if (r.boardEmissionGain != 0.0)
+            j["boardEmissionGain"] = r.boardEmissionGain;
+        if (r.boardLagGain != 0.0) { // files without it keep their old form
+            j["boardLagGain"] = r.boardLagGain;
+            j["boardLagTimeConstant"] = r.boardLagTimeConstantS;
+            j["boardLagShare"] = r.boardLagShare;
+        }
         if (r.responsivityExponent != 0.0) { // files without it keep their old form
             j["responsivityExponent"] = r.responsivityExponent;
             j["responsivityReference"] = r.responsivityReferenceK - 273.15;

@@ -14,12 +14,14 @@
 //     "lenses": [ { "index": 1, "serial": "L25-000001", "transmission": 0.97 }, ... ]
 //   }
 //
-// R1, R2, B, F, O: the Planck camera equation S(T) = R1 / (R2 (exp(B / T) - F)) - O, T in kelvin,
-// S in counts (see RadiometricTools.h). bandBottom/bandTop: the calibrated object temperature band
-// in °C. boardDriftGain, boardSlopeGain, slowFrameGain: see RangeCalibration. responsivityExponent
-// (default 0: no board dependence) and responsivityReference (°C, default 30): the detector gain
-// (Tref / Tboard)^n of RadiometricTools.h; written only when the exponent is not 0. "lenses" is needed by
-// type B cameras only; an empty serial accepts any lens in that slot.
+// R1, R2, B, F, O, T0: the Planck camera equation S(T) = R1 / (R2 (exp(B / (T + T0)) - F)) - O, T in
+// kelvin, S in counts (see RadiometricTools.h); T0 (kelvin) is optional, default 0. bandBottom/bandTop: the
+// calibrated object temperature band in °C. boardDriftGain, boardSlopeGain, slowFrameGain, boardEmissionGain,
+// boardLagGain, boardLagTimeConstant (seconds) and boardLagShare (optional, written only when their gain is
+// not 0): see RangeCalibration. responsivityExponent (default 0: no board dependence) and
+// responsivityReference (°C, default 30): the detector gain (Tref / Tboard)^n of RadiometricTools.h; written
+// only when the exponent is not 0. "lenses" is needed by type B cameras only; an empty serial accepts any
+// lens in that slot.
 //
 // Loading checks every constant: a missing file, malformed JSON, a missing or non-numeric key, or
 // constants that would make the inversion of the Planck curve undefined inside the band raise a

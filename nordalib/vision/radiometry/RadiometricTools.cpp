@@ -2,6 +2,8 @@
 
 #include "nordalib/vision/radiometry/ObjectSignal.h"
 
+#include "nordalib/core/exception/Exception.h"
+
 #include <cmath>
 #include <limits>
 
@@ -20,10 +22,25 @@ unsigned short RadiometricTools::getUint16(float celsius) {
     return static_cast<unsigned short>(counts);
 }
 
+std::vector<double> PlanckConstants::toVector() const {
+    std::vector<double> v{R1, R2, B, F, O};
+    if (T0 != 0.0)
+        v.push_back(T0);
+    return v;
+}
+
+PlanckConstants PlanckConstants::fromVector(const std::vector<double>& v) {
+    if (v.size() != 5 && v.size() != 6)
+        NORDA_THROW("Planck constants need 5 or 6 values (R1, R2, B, F, O[, T0]), got " +
+                        std::to_string(v.size()),
+                    "norda::vision::PlanckConstants::fromVector");
+    return {v[0], v[1], v[2], v[3], v[4], v.size() == 6 ? v[5] : 0.0};
+}
+
 double RadiometricTools::planckSignal(const PlanckConstants& c, double kelvin) {
-    if (!(kelvin > 0.0))
+    if (!(kelvin + c.T0 > 0.0))
         return kNaN;
-    const double e = std::exp(c.B / kelvin) - c.F;
+    const double e = std::exp(c.B / (kelvin + c.T0)) - c.F;
     if (!(e > 0.0))
         return kNaN;
     return c.R1 / (c.R2 * e) - c.O;
@@ -36,18 +53,30 @@ double RadiometricTools::planckTemperature(const PlanckConstants& c, double sign
     const double arg = c.R1 / (c.R2 * s) + c.F;
     if (!(arg > 1.0))
         return kNaN;
-    return c.B / std::log(arg);
+    const double kelvin = c.B / std::log(arg) - c.T0;
+    return kelvin > 0.0 ? kelvin : kNaN;
 }
 
 double RadiometricTools::planckSlope(const PlanckConstants& c, double kelvin) {
-    const double x = std::exp(c.B / kelvin);
+    const double t = kelvin + c.T0;
+    const double x = std::exp(c.B / t);
     const double d = x - c.F;
-    return c.R1 / c.R2 * x * c.B / (kelvin * kelvin * d * d);
+    return c.R1 / c.R2 * x * c.B / (t * t * d * d);
 }
 
 double RadiometricTools::driftSignal(const RangeCalibration& cal, const RadiometricConditions& cond) {
-    return cal.boardDriftGain * (cond.boardCurrentK - cond.boardShutteringK) +
-           cal.boardSlopeGain * cond.boardSlope;
+    double d = cal.boardDriftGain * (cond.boardCurrentK - cond.boardShutteringK) +
+               cal.boardSlopeGain * cond.boardSlope;
+    if (cal.boardEmissionGain != 0.0)
+        d += cal.boardEmissionGain *
+             (planckSignal(cal.planck, cond.boardCurrentK) - planckSignal(cal.planck, cond.boardShutteringK));
+    if (cal.boardLagGain != 0.0) {
+        const bool known = cond.boardLagK > 0.0 && cond.boardLagShutteringK > 0.0;
+        d += cal.boardLagGain *
+             (planckSignal(cal.planck, known ? cond.boardLagK : cond.boardCurrentK) -
+              planckSignal(cal.planck, known ? cond.boardLagShutteringK : cond.boardShutteringK));
+    }
+    return d;
 }
 
 double RadiometricTools::detectorGain(const RangeCalibration& cal, const RadiometricConditions& cond) {

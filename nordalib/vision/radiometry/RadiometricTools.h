@@ -10,10 +10,12 @@
 // of temperatures, so extrema can be searched on raw pixels.
 //
 // Camera model (all temperatures in kelvin, signals in detector counts):
-//   Planck curve         S(T) = R1 / (R2 * (exp(B / T) - F)) - O
+//   Planck curve         S(T) = R1 / (R2 * (exp(B / (T + T0)) - F)) - O
 //   detector signal      Sdet = tauL * Swin + (1 - tauL) * S(Tlens)            (lens, type B only)
 //   at the camera front  Swin = ObjectSignal: object, air and external window (ObjectSignal.h)
 //   board drift          D = driftGain * (TboardCurrent - TboardShuttering) + slopeGain * slope
+//                          + emissionGain * (S(TboardCurrent) - S(TboardShuttering))
+//                          + lagGain * (S(Tlag) - S(TlagShuttering))
 //   responsivity         g = (Tref / TboardCurrent)^n                            (n = 0: g = 1)
 //   offset-corrected     C = gain * g * (Sdet - S(Tshutter) + D)
 // The offset frame is captured against the closed shutter, so the corrected frame C is a signal
@@ -33,30 +35,52 @@
 // is part of D. g therefore scales the whole difference, the object's signal and the shutter
 // reference alike, and not a signal alone.
 //
+// The emission and lag terms are what the detector exchanges by radiation with its surroundings
+// besides the scene: its own emission at the focal plane's temperature (on the board, no lag; the
+// emission gain is negative), and the housing, which fills most of the detector's view but follows
+// the board with a delay and rises by a share of the board's own rise, so while the camera warms up
+// its radiation changes faster (or slower) than the board's temperature says. Tlag is the housing's
+// estimate of BoardLag (lagTimeConstant, lagShare), now and when the shutter closed. When the
+// surroundings change with the camera settled, every part follows them alike: without a lag filter
+// (no uptime; the settled factory views) Tlag is the board temperature itself.
+//
 // A simulated detector delivers raw = pedestal + gain * (Sdet + D); the shutter frame it gives while
 // closed is pedestal + gain * S(Tshutter). Their difference is C, what the offset element passes on.
 
 #include "nordalib/vision/radiometry/ObjectParameters.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace norda::vision {
 
-// Per-measurement-range constants of the Planck camera equation.
+// Per-measurement-range constants of the Planck camera equation. T0 (kelvin, default 0) shifts the
+// temperature in the exponent: a broad band's integral of Planck's law follows exp(B / (T + T0))
+// more closely than exp(B / T) over a wide range (the band's effective wavelength moves with T).
 struct PlanckConstants {
     double R1 = 0.0;
     double R2 = 1.0;
     double B = 1428.0;
     double F = 1.0;
     double O = 0.0;
+    double T0 = 0.0;
+
+    // As frames carry them: R1, R2, B, F, O and T0 when it is not 0. A vector of five reads T0 = 0;
+    // another length throws.
+    std::vector<double> toVector() const;
+    static PlanckConstants fromVector(const std::vector<double>& v);
 };
 
 // Everything the model needs for one measurement range.
 struct RangeCalibration {
     PlanckConstants planck;
-    double boardDriftGain = 0.0;            // counts per kelvin of board warming since the shutter closed
-    double boardSlopeGain = 0.0;            // counts per (kelvin per minute) of board temperature slope
-    double slowFrameGain = 1.0;             // responsivity in slow-frame mode relative to the normal mode
+    double boardDriftGain = 0.0; // counts per kelvin of board warming since the shutter closed
+    double boardSlopeGain = 0.0; // counts per (kelvin per minute) of board temperature slope
+    double slowFrameGain = 1.0;  // responsivity in slow-frame mode relative to the normal mode
+    double boardLagGain = 0.0;   // share of the lagged board's Planck signal change in D; 0: no lag term
+    double boardLagTimeConstantS = 100.0;   // time constant of the lag (seconds)
+    double boardLagShare = 1.0;             // the housing's share of the board's rise since switching on
+    double boardEmissionGain = 0.0;         // share of the board's own Planck signal change in D
     double responsivityExponent = 0.0;      // n of g = (Tref / Tboard)^n; 0: no board dependence
     double responsivityReferenceK = 303.15; // Tref, the board temperature the Planck constants hold at
     double bandBottomK = 233.15;            // calibrated object temperature band
@@ -70,6 +94,10 @@ struct RadiometricConditions : ObjectParameters {
     double boardCurrentK = 303.15;
     double boardShutteringK = 303.15;
     double boardSlope = 0.0; // kelvin per minute
+    // The board temperature through the range's lag filter now and when the shutter closed (BoardLag);
+    // 0: not known, the board temperatures stand in (a settled camera).
+    double boardLagK = 0.0;
+    double boardLagShutteringK = 0.0;
     double lensTransmission = 1.0;
     double lensK = 298.15;
     double gain = 1.0;

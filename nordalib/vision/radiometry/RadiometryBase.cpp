@@ -84,6 +84,9 @@ RadiometryBase::RadiometryBase(unsigned short cols, unsigned short rows, float r
         fail("temperature resolution " + std::to_string(resolution) + " must be positive",
              "norda::vision::RadiometryBase::RadiometryBase");
     m_calibration = RadiometricCalibration::load(m_calibrationFile);
+    for (const auto& [n, range] : m_calibration.ranges)
+        if (range.boardLagGain != 0.0)
+            m_lags.emplace(n, Lag{BoardLag(range.boardLagTimeConstantS, range.boardLagShare)});
     for (unsigned id = 0; id < RadiometryId::Count; ++id) {
         if (id == RadiometryId::SlowFrameActive)
             continue;
@@ -154,6 +157,12 @@ RadiometricConditions RadiometryBase::conditions() const {
     c.boardShutteringK = kelvinOf(RadiometryId::TboardShuttering);
     c.shutterK = kelvinOf(RadiometryId::TShutterShuttering);
     c.boardSlope = m_data.get<float>(RadiometryId::TBoardSlope);
+    if (auto lag = m_lags.find(m_data.get<unsigned char>(RadiometryId::MeasRange));
+        lag != m_lags.end() && lag->second.filter.started()) {
+        // To a millikelvin: a settled camera's lag creeps on by less, and the table stays.
+        c.boardLagK = std::round(lag->second.filter.value() * 1000.0) / 1000.0;
+        c.boardLagShutteringK = std::round(lag->second.atShuttering * 1000.0) / 1000.0;
+    }
     c.tauPg = m_data.get<float>(RadiometryId::TauPg);
     c.emisPg = m_data.get<float>(RadiometryId::EmisPg);
     if (c.tauPg + c.emisPg > 1.0 + 1e-6)
@@ -171,6 +180,7 @@ cv::Mat_<unsigned short> RadiometryBase::processFrame(cv::Mat_<short>& raw) {
                  std::to_string(m_rows),
              "norda::vision::RadiometryBase::processFrame");
     const RangeCalibration& range = activeRange();
+    followBoardLag();
     const RadiometricConditions c = conditions();
     const unsigned rangeNumber = m_data.get<unsigned char>(RadiometryId::MeasRange);
     if (!m_tableValid || rangeNumber != m_tableRange || !(c == m_tableConditions)) {
@@ -231,11 +241,36 @@ void RadiometryBase::buildTable(const RangeCalibration& range, const Radiometric
             if (!(arg > 1.0)) {
                 v = 65535;
             } else {
-                const double counts = std::round(p.B / std::log(arg) * inv);
+                const double counts = std::round((p.B / std::log(arg) - p.T0) * inv);
                 v = counts >= 65535.0 ? 65535 : counts < 1.0 ? 1 : static_cast<unsigned short>(counts);
             }
         }
         m_table[static_cast<unsigned short>(s)] = v;
+    }
+}
+
+void RadiometryBase::followBoardLag() {
+    if (m_lags.empty() || !m_data.getVariant(RadiometryId::UpTime) ||
+        !m_data.getVariant(RadiometryId::TBoardSlope) || !m_data.getVariant(RadiometryId::TboardCurrent) ||
+        !m_data.getVariant(RadiometryId::TboardShuttering) ||
+        !m_data.getVariant(RadiometryId::TShutterShuttering))
+        return;
+    const double uptimeS = double(m_data.get<unsigned long long>(RadiometryId::UpTime)) / 1000.0;
+    const double board = kelvinOf(RadiometryId::TboardCurrent);
+    const std::pair<double, double> shuttering{kelvinOf(RadiometryId::TboardShuttering),
+                                               kelvinOf(RadiometryId::TShutterShuttering)};
+    const double slopeKPerS = m_data.get<float>(RadiometryId::TBoardSlope) / 60.0;
+    const bool shutterClosed = shuttering != m_shuttering;
+    m_shuttering = shuttering;
+    for (auto& [n, lag] : m_lags) {
+        const bool restart = !lag.filter.started() || uptimeS < lag.filter.lastUptimeS();
+        lag.filter.update(uptimeS, board, slopeKPerS);
+        // The filter barely moves between the shutter's closing and the next frame. Started since,
+        // the frame's drift is the settled one: the estimate moved as far as the board.
+        if (restart)
+            lag.atShuttering = lag.filter.value() - (board - shuttering.first);
+        else if (shutterClosed)
+            lag.atShuttering = lag.filter.value();
     }
 }
 

@@ -14,16 +14,23 @@
 // is the encoding of RadiometricTools. A signal with no physical temperature reads 0 (below
 // absolute zero) or 65535 (beyond the top of the curve).
 //
+// A range whose calibration has a board lag term (RadiometricTools) gets a BoardLag filter fed with
+// the board temperature and uptime of every frame; its value when the shutter last closed is taken
+// from the first frame whose board or shutter temperature at shuttering differs from the previous
+// frame's. Frames without uptime leave the lag unknown: the settled form of the drift applies.
+//
 // The calibration constants are read at construction from calibrationPath +
 // RadiometricCalibration::kFileName; a missing or invalid file throws.
 
 #include "nordalib/core/datatypes/CuratorStorage.h"
 #include "nordalib/vision/imgproc/LookupTable16.h"
+#include "nordalib/vision/radiometry/BoardLag.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometryId.h"
 
 #include <opencv2/core.hpp>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -78,6 +85,7 @@ protected:
 private:
     // The entries of the signals from..to.
     void buildTable(const RangeCalibration& range, const RadiometricConditions& conditions, int from, int to);
+    void followBoardLag();
 
     unsigned short m_cols;
     unsigned short m_rows;
@@ -87,6 +95,12 @@ private:
     exp::CuratorStorage m_data;
     exp::CuratorStorage m_parameters;
     ObjectParameters m_airPath;
+    struct Lag {
+        BoardLag filter;
+        double atShuttering = 0.0;
+    };
+    std::map<unsigned, Lag> m_lags;                   // per range with a lag term
+    std::pair<double, double> m_shuttering{0.0, 0.0}; // board and shutter at shuttering, last frame
 
     LookupTable16 m_table; // indexed by the signal as unsigned 16-bit
     bool m_tableValid = false;

@@ -97,11 +97,11 @@ ObjectParameters RixReanalysis::parametersFor(const Rix& rix, const Changes& cha
 
 PlanckConstants RixReanalysis::planckConstants(const Rix& rix) {
     std::vector<double> c;
-    if (!generic(rix, Id::Radiometry::Planck, c) || c.size() != 5)
+    if (!generic(rix, Id::Radiometry::Planck, c) || (c.size() != 5 && c.size() != 6))
         NORDA_THROW("the image carries no Planck constants (" + Id::Radiometry::Planck +
-                        " with R1, R2, B, F, O); it can not be re-analysed",
+                        " with R1, R2, B, F, O[, T0]); it can not be re-analysed",
                     "norda::vision::RixReanalysis::planckConstants");
-    return PlanckConstants{c[0], c[1], c[2], c[3], c[4]};
+    return PlanckConstants::fromVector(c);
 }
 
 cv::Mat_<uint16_t> RixReanalysis::temperatures(const Rix& rix, const ObjectParameters& to,

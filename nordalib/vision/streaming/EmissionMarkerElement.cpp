@@ -117,10 +117,11 @@ EmissionMarkerElement::Measurement EmissionMarkerElement::measure(const Frame& v
     const auto& meta = temperatures.getMetaData();
     std::shared_ptr<Variant> planckValue = meta.getVariant(Id::Radiometry::Planck);
     if (!planckValue || !planckValue->holds<std::vector<double>>() ||
-        planckValue->value<std::vector<double>>().size() != 5)
+        (planckValue->value<std::vector<double>>().size() != 5 &&
+         planckValue->value<std::vector<double>>().size() != 6))
         return {"NoRadiometry", 0, 0, m.rect};
     const auto& pc = planckValue->value<std::vector<double>>();
-    const vision::Reanalysis model(vision::PlanckConstants{pc[0], pc[1], pc[2], pc[3], pc[4]});
+    const vision::Reanalysis model(vision::PlanckConstants::fromVector(pc));
     vision::ObjectParameters frame;
     try {
         frame.emissivity = meta.get<float>(Id::Environment::EmissivityValue);

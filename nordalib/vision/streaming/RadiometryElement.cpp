@@ -88,9 +88,7 @@ bool RadiometryElement::process(FrameMap& inputs, FrameMap& outputs) {
         frame->removeMetaDate(Id::IrImage::Max);
         frame->replaceMetaDate(Id::Temperatures::Validity, makeVariant(true));
         const auto& planck = m_model->activeRange().planck;
-        frame->replaceMetaDate(
-            Id::Radiometry::Planck,
-            makeVariant(std::vector<double>{planck.R1, planck.R2, planck.B, planck.F, planck.O}));
+        frame->replaceMetaDate(Id::Radiometry::Planck, makeVariant(planck.toVector()));
         emit(outputs, STREAMING_DATATYPE_RAD, std::move(frame));
         m_errorBudget = 100;
         if (!m_healthy)

@@ -1,4 +1,5 @@
 #include "nordalib/core/keys/DefaultParameters.h"
+#include "nordalib/vision/radiometry/BoardLag.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/radiometry/RadiometryTypeA.h"
@@ -67,6 +68,26 @@ TEST(RadiometricTools, PlanckCurveAndItsInverse) {
             2e-3;
         EXPECT_NEAR(RadiometricTools::planckSlope(p, t), numeric, 1e-6 * numeric);
     }
+    // The shifted curve, written out by hand, and the form frames carry it in.
+    PlanckConstants shifted = p;
+    shifted.T0 = 15.0;
+    for (double t : {250.0, 350.0, 600.0}) {
+        const double s = p.R1 / (p.R2 * (std::exp(p.B / (t + 15.0)) - p.F)) - p.O;
+        EXPECT_NEAR(RadiometricTools::planckSignal(shifted, t), s, 1e-9 * std::abs(s));
+        EXPECT_NEAR(RadiometricTools::planckTemperature(shifted, s), t, 1e-9 * t);
+        const double numeric = (RadiometricTools::planckSignal(shifted, t + 1e-3) -
+                                RadiometricTools::planckSignal(shifted, t - 1e-3)) /
+                               2e-3;
+        EXPECT_NEAR(RadiometricTools::planckSlope(shifted, t), numeric, 1e-6 * numeric);
+    }
+    EXPECT_EQ(PlanckConstants::fromVector(shifted.toVector()).T0, 15.0);
+    EXPECT_EQ(p.toVector().size(), 5u);
+    EXPECT_EQ(PlanckConstants::fromVector(p.toVector()).T0, 0.0);
+    EXPECT_NE(test::messageOf([] {
+                  PlanckConstants::fromVector({1.0, 2.0});
+              }).find("got 2"),
+              std::string::npos);
+
     // At or below -O there is no temperature, nor a signal at 0 K.
     EXPECT_TRUE(std::isnan(RadiometricTools::planckTemperature(p, -p.O)));
     EXPECT_TRUE(std::isnan(RadiometricTools::planckSignal(p, 0.0)));
@@ -85,6 +106,39 @@ TEST(RadiometricTools, PlanckCurveAndItsInverse) {
                 1e-9);
 }
 
+TEST(BoardLag, FollowsTheBoardLikeAFirstOrderLagWhateverItsFeedRate) {
+    // A ramp of 0.02 K/s settles slope * tau behind; an exponential warm-up (tau_b 90 s) matches the
+    // closed-form response of a 150 s lag, fed every 33 ms or once every 5 s.
+    BoardLag ramp(150.0);
+    for (double t = 0.0; t <= 2000.0; t += 7.0)
+        ramp.update(t, 300.0 + 0.02 * t);
+    EXPECT_NEAR(ramp.value(), 300.0 + 0.02 * 1995.0 - 0.02 * 150.0, 1e-3);
+    BoardLag late(150.0); // started on the ramp long after switching on, given its slope
+    EXPECT_NEAR(late.update(1000.0, 320.0, 0.02), 320.0 - 0.02 * 150.0, 1e-9);
+    EXPECT_NEAR(late.update(1100.0, 322.0), 322.0 - 0.02 * 150.0, 1e-9);
+    auto board = [](double t) { return 294.15 + 18.0 * (1.0 - std::exp(-t / 90.0)); };
+    const double exact =
+        294.15 + 18.0 * (1.0 - (150.0 * std::exp(-240.0 / 150.0) - 90.0 * std::exp(-240.0 / 90.0)) / 60.0);
+    for (double step : {1.0 / 30.0, 5.0}) {
+        BoardLag lag(150.0);
+        for (double t = 0.0; t < 240.0 + step / 2; t += step)
+            lag.update(t, board(t));
+        EXPECT_NEAR(lag.value(), exact, 2e-3) << step;
+    }
+    std::vector<std::pair<double, double>> log;
+    for (double t = 0.0; t <= 300.0; t += 1.0)
+        log.emplace_back(t, board(t));
+    EXPECT_NEAR(BoardLag::at(log, 150.0, 1.0, 240.0), exact, 1e-3);
+    // A housing rising by 85 % of the board's rise since switching on.
+    EXPECT_NEAR(BoardLag::at(log, 150.0, 0.85, 240.0), 294.15 + 0.85 * (exact - 294.15), 1e-3);
+    // A restart (uptime going back) starts afresh at the board.
+    BoardLag restarted(150.0);
+    restarted.update(100.0, 310.0);
+    restarted.update(101.0, 311.0);
+    EXPECT_EQ(restarted.update(3.0, 295.0), 295.0);
+    EXPECT_NE(test::messageOf([] { BoardLag(0.0); }).find("must be positive"), std::string::npos);
+}
+
 TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
     test::TempDir dir;
     const std::string file = test::slashed(dir) + "radiometry.json";
@@ -100,6 +154,15 @@ TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
     EXPECT_EQ(loaded.ranges.size(), 2u);
     EXPECT_DOUBLE_EQ(loaded.ranges.at(2).planck.R1, 60000.0);
     EXPECT_EQ(loaded.lenses.at(1).serial, "L25-000001");
+    EXPECT_EQ(loaded.ranges.at(1).planck.T0, 0.0);
+    EXPECT_EQ(loaded.ranges.at(1).boardLagGain, 0.0);
+    auto shifted = RadiometricCalibration::makeDefault();
+    shifted.ranges[2].planck.T0 = -12.5;
+    shifted.ranges[2].boardLagGain = 2.5;
+    shifted.ranges[2].boardLagTimeConstantS = 140.0;
+    shifted.save(file);
+    EXPECT_EQ(RadiometricCalibration::load(file).ranges.at(2).planck.T0, -12.5);
+    EXPECT_EQ(RadiometricCalibration::load(file).ranges.at(2).boardLagTimeConstantS, 140.0);
 
     auto broken = [&](auto mutate) {
         auto cal = RadiometricCalibration::makeDefault();
@@ -109,7 +172,7 @@ TEST(RadiometricCalibration, FileErrorsNameFileAndKey) {
     };
     EXPECT_EQ(broken([](auto& c) { c.ranges[2].planck.F = 20.0; }),
               "radiometric calibration " + file +
-                  ": ranges[1].F makes the Planck curve undefined inside the band (exp(B / T) <= F)");
+                  ": ranges[1].F makes the Planck curve undefined inside the band (exp(B / (T + T0)) <= F)");
     EXPECT_NE(broken([](auto& c) { c.lenses[2].transmission = 1.5; }).find("lenses[1].transmission"),
               std::string::npos);
     writeFile(file, R"({"ranges":[{"range":1,"R2":1,"B":1,"F":1,"O":0,"bandBottom":0,"bandTop":10}]})");
@@ -186,7 +249,12 @@ TEST(RadiometryAccuracy, SynthesisedScenesThroughElement) {
                     proxy.setValue<unsigned short>(Id::IrImage::Cols, kTemps, false);
                     proxy.setValue<unsigned short>(Id::IrImage::Rows, 1, false);
                     RadiometryElement element(&proxy, test::calibrationDir(), RadiometricCamTypeA);
-                    const RadiometricConditions c = conditionsOf(eps, refl, glass);
+                    RadiometricConditions c = conditionsOf(eps, refl, glass);
+                    // The element's housing estimate on its first frame, 600 s after switching on: the
+                    // board's steady trail on its slope, moved as far as the board since the shutter.
+                    c.boardLagK = c.boardCurrentK -
+                                  range.boardLagShare * c.boardSlope / 60.0 * range.boardLagTimeConstantS;
+                    c.boardLagShutteringK = c.boardLagK - (c.boardCurrentK - c.boardShutteringK);
                     cv::Mat_<short> frame(1, kTemps);
                     std::vector<double> truth(kTemps);
                     for (int i = 0; i < kTemps; ++i) {

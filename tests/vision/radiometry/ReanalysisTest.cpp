@@ -115,9 +115,10 @@ TEST(RixReanalysis, ReadsWhatTheImageWasTakenWith) {
     rix.setRadiometricImage(cv::Mat_<uint16_t>(2, 2, uint16_t(31315)));
     rix.setEmissivityOriginal(0.9f);
     rix.setReflectedTempOriginal(Rix::Temperature(MarkedFloat(20.0f), quantity::TemperatureUnit::Celsius));
-    EXPECT_EQ(test::messageOf([&] { RixReanalysis::temperatures(rix, {}); }),
-              "the image carries no Planck constants (Radiometry.Planck with R1, R2, B, F, O); it can not be "
-              "re-analysed");
+    EXPECT_EQ(
+        test::messageOf([&] { RixReanalysis::temperatures(rix, {}); }),
+        "the image carries no Planck constants (Radiometry.Planck with R1, R2, B, F, O[, T0]); it can not be "
+        "re-analysed");
 
     rix.setGeneric(Id::Radiometry::Planck,
                    makeVariant(std::vector<double>{300000.0, 1.0, 1428.0, 1.0, -40.0}));
