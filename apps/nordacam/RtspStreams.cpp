@@ -55,19 +55,6 @@ GQuark overlayQuark() {
     return quark;
 }
 
-// The overlay's canvas (B, G, R, A) blended over the RGB picture.
-void blend(uint8_t* rgb, size_t stride, const cv::Mat& canvas) {
-    for (int y = 0; y < canvas.rows; ++y) {
-        const auto* over = canvas.ptr<cv::Vec4b>(y);
-        uint8_t* under = rgb + y * stride;
-        for (int x = 0; x < canvas.cols; ++x, under += 3) {
-            const unsigned a = over[x][3];
-            for (int c = 0; a != 0 && c < 3; ++c)
-                under[c] = static_cast<uint8_t>((over[x][2 - c] * a + under[c] * (255 - a)) / 255);
-        }
-    }
-}
-
 // Drawn on the media's streaming thread, so that the chain's thread only copies the picture.
 GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
@@ -82,7 +69,8 @@ GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
         GST_PAD_PROBE_INFO_DATA(info) = buffer;
         GstMapInfo map;
         if (gst_buffer_map(buffer, &map, GST_MAP_READWRITE)) {
-            blend(map.data, GST_ROUND_UP_4(static_cast<size_t>(size.width) * 3), canvas);
+            cv::Mat picture(size, CV_8UC3, map.data, GST_ROUND_UP_4(static_cast<size_t>(size.width) * 3));
+            norda::vision::ThermalOverlay::blendOntoRgb(canvas, picture);
             gst_buffer_unmap(buffer, &map);
         }
     } catch (const std::exception&) {
