@@ -1,10 +1,10 @@
 // The chain of BM_WholeChain as a GStreamer pipeline of the plugin (nordacorrect !
 // nordaradiometry ! nordameasure ! nordapalette ! fakesink), on the same kind of frames (a 25 °C
-// background with a 60 °C object as raw counts of the default calibration), on one core. Set
-// against BM_WholeChain/640/480: what the plugin adds per frame (buffers, metadata, caps, the
-// elements' own stores). Range 1: the overlay drawn too (BM_WholeChain draws none). Range 2: without
-// the noise filters, for the filters' share (BM_WholeChain's pattern and spatial filters stay off:
-// it does not write their keys again, see SprElement, while nordacorrect does, as the camera).
+// background with a 60 °C object as raw counts of the default calibration), on one core. Range 0
+// set against BM_WholeChainCameraFilters (BM_WholeChain with the pattern and spatial filters set
+// as nordacorrect sets them): what the plugin adds per frame (buffers, metadata, the elements' own
+// stores, the measurement of points and areas). Range 1: the overlay drawn too (BM_WholeChain draws
+// none). Range 2: without the noise filters, for their share.
 #ifdef NORDA_GST_PLUGIN_DIR
 
 #include "nordalib/vision/imgproc/DistortionTable.h"
