@@ -28,6 +28,10 @@ std::unique_ptr<RtspStreams> startRtsp(Camera& camera, const std::string& addres
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -58,8 +62,9 @@ GQuark overlayQuark() {
 // Drawn on the media's streaming thread, so that the chain's thread only copies the picture.
 GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    // The content stays with the picture's buffer, which may go to several media.
     auto* content = static_cast<norda::vision::OverlayContent*>(
-        gst_mini_object_steal_qdata(GST_MINI_OBJECT(buffer), overlayQuark()));
+        gst_mini_object_get_qdata(GST_MINI_OBJECT(buffer), overlayQuark()));
     if (!content)
         return GST_PAD_PROBE_OK;
     const cv::Size size = content->imageSize;
@@ -76,7 +81,6 @@ GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
     } catch (const std::exception&) {
         // A picture without its overlay rather than none.
     }
-    delete content;
     return GST_PAD_PROBE_OK;
 }
 
@@ -88,9 +92,14 @@ struct RtspStreams::Impl {
         STREAMING_DATATYPE slot;
         bool overlay;
         mutable std::mutex mutex;
-        GstAppSrc* src = nullptr; // while a client watches
-        cv::Size size;
-        int type = -1;
+        // The path's media while clients watch: one, or more when a client sets up a session
+        // without describing the stream first (the server keys shared media by the URL asked for).
+        struct Source {
+            GstAppSrc* src;
+            cv::Size size;
+            int type = -1;
+        };
+        std::vector<Source> sources;
         Stats stats;
     };
 
@@ -99,11 +108,22 @@ struct RtspStreams::Impl {
     GMainContext* context = nullptr;
     GMainLoop* loop = nullptr;
     GstRTSPServer* server = nullptr;
+    GstRTSPSessionPool* pool = nullptr;
     GSource* serverSource = nullptr;
     GSource* cleanup = nullptr;
     std::thread thread;
     std::map<std::string, std::unique_ptr<Stream>> streams;
     int port = 0;
+    // Each connection's socket and the bytes it had sent when it last got an answer. Clients are
+    // served on the server's pool threads.
+    struct Connection {
+        GSocket* socket = nullptr;
+        uint64_t answeredAt = 0;
+        int quietSeconds = 0;
+    };
+    std::mutex connectionsMutex;
+    std::map<GstRTSPClient*, Connection> connections;
+    GSource* watchdog = nullptr;
 
     Impl(Camera& cam) : camera(cam), fps(static_cast<int>(std::lround(cam.options().sim.fps))) {}
 
@@ -112,7 +132,72 @@ struct RtspStreams::Impl {
     void onCycle(const FrameMap& frames);
     static void configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data);
     static void unprepared(GstRTSPMedia*, gpointer data);
+    static void connected(GstRTSPServer*, GstRTSPClient* client, gpointer data);
+    static GstRTSPStatusCode setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data);
+    static void closed(GstRTSPClient* client, gpointer data);
+    static void answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data);
+    static gboolean watch(gpointer data);
 };
+
+namespace {
+
+// Bytes a client has sent on its RTSP connection (the kernel's count), 0 when unknown or closed.
+uint64_t receivedBytes(GSocket* socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (!socket || g_socket_is_closed(socket) ||
+        ::getsockopt(g_socket_get_fd(socket), IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+        return 0;
+    return info.tcpi_bytes_received;
+}
+
+// Sessions of the clients connected from `address`.
+int sessionsFrom(GstRTSPServer* server, const std::string& address) {
+    struct Count {
+        std::string address;
+        int sessions = 0;
+    } count{address};
+    gst_rtsp_server_client_filter(
+        server,
+        +[](GstRTSPServer*, GstRTSPClient* client, gpointer data) {
+            auto* c = static_cast<Count*>(data);
+            GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+            const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
+            if (ip && c->address == ip)
+                gst_rtsp_client_session_filter(
+                    client,
+                    +[](GstRTSPClient*, GstRTSPSession*, gpointer n) {
+                        ++*static_cast<int*>(n);
+                        return GST_RTSP_FILTER_KEEP;
+                    },
+                    &c->sessions);
+            return GST_RTSP_FILTER_KEEP;
+        },
+        &count);
+    return count.sessions;
+}
+
+// Whether a session streams over UDP (its packets do not need the RTSP connection).
+bool streamsOverUdp(GstRTSPSession* session) {
+    bool udp = false;
+    gst_rtsp_session_filter(
+        session,
+        +[](GstRTSPSession*, GstRTSPSessionMedia* media, gpointer data) {
+            for (guint i = 0;; ++i) {
+                GstRTSPStreamTransport* t = gst_rtsp_session_media_get_transport(media, i);
+                if (!t)
+                    break;
+                const GstRTSPTransport* transport = gst_rtsp_stream_transport_get_transport(t);
+                if (transport && transport->lower_transport != GST_RTSP_LOWER_TRANS_TCP)
+                    *static_cast<bool*>(data) = true;
+            }
+            return GST_RTSP_FILTER_KEEP;
+        },
+        &udp);
+    return udp;
+}
+
+} // namespace
 
 RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
     : m(std::make_unique<Impl>(camera)) {
@@ -139,7 +224,11 @@ RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
                           reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(cleanupSessions)),
                           nullptr, nullptr);
     g_source_attach(m->cleanup, m->context);
-    g_object_unref(pool);
+    m->pool = pool; // our reference, let go at the end
+    g_signal_connect(m->server, "client-connected", G_CALLBACK(Impl::connected), m.get());
+    m->watchdog = g_timeout_source_new_seconds(1);
+    g_source_set_callback(m->watchdog, Impl::watch, m.get(), nullptr);
+    g_source_attach(m->watchdog, m->context);
 
     const bool visual = camera.visualCamera() != nullptr;
     m->mount("/thermal", visual ? kInfraredSlot : STREAMING_DATATYPE_RGB, true);
@@ -180,17 +269,22 @@ RtspStreams::~RtspStreams() {
             m.get());
         m->thread.join();
     }
-    for (GSource* source : {m->serverSource, m->cleanup})
+    for (GSource* source : {m->serverSource, m->cleanup, m->watchdog})
         if (source) {
             g_source_destroy(source);
             g_source_unref(source);
         }
     for (auto& [path, stream] : m->streams) {
         std::lock_guard<std::mutex> lock(stream->mutex);
-        if (stream->src)
-            gst_object_unref(stream->src);
-        stream->src = nullptr;
+        for (auto& source : stream->sources)
+            gst_object_unref(source.src);
+        stream->sources.clear();
     }
+    for (auto& [client, c] : m->connections) {
+        g_object_unref(c.socket);
+        g_object_unref(client);
+    }
+    g_object_unref(m->pool);
     g_object_unref(m->server);
     g_main_loop_unref(m->loop);
     g_main_context_unref(m->context);
@@ -213,7 +307,7 @@ RtspStreams::Stats RtspStreams::stats(const std::string& path) const {
         NORDA_THROW("no RTSP stream " + path, "nordacam::RtspStreams");
     std::lock_guard<std::mutex> lock(it->second->mutex);
     Stats out = it->second->stats;
-    out.playing = it->second->src != nullptr;
+    out.playing = !it->second->sources.empty();
     return out;
 }
 
@@ -247,20 +341,96 @@ void RtspStreams::Impl::configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpo
         gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, drawOverlay, nullptr, nullptr);
         gst_object_unref(pad);
     }
+    g_object_set_data(G_OBJECT(media), "nordacam-src", src);
     g_signal_connect(media, "unprepared", G_CALLBACK(unprepared), stream);
     std::lock_guard<std::mutex> lock(stream->mutex);
-    if (stream->src)
-        gst_object_unref(stream->src);
-    stream->src = GST_APP_SRC(src);
-    stream->size = {};
+    stream->sources.push_back({GST_APP_SRC(src), {}});
 }
 
-void RtspStreams::Impl::unprepared(GstRTSPMedia*, gpointer data) {
+void RtspStreams::Impl::unprepared(GstRTSPMedia* media, gpointer data) {
     auto* stream = static_cast<Stream*>(data);
+    auto* src = static_cast<GstAppSrc*>(g_object_get_data(G_OBJECT(media), "nordacam-src"));
     std::lock_guard<std::mutex> lock(stream->mutex);
-    if (stream->src)
-        gst_object_unref(stream->src);
-    stream->src = nullptr;
+    for (auto it = stream->sources.begin(); it != stream->sources.end(); ++it)
+        if (it->src == src) {
+            gst_object_unref(it->src);
+            stream->sources.erase(it);
+            break;
+        }
+}
+
+void RtspStreams::Impl::connected(GstRTSPServer*, GstRTSPClient* client, gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
+    if (!socket)
+        return;
+    g_object_ref(socket);
+    {
+        std::lock_guard<std::mutex> lock(impl->connectionsMutex);
+        impl->connections[GST_RTSP_CLIENT(g_object_ref(client))] = {socket, receivedBytes(socket), 0};
+    }
+    g_signal_connect(client, "pre-setup-request", G_CALLBACK(setupRequest), impl);
+    g_signal_connect(client, "closed", G_CALLBACK(closed), impl);
+    g_signal_connect(client, "send-message", G_CALLBACK(answered), impl);
+}
+
+void RtspStreams::Impl::answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    std::lock_guard<std::mutex> lock(impl->connectionsMutex);
+    if (auto it = impl->connections.find(client); it != impl->connections.end())
+        it->second.answeredAt = receivedBytes(it->second.socket), it->second.quietSeconds = 0;
+}
+
+// A new session from an address that holds its share already is refused.
+GstRTSPStatusCode RtspStreams::Impl::setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    gchar* session = nullptr;
+    if (gst_rtsp_message_get_header(ctx->request, GST_RTSP_HDR_SESSION, &session, 0) == GST_RTSP_OK)
+        return GST_RTSP_STS_OK;
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
+    if (ip && sessionsFrom(impl->server, ip) >= kSessionsPerAddress)
+        return GST_RTSP_STS_SERVICE_UNAVAILABLE;
+    return GST_RTSP_STS_OK;
+}
+
+// The sessions of a closed connection end with it; those that stream over UDP time out instead.
+void RtspStreams::Impl::closed(GstRTSPClient* client, gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    {
+        std::lock_guard<std::mutex> lock(impl->connectionsMutex);
+        if (auto it = impl->connections.find(client); it != impl->connections.end()) {
+            g_object_unref(it->second.socket);
+            impl->connections.erase(it);
+            g_object_unref(client);
+        }
+    }
+    gst_rtsp_client_session_filter(
+        client,
+        +[](GstRTSPClient*, GstRTSPSession* session, gpointer p) {
+            if (!streamsOverUdp(session))
+                gst_rtsp_session_pool_remove(static_cast<GstRTSPSessionPool*>(p), session);
+            return GST_RTSP_FILTER_KEEP;
+        },
+        impl->pool);
+}
+
+// Every second: a connection that sent more than kUnansweredBytes since its last answer is
+// closed. Its count starts again after a minute, so that a client's reports over the connection
+// (RTCP, a few bytes a second) never add up.
+gboolean RtspStreams::Impl::watch(gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    std::lock_guard<std::mutex> lock(impl->connectionsMutex);
+    for (auto& [client, c] : impl->connections) {
+        const uint64_t received = receivedBytes(c.socket);
+        if (received > c.answeredAt + kUnansweredBytes)
+            // Cut at the socket: the server then ends the connection as one the client closed.
+            ::shutdown(g_socket_get_fd(c.socket), SHUT_RDWR);
+        else if (++c.quietSeconds >= 60)
+            c.answeredAt = received, c.quietSeconds = 0;
+    }
+    return G_SOURCE_CONTINUE;
 }
 
 void RtspStreams::Impl::onCycle(const FrameMap& frames) {
@@ -276,18 +446,19 @@ void RtspStreams::Impl::push(Stream& stream, const Frame& frame) {
     if (image.type() != CV_8UC3 && image.type() != CV_8UC2)
         return;
     std::lock_guard<std::mutex> lock(stream.mutex);
-    if (!stream.src)
+    if (stream.sources.empty())
         return;
-    if (image.size() != stream.size || image.type() != stream.type) {
-        GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING,
-                                            image.type() == CV_8UC3 ? "RGB" : "UYVY", "width", G_TYPE_INT,
-                                            image.cols, "height", G_TYPE_INT, image.rows, "framerate",
-                                            GST_TYPE_FRACTION, fps, 1, nullptr);
-        gst_app_src_set_caps(stream.src, caps);
-        gst_caps_unref(caps);
-        stream.size = image.size();
-        stream.type = image.type();
-    }
+    for (auto& source : stream.sources)
+        if (image.size() != source.size || image.type() != source.type) {
+            GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING,
+                                                image.type() == CV_8UC3 ? "RGB" : "UYVY", "width", G_TYPE_INT,
+                                                image.cols, "height", G_TYPE_INT, image.rows, "framerate",
+                                                GST_TYPE_FRACTION, fps, 1, nullptr);
+            gst_app_src_set_caps(source.src, caps);
+            gst_caps_unref(caps);
+            source.size = image.size();
+            source.type = image.type();
+        }
     // GStreamer's rows start on 4-byte boundaries.
     const size_t row = image.cols * image.elemSize();
     const size_t stride = GST_ROUND_UP_4(row);
@@ -304,9 +475,12 @@ void RtspStreams::Impl::push(Stream& stream, const Frame& frame) {
                                       norda::vision::overlayDateTime())),
                                   [](gpointer p) { delete static_cast<norda::vision::OverlayContent*>(p); });
     ++stream.stats.offered;
-    if (gst_app_src_get_current_level_buffers(stream.src) >= kQueuedFrames)
-        ++stream.stats.dropped;
-    gst_app_src_push_buffer(stream.src, buffer);
+    for (auto& source : stream.sources) {
+        if (gst_app_src_get_current_level_buffers(source.src) >= kQueuedFrames)
+            ++stream.stats.dropped;
+        gst_app_src_push_buffer(source.src, gst_buffer_ref(buffer));
+    }
+    gst_buffer_unref(buffer);
 }
 
 } // namespace nordacam

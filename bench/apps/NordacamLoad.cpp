@@ -466,13 +466,14 @@ public:
         m_thread = std::thread([this] { run(); });
     }
     ~RtspClient() {
-        m_stop = true;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_pid > 0)
-                ::kill(m_pid, SIGINT);
-        }
+        stop();
         m_thread.join();
+    }
+    void stop() {
+        m_stop = true;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_pid > 0)
+            ::kill(m_pid, SIGINT);
     }
     uint64_t frames() const { return m_total + m_current; }
     int connections() const { return m_connections; }
@@ -481,8 +482,9 @@ public:
 private:
     void run() {
         while (!m_stop) {
+            // Close-on-exec: another client's ffmpeg must not hold this pipe open after this one ends.
             int fds[2];
-            if (::pipe(fds) != 0)
+            if (::pipe2(fds, O_CLOEXEC) != 0)
                 return;
             const pid_t pid = ::fork();
             if (pid == 0) {
@@ -709,6 +711,8 @@ int main() {
     std::vector<int> rtspConnections;
     for (auto& c : rtsp)
         rtspConnections.push_back(c->connections());
+    for (auto& c : rtsp) // all at once: each ffmpeg takes a moment to end
+        c->stop();
     rtsp.clear(); // the ffmpeg clients hang up before the server stops
 
     // Shutdown with the stalled readers still connected.
