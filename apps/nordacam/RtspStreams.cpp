@@ -32,6 +32,7 @@ std::unique_ptr<RtspStreams> startRtsp(Camera& camera, const std::string& addres
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -62,9 +63,8 @@ GQuark overlayQuark() {
 // Drawn on the media's streaming thread, so that the chain's thread only copies the picture.
 GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-    // The content stays with the picture's buffer, which may go to several media.
     auto* content = static_cast<norda::vision::OverlayContent*>(
-        gst_mini_object_get_qdata(GST_MINI_OBJECT(buffer), overlayQuark()));
+        gst_mini_object_steal_qdata(GST_MINI_OBJECT(buffer), overlayQuark()));
     if (!content)
         return GST_PAD_PROBE_OK;
     const cv::Size size = content->imageSize;
@@ -81,6 +81,7 @@ GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
     } catch (const std::exception&) {
         // A picture without its overlay rather than none.
     }
+    delete content;
     return GST_PAD_PROBE_OK;
 }
 
@@ -108,21 +109,11 @@ struct RtspStreams::Impl {
     GMainContext* context = nullptr;
     GMainLoop* loop = nullptr;
     GstRTSPServer* server = nullptr;
-    GstRTSPSessionPool* pool = nullptr;
     GSource* serverSource = nullptr;
     GSource* cleanup = nullptr;
     std::thread thread;
     std::map<std::string, std::unique_ptr<Stream>> streams;
     int port = 0;
-    // Each connection's socket and the bytes it had sent when it last got an answer. Clients are
-    // served on the server's pool threads.
-    struct Connection {
-        GSocket* socket = nullptr;
-        uint64_t answeredAt = 0;
-        int quietSeconds = 0;
-    };
-    std::mutex connectionsMutex;
-    std::map<GstRTSPClient*, Connection> connections;
     GSource* watchdog = nullptr;
 
     Impl(Camera& cam) : camera(cam), fps(static_cast<int>(std::lround(cam.options().sim.fps))) {}
@@ -134,7 +125,6 @@ struct RtspStreams::Impl {
     static void unprepared(GstRTSPMedia*, gpointer data);
     static void connected(GstRTSPServer*, GstRTSPClient* client, gpointer data);
     static GstRTSPStatusCode setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data);
-    static void closed(GstRTSPClient* client, gpointer data);
     static void answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data);
     static gboolean watch(gpointer data);
 };
@@ -151,50 +141,33 @@ uint64_t receivedBytes(GSocket* socket) {
     return info.tcpi_bytes_received;
 }
 
-// Sessions of the clients connected from `address`.
-int sessionsFrom(GstRTSPServer* server, const std::string& address) {
-    struct Count {
-        std::string address;
-        int sessions = 0;
-    } count{address};
-    gst_rtsp_server_client_filter(
-        server,
-        +[](GstRTSPServer*, GstRTSPClient* client, gpointer data) {
-            auto* c = static_cast<Count*>(data);
-            GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
-            const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-            if (ip && c->address == ip)
-                gst_rtsp_client_session_filter(
-                    client,
-                    +[](GstRTSPClient*, GstRTSPSession*, gpointer n) {
-                        ++*static_cast<int*>(n);
-                        return GST_RTSP_FILTER_KEEP;
-                    },
-                    &c->sessions);
-            return GST_RTSP_FILTER_KEEP;
-        },
-        &count);
-    return count.sessions;
+// What the server keeps of each connection, on the client object itself (clients are served on
+// the server's pool threads): its address, its socket and the bytes it had sent when it last got
+// an answer.
+struct Connection {
+    std::string address;
+    GSocket* socket;
+    std::atomic<uint64_t> answeredAt{0};
+    std::atomic<int> quietSeconds{0};
+    Connection(std::string a, GSocket* s) : address(std::move(a)), socket(s) { g_object_ref(socket); }
+    ~Connection() { g_object_unref(socket); }
+};
+
+Connection* connectionOf(GstRTSPClient* client) {
+    return static_cast<Connection*>(g_object_get_data(G_OBJECT(client), "nordacam-connection"));
 }
 
-// Whether a session streams over UDP (its packets do not need the RTSP connection).
-bool streamsOverUdp(GstRTSPSession* session) {
-    bool udp = false;
-    gst_rtsp_session_filter(
-        session,
-        +[](GstRTSPSession*, GstRTSPSessionMedia* media, gpointer data) {
-            for (guint i = 0;; ++i) {
-                GstRTSPStreamTransport* t = gst_rtsp_session_media_get_transport(media, i);
-                if (!t)
-                    break;
-                const GstRTSPTransport* transport = gst_rtsp_stream_transport_get_transport(t);
-                if (transport && transport->lower_transport != GST_RTSP_LOWER_TRANS_TCP)
-                    *static_cast<bool*>(data) = true;
-            }
+// Sessions of one client.
+int sessionsOf(GstRTSPClient* client) {
+    int sessions = 0;
+    gst_rtsp_client_session_filter(
+        client,
+        +[](GstRTSPClient*, GstRTSPSession*, gpointer n) {
+            ++*static_cast<int*>(n);
             return GST_RTSP_FILTER_KEEP;
         },
-        &udp);
-    return udp;
+        &sessions);
+    return sessions;
 }
 
 } // namespace
@@ -224,7 +197,7 @@ RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
                           reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(cleanupSessions)),
                           nullptr, nullptr);
     g_source_attach(m->cleanup, m->context);
-    m->pool = pool; // our reference, let go at the end
+    g_object_unref(pool);
     g_signal_connect(m->server, "client-connected", G_CALLBACK(Impl::connected), m.get());
     m->watchdog = g_timeout_source_new_seconds(1);
     g_source_set_callback(m->watchdog, Impl::watch, m.get(), nullptr);
@@ -280,11 +253,6 @@ RtspStreams::~RtspStreams() {
             gst_object_unref(source.src);
         stream->sources.clear();
     }
-    for (auto& [client, c] : m->connections) {
-        g_object_unref(c.socket);
-        g_object_unref(client);
-    }
-    g_object_unref(m->pool);
     g_object_unref(m->server);
     g_main_loop_unref(m->loop);
     g_main_context_unref(m->context);
@@ -363,23 +331,22 @@ void RtspStreams::Impl::connected(GstRTSPServer*, GstRTSPClient* client, gpointe
     auto* impl = static_cast<Impl*>(data);
     GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
     GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
-    if (!socket)
+    const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
+    if (!socket || !ip)
         return;
-    g_object_ref(socket);
-    {
-        std::lock_guard<std::mutex> lock(impl->connectionsMutex);
-        impl->connections[GST_RTSP_CLIENT(g_object_ref(client))] = {socket, receivedBytes(socket), 0};
-    }
+    auto* c = new Connection(ip, socket);
+    c->answeredAt = receivedBytes(socket);
+    g_object_set_data_full(G_OBJECT(client), "nordacam-connection", c,
+                           [](gpointer p) { delete static_cast<Connection*>(p); });
     g_signal_connect(client, "pre-setup-request", G_CALLBACK(setupRequest), impl);
-    g_signal_connect(client, "closed", G_CALLBACK(closed), impl);
     g_signal_connect(client, "send-message", G_CALLBACK(answered), impl);
 }
 
-void RtspStreams::Impl::answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    std::lock_guard<std::mutex> lock(impl->connectionsMutex);
-    if (auto it = impl->connections.find(client); it != impl->connections.end())
-        it->second.answeredAt = receivedBytes(it->second.socket), it->second.quietSeconds = 0;
+void RtspStreams::Impl::answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer) {
+    if (Connection* c = connectionOf(client)) {
+        c->answeredAt = receivedBytes(c->socket);
+        c->quietSeconds = 0;
+    }
 }
 
 // A new session from an address that holds its share already is refused.
@@ -388,48 +355,44 @@ GstRTSPStatusCode RtspStreams::Impl::setupRequest(GstRTSPClient* client, GstRTSP
     gchar* session = nullptr;
     if (gst_rtsp_message_get_header(ctx->request, GST_RTSP_HDR_SESSION, &session, 0) == GST_RTSP_OK)
         return GST_RTSP_STS_OK;
-    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
-    const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-    if (ip && sessionsFrom(impl->server, ip) >= kSessionsPerAddress)
-        return GST_RTSP_STS_SERVICE_UNAVAILABLE;
-    return GST_RTSP_STS_OK;
-}
-
-// The sessions of a closed connection end with it; those that stream over UDP time out instead.
-void RtspStreams::Impl::closed(GstRTSPClient* client, gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    {
-        std::lock_guard<std::mutex> lock(impl->connectionsMutex);
-        if (auto it = impl->connections.find(client); it != impl->connections.end()) {
-            g_object_unref(it->second.socket);
-            impl->connections.erase(it);
-            g_object_unref(client);
-        }
-    }
-    gst_rtsp_client_session_filter(
-        client,
-        +[](GstRTSPClient*, GstRTSPSession* session, gpointer p) {
-            if (!streamsOverUdp(session))
-                gst_rtsp_session_pool_remove(static_cast<GstRTSPSessionPool*>(p), session);
+    const Connection* self = connectionOf(client);
+    if (!self)
+        return GST_RTSP_STS_OK;
+    struct Count {
+        const std::string& address;
+        int sessions = 0;
+    } count{self->address};
+    gst_rtsp_server_client_filter(
+        impl->server,
+        +[](GstRTSPServer*, GstRTSPClient* other, gpointer d) {
+            auto* n = static_cast<Count*>(d);
+            if (const Connection* c = connectionOf(other); c && c->address == n->address)
+                n->sessions += sessionsOf(other);
             return GST_RTSP_FILTER_KEEP;
         },
-        impl->pool);
+        &count);
+    return count.sessions >= kSessionsPerAddress ? GST_RTSP_STS_SERVICE_UNAVAILABLE : GST_RTSP_STS_OK;
 }
 
 // Every second: a connection that sent more than kUnansweredBytes since its last answer is
 // closed. Its count starts again after a minute, so that a client's reports over the connection
 // (RTCP, a few bytes a second) never add up.
 gboolean RtspStreams::Impl::watch(gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    std::lock_guard<std::mutex> lock(impl->connectionsMutex);
-    for (auto& [client, c] : impl->connections) {
-        const uint64_t received = receivedBytes(c.socket);
-        if (received > c.answeredAt + kUnansweredBytes)
-            // Cut at the socket: the server then ends the connection as one the client closed.
-            ::shutdown(g_socket_get_fd(c.socket), SHUT_RDWR);
-        else if (++c.quietSeconds >= 60)
-            c.answeredAt = received, c.quietSeconds = 0;
-    }
+    gst_rtsp_server_client_filter(
+        static_cast<Impl*>(data)->server,
+        +[](GstRTSPServer*, GstRTSPClient* client, gpointer) {
+            Connection* c = connectionOf(client);
+            if (!c)
+                return GST_RTSP_FILTER_KEEP;
+            const uint64_t received = receivedBytes(c->socket);
+            if (received > c->answeredAt + kUnansweredBytes)
+                // Cut at the socket: the server then ends the connection as one the client closed.
+                ::shutdown(g_socket_get_fd(c->socket), SHUT_RDWR);
+            else if (++c->quietSeconds >= 60)
+                c->answeredAt = received, c->quietSeconds = 0;
+            return GST_RTSP_FILTER_KEEP;
+        },
+        nullptr);
     return G_SOURCE_CONTINUE;
 }
 
@@ -459,28 +422,28 @@ void RtspStreams::Impl::push(Stream& stream, const Frame& frame) {
             source.size = image.size();
             source.type = image.type();
         }
-    // GStreamer's rows start on 4-byte boundaries.
-    const size_t row = image.cols * image.elemSize();
-    const size_t stride = GST_ROUND_UP_4(row);
-    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, stride * image.rows, nullptr);
-    GstMapInfo map;
-    gst_buffer_map(buffer, &map, GST_MAP_WRITE);
-    for (int y = 0; y < image.rows; ++y)
-        std::memcpy(map.data + y * stride, image.ptr(y), row);
-    gst_buffer_unmap(buffer, &map);
-    if (stream.overlay)
-        gst_mini_object_set_qdata(GST_MINI_OBJECT(buffer), overlayQuark(),
-                                  new norda::vision::OverlayContent(norda::vision::overlayContent(
-                                      norda::vision::metadataLookup(frame.getMetaData()), image.size(),
-                                      norda::vision::overlayDateTime())),
-                                  [](gpointer p) { delete static_cast<norda::vision::OverlayContent*>(p); });
     ++stream.stats.offered;
+    // A buffer of its own for each media: the overlay is drawn into it on the media's thread.
+    const size_t row = image.cols * image.elemSize();
+    const size_t stride = GST_ROUND_UP_4(row); // GStreamer's rows start on 4-byte boundaries
     for (auto& source : stream.sources) {
+        GstBuffer* buffer = gst_buffer_new_allocate(nullptr, stride * image.rows, nullptr);
+        GstMapInfo map;
+        gst_buffer_map(buffer, &map, GST_MAP_WRITE);
+        for (int y = 0; y < image.rows; ++y)
+            std::memcpy(map.data + y * stride, image.ptr(y), row);
+        gst_buffer_unmap(buffer, &map);
+        if (stream.overlay)
+            gst_mini_object_set_qdata(
+                GST_MINI_OBJECT(buffer), overlayQuark(),
+                new norda::vision::OverlayContent(
+                    norda::vision::overlayContent(norda::vision::metadataLookup(frame.getMetaData()),
+                                                  image.size(), norda::vision::overlayDateTime())),
+                [](gpointer p) { delete static_cast<norda::vision::OverlayContent*>(p); });
         if (gst_app_src_get_current_level_buffers(source.src) >= kQueuedFrames)
             ++stream.stats.dropped;
-        gst_app_src_push_buffer(source.src, gst_buffer_ref(buffer));
+        gst_app_src_push_buffer(source.src, buffer);
     }
-    gst_buffer_unref(buffer);
 }
 
 } // namespace nordacam

