@@ -119,14 +119,14 @@ fuzz:
 	cmake --build build-fuzz -j$(JOBS) --target fuzz_targets
 	bash tools/fuzz.sh $(FUZZ_SECONDS) build-fuzz
 
-# `nordacam serve` under load (20 stream clients, some stalled, the API polled) for 5 minutes with
-# figures every 30 s; `soak` for 10 minutes (bench/apps/NordacamLoad.cpp).
+# `nordacam serve` under load (20 stream clients, some stalled, the API polled, eight RTSP clients)
+# for 5 minutes with figures every 30 s; `soak` for 10 minutes (bench/apps/NordacamLoad.cpp).
 LOAD_TEST = $(BUILD)/apps/nordacam/nordaload
 load: build
-	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=300 NORDA_LOAD_REPORT_SECONDS=30 $(LOAD_TEST)
+	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=300 NORDA_LOAD_REPORT_SECONDS=30 NORDA_LOAD_RTSP_CLIENTS=8 $(LOAD_TEST)
 
 soak: build
-	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=600 NORDA_LOAD_REPORT_SECONDS=60 $(LOAD_TEST)
+	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=600 NORDA_LOAD_REPORT_SECONDS=60 NORDA_LOAD_RTSP_CLIENTS=8 $(LOAD_TEST)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -51,7 +51,11 @@ class Chain {
 public:
     // `visual`: a 640 x 480 visual camera beside the detector (image buffer, laser spot, emission
     // marker, fusion in the mode `fusion`).
-    explicit Chain(cv::Size size, bool visual = false, const std::string& fusion = "Off") : m_size(size) {
+    // `cameraFilters`: the pattern and spatial filters take the store's settings, as the camera and
+    // the plugin's nordacorrect set them (else they keep their built-in state, see SprElement).
+    explicit Chain(cv::Size size, bool visual = false, const std::string& fusion = "Off",
+                   bool cameraFilters = false)
+        : m_size(size) {
         static int instance = 0;
         m_dir = std::filesystem::temp_directory_path() /
                 ("norda-chain-bench-" + std::to_string(size.width) + "x" + std::to_string(size.height) + "-" +
@@ -75,6 +79,12 @@ public:
         add("Tnr", std::make_unique<TnrElement>(&m_store));
         add("Spr", std::make_unique<SprElement>(&m_store));
         add("Snr", std::make_unique<SnrElement>(&m_store));
+        if (cameraFilters) {
+            for (const std::string& key :
+                 {Id::SprElement::Threshold, Id::SprElement::LineLimit, Id::SprElement::FrameLimit})
+                m_store.set(key, m_store.get(key), true);
+            m_store.flush();
+        }
         add("Radiometry", std::make_unique<RadiometryElement>(&m_store, calib, RadiometricCamTypeA));
         add("Distortion", std::make_unique<DistortionElement>(&m_store, calib, RadiometricCamTypeA));
 #ifdef NORDACAM_CORE
@@ -230,6 +240,16 @@ void BM_WholeChain(benchmark::State& state) {
     cv::setNumThreads(threads);
 }
 
+// The same with the pattern and spatial filters set as the camera sets them: the chain
+// BM_GstWholeChain/0 runs in the plugin.
+void BM_WholeChainCameraFilters(benchmark::State& state) {
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    Chain chain({640, 480}, false, "Off", true);
+    runChain(state, chain);
+    cv::setNumThreads(threads);
+}
+
 #ifdef NORDACAM_CORE
 // 640 x 480 infrared and 640 x 480 visual, in each fusion mode: 0 off, 1 alpha blend, 2 picture
 // in picture, 3 edges.
@@ -273,3 +293,4 @@ BENCHMARK(BM_FusionEdges)->DenseRange(0, 1)->Unit(benchmark::kMicrosecond);
 } // namespace
 
 BENCHMARK(BM_WholeChain)->Args({640, 480})->Args({1024, 768})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_WholeChainCameraFilters)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();

@@ -157,5 +157,4 @@ static void gst_norda_correct_class_init(GstNordaCorrectClass* klass) {
 static void gst_norda_correct_init(GstNordaCorrect* self) {
     self->shutterClosed = FALSE;
     self->noiseFilters = TRUE;
-    gst_base_transform_set_in_place(GST_BASE_TRANSFORM(self), TRUE);
 }

@@ -125,9 +125,9 @@ gboolean build(GstNordaFilter* filter) {
     chain->setCycleObserver([&s, out = klass->chainOutput](const FrameMap& frames, uint64_t) {
         auto it = frames.find(out);
         s.haveResult = it != frames.end() && it->second && !it->second->getFrameData().empty();
-        if (s.haveResult) {
+        if (s.haveResult) { // the cycle's frames end after this
             s.result = it->second->getFrameData();
-            s.resultMeta = it->second->getMetaData();
+            s.resultMeta = std::move(it->second->getMetaData());
         }
     });
     s.store.flush();
@@ -180,40 +180,64 @@ gboolean unitSize(GstBaseTransform*, GstCaps* caps, gsize* size) {
     return TRUE;
 }
 
-GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
+// Whether the chain's output may leave as the outgoing buffer's memory: no element keeps it (an
+// element that writes its output into the same memory every frame holds a reference to it), and
+// its rows lie as GStreamer lays out frames of the negotiated format.
+bool canHandOver(const cv::Mat& result, const GstVideoInfo& out) {
+    return result.u && result.u->refcount == 1 && result.isContinuous() &&
+           result.step[0] == static_cast<size_t>(GST_VIDEO_INFO_PLANE_STRIDE(&out, 0)) &&
+           result.total() * result.elemSize() == GST_VIDEO_INFO_SIZE(&out);
+}
+
+// The chain's output as a buffer of its own memory, which lives as long as the buffer.
+GstBuffer* wrap(const cv::Mat& result) {
+    auto* kept = new cv::Mat(result);
+    const gsize size = kept->total() * kept->elemSize();
+    return gst_buffer_new_wrapped_full(static_cast<GstMemoryFlags>(0), kept->data, size, 0, size, kept,
+                                       [](gpointer mat) { delete static_cast<cv::Mat*>(mat); });
+}
+
+// Runs the chain on `inbuf` (its reference is taken) and gives the outgoing buffer in `outbuf`.
+// The chain reads the mapped input in place. What it gives goes out without a copy where it can:
+// the same buffer when the chain passed the frame on unchanged (the measurement), else a buffer
+// around the chain's own output memory; the output is copied only into a buffer of the base class
+// when an element keeps its output memory.
+GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer** outbuf) {
     State& s = stateOf(filter);
     auto* klass = classOf(filter);
+    auto* trans = GST_BASE_TRANSFORM(filter);
     const gchar* name = GST_ELEMENT_NAME(filter);
+    *outbuf = nullptr;
+    auto fail = [&](GQuark domain, gint code, const std::string& message) {
+        gst_norda_filter_fail(filter, domain, code, message);
+        s.result.release();
+        if (inbuf)
+            gst_buffer_unref(inbuf);
+        return GST_FLOW_ERROR;
+    };
     if (!s.refused.empty())
         gst_norda_filter_fail(filter, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, s.refused);
     if (!s.wrongInput.empty())
         gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT, s.wrongInput);
-    if (s.failed)
-        return GST_FLOW_ERROR;
-    if (!s.chain) {
-        gst_norda_filter_fail(filter, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
-                              std::string(name) + " received a frame before its format");
+    if (s.failed) {
+        gst_buffer_unref(inbuf);
         return GST_FLOW_ERROR;
     }
+    if (!s.chain)
+        return fail(GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
+                    std::string(name) + " received a frame before its format");
     NordaFrameMeta* meta = norda_frame_meta_get(inbuf);
     const STREAMING_DATATYPE slot = meta ? meta->slot : STREAMING_DATATYPE_RAW;
     const auto& accepted = *klass->acceptedSlots;
     const bool bareOk = std::find(accepted.begin(), accepted.end(), STREAMING_DATATYPE_RAW) != accepted.end();
-    if (std::find(accepted.begin(), accepted.end(), slot) == accepted.end() || (!meta && !bareOk)) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_WRONG_TYPE,
-                              std::string(name) + " takes " + klass->acceptedDescription + ", but got " +
-                                  (meta ? slotName(slot) : "a frame from outside the plugin (a raw frame)"));
-        return GST_FLOW_ERROR;
-    }
+    if (std::find(accepted.begin(), accepted.end(), slot) == accepted.end() || (!meta && !bareOk))
+        return fail(GST_STREAM_ERROR, GST_STREAM_ERROR_WRONG_TYPE,
+                    std::string(name) + " takes " + klass->acceptedDescription + ", but got " +
+                        (meta ? slotName(slot) : "a frame from outside the plugin (a raw frame)"));
 
-    // The chain reads the mapped frame in place; the elements write their results into frames
-    // of their own, which are copied into the outgoing buffer.
     GstVideoFrame vin;
-    if (!gst_video_frame_map(&vin, &s.in, inbuf, GST_MAP_READ)) {
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
-                              std::string(name) + ": unreadable buffer");
-        return GST_FLOW_ERROR;
-    }
+    if (!gst_video_frame_map(&vin, &s.in, inbuf, GST_MAP_READ))
+        return fail(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, std::string(name) + ": unreadable buffer");
     bool mapped = true;
     auto unmapInput = [&] {
         if (mapped)
@@ -221,68 +245,78 @@ GstFlowReturn run(GstNordaFilter* filter, GstBuffer* inbuf, GstBuffer* outbuf) {
         mapped = false;
     };
     auto* const inData = static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&vin, 0));
+    // The frame's metadata is replaced on the way out: a buffer this element alone holds gives it up.
+    DataStorage<std::string> inMeta;
+    if (meta && meta->metadata)
+        inMeta = gst_buffer_is_writable(inbuf) ? std::move(*meta->metadata) : *meta->metadata;
     s.pending = std::make_unique<Frame>(
         cv::Mat(s.size, cvType(klass->inputFormat, slot), inData, GST_VIDEO_FRAME_PLANE_STRIDE(&vin, 0)),
-        meta ? *meta->metadata : DataStorage<std::string>());
+        std::move(inMeta));
     s.cycleError.clear();
     s.haveResult = false;
     const auto cycle = s.chain->runCycle();
     s.pending.reset();
     if (cycle.failed > 0 || !s.cycleError.empty()) {
         unmapInput();
-        s.result.release();
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
-                              std::string(name) + ": " +
-                                  (s.cycleError.empty() ? "the chain failed" : s.cycleError));
-        return GST_FLOW_ERROR;
+        return fail(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                    std::string(name) + ": " + (s.cycleError.empty() ? "the chain failed" : s.cycleError));
     }
     // The chain keeps some frames back: those of the closed shutter, a frame whose conditions
     // cannot be read.
     if (!s.haveResult) {
         unmapInput();
+        gst_buffer_unref(inbuf);
         return GST_BASE_TRANSFORM_FLOW_DROPPED;
     }
     if (s.result.size() != s.size ||
         s.result.elemSize() != static_cast<size_t>(GST_VIDEO_INFO_COMP_PSTRIDE(&s.out, 0))) {
         unmapInput();
-        s.result.release();
-        gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
-                              std::string(name) + ": the chain gave a frame of another size or depth");
-        return GST_FLOW_ERROR;
+        return fail(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
+                    std::string(name) + ": the chain gave a frame of another size or depth");
     }
-    // A frame the chain passed on unchanged (the measurement) is in the buffer already.
-    if (!(s.result.data == inData && inbuf == outbuf)) {
-        if (inbuf == outbuf)
-            unmapInput();
-        GstVideoFrame vout;
-        if (!gst_video_frame_map(&vout, &s.out, outbuf, GST_MAP_WRITE)) {
-            unmapInput();
+    const bool unchanged = s.result.data == inData;
+    unmapInput(); // the mapping holds a reference, which leaves the buffer read-only
+    GstBuffer* out = nullptr;
+    if (unchanged) {
+        out = gst_buffer_make_writable(inbuf);
+    } else if (canHandOver(s.result, s.out)) {
+        out = wrap(s.result);
+        GST_BASE_TRANSFORM_GET_CLASS(trans)->copy_metadata(trans, inbuf, out);
+        gst_buffer_unref(inbuf);
+    } else {
+        const GstFlowReturn prepared =
+            GST_BASE_TRANSFORM_GET_CLASS(trans)->prepare_output_buffer(trans, inbuf, &out);
+        if (prepared != GST_FLOW_OK || !out) {
             s.result.release();
-            gst_norda_filter_fail(filter, GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED,
-                                  std::string(name) + ": unwritable buffer");
-            return GST_FLOW_ERROR;
+            gst_buffer_unref(inbuf);
+            return prepared != GST_FLOW_OK ? prepared : GST_FLOW_ERROR;
         }
+        if (out != inbuf)
+            gst_buffer_unref(inbuf);
+        inbuf = out;
+        GstVideoFrame vout;
+        if (!gst_video_frame_map(&vout, &s.out, out, GST_MAP_WRITE))
+            return fail(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, std::string(name) + ": unwritable buffer");
         cv::Mat target(s.size, s.result.type(), GST_VIDEO_FRAME_PLANE_DATA(&vout, 0),
                        GST_VIDEO_FRAME_PLANE_STRIDE(&vout, 0));
         s.result.copyTo(target);
         gst_video_frame_unmap(&vout);
     }
-    unmapInput(); // the mapping holds a reference, which leaves the buffer's metadata read-only
-    norda_frame_meta_set(outbuf, klass->chainOutput, s.resultMeta);
-    if (klass->finish) {
-        Frame frame(s.result, DataStorage<std::string>(s.resultMeta));
-        klass->finish(filter, frame, outbuf);
-    }
+    Frame frame(s.result, std::move(s.resultMeta));
     s.result.release();
+    if (klass->finish)
+        klass->finish(filter, frame, out);
+    norda_frame_meta_set(out, klass->chainOutput, std::move(frame.getMetaData()));
+    *outbuf = out;
     return GST_FLOW_OK;
 }
 
-GstFlowReturn transformIp(GstBaseTransform* trans, GstBuffer* buffer) {
-    return run(GST_NORDA_FILTER(trans), buffer, buffer);
-}
-
-GstFlowReturn transform(GstBaseTransform* trans, GstBuffer* inbuf, GstBuffer* outbuf) {
-    return run(GST_NORDA_FILTER(trans), inbuf, outbuf);
+// The base class's output buffer is left out: the chain's output becomes the outgoing buffer.
+GstFlowReturn generateOutput(GstBaseTransform* trans, GstBuffer** outbuf) {
+    GstBuffer* inbuf = trans->queued_buf;
+    trans->queued_buf = nullptr;
+    *outbuf = nullptr;
+    return inbuf ? run(GST_NORDA_FILTER(trans), inbuf, outbuf) : GST_FLOW_OK;
 }
 
 // The frame metadata is rewritten by the chain; other metas go with the buffer.
@@ -316,8 +350,7 @@ static void gst_norda_filter_class_init(GstNordaFilterClass* klass) {
     base->accept_caps = acceptCaps;
     base->set_caps = setCaps;
     base->get_unit_size = unitSize;
-    base->transform = transform;
-    base->transform_ip = transformIp;
+    base->generate_output = generateOutput;
     base->transform_meta = transformMeta;
     base->stop = stop;
     base->passthrough_on_same_caps = FALSE;

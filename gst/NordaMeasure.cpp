@@ -5,6 +5,7 @@
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/datatypes/MeasPoint.h"
 #include "nordalib/core/datatypes/Quantity.h"
+#include "nordalib/core/keys/KeySchema.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/overlay/OverlayFromValues.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
@@ -14,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <sstream>
 
 using namespace norda::exp;
@@ -36,7 +38,11 @@ G_DEFINE_TYPE(GstNordaMeasure, gst_norda_measure, GST_TYPE_NORDA_FILTER)
 namespace {
 
 enum { PROP_0, PROP_POINTS, PROP_AREAS, PROP_AUTO_RANGE, PROP_POST_MESSAGES };
-constexpr size_t kMaxPoints = 5, kMaxAreas = 3;
+// How many points or areas the library's table of user marks holds.
+size_t markCount(bool area) {
+    const auto& marks = userMarks();
+    return std::count_if(marks.begin(), marks.end(), [area](const UserMark& m) { return m.area == area; });
+}
 
 // "x,y;x,y" (points) or "x,y,w,h;..." (areas); false on anything else.
 bool parseRects(const char* text, int numbers, size_t most, std::vector<cv::Rect>& out) {
@@ -65,19 +71,16 @@ bool parseRects(const char* text, int numbers, size_t most, std::vector<cv::Rect
 
 void writeSettings(GstNordaMeasure* self, DataProxy<std::string>& store) {
     GST_OBJECT_LOCK(self);
-    for (size_t i = 0; i < kMaxPoints; ++i) {
-        const std::string prefix = fmt::format("MeasPoints.MeasPoint{}.", i + 1);
-        const bool on = i < self->points->size();
-        store.setValue(prefix + "Visible", on, true);
-        if (on)
-            store.setValue(prefix + "Position", cv::Point_<int>((*self->points)[i].tl()), true);
-    }
-    for (size_t i = 0; i < kMaxAreas; ++i) {
-        const std::string prefix = fmt::format("MeasAreas.UserArea{}.", i + 1);
-        const bool on = i < self->areas->size();
-        store.setValue(prefix + "Visible", on, true);
-        if (on)
-            store.setValue(prefix + "Rect", cv::Rect_<int>((*self->areas)[i]), true);
+    size_t point = 0, area = 0;
+    for (const auto& m : userMarks()) {
+        const auto& placed = m.area ? *self->areas : *self->points;
+        const size_t i = m.area ? area++ : point++;
+        const bool on = i < placed.size();
+        store.setValue(m.visible, on, true);
+        if (on && m.area)
+            store.setValue(m.rect, cv::Rect_<int>(placed[i]), true);
+        else if (on)
+            store.setValue(m.position, cv::Point_<int>(placed[i].tl()), true);
     }
     store.setValue(Id::MeasRangeSettings::EnableAutoRange, static_cast<bool>(self->autoRange), true);
     GST_OBJECT_UNLOCK(self);
@@ -152,18 +155,26 @@ void finish(GstNordaFilter* filter, const Frame& frame, GstBuffer* buffer) {
     point(Id::MeasPoints::HotSpot::MeasPoint, "hot");
     point(Id::MeasPoints::ColdSpot::MeasPoint, "cold");
     point(Id::MeasPoints::CenterSpot::MeasPoint, "centre");
-    // The numbers of points and areas may change on the application's thread.
+    // The placed marks ("point1", "area2": the mark's number among the points or the areas); their
+    // numbers may change on the application's thread.
     GST_OBJECT_LOCK(self);
     const size_t points = self->points->size(), areas = self->areas->size();
     GST_OBJECT_UNLOCK(self);
-    for (size_t i = 0; i < points; ++i)
-        point(fmt::format("MeasPoints.MeasPoint{}.MeasPoint", i + 1), fmt::format("point{}", i + 1));
-    for (size_t i = 0; i < areas; ++i) {
-        auto v = meta.getVariant(fmt::format("MeasAreas.UserArea{}.MeasArea", i + 1));
+    size_t pointNumber = 0, areaNumber = 0;
+    for (const auto& m : userMarks()) {
+        const size_t number = m.area ? ++areaNumber : ++pointNumber;
+        if (number > (m.area ? areas : points))
+            continue;
+        const std::string name = (m.area ? "area" : "point") + std::to_string(number);
+        auto v = meta.getVariant(m.result);
+        if (!m.area) {
+            if (v && v->holds<MeasPoint>())
+                addPoint(s, name, v->value<MeasPoint>());
+            continue;
+        }
         if (!v || !v->holds<MeasArea>())
             continue;
         const auto& a = v->value<MeasArea>();
-        const std::string name = fmt::format("area{}", i + 1);
         const auto r = a.getAreaRect();
         gst_structure_set(s, (name + "-x").c_str(), G_TYPE_INT, r.x, (name + "-y").c_str(), G_TYPE_INT, r.y,
                           (name + "-width").c_str(), G_TYPE_INT, r.width, (name + "-height").c_str(),
@@ -188,12 +199,13 @@ void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* psp
         const bool points = id == PROP_POINTS;
         const char* text = g_value_get_string(value);
         std::vector<cv::Rect> parsed;
-        if (!parseRects(text, points ? 2 : 4, points ? kMaxPoints : kMaxAreas, parsed)) {
+        if (!parseRects(text, points ? 2 : 4, markCount(!points), parsed)) {
             gst_norda_filter_refuse(
-                filter,
-                points ? fmt::format("points \"{}\" are not up to 5 positions \"x,y;x,y\"", text ? text : "")
-                       : fmt::format("areas \"{}\" are not up to 3 rectangles \"x,y,width,height;...\"",
-                                     text ? text : ""));
+                filter, points
+                            ? fmt::format("points \"{}\" are not up to {} positions \"x,y;x,y\"",
+                                          text ? text : "", markCount(false))
+                            : fmt::format("areas \"{}\" are not up to {} rectangles \"x,y,width,height;...\"",
+                                          text ? text : "", markCount(true)));
             break;
         }
         if (gst_norda_filter_is_built(filter)) {
@@ -314,5 +326,4 @@ static void gst_norda_measure_init(GstNordaMeasure* self) {
     self->autoRange = FALSE;
     self->postMessages = TRUE;
     writeSettings(self, gst_norda_filter_store(GST_NORDA_FILTER(self)));
-    gst_base_transform_set_in_place(GST_BASE_TRANSFORM(self), TRUE);
 }

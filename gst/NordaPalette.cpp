@@ -64,18 +64,8 @@ void finish(GstNordaFilter* filter, const Frame& frame, GstBuffer* buffer) {
     GstMapInfo map;
     if (!gst_buffer_map(buffer, &map, GST_MAP_READWRITE))
         return;
-    const size_t stride = GST_ROUND_UP_4(static_cast<size_t>(rgb.cols) * 3);
-    for (int y = 0; y < canvas.rows; ++y) {
-        const auto* over = canvas.ptr<cv::Vec4b>(y);
-        uint8_t* under = map.data + y * stride;
-        for (int x = 0; x < canvas.cols; ++x, under += 3) {
-            const unsigned a = over[x][3];
-            if (a == 0)
-                continue;
-            for (int c = 0; c < 3; ++c)
-                under[c] = static_cast<uint8_t>((over[x][2 - c] * a + under[c] * (255 - a)) / 255);
-        }
-    }
+    cv::Mat picture(rgb.size(), CV_8UC3, map.data, GST_ROUND_UP_4(static_cast<size_t>(rgb.cols) * 3));
+    norda::vision::ThermalOverlay::blendOntoRgb(canvas, picture);
     gst_buffer_unmap(buffer, &map);
 }
 

@@ -187,5 +187,4 @@ static void gst_norda_radiometry_class_init(GstNordaRadiometryClass* klass) {
 
 static void gst_norda_radiometry_init(GstNordaRadiometry* self) {
     self->undistort = TRUE;
-    gst_base_transform_set_in_place(GST_BASE_TRANSFORM(self), TRUE);
 }

@@ -28,6 +28,11 @@ std::unique_ptr<RtspStreams> startRtsp(Camera& camera, const std::string& addres
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -55,19 +60,6 @@ GQuark overlayQuark() {
     return quark;
 }
 
-// The overlay's canvas (B, G, R, A) blended over the RGB picture.
-void blend(uint8_t* rgb, size_t stride, const cv::Mat& canvas) {
-    for (int y = 0; y < canvas.rows; ++y) {
-        const auto* over = canvas.ptr<cv::Vec4b>(y);
-        uint8_t* under = rgb + y * stride;
-        for (int x = 0; x < canvas.cols; ++x, under += 3) {
-            const unsigned a = over[x][3];
-            for (int c = 0; a != 0 && c < 3; ++c)
-                under[c] = static_cast<uint8_t>((over[x][2 - c] * a + under[c] * (255 - a)) / 255);
-        }
-    }
-}
-
 // Drawn on the media's streaming thread, so that the chain's thread only copies the picture.
 GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
@@ -82,7 +74,8 @@ GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
         GST_PAD_PROBE_INFO_DATA(info) = buffer;
         GstMapInfo map;
         if (gst_buffer_map(buffer, &map, GST_MAP_READWRITE)) {
-            blend(map.data, GST_ROUND_UP_4(static_cast<size_t>(size.width) * 3), canvas);
+            cv::Mat picture(size, CV_8UC3, map.data, GST_ROUND_UP_4(static_cast<size_t>(size.width) * 3));
+            norda::vision::ThermalOverlay::blendOntoRgb(canvas, picture);
             gst_buffer_unmap(buffer, &map);
         }
     } catch (const std::exception&) {
@@ -100,9 +93,14 @@ struct RtspStreams::Impl {
         STREAMING_DATATYPE slot;
         bool overlay;
         mutable std::mutex mutex;
-        GstAppSrc* src = nullptr; // while a client watches
-        cv::Size size;
-        int type = -1;
+        // The path's media while clients watch: one, or more when a client sets up a session
+        // without describing the stream first (the server keys shared media by the URL asked for).
+        struct Source {
+            GstAppSrc* src;
+            cv::Size size;
+            int type = -1;
+        };
+        std::vector<Source> sources;
         Stats stats;
     };
 
@@ -116,6 +114,7 @@ struct RtspStreams::Impl {
     std::thread thread;
     std::map<std::string, std::unique_ptr<Stream>> streams;
     int port = 0;
+    GSource* watchdog = nullptr;
 
     Impl(Camera& cam) : camera(cam), fps(static_cast<int>(std::lround(cam.options().sim.fps))) {}
 
@@ -124,7 +123,54 @@ struct RtspStreams::Impl {
     void onCycle(const FrameMap& frames);
     static void configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data);
     static void unprepared(GstRTSPMedia*, gpointer data);
+    static void connected(GstRTSPServer*, GstRTSPClient* client, gpointer data);
+    static GstRTSPStatusCode setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data);
+    static void answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data);
+    static gboolean watch(gpointer data);
 };
+
+namespace {
+
+// Bytes a client has sent on its RTSP connection (the kernel's count), 0 when unknown or closed.
+uint64_t receivedBytes(GSocket* socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (!socket || g_socket_is_closed(socket) ||
+        ::getsockopt(g_socket_get_fd(socket), IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+        return 0;
+    return info.tcpi_bytes_received;
+}
+
+// What the server keeps of each connection, on the client object itself (clients are served on
+// the server's pool threads): its address, its socket and the bytes it had sent when it last got
+// an answer.
+struct Connection {
+    std::string address;
+    GSocket* socket;
+    std::atomic<uint64_t> answeredAt{0};
+    std::atomic<int> quietSeconds{0};
+    Connection(std::string a, GSocket* s) : address(std::move(a)), socket(s) { g_object_ref(socket); }
+    ~Connection() { g_object_unref(socket); }
+};
+
+Connection* connectionOf(GstRTSPClient* client) {
+    return static_cast<Connection*>(g_object_get_data(G_OBJECT(client), "nordacam-connection"));
+}
+
+// Sessions of one client.
+int sessionsOf(GstRTSPClient* client) {
+    int sessions = 0;
+    gst_rtsp_client_session_filter(
+        client,
+        +[](GstRTSPClient*, GstRTSPSession*, gpointer n) {
+            ++*static_cast<int*>(n);
+            return GST_RTSP_FILTER_KEEP;
+        },
+        &sessions);
+    return sessions;
+}
+
+} // namespace
 
 RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
     : m(std::make_unique<Impl>(camera)) {
@@ -152,6 +198,10 @@ RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
                           nullptr, nullptr);
     g_source_attach(m->cleanup, m->context);
     g_object_unref(pool);
+    g_signal_connect(m->server, "client-connected", G_CALLBACK(Impl::connected), m.get());
+    m->watchdog = g_timeout_source_new_seconds(1);
+    g_source_set_callback(m->watchdog, Impl::watch, m.get(), nullptr);
+    g_source_attach(m->watchdog, m->context);
 
     const bool visual = camera.visualCamera() != nullptr;
     m->mount("/thermal", visual ? kInfraredSlot : STREAMING_DATATYPE_RGB, true);
@@ -192,16 +242,16 @@ RtspStreams::~RtspStreams() {
             m.get());
         m->thread.join();
     }
-    for (GSource* source : {m->serverSource, m->cleanup})
+    for (GSource* source : {m->serverSource, m->cleanup, m->watchdog})
         if (source) {
             g_source_destroy(source);
             g_source_unref(source);
         }
     for (auto& [path, stream] : m->streams) {
         std::lock_guard<std::mutex> lock(stream->mutex);
-        if (stream->src)
-            gst_object_unref(stream->src);
-        stream->src = nullptr;
+        for (auto& source : stream->sources)
+            gst_object_unref(source.src);
+        stream->sources.clear();
     }
     g_object_unref(m->server);
     g_main_loop_unref(m->loop);
@@ -225,7 +275,7 @@ RtspStreams::Stats RtspStreams::stats(const std::string& path) const {
         NORDA_THROW("no RTSP stream " + path, "nordacam::RtspStreams");
     std::lock_guard<std::mutex> lock(it->second->mutex);
     Stats out = it->second->stats;
-    out.playing = it->second->src != nullptr;
+    out.playing = !it->second->sources.empty();
     return out;
 }
 
@@ -259,20 +309,91 @@ void RtspStreams::Impl::configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpo
         gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, drawOverlay, nullptr, nullptr);
         gst_object_unref(pad);
     }
+    g_object_set_data(G_OBJECT(media), "nordacam-src", src);
     g_signal_connect(media, "unprepared", G_CALLBACK(unprepared), stream);
     std::lock_guard<std::mutex> lock(stream->mutex);
-    if (stream->src)
-        gst_object_unref(stream->src);
-    stream->src = GST_APP_SRC(src);
-    stream->size = {};
+    stream->sources.push_back({GST_APP_SRC(src), {}});
 }
 
-void RtspStreams::Impl::unprepared(GstRTSPMedia*, gpointer data) {
+void RtspStreams::Impl::unprepared(GstRTSPMedia* media, gpointer data) {
     auto* stream = static_cast<Stream*>(data);
+    auto* src = static_cast<GstAppSrc*>(g_object_get_data(G_OBJECT(media), "nordacam-src"));
     std::lock_guard<std::mutex> lock(stream->mutex);
-    if (stream->src)
-        gst_object_unref(stream->src);
-    stream->src = nullptr;
+    for (auto it = stream->sources.begin(); it != stream->sources.end(); ++it)
+        if (it->src == src) {
+            gst_object_unref(it->src);
+            stream->sources.erase(it);
+            break;
+        }
+}
+
+void RtspStreams::Impl::connected(GstRTSPServer*, GstRTSPClient* client, gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
+    const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
+    if (!socket || !ip)
+        return;
+    auto* c = new Connection(ip, socket);
+    c->answeredAt = receivedBytes(socket);
+    g_object_set_data_full(G_OBJECT(client), "nordacam-connection", c,
+                           [](gpointer p) { delete static_cast<Connection*>(p); });
+    g_signal_connect(client, "pre-setup-request", G_CALLBACK(setupRequest), impl);
+    g_signal_connect(client, "send-message", G_CALLBACK(answered), impl);
+}
+
+void RtspStreams::Impl::answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer) {
+    if (Connection* c = connectionOf(client)) {
+        c->answeredAt = receivedBytes(c->socket);
+        c->quietSeconds = 0;
+    }
+}
+
+// A new session from an address that holds its share already is refused.
+GstRTSPStatusCode RtspStreams::Impl::setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data) {
+    auto* impl = static_cast<Impl*>(data);
+    gchar* session = nullptr;
+    if (gst_rtsp_message_get_header(ctx->request, GST_RTSP_HDR_SESSION, &session, 0) == GST_RTSP_OK)
+        return GST_RTSP_STS_OK;
+    const Connection* self = connectionOf(client);
+    if (!self)
+        return GST_RTSP_STS_OK;
+    struct Count {
+        const std::string& address;
+        int sessions = 0;
+    } count{self->address};
+    gst_rtsp_server_client_filter(
+        impl->server,
+        +[](GstRTSPServer*, GstRTSPClient* other, gpointer d) {
+            auto* n = static_cast<Count*>(d);
+            if (const Connection* c = connectionOf(other); c && c->address == n->address)
+                n->sessions += sessionsOf(other);
+            return GST_RTSP_FILTER_KEEP;
+        },
+        &count);
+    return count.sessions >= kSessionsPerAddress ? GST_RTSP_STS_SERVICE_UNAVAILABLE : GST_RTSP_STS_OK;
+}
+
+// Every second: a connection that sent more than kUnansweredBytes since its last answer is
+// closed. Its count starts again after a minute, so that a client's reports over the connection
+// (RTCP, a few bytes a second) never add up.
+gboolean RtspStreams::Impl::watch(gpointer data) {
+    gst_rtsp_server_client_filter(
+        static_cast<Impl*>(data)->server,
+        +[](GstRTSPServer*, GstRTSPClient* client, gpointer) {
+            Connection* c = connectionOf(client);
+            if (!c)
+                return GST_RTSP_FILTER_KEEP;
+            const uint64_t received = receivedBytes(c->socket);
+            if (received > c->answeredAt + kUnansweredBytes)
+                // Cut at the socket: the server then ends the connection as one the client closed.
+                ::shutdown(g_socket_get_fd(c->socket), SHUT_RDWR);
+            else if (++c->quietSeconds >= 60)
+                c->answeredAt = received, c->quietSeconds = 0;
+            return GST_RTSP_FILTER_KEEP;
+        },
+        nullptr);
+    return G_SOURCE_CONTINUE;
 }
 
 void RtspStreams::Impl::onCycle(const FrameMap& frames) {
@@ -288,37 +409,41 @@ void RtspStreams::Impl::push(Stream& stream, const Frame& frame) {
     if (image.type() != CV_8UC3 && image.type() != CV_8UC2)
         return;
     std::lock_guard<std::mutex> lock(stream.mutex);
-    if (!stream.src)
+    if (stream.sources.empty())
         return;
-    if (image.size() != stream.size || image.type() != stream.type) {
-        GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING,
-                                            image.type() == CV_8UC3 ? "RGB" : "UYVY", "width", G_TYPE_INT,
-                                            image.cols, "height", G_TYPE_INT, image.rows, "framerate",
-                                            GST_TYPE_FRACTION, fps, 1, nullptr);
-        gst_app_src_set_caps(stream.src, caps);
-        gst_caps_unref(caps);
-        stream.size = image.size();
-        stream.type = image.type();
-    }
-    // GStreamer's rows start on 4-byte boundaries.
-    const size_t row = image.cols * image.elemSize();
-    const size_t stride = GST_ROUND_UP_4(row);
-    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, stride * image.rows, nullptr);
-    GstMapInfo map;
-    gst_buffer_map(buffer, &map, GST_MAP_WRITE);
-    for (int y = 0; y < image.rows; ++y)
-        std::memcpy(map.data + y * stride, image.ptr(y), row);
-    gst_buffer_unmap(buffer, &map);
-    if (stream.overlay)
-        gst_mini_object_set_qdata(GST_MINI_OBJECT(buffer), overlayQuark(),
-                                  new norda::vision::OverlayContent(norda::vision::overlayContent(
-                                      norda::vision::metadataLookup(frame.getMetaData()), image.size(),
-                                      norda::vision::overlayDateTime())),
-                                  [](gpointer p) { delete static_cast<norda::vision::OverlayContent*>(p); });
+    for (auto& source : stream.sources)
+        if (image.size() != source.size || image.type() != source.type) {
+            GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING,
+                                                image.type() == CV_8UC3 ? "RGB" : "UYVY", "width", G_TYPE_INT,
+                                                image.cols, "height", G_TYPE_INT, image.rows, "framerate",
+                                                GST_TYPE_FRACTION, fps, 1, nullptr);
+            gst_app_src_set_caps(source.src, caps);
+            gst_caps_unref(caps);
+            source.size = image.size();
+            source.type = image.type();
+        }
     ++stream.stats.offered;
-    if (gst_app_src_get_current_level_buffers(stream.src) >= kQueuedFrames)
-        ++stream.stats.dropped;
-    gst_app_src_push_buffer(stream.src, buffer);
+    // A buffer of its own for each media: the overlay is drawn into it on the media's thread.
+    const size_t row = image.cols * image.elemSize();
+    const size_t stride = GST_ROUND_UP_4(row); // GStreamer's rows start on 4-byte boundaries
+    for (auto& source : stream.sources) {
+        GstBuffer* buffer = gst_buffer_new_allocate(nullptr, stride * image.rows, nullptr);
+        GstMapInfo map;
+        gst_buffer_map(buffer, &map, GST_MAP_WRITE);
+        for (int y = 0; y < image.rows; ++y)
+            std::memcpy(map.data + y * stride, image.ptr(y), row);
+        gst_buffer_unmap(buffer, &map);
+        if (stream.overlay)
+            gst_mini_object_set_qdata(
+                GST_MINI_OBJECT(buffer), overlayQuark(),
+                new norda::vision::OverlayContent(
+                    norda::vision::overlayContent(norda::vision::metadataLookup(frame.getMetaData()),
+                                                  image.size(), norda::vision::overlayDateTime())),
+                [](gpointer p) { delete static_cast<norda::vision::OverlayContent*>(p); });
+        if (gst_app_src_get_current_level_buffers(source.src) >= kQueuedFrames)
+            ++stream.stats.dropped;
+        gst_app_src_push_buffer(source.src, buffer);
+    }
 }
 
 } // namespace nordacam

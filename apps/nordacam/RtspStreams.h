@@ -12,7 +12,12 @@
 // stream. A frame goes into the media without waiting; when the encoder falls behind, the oldest
 // waiting frame is dropped and counted (stats), so the chain never waits for a client. Each
 // client has its own send backlog in the server; a stalled or vanished client's backlog fills
-// and is dropped without holding back the others. At most kMaxSessions sessions at once.
+// and is dropped without holding back the others.
+//
+// Clients that misbehave are refused without disturbing the others: at most kMaxSessions sessions
+// at once and kSessionsPerAddress from one address (more SETUPs get 503; sessions left behind end
+// when they time out), and a connection that sends more than kUnansweredBytes without completing
+// a request (an endless header) is cut. Garbage gets the server's 400 and the connection closed.
 
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 
@@ -29,6 +34,8 @@ class Camera;
 class RtspStreams {
 public:
     static constexpr int kMaxSessions = 64;
+    static constexpr int kSessionsPerAddress = 16;
+    static constexpr uint64_t kUnansweredBytes = 64 * 1024;
 
     struct Stats {
         uint64_t offered = 0; // frames offered while a client watched

@@ -6,13 +6,17 @@
 // the server, that memory and threads stay flat, and that the server stops promptly with stalled
 // readers connected; it prints the figures and exits non-zero when a check fails.
 //
+// With NORDA_LOAD_RTSP_CLIENTS=n, the server streams RTSP too and n ffmpeg clients read its H.264
+// streams (/thermal, /visual, /fusion in turn) beside the HTTP readers; each must keep the paced rate.
+//
 // The length is a parameter (environment): NORDA_LOAD_SECONDS (default 30), NORDA_LOAD_REPORT_SECONDS
 // (a figures line every so often; default: only at the end), NORDA_LOAD_FPS (paced rate, default 30).
-// `make load` runs it for 5 minutes, `make soak` for 10.
+// `make load` runs it for 5 minutes, `make soak` for 10, both with eight RTSP clients.
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -71,7 +75,7 @@ void sleepFor(double s) {
 // from /proc.
 class ServerProcess {
 public:
-    ServerProcess(const std::string& out, double fps) {
+    ServerProcess(const std::string& out, double fps, bool rtsp) {
         const std::string fpsText = std::to_string(fps);
         int fds[2];
         if (::pipe(fds) != 0)
@@ -81,8 +85,12 @@ public:
             ::dup2(fds[1], STDOUT_FILENO);
             ::close(fds[0]);
             ::close(fds[1]);
-            ::execl(NORDACAM_BINARY, "nordacam", "serve", "--port", "0", "--out", out.c_str(), "--fps",
-                    fpsText.c_str(), static_cast<char*>(nullptr));
+            if (rtsp)
+                ::execl(NORDACAM_BINARY, "nordacam", "serve", "--port", "0", "--out", out.c_str(), "--fps",
+                        fpsText.c_str(), "--rtsp-port", "0", static_cast<char*>(nullptr));
+            else
+                ::execl(NORDACAM_BINARY, "nordacam", "serve", "--port", "0", "--out", out.c_str(), "--fps",
+                        fpsText.c_str(), static_cast<char*>(nullptr));
             ::_exit(127);
         }
         ::close(fds[1]);
@@ -114,6 +122,12 @@ public:
     }
     int port() const { return m_port; }
     const std::string& output() const { return m_output; }
+    // The RTSP port the server printed before the HTTP one, or 0.
+    int rtspPort() const {
+        const std::string marker = "rtsp://127.0.0.1:";
+        const auto at = m_output.find(marker);
+        return at == std::string::npos ? 0 : std::atoi(m_output.c_str() + at + marker.size());
+    }
 
     // A line of /proc/<pid>/status as a number (VmRSS in kB, Threads).
     long status(const std::string& field) const {
@@ -443,6 +457,86 @@ uint64_t cycles(int port) {
     return json::parse(res->body).value("cycles", uint64_t{0});
 }
 
+// An ffmpeg process reading an RTSP stream without decoding it (eight decoders would take the
+// machine's cores from the server), reconnecting when it ends; frames counted from its progress
+// lines.
+class RtspClient {
+public:
+    explicit RtspClient(std::string url) : m_url(std::move(url)) {
+        m_thread = std::thread([this] { run(); });
+    }
+    ~RtspClient() {
+        stop();
+        m_thread.join();
+    }
+    void stop() {
+        m_stop = true;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_pid > 0)
+            ::kill(m_pid, SIGINT);
+    }
+    uint64_t frames() const { return m_total + m_current; }
+    int connections() const { return m_connections; }
+    const std::string& url() const { return m_url; }
+
+private:
+    void run() {
+        while (!m_stop) {
+            // Close-on-exec: another client's ffmpeg must not hold this pipe open after this one ends.
+            int fds[2];
+            if (::pipe2(fds, O_CLOEXEC) != 0)
+                return;
+            const pid_t pid = ::fork();
+            if (pid == 0) {
+                ::dup2(fds[1], STDOUT_FILENO);
+                const int null = ::open("/dev/null", O_WRONLY);
+                ::dup2(null, STDERR_FILENO);
+                ::close(fds[0]);
+                ::close(fds[1]);
+                ::execlp("ffmpeg", "ffmpeg", "-nostdin", "-nostats", "-loglevel", "error", "-progress",
+                         "pipe:1", "-rtsp_transport", "tcp", "-i", m_url.c_str(), "-c", "copy", "-f", "null",
+                         "-", static_cast<char*>(nullptr));
+                ::_exit(127);
+            }
+            ::close(fds[1]);
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_pid = pid;
+            }
+            ++m_connections;
+            std::string text;
+            char buf[1024];
+            ssize_t n;
+            while ((n = ::read(fds[0], buf, sizeof buf)) > 0) {
+                text.append(buf, static_cast<size_t>(n));
+                for (auto end = text.find('\n'); end != std::string::npos; end = text.find('\n')) {
+                    if (text.rfind("frame=", 0) == 0)
+                        m_current = std::strtoull(text.c_str() + 6, nullptr, 10);
+                    text.erase(0, end + 1);
+                }
+            }
+            ::close(fds[0]);
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                ::waitpid(pid, nullptr, 0);
+                m_pid = -1;
+            }
+            m_total += m_current;
+            m_current = 0;
+            if (!m_stop)
+                sleepFor(1.0);
+        }
+    }
+
+    std::string m_url;
+    std::thread m_thread;
+    std::mutex m_mutex;
+    pid_t m_pid = -1;
+    std::atomic<bool> m_stop{false};
+    std::atomic<uint64_t> m_total{0}, m_current{0};
+    std::atomic<int> m_connections{0};
+};
+
 struct Sample {
     double t;
     uint64_t cycles;
@@ -486,8 +580,10 @@ int main() {
     const double rateShare = kSanitized ? 0.5 : 0.8;
     const double longestGap = kSanitized ? 3.0 : 1.5; // a blocked reader would wait for the send timeout
 
+    const int rtspClients = static_cast<int>(envNumber("NORDA_LOAD_RTSP_CLIENTS", 0));
+
     ScratchDir dir;
-    ServerProcess server(dir.path + "/out", fps);
+    ServerProcess server(dir.path + "/out", fps, rtspClients > 0);
     if (server.port() <= 0) {
         std::printf("[load] the server did not start: %s\n", server.output().c_str());
         return 1;
@@ -525,6 +621,22 @@ int main() {
                 reconnectingReader(*c, load);
         });
     threads.emplace_back([&] { pollApi(load.port, load, api); });
+    std::vector<std::unique_ptr<RtspClient>> rtsp;
+    const char* const rtspPaths[] = {"/thermal", "/visual", "/fusion"};
+    if (rtspClients > 0 && server.rtspPort() <= 0) {
+        std::printf("[load] the server printed no RTSP port: %s\n", server.output().c_str());
+        return 1;
+    }
+    for (int i = 0; i < rtspClients; ++i)
+        rtsp.push_back(std::make_unique<RtspClient>("rtsp://127.0.0.1:" + std::to_string(server.rtspPort()) +
+                                                    rtspPaths[i % 3]));
+    auto rtspFrames = [&] {
+        std::vector<uint64_t> f;
+        for (auto& c : rtsp)
+            f.push_back(c->frames());
+        return f;
+    };
+    std::vector<Sample> samples; // after the warm-up, for the memory curve
 
     auto sample = [&] {
         return Sample{load.now(), cycles(load.port), server.status("VmRSS"), server.status("Threads")};
@@ -537,14 +649,18 @@ int main() {
         return f;
     };
     std::printf("[load] %.0f s, 20 clients (14 steady, 4 stalled, 2 hanging up mid-part) on "
-                "/stream.mjpg and /stream.pxm, API polled, paced at %.0f fps, %u cores%s\n",
-                duration, fps, std::thread::hardware_concurrency(), kSanitized ? ", sanitizers" : "");
+                "/stream.mjpg and /stream.pxm, %d RTSP clients, API polled, paced at %.0f fps, %u cores%s\n",
+                duration, rtspClients, fps, std::thread::hardware_concurrency(),
+                kSanitized ? ", sanitizers" : "");
 
     while (load.now() < warmUp)
         sleepFor(0.05);
     const Sample warm = sample();
+    samples.push_back(warm);
+    const auto warmRtsp = rtspFrames();
     Sample last = warm;
     auto lastFrames = steadyFrames();
+    auto lastRtsp = warmRtsp;
     std::printf("[load] t=%5.1f s after warm-up: RSS %.1f MB, %ld threads\n", warm.t, warm.rssKb / 1024.0,
                 warm.threads);
     double nextReport = warm.t + reportEvery;
@@ -570,19 +686,34 @@ int main() {
             requests = api.requests;
             failures = api.failures;
         }
+        const auto rtspNow = rtspFrames();
+        double rtspLow = rtspNow.empty() ? 0 : 1e9;
+        for (size_t i = 0; i < rtspNow.size(); ++i)
+            rtspLow = std::min(rtspLow, (rtspNow[i] - lastRtsp[i]) / (s.t - last.t));
         std::printf("[load] t=%5.1f s: pipeline %.1f fps, steady readers %.1f min / %.1f mean frames/s, "
+                    "RTSP clients %.1f min frames/s, "
                     "%d stream clients at the server, RSS %.1f MB (%+.1f since warm-up), %ld threads, "
                     "API %ld requests (%ld failed)\n",
-                    s.t, (s.cycles - last.cycles) / (s.t - last.t), lo, sum / frames.size(), streams,
+                    s.t, (s.cycles - last.cycles) / (s.t - last.t), lo, sum / frames.size(), rtspLow, streams,
                     s.rssKb / 1024.0, (s.rssKb - warm.rssKb) / 1024.0, s.threads, requests, failures);
         std::fflush(stdout);
+        samples.push_back(s);
         last = s;
         lastFrames = frames;
+        lastRtsp = rtspNow;
     }
     const Sample end = sample();
+    samples.push_back(end);
+    const auto endRtsp = rtspFrames();
     load.stop = true;
     for (auto& t : threads)
         t.join();
+    std::vector<int> rtspConnections;
+    for (auto& c : rtsp)
+        rtspConnections.push_back(c->connections());
+    for (auto& c : rtsp) // all at once: each ffmpeg takes a moment to end
+        c->stop();
+    rtsp.clear(); // the ffmpeg clients hang up before the server stops
 
     // Shutdown with the stalled readers still connected.
     int stalledOpen = 0;
@@ -628,12 +759,31 @@ int main() {
         check(c.error.empty(),
               "client " + std::to_string(i) + " (" + c.kindName() + ", " + c.path + "): " + c.error);
     }
+    for (int i = 0; i < rtspClients; ++i) {
+        const double rate = (endRtsp[i] - warmRtsp[i]) / window;
+        std::printf("[load] RTSP client %d %-8s %.2f frames/s, %d connection(s)\n", i, rtspPaths[i % 3], rate,
+                    rtspConnections[i]);
+        check(rate >= rateShare * fps, "frame rate of RTSP client " + std::to_string(i));
+        check(rtspConnections[i] == 1, "RTSP client " + std::to_string(i) + " lost its stream");
+    }
     std::printf("[load] API: %ld requests, %ld failed, slowest %.0f ms%s%s\n", api.requests, api.failures,
                 api.slowest * 1000, api.failures ? "; first failure: " : "", api.firstFailure.c_str());
     const double growthMb = (end.rssKb - warm.rssKb) / 1024.0;
     std::printf(
         "[load] memory: RSS %.1f MB after warm-up, %.1f MB at the end (%+.1f MB); threads %ld -> %ld\n",
         warm.rssKb / 1024.0, end.rssKb / 1024.0, growthMb, warm.threads, end.threads);
+    // The memory curve: its extremes after the warm-up and the least-squares slope through the samples.
+    {
+        double n = 0, st = 0, sr = 0, stt = 0, str = 0, lowMb = 1e9, highMb = 0;
+        for (const auto& x : samples) {
+            const double mb = x.rssKb / 1024.0, minutes = x.t / 60.0;
+            n += 1, st += minutes, sr += mb, stt += minutes * minutes, str += minutes * mb;
+            lowMb = std::min(lowMb, mb), highMb = std::max(highMb, mb);
+        }
+        const double slope = n > 1 && n * stt != st * st ? (n * str - st * sr) / (n * stt - st * st) : 0;
+        std::printf("[load] memory curve: %.0f samples, RSS %.1f to %.1f MB, slope %+.2f MB/min\n", n, lowMb,
+                    highMb, slope);
+    }
     std::printf("[load] shutdown with %d stalled readers connected: %.2f s\n", stalledOpen, shutdownTook);
     std::fflush(stdout);
 

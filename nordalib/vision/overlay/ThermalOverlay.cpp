@@ -16,6 +16,23 @@ cv::Mat ThermalOverlay::render(const OverlayContent& content, cv::Size canvasSiz
     return canvas;
 }
 
+void ThermalOverlay::blendOntoRgb(const cv::Mat& canvas, cv::Mat& rgb) {
+    if (canvas.type() != CV_8UC4 || rgb.type() != CV_8UC3 || canvas.size() != rgb.size())
+        NORDA_THROW("an overlay canvas is blended onto an RGB picture of its size",
+                    "norda::vision::ThermalOverlay::blendOntoRgb");
+    for (int y = 0; y < canvas.rows; ++y) {
+        const auto* over = canvas.ptr<cv::Vec4b>(y);
+        auto* under = rgb.ptr<cv::Vec3b>(y);
+        for (int x = 0; x < canvas.cols; ++x) {
+            const unsigned a = over[x][3];
+            if (a == 0) // most of the canvas: the picture shows through
+                continue;
+            for (int c = 0; c < 3; ++c)
+                under[x][c] = static_cast<uint8_t>((over[x][2 - c] * a + under[x][c] * (255 - a)) / 255);
+        }
+    }
+}
+
 OverlayLayout ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
     if (canvas.type() != CV_8UC4 || canvas.empty())
         NORDA_THROW("an overlay canvas is a non-empty CV_8UC4 image", "norda::vision::ThermalOverlay::draw");

@@ -71,6 +71,10 @@ public:
                           OverlayLayout* layout = nullptr);
     // The same onto an existing CV_8UC4 canvas.
     static OverlayLayout draw(cv::Mat& canvas, const OverlayContent& content);
+    // A canvas laid over an RGB picture of its size (R, G, B in memory, as video frames hold it),
+    // in place, by the canvas's alpha: rgb = (over * a + rgb * (255 - a)) / 255. The picture may
+    // be a view of a video buffer with padded rows.
+    static void blendOntoRgb(const cv::Mat& canvas, cv::Mat& rgb);
 };
 
 } // namespace norda::vision

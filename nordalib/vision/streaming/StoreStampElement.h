@@ -21,6 +21,7 @@ private:
     DataProxy<std::string>& m_store;
     STREAMING_DATATYPE m_slot;
     std::vector<std::string> m_keys;
+    std::vector<bool> m_missing; // the store lacked the key at the last frame
 };
 
 } // namespace norda::exp::streaming

@@ -1,6 +1,7 @@
 // The RTSP streams read by real clients (ffprobe, ffmpeg) beside the HTTP viewer's stream: H.264 of
 // the right size at the camera's rate on every path; eight clients at once, with one client that
-// stalls and one that hangs up, lose no frame at the source and the chain keeps its rate.
+// stalls and one that hangs up, lose no frame at the source and the chain keeps its rate; clients
+// that send garbage or open sessions by the hundred are refused while a reader keeps its frames.
 #if defined(NORDACAM_CORE) && defined(NORDACAM_RTSP)
 #include "apps/nordacam/RtspStreams.h"
 #include "apps/nordacam/Server.h"
@@ -21,8 +22,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <map>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -99,6 +103,50 @@ std::string request(int fd, const std::string& method, const std::string& url, i
         have += n;
     }
     return head;
+}
+
+int connectTo(int port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    timeval timeout{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// What the server sends until it closes the connection ("" and false when it keeps it open 5 s).
+bool readUntilClosed(int fd, std::string& text) {
+    char buf[4096];
+    for (;;) {
+        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+        if (n == 0 || (n < 0 && errno == ECONNRESET))
+            return true;
+        if (n < 0)
+            return false;
+        text.append(buf, static_cast<size_t>(n));
+    }
+}
+
+// The status code of a SETUP of a new session ("200", "503"), or "" when the connection closed.
+std::string setupStatus(int fd, const std::string& url, int cseq) {
+    const std::string head =
+        request(fd, "SETUP", url + "/stream=0", cseq, "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n");
+    return head.size() > 12 ? head.substr(9, 3) : std::string();
+}
+
+long residentKb() {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::atol(line.c_str() + 6);
+    return -1;
 }
 
 // A client that plays `path` with RTP interleaved on its RTSP connection, with a small receive
@@ -248,6 +296,86 @@ TEST(RtspStreams, EightClientsAndTheViewerWhileOneStallsAndOneHangsUp) {
         EXPECT_GT(stats.offered, expected) << path;
         EXPECT_EQ(stats.dropped, 0u) << path << ": frames dropped before the encoder";
     }
+}
+
+TEST(RtspStreams, RefusesGarbageAndSessionFloodsWithoutDisturbingTheOthers) {
+    norda::test::ExclusiveRun exclusive; // a reader's rate is measured
+    norda::test::TempDir dir;
+    LiveRtsp live(dir.file("out"));
+    const int port = live.rtsp->port();
+    const std::string url = live.url("/thermal");
+    const uint64_t cycles = live.camera->pipeline().cycles();
+    const auto start = std::chrono::steady_clock::now();
+    long frames = -1;
+    std::thread reader([&] { frames = ffmpegFrames(url, 15); });
+    std::this_thread::sleep_for(std::chrono::seconds(3)); // it holds its session
+
+    // Random bytes and a request line that is not RTSP: 400, and the connection closed.
+    std::mt19937 random(26);
+    std::string noise(4096, '\0');
+    for (auto& c : noise)
+        c = static_cast<char>(random());
+    for (const std::string& garbage : {noise, std::string("HELLO WORLD\r\n\r\n")}) {
+        const int fd = connectTo(port);
+        ::send(fd, garbage.data(), garbage.size(), MSG_NOSIGNAL);
+        std::string answer;
+        EXPECT_TRUE(readUntilClosed(fd, answer)) << "the connection stays open";
+        EXPECT_EQ(answer.rfind("RTSP/1.0 400 ", 0), 0u) << answer;
+        ::close(fd);
+    }
+
+    // A header that never ends: cut off once it passes the limit, without the memory it sent.
+    {
+        const long before = residentKb();
+        const int fd = connectTo(port);
+        const std::string head = "DESCRIBE " + url + " RTSP/1.0\r\nCSeq: 1\r\n";
+        ::send(fd, head.data(), head.size(), MSG_NOSIGNAL);
+        std::string lines;
+        for (int i = 0; i < 512; ++i)
+            lines += "X-Padding: " + std::to_string(i) + " of a header that never ends\r\n";
+        size_t sent = 0;
+        bool closed = false;
+        char byte;
+        for (auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+             !closed && std::chrono::steady_clock::now() < until;) {
+            const ssize_t n = ::send(fd, lines.data(), lines.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (n > 0)
+                sent += static_cast<size_t>(n);
+            else if (errno != EAGAIN)
+                closed = true;
+            const ssize_t r = ::recv(fd, &byte, 1, MSG_DONTWAIT);
+            closed = closed || r == 0 || (r < 0 && errno == ECONNRESET);
+            if (n <= 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        EXPECT_TRUE(closed) << sent << " bytes of header taken";
+        ::close(fd);
+        EXPECT_LT(residentKb() - before, 16 * 1024) << sent << " bytes of header sent";
+    }
+
+    // Sessions by the hundred from one address, on one connection and on many: its share
+    // (the reader holds one), then 503.
+    const int flood = connectTo(port);
+    std::map<std::string, int> statuses;
+    for (int i = 0; i < 100; ++i)
+        ++statuses[setupStatus(flood, url, i + 1)];
+    EXPECT_EQ(statuses["200"], RtspStreams::kSessionsPerAddress - 1);
+    EXPECT_EQ(statuses["503"], 100 - statuses["200"]);
+    std::vector<int> many;
+    statuses.clear();
+    for (int i = 0; i < 200; ++i) {
+        many.push_back(connectTo(port));
+        ++statuses[setupStatus(many.back(), url, 1)];
+    }
+    EXPECT_EQ(statuses["503"], 200) << statuses["200"] << " accepted";
+    for (int fd : many)
+        ::close(fd);
+    ::close(flood);
+
+    reader.join();
+    const double chain = (live.camera->pipeline().cycles() - cycles) /
+                         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GT(frames, 0.8 * chain * (15 - 3)) << "the reader, with the chain at " << chain;
 }
 
 #endif

@@ -86,6 +86,20 @@ TEST(ThermalOverlay, DrawsScaleMarksAndStatusForTheSavedPicture) {
     OverlayContent empty;
     empty.imageSize = {0, 0};
     EXPECT_THROW(ThermalOverlay::render(empty), norda::Exception);
+
+    // Over a video frame's RGB bytes (rows padded, as in a buffer): opaque red, clear, 20 % blue
+    // over grey (hand-computed: 100 * 204 / 255 = 80, (250 * 51 + 100 * 204) / 255 = 130).
+    cv::Mat_<cv::Vec4b> canvas(1, 3);
+    canvas << cv::Vec4b(0, 0, 255, 255), cv::Vec4b(9, 9, 9, 0), cv::Vec4b(250, 0, 0, 51);
+    cv::Mat_<cv::Vec3b> buffer(1, 4, cv::Vec3b(100, 100, 100));
+    cv::Mat rgb = buffer(cv::Rect(0, 0, 3, 1));
+    ThermalOverlay::blendOntoRgb(canvas, rgb);
+    EXPECT_EQ(buffer(0, 0), cv::Vec3b(255, 0, 0));
+    EXPECT_EQ(buffer(0, 1), cv::Vec3b(100, 100, 100));
+    EXPECT_EQ(buffer(0, 2), cv::Vec3b(80, 80, 130));
+    EXPECT_EQ(buffer(0, 3), cv::Vec3b(100, 100, 100));
+    cv::Mat smaller = buffer(cv::Rect(0, 0, 2, 1));
+    EXPECT_THROW(ThermalOverlay::blendOntoRgb(canvas, smaller), norda::Exception);
 }
 
 // A crowded picture: five points, three areas and delta-T close together, hot and cold spots by
