@@ -1,3 +1,4 @@
+#ifdef NORDACAM_CORE
 // The live camera's frames come from the physical camera: its warm-up, window and gains, read off
 // the raw frames with the shutter frames as the dark reference, as the chain's offset does.
 #include "apps/nordacam/sim/SceneSimulator.h"
@@ -72,3 +73,4 @@ TEST(SceneSimulator, LiveFramesFollowTheCamerasWarmUpWindowAndGain) {
     EXPECT_EQ(high.range, 2);
     EXPECT_NEAR(high.hotSignal / plain.hotSignal, 0.25, 0.02);
 }
+#endif
