@@ -120,7 +120,7 @@ fuzz:
 	bash tools/fuzz.sh $(FUZZ_SECONDS) build-fuzz
 
 # `nordacam serve` under load (20 stream clients, some stalled, the API polled, eight RTSP clients)
-# for 5 minutes with figures every 30 s; `soak` for 10 minutes (bench/apps/NordacamLoad.cpp).
+# for 5 minutes with figures every 30 s; `soak` for 10 minutes (bench/apps/load/).
 LOAD_TEST = $(BUILD)/apps/nordacam/nordaload
 load: build
 	NORDA_LOG_LEVEL=warning NORDA_LOAD_SECONDS=300 NORDA_LOAD_REPORT_SECONDS=30 NORDA_LOAD_RTSP_CLIENTS=8 $(LOAD_TEST)

@@ -34,7 +34,6 @@ struct TrendSeries {
 // saved image in a series becomes a sample with its error and the rest is measured.
 TrendSeries analyzeSeries(const AnalyzeOptions& options);
 void writeTrendCsv(const TrendSeries& series, const std::string& file);
-cv::Mat drawTrendPlot(const TrendSeries& series); // CV_8UC3 (BGR)
 int analyze(const AnalyzeOptions& options, std::ostream& out);
 
 // "X,Y" and "X,Y,W,H" of the command line.

@@ -1,9 +1,10 @@
 #include "apps/nordacam/FactoryViews.h"
 
+#include "apps/nordacam/FactoryViewFolder.h"
+#include "apps/nordacam/WarmUpRuns.h"
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
 #include "apps/nordacam/sim/physics/VisualRig.h"
 #include "nordalib/core/exception/Exception.h"
-#include "nordalib/vision/imageio/PxmEncoder.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
@@ -17,63 +18,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 
 namespace nordacam {
 
 namespace {
 namespace phys = sim::physics;
+using namespace factory;
 using nlohmann::json;
 constexpr const char* kWhere = "nordacam::FactoryViews";
 constexpr double kCelsius = 273.15;
 
-// Measurement ranges and their calibrated bands (°C), as the camera's radiometry.json has them.
-struct Band {
-    unsigned range;
-    double bottomC, topC;
-};
-constexpr Band kBands[] = {{1, -20.0, 150.0}, {2, 0.0, 350.0}};
-std::vector<Band> bandsOf(const std::vector<unsigned>& ranges) {
-    std::vector<Band> bands;
-    for (unsigned r : ranges) {
-        auto b =
-            std::find_if(std::begin(kBands), std::end(kBands), [&](const Band& b) { return b.range == r; });
-        if (b == std::end(kBands))
-            NORDA_THROW("measurement range " + std::to_string(r) + " is not 1 or 2", kWhere);
-        bands.push_back(*b);
-    }
-    return bands;
-}
 constexpr double kWarmingK = 1.5; // a view after the board warmed this much since the shutter closed
-// Warm-up runs: the shutter closes this often; frames this long after each closing.
-constexpr double kWarmUpShutterPeriodS = 30.0;
-constexpr double kWarmUpFramesAfterS[] = {5.0, 15.0, 28.0};
-
-std::string folderOf(const std::string& folder) {
-    std::filesystem::create_directories(folder);
-    return folder.back() == '/' ? folder : folder + "/";
-}
-
-// Every frame into one PXM file (a recording, as CalibrationViews::frames reads it).
-void writeFrames(const std::string& file, const std::vector<cv::Mat>& frames) {
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    norda::vision::PxmEncoder encoder;
-    for (const auto& f : frames) {
-        const auto e = encoder.encode(f, nullptr);
-        out << *e.header;
-        out.write(reinterpret_cast<const char*>(e.payload), static_cast<std::streamsize>(e.payloadSize));
-    }
-    if (!out)
-        NORDA_THROW("can not write " + file, kWhere);
-}
-
-void writeJson(const std::string& file, const json& doc) {
-    std::ofstream out(file, std::ios::trunc);
-    out << doc.dump(1) << "\n";
-    if (!out)
-        NORDA_THROW("can not write " + file, kWhere);
-}
 
 // A blackbody view as the factory takes it: the shutter closes with the camera settled at boardC;
 // the frames follow after the chamber has warmed the board by warmingK (slowly: every part settled).
@@ -118,10 +73,6 @@ std::vector<double> temperatures(const Band& b, int n, bool midpoints) {
     for (int i = 0; i < (midpoints ? n - 1 : n); ++i)
         t.push_back(b.bottomC + step * (i + (midpoints ? 0.5 : 0.0)));
     return t;
-}
-// The lens's band transmission, as its data sheet states it (at 30 °C).
-double lensTransmission(const phys::PhysicalCamera& camera) {
-    return camera.lensPathRadiance(30.0) / camera.detectorRadiance(30.0);
 }
 // Grid poses (tilt about x, y, z in degrees; centre in metres) that together cover the infrared
 // image; the visual camera's wider field sees them whole too.
@@ -224,72 +175,9 @@ void FactoryViews::radiometry(const std::string& folder) const {
         }
     }
     json logs = json::object();
-    warmUp(camera, dir, views, logs);
+    WarmUpRuns(m_options).write(camera, dir, views, logs);
     writeJson(dir + "views.json", {{"bands", bands}, {"boardLogs", logs}, {"views", views}});
 }
-
-void FactoryViews::warmUp(phys::PhysicalCamera& camera, const std::string& dir, json& views,
-                          json& logs) const {
-    const double emissivity = camera.parameters().blackbody.emissivity;
-    const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
-    const double endS = m_options.reduced ? 300.0 : 600.0;
-    for (const auto& band : bandsOf(m_options.ranges))
-        for (size_t run = 0; run < m_options.warmUpAmbientsC.size(); ++run) {
-            const double ambientC = m_options.warmUpAmbientsC[run];
-            // A blackbody a little above the chamber's air in one run, well above it in the next.
-            const double blackbodyC = band.bottomC + (band.topC - band.bottomC) * (run % 2 ? 0.45 : 0.3);
-            const std::string logName = fmt::format("r{}-ambient{:.0f}", band.range, ambientC);
-            // The board sensor's log, once a second from switching on.
-            phys::ThermalParameters thermal = camera.parameters().thermal;
-            thermal.ambientC = ambientC;
-            phys::CameraThermal sensor(thermal, camera.parameters().shutter);
-            json log = json::array();
-            for (double t = 0.0; t <= endS + 1e-9; t += 1.0) {
-                sensor.runTo(t);
-                log.push_back({t, sensor.temperatures().boardC});
-            }
-            logs[logName] = log;
-            for (double shutterAt = kWarmUpShutterPeriodS; shutterAt < endS;
-                 shutterAt += kWarmUpShutterPeriodS) {
-                phys::WarmUpView r;
-                r.blackbodyC = blackbodyC;
-                r.ambientC = ambientC;
-                r.shutterAtS = shutterAt;
-                r.range = static_cast<int>(band.range);
-                for (double after : kWarmUpFramesAfterS)
-                    r.timesS.push_back(shutterAt + after);
-                const auto seq = camera.warmUpView(r);
-                const std::string shutterFile = fmt::format("{}-shutter{:.0f}.pxm", logName, shutterAt);
-                writeFrames(dir + shutterFile, {seq.shutter.front()(region).clone()});
-                for (const auto& f : seq.frames) {
-                    const std::string name = fmt::format("{}-t{:.0f}", logName, f.timeS);
-                    writeFrames(dir + name + ".pxm", {f.raw(region).clone()});
-                    const auto& t = f.temperatures;
-                    views.push_back({{"name", name},
-                                     {"range", band.range},
-                                     {"blackbody", blackbodyC},
-                                     {"board", t.boardC},
-                                     {"boardAtShutter", seq.shutterTemperatures.boardC},
-                                     {"shutter", seq.shutterTemperatures.shutterC},
-                                     {"emissivity", emissivity},
-                                     {"reflected", ambientC},
-                                     {"lensTransmission", lensTransmission(camera)},
-                                     {"lens", t.lensC},
-                                     {"boardLog", logName},
-                                     {"uptime", f.timeS},
-                                     {"shutterUptime", shutterAt},
-                                     {"file", name + ".pxm"},
-                                     {"shutterFile", shutterFile}});
-                }
-            }
-            if (m_options.progress)
-                m_options.progress(fmt::format("warm-up run {}: range {}, chamber at {:.0f} °C, blackbody at "
-                                               "{:.0f} °C, shutter every {:.0f} s to {:.0f} s",
-                                               logName, band.range, ambientC, blackbodyC,
-                                               kWarmUpShutterPeriodS, endS));
-        }
-}
-
 void FactoryViews::badPixel(const std::string& folder) const {
     const std::string dir = folderOf(folder);
     phys::PhysicalCamera camera(m_options.camera);

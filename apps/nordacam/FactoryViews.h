@@ -10,16 +10,11 @@
 
 #include "apps/nordacam/sim/physics/Parameters.h"
 
-#include <nlohmann/json_fwd.hpp>
 #include <opencv2/core.hpp>
 
 #include <functional>
 #include <string>
 #include <vector>
-
-namespace nordacam::sim::physics {
-class PhysicalCamera;
-}
 
 namespace nordacam {
 
@@ -69,9 +64,7 @@ public:
     explicit FactoryViews(FactoryViewOptions options = {});
 
     // Blackbody views per range: 8+ temperatures over the band at 3 board temperatures, the
-    // board warmed by 0 or 1.5 K since the shutter closed; and warm-up runs: the camera switched on
-    // cold in the chamber at each of warmUpAmbientsC, the shutter closing every 30 s, three views
-    // after each closing (only the measured region stored), with the board sensor's log.
+    // board warmed by 0 or 1.5 K since the shutter closed; and the warm-up runs (WarmUpRuns).
     void radiometry(const std::string& folder) const;
     // Flat fields at three blackbody temperatures.
     void badPixel(const std::string& folder) const;
@@ -99,9 +92,6 @@ public:
     static constexpr int kRegion[4] = {240, 180, 160, 120};
 
 private:
-    void warmUp(sim::physics::PhysicalCamera& camera, const std::string& dir, nlohmann::json& views,
-                nlohmann::json& logs) const;
-
     FactoryViewOptions m_options;
 };
 

@@ -1,10 +1,11 @@
 // nordacam: the host program of nordalib -- a simulated thermal camera running the library's
 // whole live chain, a live viewer in the browser, and tools for saved images and calibration.
 #include "apps/nordacam/Analyze.h"
+#include "apps/nordacam/CalibTools.h"
 #include "apps/nordacam/Demo.h"
 #include "apps/nordacam/Report.h"
+#include "apps/nordacam/RixTools.h"
 #include "apps/nordacam/Server.h"
-#include "apps/nordacam/Tools.h"
 
 #include "nordalib/core/logging/Logger.h"
 #include "nordalib/core/utils/VectorDispatch.h"

@@ -1,7 +1,7 @@
 #ifdef NORDACAM_CORE
+#include "apps/nordacam/CalibTools.h"
 #include "apps/nordacam/Camera.h"
 #include "apps/nordacam/Measure.h"
-#include "apps/nordacam/Tools.h"
 
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/streaming/SnrElement.h"

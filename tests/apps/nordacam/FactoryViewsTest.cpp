@@ -1,6 +1,6 @@
 #ifdef NORDACAM_CORE
 #include "apps/nordacam/FactoryViews.h"
-#include "apps/nordacam/Tools.h"
+#include "apps/nordacam/CalibTools.h"
 #include "apps/nordacam/sim/physics/Microbolometer.h"
 
 #include "nordalib/vision/imgproc/BadPixelMap.h"

@@ -3,9 +3,7 @@
 #include "apps/nordacam/Server.h"
 #include "tests/apps/nordacam/ServerSupport.h"
 
-#include "tests/support/ExclusiveRun.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/WebDriver.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -18,7 +16,8 @@
 using namespace nordacam;
 using json = nlohmann::json;
 using nordacam::test::call;
-using nordacam::test::LiveServer;
+using nordacam::test::testPicturesFolder;
+using nordacam::test::ViewerInBrowser;
 
 // The gallery's note goes into the image and comes out in its report (an HTML one here: the PDF is
 // Chromium printing that page, read back in tests/python/test_report.py); a damaged image in the
@@ -68,17 +67,10 @@ TEST(NordacamReport, NotesAndReportsFromTheViewer) {
 // the images and make a report (kept from the page's download), and watch the trend chart draw the
 // hot spot above the cold spot. Screenshots of both panels go to <build>/test-pictures/.
 TEST(NordacamReport, BrowserMakesAReportEditsANoteAndDrawsTheTrend) {
-    norda::test::ExclusiveRun exclusive;
-    norda::test::TempDir dir;
-    LiveServer live(dir.file("out"));
-    live.waitForFrames();
-    auto c = live.client();
-    for (int i = 0; i < 2; ++i)
-        ASSERT_EQ(c.Post("/api/save", "", "application/json")->status, 200);
-    const std::string pictures = std::string(NORDA_BINARY_DIR) + "/test-pictures";
-    std::filesystem::create_directories(pictures);
-    norda::test::WebDriver page(dir.file("profile"), 1600, 1100);
-    page.open("http://127.0.0.1:" + std::to_string(live.port) + "/");
+    ViewerInBrowser viewer(2);
+    auto& page = viewer.page;
+    auto c = viewer.live.client();
+    const std::string pictures = testPicturesFolder();
     ASSERT_TRUE(page.waitFor("document.querySelectorAll('.repfile').length === 2 && "
                              "document.getElementById('notefile').value"));
     page.script("window.reports = [];"

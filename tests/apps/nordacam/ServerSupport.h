@@ -1,13 +1,19 @@
 #pragma once
-// The host's web server in tests: a request answered without a connection (call), and the live
-// chain with the server on a free loopback port (LiveServer) for real clients and the browser.
+// The host's web server in tests: a request answered without a connection (call), the live chain
+// with the server on a free loopback port (LiveServer) for real clients, and the browser tests'
+// set-up around it (ViewerInBrowser).
 
 #include "apps/nordacam/Server.h"
+#include "tests/support/ExclusiveRun.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/WebDriver.h"
 
+#include <gtest/gtest.h>
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -103,5 +109,31 @@ public:
     int port = 0;
     std::thread thread;
 };
+
+// The browser tests' set-up: the heavy-test lock (a browser takes both cores for seconds), the live
+// server with its first frames, `saved` images taken, then a browser on the viewer page, whose
+// gallery lists the images saved before it opened.
+struct ViewerInBrowser {
+    explicit ViewerInBrowser(int saved = 0) : live(dir.file("out")), page(dir.file("profile"), 1600, 1100) {
+        live.waitForFrames();
+        auto c = live.client();
+        for (int i = 0; i < saved; ++i) {
+            const auto res = c.Post("/api/save", "", "application/json");
+            EXPECT_TRUE(res && res->status == 200) << "saving image " << i + 1 << " for the gallery";
+        }
+        page.open("http://127.0.0.1:" + std::to_string(live.port) + "/");
+    }
+    norda::test::ExclusiveRun exclusive;
+    norda::test::TempDir dir;
+    LiveServer live;
+    norda::test::WebDriver page;
+};
+
+// Where the browser tests leave their screenshots, to be looked at: <build>/test-pictures/.
+inline std::string testPicturesFolder() {
+    const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
+    std::filesystem::create_directories(folder);
+    return folder;
+}
 
 } // namespace nordacam::test

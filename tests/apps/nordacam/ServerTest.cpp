@@ -5,7 +5,6 @@
 #include "nordalib/core/keys/Keys.h"
 #include "tests/support/ExclusiveRun.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/WebDriver.h"
 
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
 
@@ -30,6 +29,8 @@ using namespace norda::exp;
 using namespace nordacam;
 using json = nlohmann::json;
 using nordacam::test::LiveServer;
+using nordacam::test::testPicturesFolder;
+using nordacam::test::ViewerInBrowser;
 
 namespace {
 
@@ -284,16 +285,11 @@ TEST(NordacamServer, StalledViewerIsDroppedWithoutHoldingUpTheOthers) {
 // from the gallery and re-analyse it; the API agrees with what the page did, and the screenshot
 // shows the colour scale and the image.
 TEST(NordacamServer, BrowserDrivesTheThermographersPage) {
-    norda::test::ExclusiveRun exclusive;
-    norda::test::TempDir dir;
-    LiveServer live(dir.file("out"));
-    live.waitForFrames();
-    auto c = live.client();
-    ASSERT_EQ(c.Post("/api/save", "", "application/json")->status, 200);
+    ViewerInBrowser viewer(1);
+    auto& page = viewer.page;
+    auto c = viewer.live.client();
     auto api = [&](const std::string& path) { return json::parse(c.Get(path.c_str())->body); };
 
-    norda::test::WebDriver page(dir.file("profile"), 1600, 1100);
-    page.open("http://127.0.0.1:" + std::to_string(live.port) + "/");
     ASSERT_TRUE(page.waitFor("document.getElementById('scalemax').textContent.includes('C')"));
 
     page.type("#emissivity", "0.9");
@@ -355,14 +351,9 @@ TEST(NordacamServer, BrowserDrivesTheThermographersPage) {
 // The viewer's visual-camera choice: each fusion mode set through the API and shown by the page,
 // a screenshot each (written to <build>/test-pictures/ to be looked at).
 TEST(NordacamServer, BrowserShowsTheFusionModes) {
-    norda::test::ExclusiveRun exclusive;
-    norda::test::TempDir dir;
-    LiveServer live(dir.file("out"));
-    live.waitForFrames();
-    const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
-    std::filesystem::create_directories(folder);
-    norda::test::WebDriver page(dir.file("profile"), 1600, 1100);
-    page.open("http://127.0.0.1:" + std::to_string(live.port) + "/");
+    ViewerInBrowser viewer;
+    auto& page = viewer.page;
+    const std::string folder = testPicturesFolder();
     ASSERT_TRUE(page.waitFor("document.getElementById('live').naturalWidth > 0"));
     const auto box = page.script("const r = document.getElementById('live').getBoundingClientRect();"
                                  "return [Math.round(r.left), Math.round(r.top), Math.round(r.width), "
@@ -370,8 +361,8 @@ TEST(NordacamServer, BrowserShowsTheFusionModes) {
     const cv::Rect view(box[0].get<int>(), box[1].get<int>(), box[2].get<int>(), box[3].get<int>());
     std::map<std::string, cv::Mat> views;
     for (const char* mode : {"Off", "PictureInPicture", "AlphaBlend", "Edges"}) {
-        auto put = live.client().Put("/api/settings/Fusion.Mode", std::string("\"") + mode + "\"",
-                                     "application/json");
+        auto put = viewer.live.client().Put("/api/settings/Fusion.Mode", std::string("\"") + mode + "\"",
+                                            "application/json");
         ASSERT_TRUE(put && put->status == 200) << mode;
         ASSERT_TRUE(page.waitFor(std::string("document.getElementById('fusion').value === '") + mode + "'"));
         // The stream catches up within a second on an idle machine; a loaded one may take longer.
@@ -392,12 +383,12 @@ TEST(NordacamServer, BrowserShowsTheFusionModes) {
     EXPECT_NEAR(corner[0], 176, 25);
     for (const char* mode : {"PictureInPicture", "AlphaBlend", "Edges"})
         EXPECT_GT(cv::norm(views[mode], views["Off"], cv::NORM_L1) / views["Off"].total(), 3.0) << mode;
-    auto get = live.client().Get("/api/measurements");
+    auto get = viewer.live.client().Get("/api/measurements");
     ASSERT_TRUE(get && get->status == 200);
     const auto m = nlohmann::json::parse(get->body);
     EXPECT_EQ(m["fusion"], "Edges");
     EXPECT_TRUE(m.contains("laser") && m.contains("marker"));
-    auto bad = live.client().Put("/api/settings/Fusion.Mode", "\"Sepia\"", "application/json");
+    auto bad = viewer.live.client().Put("/api/settings/Fusion.Mode", "\"Sepia\"", "application/json");
     EXPECT_EQ(bad->status, 400);
 }
 #endif
