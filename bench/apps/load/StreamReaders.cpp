@@ -1,9 +1,8 @@
 #include "bench/apps/load/StreamReaders.h"
 
 #include "bench/apps/load/PartReader.h"
+#include "tests/support/LoopbackStream.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,28 +13,7 @@ namespace nordaload {
 
 namespace {
 
-// A loopback connection that asked for `path`; `rcvbuf` > 0 makes the receive buffer small so a
-// reader that stops reading backs up into the server quickly.
-int openStream(int port, const std::string& path, int rcvbuf = 0) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return -1;
-    if (rcvbuf > 0)
-        ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);
-    timeval tv{0, 200000};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    const std::string request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
+using norda::test::openStream;
 
 // Reads until `parts` parts arrived, the stream failed or the deadline passed.
 int readParts(int fd, PartReader& reader, int parts, double timeout, const std::atomic<bool>& stop) {

@@ -4,6 +4,7 @@
 
 #include "nordalib/core/keys/Keys.h"
 #include "tests/support/ExclusiveRun.h"
+#include "tests/support/LoopbackStream.h"
 #include "tests/support/TempDir.h"
 
 #include "nordalib/vision/imageio/ImageDecoderPxM.h"
@@ -14,8 +15,6 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -28,32 +27,15 @@
 using namespace norda::exp;
 using namespace nordacam;
 using json = nlohmann::json;
+using norda::test::openStream;
 using nordacam::test::LiveServer;
 using nordacam::test::testPicturesFolder;
 using nordacam::test::ViewerInBrowser;
 
 namespace {
 
-// A raw loopback connection that asked for `path`, with a small receive buffer: a reader that stops
-// reading backs up into the server at once.
-int openStream(int port, const std::string& path) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const int size = 8192;
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    timeval tv{0, 200000};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    const std::string request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
+// A stalled viewer backs up into the server at once.
+constexpr int kSmallReceiveBuffer = 8192;
 
 // Reads whatever arrives for `seconds`; false as soon as the server has ended the connection.
 bool readFor(int fd, double seconds) {
@@ -255,7 +237,8 @@ TEST(NordacamServer, StalledViewerIsDroppedWithoutHoldingUpTheOthers) {
     norda::test::TempDir dir;
     LiveServer live(dir.file("out"));
     live.waitForFrames();
-    const int stalled = openStream(live.port, "/stream.pxm"); // 0.6 MB a frame: buffers fill at once
+    // 0.6 MB a frame: the buffers fill at once.
+    const int stalled = openStream(live.port, "/stream.pxm", kSmallReceiveBuffer);
     ASSERT_GE(stalled, 0);
     ASSERT_TRUE(readFor(stalled, 0.5));
     const auto stalledSince = std::chrono::steady_clock::now();
@@ -272,7 +255,7 @@ TEST(NordacamServer, StalledViewerIsDroppedWithoutHoldingUpTheOthers) {
     EXPECT_FALSE(readFor(stalled, 10.0)) << "the server kept a stalled viewer";
     ::close(stalled);
 
-    const int another = openStream(live.port, "/stream.pxm");
+    const int another = openStream(live.port, "/stream.pxm", kSmallReceiveBuffer);
     ASSERT_TRUE(readFor(another, 0.5));
     const auto start = std::chrono::steady_clock::now();
     live.stop(); // at most the send timeout for the stalled viewer's write in progress
