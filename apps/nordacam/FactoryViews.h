@@ -86,6 +86,10 @@ public:
     // Distances (metres) of the factory's laser views and of the check.
     static constexpr double kLaserDistances[] = {0.5, 1.0, 2.0, 4.0, 7.0, 10.0};
     static constexpr double kCheckDistances[] = {0.5, 1.0, 2.0, 3.0, 5.0, 7.5, 10.0};
+    // The visual camera's exposure for the laser views: long enough that the spot at 10 m stands well
+    // above the ambient light in 8 bits, the near spots saturating.
+    static constexpr double kLaserExposureS = 0.004;
+    static constexpr double kLaserReflectance = 0.5; // matt white card
 
     // The measured region of every blackbody view: the image's centre, away from the lens's
     // edge of field.

@@ -1,5 +1,6 @@
 #include "apps/nordacam/WarmUpRuns.h"
 
+#include "apps/nordacam/BlackbodyShots.h"
 #include "apps/nordacam/FactoryViewFolder.h"
 #include "apps/nordacam/sim/physics/PhysicalCamera.h"
 
