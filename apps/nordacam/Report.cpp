@@ -1,7 +1,7 @@
 #include "apps/nordacam/Report.h"
 
-#include "apps/nordacam/Settings.h"
 #include "apps/nordacam/RixTools.h"
+#include "apps/nordacam/Settings.h"
 
 #include "nordalib/core/datatypes/MeasArea.h"
 #include "nordalib/core/keys/Keys.h"
