@@ -160,10 +160,10 @@ RadiometricConditions RadiometryBase::conditions() const {
     if (auto lag = m_lags.find(m_data.get<unsigned char>(RadiometryId::MeasRange));
         lag != m_lags.end() && lag->second.filter.started()) {
         // To 0.1 mK, so that a settled camera keeps its table while the lag creeps. The housing
-        // fills the detector's view outside the lens's cone: at f/1 it weighs up to 9 times an
-        // object's kelvin (a -20 C object, housing at 50 C), so 0.05 mK of rounding stays below
-        // 0.5 mK of the object's temperature. A warming camera's housing moves about 1 mK a frame,
-        // 2 to 9 mK of an object's: the table then follows every frame (RadiometryBench).
+        // fills the detector's view outside the lens's cone: at f/1 a kelvin of it weighs up to 9
+        // kelvins of an object's (a -20 C object, the housing at 50 C; 15 at f/1.3), so 0.05 mK of
+        // rounding stays below 1 mK. A warming camera's housing moves up to about 1.5 mK a frame at
+        // 30 frames a second: the table then follows every frame (RadiometryBench).
         c.boardLagK = std::round(lag->second.filter.value() * 1e4) / 1e4;
         c.boardLagShutteringK = std::round(lag->second.atShuttering * 1e4) / 1e4;
     }
