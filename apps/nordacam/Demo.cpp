@@ -303,10 +303,10 @@ int runLive(const RunOptions& options, std::ostream& out) {
             out << fmt::format(
                 "  hot spot     true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K"
                 "  -> {} (tolerance 0.5 K)\n"
-                "               (the hottest pixel against the hottest surface, the hot object's: the "
-                "lens's blur and\n"
-                "               the temporal filter's lag on the moving object lower it, the noise's "
-                "maxima raise it)\n",
+                "               (the hottest pixel against the hot object's surface: the lens's blur, the "
+                "uncorrected air and\n"
+                "               the temporal filter's lag on the moving disc lower it, the noise's maxima "
+                "raise it)\n",
                 h.lastTrue, h.lastMeasured, h.mean(), h.worst, ok ? "within" : "OUTSIDE");
             if (!ok)
                 code = 4;
