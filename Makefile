@@ -40,12 +40,15 @@ demo: configure
 # Factory calibration of the physical simulator's camera (docs/calibration.md): renders the target
 # views a factory captures, fits each file from those views alone, then converts fresh blackbody
 # views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal).
-# CALIB_OUT=data/calibration regenerates the checked-in files. The fitted model leaves the
-# simulated views up to 0.1 K off it, above their noise: the fit keeps them (CALIB_FIT_ARGS) and
-# the check prints what fresh views measure.
+# CALIB_OUT=data/calibration regenerates the checked-in files (the same bytes). The fit's own
+# limit (six noise deviations, at least 0.02 K) refuses 25 of the 60 settled blackbody views: each
+# averages frames down to under 3 mK of noise, and the fitted model leaves them up to 0.07 K off:
+# it follows the simulated detector no closer (the warm-up views, up to 0.10 K off, pass on their
+# noise). CALIB_FIT_ARGS allows 0.15 K, which still refuses a blackbody set a kelvin wrong or a view
+# in the wrong range; the check prints what fresh views measure.
 CALIB_VIEWS ?= $(BUILD)/calibration-views
 CALIB_OUT   ?= $(BUILD)/calibration
-CALIB_FIT_ARGS ?= --residual-limit 15
+CALIB_FIT_ARGS ?= --residual-limit 0.15
 NORDACAM     = $(BUILD)/apps/nordacam/nordacam
 calibrate: configure
 	cmake --build $(BUILD) -j$(JOBS) --target nordacam

@@ -302,7 +302,11 @@ int runLive(const RunOptions& options, std::ostream& out) {
             const bool ok = std::abs(h.mean()) <= 0.5;
             out << fmt::format(
                 "  hot spot     true {:7.2f}°C  measured {:7.2f}°C  mean error {:+.2f} K  worst {:.2f} K"
-                "  -> {} (tolerance 0.5 K)\n",
+                "  -> {} (tolerance 0.5 K)\n"
+                "               (the hottest pixel against the hot object's surface: the lens's blur, the "
+                "uncorrected air and\n"
+                "               the temporal filter's lag on the moving disc lower it, the noise's maxima "
+                "raise it)\n",
                 h.lastTrue, h.lastMeasured, h.mean(), h.worst, ok ? "within" : "OUTSIDE");
             if (!ok)
                 code = 4;
