@@ -147,7 +147,7 @@ void Scene::build() {
     // The thermographer's reflector, right: crumpled aluminium foil on a card at room temperature.
     // Emissivity 0.05 and diffuse (the crumples scatter what falls on them), it shows the
     // surroundings in all directions mixed, whose mean is the reflected temperature.
-    SceneObject foil = footprint(kReflectorName, {603 * s, 235 * s}, 0.20f, 0.24f, 2.0f);
+    SceneObject foil = footprint(kReflectorName, {565 * s, 250 * s}, 0.20f, 0.24f, 2.0f);
     foil.celsius = 21.0f;
     foil.emissivity = 0.05f;
     foil.colour = {188, 190, 194};
