@@ -55,6 +55,7 @@ ReflectedTemperatureFigure::ReflectedTemperatureFigure(Camera& camera) : m_camer
     m_defaultC = store.getValue<Temp>(Id::Environment::ReflectedTemperature).celsius();
     const cv::Rect2f panel = scene.staticObject(sim::Scene::kPanelName).rect;
     const float panelEmissivity = scene.staticObject(sim::Scene::kPanelName).emissivity;
+    // On the panel's top and bottom, apart by the height of the lower one's label.
     const cv::Rect_<int> p = inside(panel, 12);
     struct Area {
         const std::string *visible, *rect, *local, *emissivity, *reflected;
@@ -69,14 +70,14 @@ ReflectedTemperatureFigure::ReflectedTemperatureFigure(Camera& camera) : m_camer
                            &MA::UserArea2::LocalParameters,
                            &MA::UserArea2::Emissivity,
                            &MA::UserArea2::ReflectedTemperature,
-                           {p.x, p.y, p.width, p.height / 2 - 2},
+                           {p.x, p.y, p.width, 20},
                            panelEmissivity},
                           {&MA::UserArea3::Visible,
                            &MA::UserArea3::Rect,
                            &MA::UserArea3::LocalParameters,
                            &MA::UserArea3::Emissivity,
                            &MA::UserArea3::ReflectedTemperature,
-                           {p.x, p.y + p.height / 2 + 2, p.width, p.height / 2 - 2},
+                           {p.x, p.br().y - 28, p.width, 28},
                            panelEmissivity}};
     for (const auto& a : areas) {
         set(*a.rect, std::make_shared<Variant_<cv::Rect_<int>>>(a.at));

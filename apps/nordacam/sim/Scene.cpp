@@ -133,7 +133,7 @@ void Scene::build() {
 
     // A cabinet of painted steel (emissivity 0.6), warm inside, upper left: 40 % of what leaves it is
     // the surroundings it reflects, so its reading depends on the reflected temperature.
-    SceneObject panel = footprint(kPanelName, {75 * s, 140 * s}, 0.36f, 0.30f, 2.0f);
+    SceneObject panel = footprint(kPanelName, {75 * s, 145 * s}, 0.36f, 0.46f, 2.0f);
     panel.celsius = 45.0f;
     panel.emissivity = 0.60f;
     panel.colour = {88, 112, 98};
@@ -147,7 +147,7 @@ void Scene::build() {
     // The thermographer's reflector, right: crumpled aluminium foil on a card at room temperature.
     // Emissivity 0.05 and diffuse (the crumples scatter what falls on them), it shows the
     // surroundings in all directions mixed, whose mean is the reflected temperature.
-    SceneObject foil = footprint(kReflectorName, {565 * s, 250 * s}, 0.20f, 0.24f, 2.0f);
+    SceneObject foil = footprint(kReflectorName, {540 * s, 265 * s}, 0.20f, 0.24f, 2.0f);
     foil.celsius = 21.0f;
     foil.emissivity = 0.05f;
     foil.colour = {188, 190, 194};
