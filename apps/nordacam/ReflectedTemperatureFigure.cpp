@@ -70,14 +70,14 @@ ReflectedTemperatureFigure::ReflectedTemperatureFigure(Camera& camera) : m_camer
                            &MA::UserArea2::LocalParameters,
                            &MA::UserArea2::Emissivity,
                            &MA::UserArea2::ReflectedTemperature,
-                           {p.x, p.y, p.width, 20},
+                           {p.x, p.y, p.width, 16},
                            panelEmissivity},
                           {&MA::UserArea3::Visible,
                            &MA::UserArea3::Rect,
                            &MA::UserArea3::LocalParameters,
                            &MA::UserArea3::Emissivity,
                            &MA::UserArea3::ReflectedTemperature,
-                           {p.x, p.br().y - 28, p.width, 28},
+                           {p.x, p.br().y - 24, p.width, 24},
                            panelEmissivity}};
     for (const auto& a : areas) {
         set(*a.rect, std::make_shared<Variant_<cv::Rect_<int>>>(a.at));

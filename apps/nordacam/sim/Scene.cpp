@@ -133,7 +133,7 @@ void Scene::build() {
 
     // A cabinet of painted steel (emissivity 0.6), warm inside, upper left: 40 % of what leaves it is
     // the surroundings it reflects, so its reading depends on the reflected temperature.
-    SceneObject panel = footprint(kPanelName, {75 * s, 145 * s}, 0.36f, 0.46f, 2.0f);
+    SceneObject panel = footprint(kPanelName, {75 * s, 135 * s}, 0.36f, 0.42f, 2.0f);
     panel.celsius = 45.0f;
     panel.emissivity = 0.60f;
     panel.colour = {88, 112, 98};
