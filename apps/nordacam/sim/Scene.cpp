@@ -131,27 +131,31 @@ void Scene::build() {
     cold.colour = {90, 120, 160};
     m_static.push_back(cold);
 
+    // A flat surface at `distance` with print in its colour, facing the cameras.
+    auto printed = [&](const char* name, cv::Point2f centre, float widthM, float heightM, float distance,
+                       float celsius, float emissivity, cv::Vec3f colour) {
+        SceneObject o = footprint(name, centre, widthM, heightM, distance);
+        o.celsius = celsius;
+        o.emissivity = emissivity;
+        o.colour = colour;
+        o.texture = printOn(o);
+        return o;
+    };
     // A cabinet of painted steel (emissivity 0.6), warm inside, upper left: 40 % of what leaves it is
     // the surroundings it reflects, so its reading depends on the reflected temperature.
-    SceneObject panel = footprint(kPanelName, {75 * s, 135 * s}, 0.36f, 0.42f, 2.0f);
-    panel.celsius = 45.0f;
-    panel.emissivity = 0.60f;
-    panel.colour = {88, 112, 98};
-    panel.texture = printOn(panel);
+    SceneObject panel =
+        printed(kPanelName, {75 * s, 135 * s}, 0.36f, 0.42f, 2.0f, 45.0f, 0.60f, {88, 112, 98});
     text(panel.texture, "CONTROL", cv::Point(int(12 * s), int(34 * s)), 0.7 * s, cv::Scalar(235, 235, 225),
          2);
     cv::rectangle(panel.texture, cv::Rect(int(12 * s), int(60 * s), int(24 * s), int(80 * s)),
                   cv::Scalar(60, 70, 66), 2);
     m_static.push_back(panel);
 
-    // The thermographer's reflector, right: crumpled aluminium foil on a card at room temperature.
+    // The thermographer's reflector, upper right: crumpled aluminium foil on a card at room temperature.
     // Emissivity 0.05 and diffuse (the crumples scatter what falls on them), it shows the
     // surroundings in all directions mixed, whose mean is the reflected temperature.
-    SceneObject foil = footprint(kReflectorName, {540 * s, 265 * s}, 0.20f, 0.24f, 2.0f);
-    foil.celsius = 21.0f;
-    foil.emissivity = 0.05f;
-    foil.colour = {188, 190, 194};
-    foil.texture = printOn(foil);
+    SceneObject foil =
+        printed(kReflectorName, {585 * s, 150 * s}, 0.20f, 0.24f, 2.0f, 21.0f, 0.05f, {188, 190, 194});
     cv::RNG crumples(7);
     for (int i = 0; i < 160; ++i) { // facets turned every way: bright, dull, dark
         const cv::Point c(crumples.uniform(0, foil.texture.cols), crumples.uniform(0, foil.texture.rows));
