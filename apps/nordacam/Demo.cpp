@@ -1,6 +1,7 @@
 #include "apps/nordacam/Demo.h"
 
 #include "apps/nordacam/Measure.h"
+#include "apps/nordacam/ReflectedTemperatureFigure.h"
 #include "apps/nordacam/RtspStreams.h"
 #include "apps/nordacam/TruthFigures.h"
 
@@ -137,6 +138,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
     Camera camera(cameraOptions);
     const auto rtsp = startRtsp(camera, "127.0.0.1", options.rtspPort, out);
     const bool simulated = camera.simulator() != nullptr;
+    ReflectedTemperatureFigure reflected(camera);
     out << "nordacam: " << (simulated ? "simulated 640x480 camera" : "recording " + options.camera.inputFile)
         << ", " << options.frames << " frames, output folder " << options.camera.outputDir << "\n";
     if (simulated)
@@ -202,7 +204,8 @@ int runLive(const RunOptions& options, std::ostream& out) {
                 accuracy.laser[d].add(float(cv::norm(snap.laserPosition - t.laser.infrared)), 0.0f);
             else
                 ++accuracy.laserMissed[d];
-            if (snap.markerStatus == "Valid") {
+            // The label's emissivity rests on the reflected temperature too: counted once measured.
+            if (snap.markerStatus == "Valid" && reflected.applied(snap)) {
                 // The plate whose label the element measured.
                 const cv::Point2f at(snap.markerRect.x + snap.markerRect.width / 2.0f,
                                      snap.markerRect.y + snap.markerRect.height / 2.0f);
@@ -215,9 +218,11 @@ int runLive(const RunOptions& options, std::ostream& out) {
             }
         }
 
-        // Accuracy once warm, one sample per radiometric frame seen.
+        // Accuracy once warm and the reflected temperature measured, one sample per radiometric
+        // frame seen.
+        reflected.sample(snap);
         if (!snap.rad.empty() && snap.truth && snap.frame != accuracy.lastFrame && warm(snap) &&
-            snap.truth->shutterState == Id::Shutter::StateIdle) {
+            snap.truth->shutterState == Id::Shutter::StateIdle && reflected.applied(snap)) {
             accuracy.lastFrame = snap.frame;
             for (const auto& o : measureObjects(snap))
                 accuracy.objects[o.name].add(o.measuredC, o.trueC);
@@ -282,8 +287,9 @@ int runLive(const RunOptions& options, std::ostream& out) {
 
     int code = 0;
     if (simulated) {
-        out << "\nMeasured against the live scene (after warm-up, shutter open; the physical simulator's "
-               "frames, with air, point-spread function and lens distortion):\n";
+        out << "\nMeasured against the live scene (after warm-up, shutter open, with the reflected "
+               "temperature measured from the reflector; the physical simulator's frames, with air, "
+               "point-spread function and lens distortion):\n";
         if (accuracy.objects.empty() && accuracy.hotSpot.n == 0)
             out << "  no radiometric frame after warm-up\n";
         for (const auto& [name, s] : accuracy.objects)
@@ -350,6 +356,7 @@ int runLive(const RunOptions& options, std::ostream& out) {
             out << fmt::format("  emissivity              -> {} (tolerance 0.03)\n",
                                emWorst <= 0.03 ? "within" : "OUTSIDE");
     }
+    reflected.print(out);
     if (simulated && options.truthFigures)
         printTruthFigures(options.camera.calibrationDir.empty() ? defaultCalibrationDir()
                                                                 : options.camera.calibrationDir,

@@ -2,6 +2,8 @@
 
 #include "apps/nordacam/sim/physics/PhysicalScene.h"
 
+#include "nordalib/core/exception/Exception.h"
+
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -128,6 +130,43 @@ void Scene::build() {
     cold.celsius = m_t.coldC;
     cold.colour = {90, 120, 160};
     m_static.push_back(cold);
+
+    // A flat surface at `distance` with print in its colour, facing the cameras.
+    auto printed = [&](const char* name, cv::Point2f centre, float widthM, float heightM, float distance,
+                       float celsius, float emissivity, cv::Vec3f colour) {
+        SceneObject o = footprint(name, centre, widthM, heightM, distance);
+        o.celsius = celsius;
+        o.emissivity = emissivity;
+        o.colour = colour;
+        o.texture = printOn(o);
+        return o;
+    };
+    // A cabinet of painted steel (emissivity 0.6), warm inside, upper left: 40 % of what leaves it is
+    // the surroundings it reflects, so its reading depends on the reflected temperature.
+    SceneObject panel =
+        printed(kPanelName, {75 * s, 135 * s}, 0.36f, 0.42f, 2.0f, 45.0f, 0.60f, {88, 112, 98});
+    text(panel.texture, "CONTROL", cv::Point(int(12 * s), int(34 * s)), 0.7 * s, cv::Scalar(235, 235, 225),
+         2);
+    cv::rectangle(panel.texture, cv::Rect(int(12 * s), int(60 * s), int(24 * s), int(80 * s)),
+                  cv::Scalar(60, 70, 66), 2);
+    m_static.push_back(panel);
+
+    // The thermographer's reflector, upper right: crumpled aluminium foil on a card at room temperature.
+    // Emissivity 0.05 and diffuse (the crumples scatter what falls on them), it shows the
+    // surroundings in all directions mixed, whose mean is the reflected temperature.
+    SceneObject foil =
+        printed(kReflectorName, {585 * s, 150 * s}, 0.20f, 0.24f, 2.0f, 21.0f, 0.05f, {188, 190, 194});
+    cv::RNG crumples(7);
+    for (int i = 0; i < 160; ++i) { // facets turned every way: bright, dull, dark
+        const cv::Point c(crumples.uniform(0, foil.texture.cols), crumples.uniform(0, foil.texture.rows));
+        const int r = int(crumples.uniform(3.0, 9.0) * s) + 1;
+        const std::vector<cv::Point> facet{
+            c + cv::Point(crumples.uniform(-r, r), -r), c + cv::Point(r, crumples.uniform(-r, r)),
+            c + cv::Point(crumples.uniform(-r, r), r), c + cv::Point(-r, crumples.uniform(-r, r))};
+        const int shade = crumples.uniform(120, 250);
+        cv::fillConvexPoly(foil.texture, facet, cv::Scalar(shade, shade + 2, shade + 5), cv::LINE_AA);
+    }
+    m_static.push_back(foil);
     std::stable_sort(m_static.begin(), m_static.end(),
                      [](const SceneObject& a, const SceneObject& b) { return a.distance < b.distance; });
 
@@ -154,6 +193,13 @@ void Scene::build() {
          int(2 * k));
     cv::line(m_wallTexture, cv::Point(0, int(372 * k)), cv::Point(m_wallTexture.cols, int(372 * k)),
              cv::Scalar(90, 80, 70), int(3 * k));
+}
+
+const SceneObject& Scene::staticObject(const std::string& name) const {
+    for (const auto& o : m_static)
+        if (o.name == name)
+            return o;
+    NORDA_THROW("the hall has no object named \"" + name + "\"", "nordacam::sim::Scene::staticObject");
 }
 
 cv::Vec3f Scene::wallColour(float x, float y) const {

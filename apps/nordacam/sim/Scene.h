@@ -1,8 +1,9 @@
 #pragma once
 // The simulated scene both cameras film: a hall whose back wall is 10 m away, objects of known
 // distance, temperature and emissivity in front of it, three heated plates carrying emissivity
-// reference labels, a board moved through distances in front of the laser pointer, and print on
-// the surfaces that only the visual camera sees.
+// reference labels, a cabinet of painted metal and a crumpled-foil reflector for the reflected
+// temperature, a board moved through distances in front of the laser pointer, and print on the
+// surfaces that only the visual camera sees. Every surface reflects surroundings at kReflectedC.
 //
 // Objects are flat and face the cameras. Each is given by its footprint in the undistorted
 // infrared image (pixels of the config's size) and its distance (depth along the infrared axis),
@@ -78,9 +79,13 @@ struct SceneTemperatures {
 class Scene {
 public:
     static constexpr float kWallDistance = 10.0f;
-    static constexpr float kLabelSize = 0.05f;  // reference labels, metres
-    static constexpr double kBoardStepS = 1.0;  // the laser board's dwell at each distance
-    static constexpr float kReflectedC = 20.0f; // what the surfaces reflect (the room)
+    static constexpr float kLabelSize = 0.05f; // reference labels, metres
+    static constexpr double kBoardStepS = 1.0; // the laser board's dwell at each distance
+    // What the surfaces reflect: the room's ceiling, lamps and people, warmer than the air and not
+    // at the 20 °C a camera assumes until told otherwise.
+    static constexpr float kReflectedC = 24.0f;
+    static constexpr const char* kPanelName = "painted panel";
+    static constexpr const char* kReflectorName = "reflector";
 
     Scene(cv::Size size, const LensModel& lens, const SceneTemperatures& t, const Rig& rig);
 
@@ -88,6 +93,8 @@ public:
     std::vector<SceneObject> objects(double timeS) const;
     // The objects that never move, nearest first.
     const std::vector<SceneObject>& staticObjects() const { return m_static; }
+    // A static object by name (kPanelName, kReflectorName, ...); throws for an unknown one.
+    const SceneObject& staticObject(const std::string& name) const;
     SceneObject hotObject(double timeS) const;
     std::optional<SceneObject> board(double timeS) const;
     float wallC(float y) const;

@@ -56,9 +56,9 @@ SceneSimulator::SceneSimulator(DataProxy<std::string>& store, SimulatorConfig co
 std::string SceneSimulator::describe() const {
     const auto& a = m_config.air;
     return fmt::format("physical camera (Planck's law over the band through {:.0f} C air at {:.0f} % "
-                       "humidity, point-spread function, protective window when attached, lens "
-                       "distortion, microbolometer)",
-                       a.temperatureC, a.relativeHumidity * 100.0);
+                       "humidity, surfaces reflecting surroundings at {:.0f} C, point-spread function, "
+                       "protective window when attached, lens distortion, microbolometer)",
+                       a.temperatureC, a.relativeHumidity * 100.0, Scene::kReflectedC);
 }
 
 float SceneSimulator::radianceOf(const SceneObject& o) {

@@ -154,7 +154,11 @@ TEST(NordacamCamera, VisualCameraRunsBesideTheDetector) {
     Camera camera(fastCamera(dir.file("out")));
     for (const char* element : {"ImageBufferElement", "DetectLaserPositionElement", "EmissionMarkerElement"})
         EXPECT_TRUE(camera.has(element)) << element;
-    // The emission marker on each plate's label in turn: the emissivity of the plate within 0.03.
+    // The emission marker on each plate's label in turn: the emissivity of the plate within 0.03,
+    // told what the hall's surfaces really reflect.
+    using Temp = quantity::Temperature<MarkedFloat>;
+    camera.store().setValue(Id::Environment::ReflectedTemperature,
+                            Temp(MarkedFloat(nordacam::sim::Scene::kReflectedC)), true);
     for (const auto& plate : camera.simulator()->scene().plates()) {
         const auto c = (plate.label.tl() + plate.label.br()) * 0.5f;
         camera.store().setValue(Id::EmissionMarker::SearchPoint, cv::Point_<int>(int(c.x), int(c.y)), true);
@@ -169,7 +173,6 @@ TEST(NordacamCamera, VisualCameraRunsBesideTheDetector) {
         EXPECT_NEAR(e, plate.emissivity, 0.03) << plate.name;
     }
     // A surface at the reflected temperature tells nothing of its emissivity: invalid, with why.
-    using Temp = quantity::Temperature<MarkedFloat>;
     const auto reflected = camera.store().getValue<Temp>(Id::Environment::ReflectedTemperature);
     camera.store().setValue(Id::Environment::ReflectedTemperature,
                             camera.store().getValue<Temp>(Id::EmissionMarker::SurfaceTemperature), true);
