@@ -3,6 +3,10 @@
 #include <fmt/format.h>
 #include <opencv2/imgproc.hpp>
 
+#include <cstring>
+#include <unordered_map>
+#include <utility>
+
 namespace norda::vision {
 
 namespace {
@@ -54,6 +58,92 @@ void drawPieces(cv::Mat& canvas, const std::vector<std::string>& parts, cv::Poin
     }
 }
 
+void drawText(cv::Mat& canvas, const std::string& text, cv::Point origin, const cv::Scalar& colour,
+              double scale) {
+    const auto parts = pieces(text);
+    drawPieces(canvas, parts, origin, kOutline, scale, 2);
+    drawPieces(canvas, parts, origin, colour, scale, 0);
+}
+
+// The thick anti-aliased strokes of the text are most of the overlay's cost, and a frame's texts
+// mostly repeat the last frame's over the same pixels. Drawing blends each pixel with what lies
+// under it, and moving the origin by whole pixels moves the strokes alike, so the same text over
+// the same pixels comes out the same wherever it is drawn: the pixels around a text before and
+// after it was drawn are kept, and the next time the text finds those pixels under it, the kept
+// result is copied instead of drawn again.
+struct Drawn {
+    cv::Mat before, after;
+};
+
+// The pixels the text may touch around its origin: its box with room for descenders, the ring, the
+// outline and its anti-aliased edge.
+cv::Rect reach(cv::Size textSize) {
+    const int pad = 6, below = textSize.height / 2 + pad;
+    return {-pad, -textSize.height - pad, textSize.width + 2 * pad, textSize.height + pad + below};
+}
+
+// Two generations: the texts drawn recently, and those of the generation before, which are kept
+// while they are used again; a few MB per drawing thread at most.
+class DrawnTexts {
+public:
+    std::vector<Drawn>& at(const std::string& key) {
+        if (const auto found = m_current.find(key); found != m_current.end())
+            return found->second;
+        if (m_current.size() >= kGeneration)
+            m_previous = std::exchange(m_current, {});
+        auto& entry = m_current[key];
+        if (const auto old = m_previous.find(key); old != m_previous.end())
+            entry = std::move(old->second);
+        return entry;
+    }
+
+private:
+    static constexpr size_t kGeneration = 64;
+    std::unordered_map<std::string, std::vector<Drawn>> m_current, m_previous;
+};
+
+bool same(const cv::Mat& a, const cv::Mat& b) {
+    if (a.size() != b.size())
+        return false;
+    for (int y = 0; y < a.rows; ++y)
+        if (std::memcmp(a.ptr(y), b.ptr(y), a.cols * a.elemSize()) != 0)
+            return false;
+    return true;
+}
+
+// Draws the text, or copies it from the last time it was drawn over the same pixels.
+void drawOrCopy(cv::Mat& canvas, const std::string& text, cv::Point origin, const cv::Scalar& colour,
+                double scale, cv::Size textSize) {
+    const cv::Rect reached = reach(textSize) + origin;
+    const cv::Rect around = reached & cv::Rect(0, 0, canvas.cols, canvas.rows);
+    if (around.empty()) {
+        drawText(canvas, text, origin, colour, scale);
+        return;
+    }
+    thread_local DrawnTexts drawn;
+    std::string key = text;
+    key.append(reinterpret_cast<const char*>(&scale), sizeof scale);
+    key.append(reinterpret_cast<const char*>(colour.val), sizeof colour.val);
+    // Cut by the canvas's edge, the text is the same only at the same place on the same canvas.
+    if (around != reached)
+        for (const int v : {origin.x, origin.y, canvas.cols, canvas.rows})
+            key.append(reinterpret_cast<const char*>(&v), sizeof v);
+    auto& variants = drawn.at(key);
+    cv::Mat region = canvas(around);
+    for (const auto& d : variants)
+        if (same(d.before, region)) {
+            d.after.copyTo(region);
+            return;
+        }
+    Drawn d{region.clone(), {}};
+    drawText(canvas, text, origin, colour, scale);
+    d.after = region.clone();
+    // A text shown over a few different backgrounds (the same value at two marks) keeps each.
+    if (variants.size() >= 4)
+        variants.erase(variants.begin());
+    variants.push_back(std::move(d));
+}
+
 } // namespace
 
 int OverlayText::lineHeight(double scale) {
@@ -76,9 +166,7 @@ cv::Rect OverlayText::draw(cv::Mat& canvas, const std::string& text, cv::Point o
         origin.x -= s.width;
     else if (align == Align::Centre)
         origin.x -= s.width / 2;
-    const auto parts = pieces(text);
-    drawPieces(canvas, parts, origin, kOutline, scale, 2);
-    drawPieces(canvas, parts, origin, colour, scale, 0);
+    drawOrCopy(canvas, text, origin, colour, scale, s);
     return cv::Rect(origin.x - 2, origin.y - s.height - 2, s.width + 4, s.height + 5);
 }
 
