@@ -75,10 +75,10 @@ struct Drawn {
     cv::Mat before, after;
 };
 
-// The pixels the text may touch around its origin: its box with room for descenders, the ring, the
-// outline and its anti-aliased edge.
+// The pixels the text may touch around its origin: its box with room for brackets reaching above
+// and below it, the outline and its anti-aliased edge.
 cv::Rect reach(cv::Size textSize) {
-    const int pad = 6, below = textSize.height / 2 + pad;
+    const int pad = 6 + textSize.height / 3, below = textSize.height / 2 + pad;
     return {-pad, -textSize.height - pad, textSize.width + 2 * pad, textSize.height + pad + below};
 }
 

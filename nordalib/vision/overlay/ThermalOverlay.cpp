@@ -26,9 +26,12 @@ inline unsigned divide255(unsigned x) {
 
 // Whether eight canvas pixels are all clear (alpha 0).
 inline bool clear8(const uint8_t* bgra) {
-    uint64_t w[4];
-    std::memcpy(w, bgra, sizeof w);
-    return ((w[0] | w[1] | w[2] | w[3]) & 0xFF000000FF000000ull) == 0;
+    uint64_t w0, w1, w2, w3; // two pixels each
+    std::memcpy(&w0, bgra, 8);
+    std::memcpy(&w1, bgra + 8, 8);
+    std::memcpy(&w2, bgra + 16, 8);
+    std::memcpy(&w3, bgra + 24, 8);
+    return ((w0 | w1 | w2 | w3) & 0xFF000000FF000000ull) == 0;
 }
 
 // Without branches, so that eight pixels of text edges run straight through: alpha 0 leaves the

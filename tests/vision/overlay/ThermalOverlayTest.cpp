@@ -205,10 +205,12 @@ TEST(ThermalOverlay, DrawsVideoFramesAsTheCanvasBlendedByHand) {
 
     const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
     std::filesystem::create_directories(folder);
-    cv::Mat buffer(480, 640, CV_8UC3);
+    cv::Mat buffer(960, 1280, CV_8UC3);
     cv::randu(buffer, 0, 256);
-    const cv::Rect odd(0, 0, 637, 479);
-    for (const auto& [content, size] : {std::pair{c, cv::Size(640, 480)}, std::pair{moved, odd.size()}})
+    // Last, larger text (brackets reach farther beyond the line).
+    for (const auto& [content, size] :
+         {std::pair{c, cv::Size(640, 480)}, std::pair{moved, cv::Size(637, 479)},
+          std::pair{c, cv::Size(1277, 957)}})
         for (int repeat = 0; repeat < 2; ++repeat) {
             cv::Mat canvas;
             std::thread([&] { canvas = ThermalOverlay::render(content, size); }).join();
