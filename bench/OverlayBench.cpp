@@ -72,16 +72,34 @@ static void BM_Overlay_DrawAndBlend(benchmark::State& state) {
 }
 BENCHMARK(BM_Overlay_DrawAndBlend)->Unit(benchmark::kMicrosecond);
 
-// The same as a video frame has it drawn (the canvas kept from frame to frame).
+// The same as a video frame has it drawn (the canvas kept from frame to frame). Range 0: a still
+// scene, the same values every frame. 1: a live one, every value flickering over five readings
+// (noise in the last digit). 2: every value new in every frame, the worst case.
 static void BM_Overlay_DrawOntoRgb(benchmark::State& state) {
-    const OverlayContent content = crowdedFrame();
+    const OverlayContent still = crowdedFrame();
+    OverlayContent content = still;
     cv::Mat rgb = picture();
+    uint64_t frame = 0;
     for (auto _ : state) {
+        if (state.range(0) > 0) {
+            ++frame;
+            int k = 0;
+            auto vary = [&](OverlayValue& v, float base) {
+                const uint64_t step = state.range(0) == 1 ? (frame * 7 + k * 3) % 5 : frame;
+                v.value = base + 0.1f * static_cast<float>(step % 10000);
+                ++k;
+            };
+            for (size_t i = 0; i < content.spots.size(); ++i)
+                vary(content.spots[i].value, still.spots[i].value.value);
+            for (size_t i = 0; i < content.areas.size(); ++i)
+                vary(content.areas[i].mean, still.areas[i].mean.value);
+        }
         ThermalOverlay::drawOntoRgb(content, rgb);
         benchmark::DoNotOptimize(rgb.data);
     }
+    state.SetLabel(state.range(0) == 0 ? "still" : state.range(0) == 1 ? "flickering" : "all new");
 }
-BENCHMARK(BM_Overlay_DrawOntoRgb)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Overlay_DrawOntoRgb)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 
 static void BM_Overlay_Draw(benchmark::State& state) {
     const OverlayContent content = crowdedFrame();

@@ -75,31 +75,49 @@ struct Drawn {
     cv::Mat before, after;
 };
 
-// The pixels the text may touch around its origin: its box with room for brackets reaching above
-// and below it, the outline and its anti-aliased edge.
+// The pixels the text may touch around its origin: its box with room for what reaches above and
+// below it (brackets, "j", "_"; about a sixth and a third of the line height), the outline and its
+// anti-aliased edge.
 cv::Rect reach(cv::Size textSize) {
-    const int pad = 6 + textSize.height / 3, below = textSize.height / 2 + pad;
-    return {-pad, -textSize.height - pad, textSize.width + 2 * pad, textSize.height + pad + below};
+    const int side = 6, above = 5 + textSize.height / 5, below = 6 + textSize.height * 2 / 5;
+    return {-side, -textSize.height - above, textSize.width + 2 * side, textSize.height + above + below};
 }
 
 // Two generations: the texts drawn recently, and those of the generation before, which are kept
-// while they are used again; a few MB per drawing thread at most.
+// while they are used again. Each text keeps its last few drawings over different pixels (a label's
+// second line under a first one whose value flickers). 12 MB per drawing thread at most.
 class DrawnTexts {
 public:
     std::vector<Drawn>& at(const std::string& key) {
         if (const auto found = m_current.find(key); found != m_current.end())
             return found->second;
-        if (m_current.size() >= kGeneration)
+        if (m_bytes >= kGenerationBytes) {
             m_previous = std::exchange(m_current, {});
+            m_bytes = 0;
+        }
         auto& entry = m_current[key];
-        if (const auto old = m_previous.find(key); old != m_previous.end())
+        if (const auto old = m_previous.find(key); old != m_previous.end()) {
             entry = std::move(old->second);
+            for (const auto& d : entry)
+                m_bytes += bytes(d);
+        }
         return entry;
     }
 
+    void keep(std::vector<Drawn>& drawings, Drawn d) {
+        if (drawings.size() >= kDrawings) {
+            m_bytes -= bytes(drawings.front());
+            drawings.erase(drawings.begin());
+        }
+        m_bytes += bytes(d);
+        drawings.push_back(std::move(d));
+    }
+
 private:
-    static constexpr size_t kGeneration = 64;
+    static constexpr size_t kGenerationBytes = 6 << 20, kDrawings = 8;
+    static size_t bytes(const Drawn& d) { return 2 * d.before.total() * d.before.elemSize(); }
     std::unordered_map<std::string, std::vector<Drawn>> m_current, m_previous;
+    size_t m_bytes = 0;
 };
 
 bool same(const cv::Mat& a, const cv::Mat& b) {
@@ -128,9 +146,9 @@ void drawOrCopy(cv::Mat& canvas, const std::string& text, cv::Point origin, cons
     if (around != reached)
         for (const int v : {origin.x, origin.y, canvas.cols, canvas.rows})
             key.append(reinterpret_cast<const char*>(&v), sizeof v);
-    auto& variants = drawn.at(key);
+    auto& drawings = drawn.at(key);
     cv::Mat region = canvas(around);
-    for (const auto& d : variants)
+    for (const auto& d : drawings)
         if (same(d.before, region)) {
             d.after.copyTo(region);
             return;
@@ -138,10 +156,7 @@ void drawOrCopy(cv::Mat& canvas, const std::string& text, cv::Point origin, cons
     Drawn d{region.clone(), {}};
     drawText(canvas, text, origin, colour, scale);
     d.after = region.clone();
-    // A text shown over a few different backgrounds (the same value at two marks) keeps each.
-    if (variants.size() >= 4)
-        variants.erase(variants.begin());
-    variants.push_back(std::move(d));
+    drawn.keep(drawings, std::move(d));
 }
 
 } // namespace
