@@ -1,11 +1,11 @@
 #include "nordalib/vision/overlay/ThermalOverlay.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/overlay/OverlayBlend.h"
 
 #include <opencv2/imgproc.hpp>
 
 #include <cmath>
-#include <cstring>
 
 namespace norda::vision {
 
@@ -17,58 +17,12 @@ cv::Mat ThermalOverlay::render(const OverlayContent& content, cv::Size canvasSiz
     return canvas;
 }
 
-namespace {
-
-// x / 255 for x up to 255 * 255, without a division.
-inline unsigned divide255(unsigned x) {
-    return (x + 1 + (x >> 8)) >> 8;
-}
-
-// Whether eight canvas pixels are all clear (alpha 0).
-inline bool clear8(const uint8_t* bgra) {
-    uint64_t w0, w1, w2, w3; // two pixels each
-    std::memcpy(&w0, bgra, 8);
-    std::memcpy(&w1, bgra + 8, 8);
-    std::memcpy(&w2, bgra + 16, 8);
-    std::memcpy(&w3, bgra + 24, 8);
-    return ((w0 | w1 | w2 | w3) & 0xFF000000FF000000ull) == 0;
-}
-
-// Without branches, so that eight pixels of text edges run straight through: alpha 0 leaves the
-// picture's byte (u * 255 / 255), alpha 255 puts the canvas's.
-inline void blendPixel(const uint8_t* over, uint8_t* under) {
-    const unsigned a = over[3];
-    for (int c = 0; c < 3; ++c)
-        under[c] = static_cast<uint8_t>(divide255(over[2 - c] * a + under[c] * (255 - a)));
-}
-
-// One row of the canvas over one of the picture, eight pixels at a time where they are all
-// clear (most of the canvas: the picture shows through). With `clear`, the canvas row (`over`
-// itself) is left clear.
-void blendRow(const uint8_t* over, uint8_t* under, int cols, uint8_t* clear = nullptr) {
-    int x = 0;
-    for (; x + 8 <= cols; x += 8) {
-        if (clear8(over + 4 * x))
-            continue;
-        for (int i = x; i < x + 8; ++i)
-            blendPixel(over + 4 * i, under + 3 * i);
-        if (clear)
-            std::memset(clear + 4 * x, 0, 32);
-    }
-    for (; x < cols; ++x)
-        blendPixel(over + 4 * x, under + 3 * x);
-    if (clear)
-        std::memset(clear + 4 * (cols / 8 * 8), 0, 4 * (cols % 8));
-}
-
-} // namespace
-
 void ThermalOverlay::blendOntoRgb(const cv::Mat& canvas, cv::Mat& rgb) {
     if (canvas.type() != CV_8UC4 || rgb.type() != CV_8UC3 || canvas.size() != rgb.size())
         NORDA_THROW("an overlay canvas is blended onto an RGB picture of its size",
                     "norda::vision::ThermalOverlay::blendOntoRgb");
     for (int y = 0; y < canvas.rows; ++y)
-        blendRow(canvas.ptr<uint8_t>(y), rgb.ptr<uint8_t>(y), canvas.cols);
+        OverlayBlend::row(canvas.ptr<uint8_t>(y), rgb.ptr<uint8_t>(y), canvas.cols);
 }
 
 void ThermalOverlay::drawOntoRgb(const OverlayContent& content, cv::Mat& rgb) {
@@ -87,7 +41,7 @@ void ThermalOverlay::drawOntoRgb(const OverlayContent& content, cv::Mat& rgb) {
         throw;
     }
     for (int y = 0; y < canvas.rows; ++y)
-        blendRow(canvas.ptr<uint8_t>(y), rgb.ptr<uint8_t>(y), canvas.cols, canvas.ptr<uint8_t>(y));
+        OverlayBlend::row(canvas.ptr<uint8_t>(y), rgb.ptr<uint8_t>(y), canvas.cols, canvas.ptr<uint8_t>(y));
 }
 
 OverlayLayout ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {
