@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <opencv2/imgproc.hpp>
 
+#include <atomic>
 #include <cstring>
 #include <unordered_map>
 #include <utility>
@@ -129,12 +130,14 @@ bool same(const cv::Mat& a, const cv::Mat& b) {
     return true;
 }
 
+std::atomic<bool> copying{true};
+
 // Draws the text, or copies it from the last time it was drawn over the same pixels.
 void drawOrCopy(cv::Mat& canvas, const std::string& text, cv::Point origin, const cv::Scalar& colour,
                 double scale, cv::Size textSize) {
     const cv::Rect reached = reach(textSize) + origin;
     const cv::Rect around = reached & cv::Rect(0, 0, canvas.cols, canvas.rows);
-    if (around.empty()) {
+    if (around.empty() || !copying.load(std::memory_order_relaxed)) {
         drawText(canvas, text, origin, colour, scale);
         return;
     }
@@ -172,6 +175,10 @@ cv::Size OverlayText::size(const std::string& text, double scale) {
     for (size_t i = 0; i < parts.size(); ++i)
         width += pieceWidth(parts[i], scale) + (i + 1 < parts.size() ? ringWidth(scale) : 0);
     return {width, lineHeight(scale)};
+}
+
+void OverlayText::copyDrawnTexts(bool on) {
+    copying.store(on, std::memory_order_relaxed);
 }
 
 cv::Rect OverlayText::draw(cv::Mat& canvas, const std::string& text, cv::Point origin,

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <thread>
 
 using namespace norda::vision;
 
@@ -164,10 +163,10 @@ TEST(ThermalOverlay, LabelsOfACrowdedPictureKeepClearOfEachOtherAndTheScale) {
 }
 
 // A video frame's overlay with every kind of mark, drawn straight onto the picture (the canvas kept
-// and text copied from frame to frame), against the canvas drawn afresh on a new thread (nothing
-// kept) and blended by hand: (over * a + under * (255 - a)) / 255 in each byte. The second frame
-// moves every mark and changes one area's mean, so the texts come again at other places and over
-// other pixels (the line under the changed mean); its picture has an odd width in a padded buffer.
+// and texts copied within and between frames), against the canvas with every text drawn afresh,
+// blended by hand: (over * a + under * (255 - a)) / 255 in each byte. The second frame moves every
+// mark and changes one area's mean, so the texts come again at other places and over other pixels
+// (the line under the changed mean); its picture has an odd width in a padded buffer.
 TEST(ThermalOverlay, DrawsVideoFramesAsTheCanvasBlendedByHand) {
     OverlayContent c;
     c.paletteColours = Palettes::colors("iron");
@@ -212,8 +211,9 @@ TEST(ThermalOverlay, DrawsVideoFramesAsTheCanvasBlendedByHand) {
          {std::pair{c, cv::Size(640, 480)}, std::pair{moved, cv::Size(637, 479)},
           std::pair{c, cv::Size(1277, 957)}})
         for (int repeat = 0; repeat < 2; ++repeat) {
-            cv::Mat canvas;
-            std::thread([&] { canvas = ThermalOverlay::render(content, size); }).join();
+            OverlayText::copyDrawnTexts(false);
+            const cv::Mat canvas = ThermalOverlay::render(content, size);
+            OverlayText::copyDrawnTexts(true);
             cv::Mat expected = buffer.clone();
             for (int y = 0; y < size.height; ++y)
                 for (int x = 0; x < size.width; ++x) {
