@@ -56,16 +56,18 @@ void finish(GstNordaFilter* filter, const Frame& frame, GstBuffer* buffer) {
     if (!GST_NORDA_PALETTE(filter)->overlay)
         return;
     const cv::Mat& rgb = frame.getFrameData();
-    const auto& meta = frame.getMetaData();
-    const cv::Mat canvas = norda::vision::ThermalOverlay::render(
-        norda::vision::overlayContent(norda::vision::metadataLookup(meta), rgb.size(),
-                                      norda::vision::overlayDateTime()),
-        rgb.size());
+    const auto content = norda::vision::overlayContent(norda::vision::metadataLookup(frame.getMetaData()),
+                                                       rgb.size(), norda::vision::overlayDateTime());
     GstMapInfo map;
     if (!gst_buffer_map(buffer, &map, GST_MAP_READWRITE))
         return;
     cv::Mat picture(rgb.size(), CV_8UC3, map.data, GST_ROUND_UP_4(static_cast<size_t>(rgb.cols) * 3));
-    norda::vision::ThermalOverlay::blendOntoRgb(canvas, picture);
+    try {
+        norda::vision::ThermalOverlay::drawOntoRgb(content, picture);
+    } catch (...) {
+        gst_buffer_unmap(buffer, &map);
+        throw;
+    }
     gst_buffer_unmap(buffer, &map);
 }
 

@@ -75,6 +75,7 @@
 #include "nordalib/vision/measurement/RangeAutomatics.h"
 #include "nordalib/vision/measurement/RowStatistics.h"
 #include "nordalib/vision/overlay/MeasurementMarks.h"
+#include "nordalib/vision/overlay/OverlayBlend.h"
 #include "nordalib/vision/overlay/OverlayFromValues.h"
 #include "nordalib/vision/overlay/OverlayText.h"
 #include "nordalib/vision/overlay/ScaleBar.h"

@@ -69,13 +69,16 @@ GstPadProbeReturn drawOverlay(GstPad*, GstPadProbeInfo* info, gpointer) {
         return GST_PAD_PROBE_OK;
     const cv::Size size = content->imageSize;
     try {
-        const cv::Mat canvas = norda::vision::ThermalOverlay::render(*content, size);
         buffer = gst_buffer_make_writable(buffer);
         GST_PAD_PROBE_INFO_DATA(info) = buffer;
         GstMapInfo map;
         if (gst_buffer_map(buffer, &map, GST_MAP_READWRITE)) {
             cv::Mat picture(size, CV_8UC3, map.data, GST_ROUND_UP_4(static_cast<size_t>(size.width) * 3));
-            norda::vision::ThermalOverlay::blendOntoRgb(canvas, picture);
+            try {
+                norda::vision::ThermalOverlay::drawOntoRgb(*content, picture);
+            } catch (const std::exception&) {
+                // unmapped all the same
+            }
             gst_buffer_unmap(buffer, &map);
         }
     } catch (const std::exception&) {

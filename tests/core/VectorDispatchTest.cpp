@@ -9,6 +9,7 @@
 #include "nordalib/vision/imgproc/StaticPatternRemover.h"
 #include "nordalib/vision/imgproc/TemporalNoiseReduction.h"
 #include "nordalib/vision/measurement/RowStatistics.h"
+#include "nordalib/vision/overlay/OverlayBlend.h"
 #include "tests/support/Messages.h"
 
 #include <gtest/gtest.h>
@@ -163,6 +164,24 @@ Outputs argbBlend(std::mt19937& rng) {
     return out;
 }
 
+// Alpha at both ends and between, clear runs of every length; the canvas left clear or kept.
+Outputs overlayBlend(std::mt19937& rng) {
+    Outputs out;
+    for (cv::Size size : kSizes)
+        for (bool clear : {false, true}) {
+            cv::Mat over = randomMat(size, CV_8UC4, rng, 0, 256), rgb = randomMat(size, CV_8UC3, rng, 0, 256);
+            over.col(0).setTo(cv::Scalar(9, 9, 9, 255));
+            for (int x = 1; x < size.width; x += 1 + x % 13)
+                over(cv::Rect(x, 0, std::min(x % 37, size.width - x), size.height))
+                    .setTo(cv::Scalar(9, 9, 9, 0));
+            for (int y = 0; y < size.height; ++y)
+                OverlayBlend::row(over.ptr(y), rgb.ptr(y), size.width, clear ? over.ptr(y) : nullptr);
+            out.push_back(rgb);
+            out.push_back(over);
+        }
+    return out;
+}
+
 // Every entry distinct, the last one read too.
 Outputs lookupTable(std::mt19937& rng) {
     LookupTable16 table;
@@ -213,6 +232,7 @@ const Kernel kKernels[] = {{"ArgbBlend", argbBlend},
                            {"ColorConvert", colorConvert},
                            {"DistortionCorrection", distortion},
                            {"LookupTable16", lookupTable},
+                           {"OverlayBlend", overlayBlend},
                            {"RemapBlend", remapBlend},
                            {"RowStatistics", rowStatistics},
                            {"SpatialNoiseRemover", spatialNoise},

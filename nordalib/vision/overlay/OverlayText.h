@@ -35,6 +35,11 @@ public:
     static cv::Rect draw(cv::Mat& canvas, const std::string& text, cv::Point origin, const cv::Scalar& colour,
                          double scale, Align align = Align::Left);
 
+    // Texts are copied from the last time the drawing thread drew them over the same pixels, the
+    // same to the byte as drawn afresh; false draws each afresh, the reference the copies are held
+    // against. For tests and diagnosis.
+    static void copyDrawnTexts(bool on);
+
     // "23.4°C", "(23.4°C)" outside tolerance, "<-20.3°C" under range, ">151.2°C" over range;
     // "87 %" for a humidity. One decimal.
     static std::string format(const OverlayValue& v);

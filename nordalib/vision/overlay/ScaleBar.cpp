@@ -23,10 +23,15 @@ cv::Rect ScaleBar::draw(cv::Mat& canvas, const cv::Rect& bar, const std::vector<
     if (bar.height < 2 || bar.width < 1)
         return {};
     const int h = bar.height;
-    for (int r = 0; r < h; ++r) {
-        const int index = 255 - static_cast<int>(r * 255.0 / (h - 1) + 0.5);
-        cv::line(canvas, {bar.x, bar.y + r}, {bar.x + bar.width - 1, bar.y + r},
-                 paletteColour(colours, index));
+    // Row by row, highest colour on top; what lies off the canvas is left out.
+    const cv::Rect shown = bar & cv::Rect(0, 0, canvas.cols, canvas.rows);
+    for (int y = shown.y; y < shown.y + shown.height; ++y) {
+        const int index = 255 - static_cast<int>((y - bar.y) * 255.0 / (h - 1) + 0.5);
+        const cv::Scalar c = paletteColour(colours, index);
+        const cv::Vec4b pixel(static_cast<uint8_t>(c[0]), static_cast<uint8_t>(c[1]),
+                              static_cast<uint8_t>(c[2]), 255);
+        auto* row = canvas.ptr<cv::Vec4b>(y);
+        std::fill(row + shown.x, row + shown.x + shown.width, pixel);
     }
     // The isotherm and alarm colours, where they fall inside the span.
     const float span = high.value - low.value;

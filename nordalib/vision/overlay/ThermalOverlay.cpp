@@ -1,6 +1,7 @@
 #include "nordalib/vision/overlay/ThermalOverlay.h"
 
 #include "nordalib/core/exception/Exception.h"
+#include "nordalib/vision/overlay/OverlayBlend.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -20,17 +21,27 @@ void ThermalOverlay::blendOntoRgb(const cv::Mat& canvas, cv::Mat& rgb) {
     if (canvas.type() != CV_8UC4 || rgb.type() != CV_8UC3 || canvas.size() != rgb.size())
         NORDA_THROW("an overlay canvas is blended onto an RGB picture of its size",
                     "norda::vision::ThermalOverlay::blendOntoRgb");
-    for (int y = 0; y < canvas.rows; ++y) {
-        const auto* over = canvas.ptr<cv::Vec4b>(y);
-        auto* under = rgb.ptr<cv::Vec3b>(y);
-        for (int x = 0; x < canvas.cols; ++x) {
-            const unsigned a = over[x][3];
-            if (a == 0) // most of the canvas: the picture shows through
-                continue;
-            for (int c = 0; c < 3; ++c)
-                under[x][c] = static_cast<uint8_t>((over[x][2 - c] * a + under[x][c] * (255 - a)) / 255);
-        }
+    for (int y = 0; y < canvas.rows; ++y)
+        OverlayBlend::row(canvas.ptr<uint8_t>(y), rgb.ptr<uint8_t>(y), canvas.cols);
+}
+
+void ThermalOverlay::drawOntoRgb(const OverlayContent& content, cv::Mat& rgb) {
+    if (rgb.type() != CV_8UC3 || rgb.empty())
+        NORDA_THROW("the overlay is drawn over a non-empty 8-bit RGB picture",
+                    "norda::vision::ThermalOverlay::drawOntoRgb");
+    // One canvas per drawing thread, clear between frames: each frame clears what it drew while
+    // blending it, instead of a new canvas cleared whole.
+    thread_local cv::Mat canvas;
+    if (canvas.size() != rgb.size())
+        canvas = cv::Mat(rgb.size(), CV_8UC4, cv::Scalar::all(0));
+    try {
+        draw(canvas, content);
+    } catch (...) {
+        canvas.release(); // drawn in part: made anew next time
+        throw;
     }
+    for (int y = 0; y < canvas.rows; ++y)
+        OverlayBlend::row(canvas.ptr<uint8_t>(y), rgb.ptr<uint8_t>(y), canvas.cols, canvas.ptr<uint8_t>(y));
 }
 
 OverlayLayout ThermalOverlay::draw(cv::Mat& canvas, const OverlayContent& content) {

@@ -75,6 +75,9 @@ public:
     // in place, by the canvas's alpha: rgb = (over * a + rgb * (255 - a)) / 255. The picture may
     // be a view of a video buffer with padded rows.
     static void blendOntoRgb(const cv::Mat& canvas, cv::Mat& rgb);
+    // Both at once, for a video frame: the content drawn over an RGB picture (of any row padding)
+    // in place, with the canvas of the picture's size kept for the next frame.
+    static void drawOntoRgb(const OverlayContent& content, cv::Mat& rgb);
 };
 
 } // namespace norda::vision

@@ -161,3 +161,78 @@ TEST(ThermalOverlay, LabelsOfACrowdedPictureKeepClearOfEachOtherAndTheScale) {
     cv::imwrite(folder + "/crowded-overlay.png",
                 norda::exp::streaming::ImageWriteElement::composeJpegImage(preview, overlay));
 }
+
+// A video frame's overlay with every kind of mark, drawn straight onto the picture (the canvas kept
+// and texts copied within and between frames), against the canvas with every text drawn afresh,
+// blended by hand: (over * a + under * (255 - a)) / 255 in each byte. The second frame moves every
+// mark and changes one area's mean, so the texts come again at other places and over other pixels
+// (the line under the changed mean); its picture has an odd width in a padded buffer.
+TEST(ThermalOverlay, DrawsVideoFramesAsTheCanvasBlendedByHand) {
+    OverlayContent c;
+    c.paletteColours = Palettes::colors("iron");
+    c.scaleLow = {18.2f, 0, false};
+    c.scaleHigh = {61.4f, 0, false};
+    c.bands.push_back({40.0f, 45.0f, 0x00FF00});
+    const SpotKind kinds[] = {SpotKind::Hot,   SpotKind::Cold,   SpotKind::Centre,
+                              SpotKind::Laser, SpotKind::DeltaT, SpotKind::User};
+    for (int i = 0; i < 6; ++i)
+        c.spots.push_back({kinds[i],
+                           i == 5 ? "1" : "",
+                           {110 + 80 * i, 80 + 50 * (i % 3)},
+                           {20.5f + i, i == 4 ? 1u : 0u, false},
+                           i == 5 ? "e 0.80 Tr 35.0\xC2\xB0"
+                                    "C"
+                                  : ""});
+    for (int i = 0; i < 2; ++i)
+        c.areas.push_back({std::to_string(i + 1),
+                           {60 + 200 * i, 280, 120, 140},
+                           {25.0f, 0, false},
+                           {31.0f, 0, false},
+                           {20.0f, 3, false},
+                           {80 + 200 * i, 300},
+                           {150 + 200 * i, 400},
+                           ""});
+    c.deltaT = OverlayDeltaT{{110, 80}, {430, 130}, "dT -1.0 K"};
+    c.status = "e 0.95  Tr 20.0\xC2\xB0"
+               "C  2026-11-23 15:40:12";
+    OverlayContent moved = c;
+    for (auto& s : moved.spots)
+        s.position += cv::Point(7, 5);
+    for (auto& a : moved.areas)
+        a.rect += cv::Point(7, 5);
+    moved.areas[0].mean.value = 27.7f;
+
+    const std::string folder = std::string(NORDA_BINARY_DIR) + "/test-pictures";
+    std::filesystem::create_directories(folder);
+    cv::Mat buffer(960, 1280, CV_8UC3);
+    cv::randu(buffer, 0, 256);
+    // Last, larger text (brackets reach farther beyond the line).
+    for (const auto& [content, size] :
+         {std::pair{c, cv::Size(640, 480)}, std::pair{moved, cv::Size(637, 479)},
+          std::pair{c, cv::Size(1277, 957)}})
+        for (int repeat = 0; repeat < 2; ++repeat) {
+            OverlayText::copyDrawnTexts(false);
+            const cv::Mat canvas = ThermalOverlay::render(content, size);
+            OverlayText::copyDrawnTexts(true);
+            cv::Mat expected = buffer.clone();
+            for (int y = 0; y < size.height; ++y)
+                for (int x = 0; x < size.width; ++x) {
+                    const auto& o = canvas.at<cv::Vec4b>(y, x);
+                    auto& u = expected.at<cv::Vec3b>(y, x);
+                    for (int k = 0; k < 3; ++k)
+                        u[k] = static_cast<uint8_t>((o[2 - k] * o[3] + u[k] * (255 - o[3])) / 255);
+                }
+            cv::Mat blended = buffer.clone(), picture = blended(cv::Rect({}, size));
+            ThermalOverlay::blendOntoRgb(canvas, picture);
+            EXPECT_EQ(cv::norm(blended, expected, cv::NORM_INF), 0) << size;
+            cv::Mat drawn = buffer.clone();
+            picture = drawn(cv::Rect({}, size));
+            ThermalOverlay::drawOntoRgb(content, picture);
+            EXPECT_EQ(cv::norm(drawn, expected, cv::NORM_INF), 0) << size << " repeat " << repeat;
+            cv::Mat shown;
+            cv::cvtColor(drawn, shown, cv::COLOR_RGB2BGR);
+            cv::imwrite(folder + "/video-overlay-" + std::to_string(size.width) + ".png", shown);
+        }
+    cv::Mat grey(2, 2, CV_8UC1);
+    EXPECT_THROW(ThermalOverlay::drawOntoRgb(c, grey), norda::Exception);
+}
