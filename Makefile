@@ -55,12 +55,13 @@ calibrate: configure
 	for kind in badpixel radiometry distortion registration; do \
 		$(NORDACAM) calib views --kind $$kind --out $(CALIB_VIEWS)/$$kind || exit 1; done
 	$(NORDACAM) calib badpixel-fit --views $(CALIB_VIEWS)/badpixel --out $(CALIB_OUT)/badpixel.pxm
+	$(NORDACAM) calib gain-fit --views $(CALIB_VIEWS)/badpixel --out $(CALIB_OUT)/gain.pxm
 	$(NORDACAM) calib radiometry-fit --views $(CALIB_VIEWS)/radiometry --out $(CALIB_OUT)/radiometry.json \
 		--lenses data/calibration/radiometry.json $(CALIB_FIT_ARGS)
 	$(NORDACAM) calib distortion-fit --views $(CALIB_VIEWS)/distortion --out $(CALIB_OUT)/lens1/distort.pxm
 	$(NORDACAM) calib registration-fit --views $(CALIB_VIEWS)/registration --out $(CALIB_OUT)/registration.json
 	$(NORDACAM) calib check --radiometry $(CALIB_OUT)/radiometry.json --distortion $(CALIB_OUT)/lens1/distort.pxm \
-		--registration $(CALIB_OUT)/registration.json
+		--registration $(CALIB_OUT)/registration.json --gain $(CALIB_OUT)/gain.pxm
 
 bench: build
 	$(BUILD)/bench/nordabench $(BENCH_ARGS)

@@ -7,6 +7,7 @@
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/streaming/BadPixelElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/GainElement.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/vision/streaming/PaletteElement.h"
@@ -74,6 +75,7 @@ public:
         m_store.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);
 
         add("Offset", std::make_unique<OffsetElement>(&m_store, calib, nullptr));
+        add("Gain", std::make_unique<GainElement>(&m_store, calib));
         add("BadPixel",
             std::make_unique<BadPixelElement>(&m_store, "BadPixel", STREAMING_DATATYPE_CORRECTED));
         add("Tnr", std::make_unique<TnrElement>(&m_store));
