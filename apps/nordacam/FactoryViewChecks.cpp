@@ -29,7 +29,7 @@ constexpr const char* kWhere = "nordacam::FactoryViews";
 // 1.4826 x the median absolute deviation: the spread without the bad pixels' weight.
 double robustSigma(const cv::Mat& m) {
     std::vector<double> v;
-    m.reshape(1, 1).convertTo(v, CV_64F);
+    m.clone().reshape(1, 1).convertTo(v, CV_64F); // a region is not continuous
     auto median = [](std::vector<double>& x) {
         auto mid = x.begin() + static_cast<long>(x.size() / 2);
         std::nth_element(x.begin(), mid, x.end());
@@ -159,6 +159,8 @@ std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& ra
 std::vector<GainCheck> FactoryViews::checkGain(const std::string& gainPxm) const {
     const auto table = norda::vision::GainTable::load(gainPxm);
     phys::PhysicalCamera camera(m_options.camera);
+    cv::Mat truth = camera.detector().gains() / cv::mean(camera.detector().gains())[0];
+    const norda::vision::GainTable trueTable(truth, "the simulator's gains");
     const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
     std::vector<GainCheck> out;
     for (const auto& [blackbody, range] : {std::pair{85.0, 1}, std::pair{300.0, 2}}) {
@@ -180,8 +182,9 @@ std::vector<GainCheck> FactoryViews::checkGain(const std::string& gainPxm) const
         view.frames[1].convertTo(next, CV_64F);
         cv::Mat corrected;
         cv::Mat(frame - shutter / double(view.shutter.size())).convertTo(corrected, CV_16S);
-        cv::Mat gained = corrected.clone();
+        cv::Mat gained = corrected.clone(), trulyGained = corrected.clone();
         table.apply(gained);
+        trueTable.apply(trulyGained);
         // Counts per kelvin from the simulator: the same view a kelvin warmer.
         r.blackbodyC = blackbody + 1.0;
         r.shutterFrames = 0;
@@ -191,6 +194,7 @@ std::vector<GainCheck> FactoryViews::checkGain(const std::string& gainPxm) const
         c.countsPerK = cv::mean(warmer)[0] - (cv::mean(frame(region))[0] + cv::mean(next(region))[0]) / 2.0;
         c.withoutK = robustSigma(corrected(region)) / c.countsPerK;
         c.withK = robustSigma(gained(region)) / c.countsPerK;
+        c.trueTableK = robustSigma(trulyGained(region)) / c.countsPerK;
         c.temporalK = robustSigma(cv::Mat(frame(region) - next(region))) / std::sqrt(2.0) *
                       std::sqrt(1.0 + 1.0 / double(view.shutter.size())) / c.countsPerK;
         out.push_back(c);

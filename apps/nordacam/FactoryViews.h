@@ -68,6 +68,7 @@ struct GainCheck {
     unsigned range = 0;
     double countsPerK = 0;
     double withoutK = 0, withK = 0, temporalK = 0;
+    double trueTableK = 0; // with a table of the simulator's own gains: what any fit could reach
 };
 
 class FactoryViews {
