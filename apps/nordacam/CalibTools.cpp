@@ -287,8 +287,9 @@ int calibCheck(const std::string& radiometryFile, const std::string& distortionF
                 "uniform blackbody at {:.0f} °C (range {}, {:.1f} counts/K), spatial sigma of a frame: "
                 "{:.3f} "
                 "K without the gain table, {:.3f} K with it, {:.3f} K with the simulator's own gains; the "
-                "detector's temporal noise {:.3f} K\n",
-                c.blackbodyC, c.range, c.countsPerK, c.withoutK, c.withK, c.trueTableK, c.temporalK);
+                "detector's temporal noise {:.3f} K (fitted gains off the true ones by {:.5f})\n",
+                c.blackbodyC, c.range, c.countsPerK, c.withoutK, c.withK, c.trueTableK, c.temporalK,
+                c.gainErrorSigma);
     return met ? 0 : 1;
 }
 

@@ -161,6 +161,7 @@ std::vector<GainCheck> FactoryViews::checkGain(const std::string& gainPxm) const
     phys::PhysicalCamera camera(m_options.camera);
     cv::Mat truth = camera.detector().gains() / cv::mean(camera.detector().gains())[0];
     const norda::vision::GainTable trueTable(truth, "the simulator's gains");
+    const double gainError = robustSigma(cv::Mat(table.gain() - truth));
     const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
     std::vector<GainCheck> out;
     for (const auto& [blackbody, range] : {std::pair{85.0, 1}, std::pair{300.0, 2}}) {
@@ -191,6 +192,7 @@ std::vector<GainCheck> FactoryViews::checkGain(const std::string& gainPxm) const
         cv::Mat warmer;
         camera.blackbodyView(r).frames[0](region).convertTo(warmer, CV_64F);
         GainCheck c{blackbody, unsigned(range)};
+        c.gainErrorSigma = gainError;
         c.countsPerK = cv::mean(warmer)[0] - (cv::mean(frame(region))[0] + cv::mean(next(region))[0]) / 2.0;
         c.withoutK = robustSigma(corrected(region)) / c.countsPerK;
         c.withK = robustSigma(gained(region)) / c.countsPerK;

@@ -68,7 +68,8 @@ struct GainCheck {
     unsigned range = 0;
     double countsPerK = 0;
     double withoutK = 0, withK = 0, temporalK = 0;
-    double trueTableK = 0; // with a table of the simulator's own gains: what any fit could reach
+    double trueTableK = 0;     // with a table of the simulator's own gains: what any fit could reach
+    double gainErrorSigma = 0; // fitted gains against the true ones (robust sigma, all pixels)
 };
 
 class FactoryViews {
