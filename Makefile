@@ -39,7 +39,8 @@ demo: configure
 
 # Factory calibration of the physical simulator's camera (docs/calibration.md): renders the target
 # views a factory captures, fits each file from those views alone, then converts fresh blackbody
-# views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal).
+# views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal)
+# and prints the fixed pattern a hot uniform blackbody shows without and with the gain table.
 # CALIB_OUT=data/calibration regenerates the checked-in files (the same bytes). The fit's own
 # limit (six noise deviations, at least 0.02 K) refuses 25 of the 60 settled blackbody views: each
 # averages frames down to under 3 mK of noise, and the fitted model leaves them up to 0.07 K off:
