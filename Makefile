@@ -39,7 +39,8 @@ demo: configure
 
 # Factory calibration of the physical simulator's camera (docs/calibration.md): renders the target
 # views a factory captures, fits each file from those views alone, then converts fresh blackbody
-# views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal).
+# views with the fitted radiometry against the simulator's true temperatures (fails on a missed goal)
+# and prints the fixed pattern a hot uniform blackbody shows without and with the gain table.
 # CALIB_OUT=data/calibration regenerates the checked-in files (the same bytes). The fit's own
 # limit (six noise deviations, at least 0.02 K) refuses 25 of the 60 settled blackbody views: each
 # averages frames down to under 3 mK of noise, and the fitted model leaves them up to 0.07 K off:
@@ -55,12 +56,13 @@ calibrate: configure
 	for kind in badpixel radiometry distortion registration; do \
 		$(NORDACAM) calib views --kind $$kind --out $(CALIB_VIEWS)/$$kind || exit 1; done
 	$(NORDACAM) calib badpixel-fit --views $(CALIB_VIEWS)/badpixel --out $(CALIB_OUT)/badpixel.pxm
+	$(NORDACAM) calib gain-fit --views $(CALIB_VIEWS)/badpixel --out $(CALIB_OUT)/gain.pxm
 	$(NORDACAM) calib radiometry-fit --views $(CALIB_VIEWS)/radiometry --out $(CALIB_OUT)/radiometry.json \
 		--lenses data/calibration/radiometry.json $(CALIB_FIT_ARGS)
 	$(NORDACAM) calib distortion-fit --views $(CALIB_VIEWS)/distortion --out $(CALIB_OUT)/lens1/distort.pxm
 	$(NORDACAM) calib registration-fit --views $(CALIB_VIEWS)/registration --out $(CALIB_OUT)/registration.json
 	$(NORDACAM) calib check --radiometry $(CALIB_OUT)/radiometry.json --distortion $(CALIB_OUT)/lens1/distort.pxm \
-		--registration $(CALIB_OUT)/registration.json
+		--registration $(CALIB_OUT)/registration.json --gain $(CALIB_OUT)/gain.pxm
 
 bench: build
 	$(BUILD)/bench/nordabench $(BENCH_ARGS)

@@ -1,12 +1,14 @@
-// The whole live correction and display chain without pacing, on one core: offset, bad pixels,
+// The whole live correction and display chain without pacing, on one core: offset, gain, bad pixels,
 // TNR, SPR, SNR, radiometry, distortion, min/max (every cycle a refresh cycle) and palette.
 // Counters: frames per second and each element's share of the cycle.
 #include "nordalib/core/keys/DefaultParameters.h"
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/imgproc/GainTable.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/streaming/BadPixelElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
+#include "nordalib/vision/streaming/GainElement.h"
 #include "nordalib/vision/streaming/MinMaxExtractionElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/vision/streaming/PaletteElement.h"
@@ -67,6 +69,9 @@ public:
                      size.height / 2.0, 0, 0, 1);
         cv::Mat d = (cv::Mat_<double>(1, 5) << -0.12, 0.03, 0.0005, -0.0004, 0.0);
         DistortionTable::fromCameraModel(k, d, size).save(calib + "distort.pxm");
+        cv::Mat gains(size, CV_32F);
+        cv::randn(gains, 1.0, 0.002); // a detector's responsivity spread
+        GainTable(gains).save(calib + "gain.pxm");
 
         setDefaultParameters(m_store);
         m_store.setValue<unsigned short>(Id::IrImage::Cols, static_cast<unsigned short>(size.width), false);
@@ -74,6 +79,7 @@ public:
         m_store.setValue(Id::DeviceFeatures::FastFrameAvailable, false, false);
 
         add("Offset", std::make_unique<OffsetElement>(&m_store, calib, nullptr));
+        add("Gain", std::make_unique<GainElement>(&m_store, calib));
         add("BadPixel",
             std::make_unique<BadPixelElement>(&m_store, "BadPixel", STREAMING_DATATYPE_CORRECTED));
         add("Tnr", std::make_unique<TnrElement>(&m_store));

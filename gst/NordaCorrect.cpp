@@ -2,6 +2,7 @@
 
 #include "nordalib/core/keys/Keys.h"
 #include "nordalib/vision/streaming/BadPixelElement.h"
+#include "nordalib/vision/streaming/GainElement.h"
 #include "nordalib/vision/streaming/OffsetElement.h"
 #include "nordalib/vision/streaming/SnrElement.h"
 #include "nordalib/vision/streaming/SprElement.h"
@@ -46,6 +47,7 @@ std::string build(GstNordaFilter* filter, Pipeline& chain, DataProxy<std::string
                   return !frames.at(STREAMING_DATATYPE_RAW)->getMetaData().contains(Id::Shutter::State);
               });
     chain.add(std::make_unique<OffsetElement>(&store, calib, nullptr));
+    chain.add(std::make_unique<GainElement>(&store, calib));
     chain.add(std::make_unique<BadPixelElement>(&store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED));
     if (self->noiseFilters) {
         chain.add(std::make_unique<TnrElement>(&store));

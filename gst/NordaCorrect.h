@@ -1,6 +1,7 @@
 #pragma once
 // nordacorrect: sensor correction of raw detector frames (GRAY16_LE) into offset-corrected frames:
-// offset with the shutter (OffsetElement), bad pixels (BadPixelElement) and the noise filters
+// offset with the shutter (OffsetElement), the pixels' gains (GainElement, from gain.pxm when the
+// calibration directory has one), bad pixels (BadPixelElement) and the noise filters
 // (TnrElement, SprElement, SnrElement), as the camera's chain runs them. A detector's frames
 // through v4l2src come without the plugin's metadata: their shutter state is the "shutter"
 // property, their conditions the element's defaults. Frames of nordasimsrc bring their own.

@@ -34,6 +34,8 @@ int calibBadPixel(const std::string& outFile, std::ostream& out);
 int calibFitRadiometry(const std::string& folder, const std::string& outFile, const std::string& lensesFrom,
                        std::ostream& out, double residualLimitK = 0.0);
 int calibFitBadPixel(const std::string& folder, const std::string& outFile, std::ostream& out);
+// The pixels' relative gains (gain.pxm, see GainTable) from the same flat fields.
+int calibFitGain(const std::string& folder, const std::string& outFile, std::ostream& out);
 int calibFitDistortion(const std::string& folder, const std::string& outFile, std::ostream& out);
 // The infrared lens is fitted from the infrared images of the same poses; without laser spots the
 // laser ray is left straight ahead from the camera.
@@ -52,9 +54,11 @@ int calibViews(const std::string& kind, const std::string& folder, unsigned seed
 // worst over the image; returns 1 above 0.2 px RMS). `registrationFile` (if not empty, with a
 // distortion file): the registration against the simulator's rig from 0.5 to 10 m and the laser's
 // spot triangulated with it (returns 1 beyond 1 infrared px, or a distance off by more than 3 % up
-// to 5 m, 6 % beyond).
+// to 5 m, 6 % beyond). `gainFile` (if not empty): a fitted gain.pxm on uniform hot blackbodies
+// (FactoryViews::checkGain): the spatial spread of a frame without and with it, with the
+// simulator's own gains and the detector's temporal noise; figures without a goal.
 int calibCheck(const std::string& radiometryFile, const std::string& distortionFile, unsigned seed,
                const std::vector<double>& boardsC, std::ostream& out,
-               const std::string& registrationFile = {});
+               const std::string& registrationFile = {}, const std::string& gainFile = {});
 
 } // namespace nordacam

@@ -20,6 +20,7 @@
 #include "nordalib/vision/streaming/EmissionMarkerElement.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
 #include "nordalib/vision/streaming/FusionElement.h"
+#include "nordalib/vision/streaming/GainElement.h"
 #include "nordalib/vision/streaming/ImageBufferElement.h"
 #include "nordalib/vision/streaming/ImageReadElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
@@ -229,6 +230,7 @@ void ChainBuilder::build() {
 
     // Sensor correction.
     addStage("OffsetElement", std::make_unique<OffsetElement>(&m_store, calib, nullptr), "offset correction");
+    addStage("GainElement", std::make_unique<GainElement>(&m_store, calib), "pixel gain correction");
     addStage("BadPixelElement",
              std::make_unique<BadPixelElement>(&m_store, "BadPixelElement", STREAMING_DATATYPE_CORRECTED),
              "bad-pixel replacement");

@@ -7,6 +7,7 @@
 #include "apps/nordacam/sim/physics/VisualRig.h"
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/imgproc/DistortionTable.h"
+#include "nordalib/vision/imgproc/GainTable.h"
 #include "nordalib/vision/radiometry/RadiometricCalibration.h"
 #include "nordalib/vision/radiometry/RadiometricTools.h"
 #include "nordalib/vision/registration/Registration.h"
@@ -24,6 +25,21 @@ namespace {
 namespace phys = sim::physics;
 using namespace factory;
 constexpr const char* kWhere = "nordacam::FactoryViews";
+
+// 1.4826 x the median absolute deviation: the spread without the bad pixels' weight.
+double robustSigma(const cv::Mat& m) {
+    std::vector<double> v;
+    m.clone().reshape(1, 1).convertTo(v, CV_64F); // a region is not continuous
+    auto median = [](std::vector<double>& x) {
+        auto mid = x.begin() + static_cast<long>(x.size() / 2);
+        std::nth_element(x.begin(), mid, x.end());
+        return *mid;
+    };
+    const double centre = median(v);
+    for (double& x : v)
+        x = std::abs(x - centre);
+    return 1.4826 * median(v);
+}
 
 // Sensor pixel the fitted distortion table takes output pixel (x, y) from (bilinear between the
 // entries around it).
@@ -136,6 +152,56 @@ std::vector<RadiometryCheck> FactoryViews::checkRadiometry(const std::string& ra
         check.meanK = sum / check.views;
         check.rmsK = std::sqrt(sum2 / check.views);
         out.push_back(check);
+    }
+    return out;
+}
+
+std::vector<GainCheck> FactoryViews::checkGain(const std::string& gainPxm) const {
+    const auto table = norda::vision::GainTable::load(gainPxm);
+    phys::PhysicalCamera camera(m_options.camera);
+    cv::Mat truth = camera.detector().gains() / cv::mean(camera.detector().gains())[0];
+    const norda::vision::GainTable trueTable(truth, "the simulator's gains");
+    const double gainError = robustSigma(cv::Mat(table.gain() - truth));
+    const cv::Rect region(kRegion[0], kRegion[1], kRegion[2], kRegion[3]);
+    std::vector<GainCheck> out;
+    for (const auto& [blackbody, range] : {std::pair{85.0, 1}, std::pair{300.0, 2}}) {
+        phys::BlackbodyView r;
+        r.blackbodyC = blackbody;
+        r.boardC = m_options.checkBoardsC.front();
+        r.range = range;
+        r.frames = 2;
+        r.shutterFrames = 4;
+        const auto view = camera.blackbodyView(r);
+        cv::Mat shutter(view.shutter.front().size(), CV_64F, cv::Scalar(0));
+        for (const auto& f : view.shutter) {
+            cv::Mat f64;
+            f.convertTo(f64, CV_64F);
+            shutter += f64;
+        }
+        cv::Mat frame, next;
+        view.frames[0].convertTo(frame, CV_64F);
+        view.frames[1].convertTo(next, CV_64F);
+        cv::Mat corrected;
+        cv::Mat(frame - shutter / double(view.shutter.size())).convertTo(corrected, CV_16S);
+        cv::Mat gained = corrected.clone(), trulyGained = corrected.clone();
+        table.apply(gained);
+        trueTable.apply(trulyGained);
+        // Counts per kelvin from the simulator: the same view a kelvin warmer.
+        r.blackbodyC = blackbody + 1.0;
+        r.shutterFrames = 0;
+        cv::Mat warmer;
+        camera.blackbodyView(r).frames[0](region).convertTo(warmer, CV_64F);
+        GainCheck c{blackbody, unsigned(range)};
+        c.gainErrorSigma = gainError;
+        c.countsPerK = cv::mean(warmer)[0] - (cv::mean(frame(region))[0] + cv::mean(next(region))[0]) / 2.0;
+        c.withoutK = robustSigma(corrected(region)) / c.countsPerK;
+        c.withK = robustSigma(gained(region)) / c.countsPerK;
+        c.trueTableK = robustSigma(trulyGained(region)) / c.countsPerK;
+        c.temporalK = robustSigma(cv::Mat(frame(region) - next(region))) / std::sqrt(2.0) *
+                      std::sqrt(1.0 + 1.0 / double(view.shutter.size())) / c.countsPerK;
+        out.push_back(c);
+        if (m_options.progress)
+            m_options.progress(fmt::format("gain check: blackbody {:.0f} °C in range {}", blackbody, range));
     }
     return out;
 }

@@ -59,6 +59,19 @@ struct RegistrationCheck {
     double laserDistancePercent = 0; // (measured - true) / true
 };
 
+// A uniform blackbody converted as the chain converts it (the shutter's four-frame offset
+// subtracted), per pixel, with and without a fitted gain table: the spatial spread of one frame
+// (robust sigma over the measured region) in kelvin at the simulator's own counts per kelvin, and
+// the floor the detector's temporal noise sets (one frame's and the shutter average's).
+struct GainCheck {
+    double blackbodyC = 0;
+    unsigned range = 0;
+    double countsPerK = 0;
+    double withoutK = 0, withK = 0, temporalK = 0;
+    double trueTableK = 0;     // with a table of the simulator's own gains: what any fit could reach
+    double gainErrorSigma = 0; // fitted gains against the true ones (robust sigma, all pixels)
+};
+
 class FactoryViews {
 public:
     explicit FactoryViews(FactoryViewOptions options = {});
@@ -77,6 +90,8 @@ public:
 
     std::vector<RadiometryCheck> checkRadiometry(const std::string& radiometryJson) const;
     DistortionCheck checkDistortion(const std::string& distortPxm) const;
+    // Blackbodies at 85 °C (range 1) and 300 °C (range 2), the board at the first check board.
+    std::vector<GainCheck> checkGain(const std::string& gainPxm) const;
     std::vector<RegistrationCheck> checkRegistration(const std::string& registrationJson,
                                                      const std::string& distortPxm) const;
 

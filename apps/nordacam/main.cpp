@@ -187,12 +187,14 @@ int main(int argc, char** argv) {
                                          "fit radiometry.json to blackbody views (a folder with views.json)");
     auto* badFit = calib->add_subcommand("badpixel-fit",
                                          "find badpixel.pxm in flat-field views (a folder with views.json)");
+    auto* gainFit = calib->add_subcommand(
+        "gain-fit", "fit the pixels' gains, gain.pxm, to flat-field views (a folder with views.json)");
     auto* distFit = calib->add_subcommand(
         "distortion-fit", "fit a lens's distort.pxm to grid target views (a folder with views.json)");
     auto* regFit = calib->add_subcommand(
         "registration-fit",
         "fit registration.json to poses both cameras saw and laser spots (a folder with views.json)");
-    for (auto* fit : {radFit, badFit, distFit, regFit}) {
+    for (auto* fit : {radFit, badFit, gainFit, distFit, regFit}) {
         fit->add_option("--views", fitViews, "folder of the views (views.json and PXM files)")
             ->required()
             ->check(CLI::ExistingDirectory);
@@ -227,6 +229,9 @@ int main(int argc, char** argv) {
     check
         ->add_option("--registration", checkRegistration,
                      "fitted registration.json to compare with the simulator's rig (needs --distortion)")
+        ->check(CLI::ExistingFile);
+    std::string checkGain;
+    check->add_option("--gain", checkGain, "fitted gain.pxm to flatten uniform hot blackbodies with")
         ->check(CLI::ExistingFile);
     std::vector<double> viewsBoards;
     for (auto* c : {views, check}) {
@@ -360,6 +365,8 @@ int main(int argc, char** argv) {
             return calibFitRadiometry(fitViews, fitOut, fitLenses, std::cout, fitResidualLimit);
         if (*badFit)
             return calibFitBadPixel(fitViews, fitOut, std::cout);
+        if (*gainFit)
+            return calibFitGain(fitViews, fitOut, std::cout);
         if (*distFit)
             return calibFitDistortion(fitViews, fitOut, std::cout);
         if (*regFit)
@@ -370,7 +377,7 @@ int main(int argc, char** argv) {
             return calibViews(viewsKind, viewsOut, viewsSeed, viewsBoards, std::cout);
         if (*check)
             return calibCheck(checkRadiometry, checkDistortion, viewsSeed, viewsBoards, std::cout,
-                              checkRegistration);
+                              checkRegistration, checkGain);
         if (*targets) {
             using norda::utils::VectorDispatch;
             std::string available;

@@ -3,6 +3,7 @@
 #include "nordalib/vision/imgproc/ArgbBlend.h"
 #include "nordalib/vision/imgproc/ColorConvert.h"
 #include "nordalib/vision/imgproc/DistortionCorrection.h"
+#include "nordalib/vision/imgproc/GainTable.h"
 #include "nordalib/vision/imgproc/LookupTable16.h"
 #include "nordalib/vision/imgproc/RemapBlend.h"
 #include "nordalib/vision/imgproc/SpatialNoiseRemover.h"
@@ -183,6 +184,21 @@ Outputs overlayBlend(std::mt19937& rng) {
 }
 
 // Every entry distinct, the last one read too.
+// Gains over their whole range on frames over the whole signed range: the products round both
+// ways and saturate at both ends.
+Outputs gainTable(std::mt19937& rng) {
+    Outputs out;
+    for (cv::Size size : kSizes) {
+        cv::Mat gain = randomMat(size, CV_32F, rng, GainTable::kMinGain, GainTable::kMaxGain);
+        gain.at<float>(0, 0) = GainTable::kMinGain;
+        cv::Mat frame = randomMat(size, CV_16S, rng, -32768, 32768);
+        frame.at<int16_t>(0, 0) = 32767;
+        GainTable(gain).apply(frame);
+        out.push_back(frame);
+    }
+    return out;
+}
+
 Outputs lookupTable(std::mt19937& rng) {
     LookupTable16 table;
     for (int i = 0; i < 65536; ++i)
@@ -231,6 +247,7 @@ struct Kernel {
 const Kernel kKernels[] = {{"ArgbBlend", argbBlend},
                            {"ColorConvert", colorConvert},
                            {"DistortionCorrection", distortion},
+                           {"GainTable", gainTable},
                            {"LookupTable16", lookupTable},
                            {"OverlayBlend", overlayBlend},
                            {"RemapBlend", remapBlend},

@@ -3,6 +3,7 @@
 #include "nordalib/core/exception/Exception.h"
 #include "nordalib/vision/calibration/CalibrationFile.h"
 #include "nordalib/vision/imgproc/BadPixelMap.h"
+#include "nordalib/vision/imgproc/GainTable.h"
 
 #include <fmt/format.h>
 #include <opencv2/imgproc.hpp>
@@ -111,6 +112,12 @@ BadPixelCalibrationResult BadPixelCalibration::find(const std::vector<FlatFieldV
                         result.pixels.size(), 100.0 * double(result.pixels.size()) / size.area(),
                         100.0 * m_settings.maxBadFraction),
             kFind);
+
+    cv::Mat good(size, CV_8U, cv::Scalar(1));
+    for (const auto& p : result.pixels)
+        good.at<uint8_t>(p.y, p.x) = 0;
+    response.convertTo(result.gain, CV_32F, 1.0 / cv::mean(response, good)[0]);
+    result.gain.setTo(1.0f, good == 0);
     return result;
 }
 
@@ -122,6 +129,17 @@ void BadPixelCalibration::write(const BadPixelCalibrationResult& result, const s
             if (BadPixelMap::read(temp, &size).size() != result.pixels.size() || size != result.size)
                 NORDA_THROW("bad pixel table " + temp + " does not read back as written",
                             "norda::vision::BadPixelCalibration::write");
+        });
+}
+
+void BadPixelCalibration::writeGain(const BadPixelCalibrationResult& result, const std::string& file) {
+    const GainTable table(result.gain, "the fitted gains");
+    CalibrationFile::replace(
+        file, [&](const std::string& temp) { table.save(temp); },
+        [&](const std::string& temp) {
+            if (cv::norm(GainTable::load(temp).gain(), result.gain, cv::NORM_INF) != 0.0)
+                NORDA_THROW("gain table " + temp + " does not read back as written",
+                            "norda::vision::BadPixelCalibration::writeGain");
         });
 }
 

@@ -14,6 +14,8 @@
 // saturated beyond the bad pixels it may hold, drifting), of different sizes, too close in level to
 // tell responses apart, or when more than `maxBadFraction` of the pixels come out bad (the fields
 // are not flat).
+// The responses are also the pixels' gains (see GainTable): normalised to a mean of 1 over the
+// good pixels, the bad ones set to 1 (their value comes from their neighbours).
 
 #include "nordalib/vision/calibration/FrameStack.h"
 #include "nordalib/vision/imgproc/BadPixel.h"
@@ -46,6 +48,7 @@ struct BadPixelCalibrationResult {
     cv::Size size;
     double responseSigma = 0; // robust spread of the responses
     double levelSigma = 0;    // robust spread of the levels (counts)
+    cv::Mat gain;             // CV_32FC1 relative responses, mean 1, bad pixels 1
 };
 
 class BadPixelCalibration {
@@ -55,6 +58,8 @@ public:
     BadPixelCalibrationResult find(const std::vector<FlatFieldView>& views) const;
     // Writes the table as badpixel.pxm (see BadPixelMap) to `file`: all or nothing.
     static void write(const BadPixelCalibrationResult& result, const std::string& file);
+    // Writes the gains as gain.pxm (see GainTable) to `file`: all or nothing.
+    static void writeGain(const BadPixelCalibrationResult& result, const std::string& file);
 
 private:
     BadPixelCalibrationSettings m_settings;

@@ -37,7 +37,8 @@ TEST(NordacamTools, CalibrationFilesAreReadByTheLibrary) {
 TEST(NordacamTools, CalibrationFitsReadAFolderOfViews) {
     norda::test::TempDir dir;
     std::ostringstream log;
-    // Two flat fields of a 40 x 30 detector whose pixel (7, 3) does not respond.
+    // Two flat fields of a 40 x 30 detector whose pixel (7, 3) does not respond and whose pixel
+    // (2, 5) responds 1 % more than the others.
     cv::RNG rng(1);
     cv::Mat offset(30, 40, CV_64F);
     rng.fill(offset, cv::RNG::NORMAL, 9000.0, 20.0);
@@ -45,6 +46,7 @@ TEST(NordacamTools, CalibrationFitsReadAFolderOfViews) {
         cv::Mat f;
         cv::Mat(offset + level).convertTo(f, CV_16U);
         f.at<uint16_t>(3, 7) = 9000;
+        f.at<uint16_t>(5, 2) = static_cast<uint16_t>(9000 + 1.01 * level);
         norda::vision::writePxmImage(dir.file(fmt::format("flat{}.pxm", level)), f);
     }
     std::ofstream(dir.file("views.json"))
@@ -53,6 +55,14 @@ TEST(NordacamTools, CalibrationFitsReadAFolderOfViews) {
     EXPECT_EQ(norda::vision::BadPixelMap::read(dir.file("badpixel.pxm")),
               (norda::vision::BadPixelList{{7, 3, norda::vision::BadPixelOrigin::Dead}}));
     EXPECT_NE(log.str().find("1 bad pixels: 1 dead"), std::string::npos) << log.str();
+    // Gains: mean 1 over the 1199 good pixels, the dead one at 1.
+    ASSERT_EQ(calibFitGain(dir.path().string(), dir.file("gain.pxm"), log), 0);
+    const cv::Mat gain = norda::vision::readPxmImage(dir.file("gain.pxm"));
+    ASSERT_EQ(gain.type(), CV_32FC1);
+    const double typical = 1199.0 / (1198.0 + 1.01);
+    EXPECT_NEAR(gain.at<float>(5, 2), 1.01 * typical, 1e-6);
+    EXPECT_NEAR(gain.at<float>(0, 0), typical, 1e-6);
+    EXPECT_EQ(gain.at<float>(3, 7), 1.0f);
 
     // Grid views need their target described.
     EXPECT_EQ(norda::test::messageOf(

@@ -73,6 +73,13 @@ TEST(FactoryViews, ShippedCalibrationMeasuresTheSimulatorsTruth) {
                                 [&](const auto& b) { return b.x == p.x && b.y == p.y; }),
                   1)
             << p;
+    // The gain table is the detector's within the flat fields' noise and takes most of the
+    // pattern off a hot uniform scene (a 0.2 % spread over thousands of counts from the shutter).
+    for (const auto& c : views.checkGain(shipped + "gain.pxm")) {
+        EXPECT_LE(c.gainErrorSigma, 0.001);
+        EXPECT_LE(c.withK, 0.6 * c.withoutK) << c.blackbodyC;
+        EXPECT_GE(c.withK, c.temporalK) << c.blackbodyC; // no table beats the noise
+    }
 }
 
 // The registration from views of the simulator's rig: stereo grid views and laser spots, the fit

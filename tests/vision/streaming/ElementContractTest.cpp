@@ -5,6 +5,7 @@
 #include "nordalib/vision/streaming/BadPixelElement.h"
 #include "nordalib/vision/streaming/DistortionElement.h"
 #include "nordalib/vision/streaming/FileReaderElement.h"
+#include "nordalib/vision/streaming/GainElement.h"
 #include "nordalib/vision/streaming/ImageBufferElement.h"
 #include "nordalib/vision/streaming/ImageGeneratorElement.h"
 #include "nordalib/vision/streaming/ImageWriteElement.h"
@@ -47,6 +48,7 @@ TEST(ElementContract, ConstructionFailuresNameWhatIsMissing) {
         {[] { RadiometryElement e(nullptr, "", vision::RadiometricCamTypeA); }, noStore, "RadiometryElement"},
         {[] { DistortionElement e(nullptr, "", vision::RadiometricCamTypeA); }, noStore, "DistortionElement"},
         {[] { BadPixelElement e(nullptr, "BP", STREAMING_DATATYPE_CORRECTED); }, noStore, "BadPixelElement"},
+        {[] { GainElement e(nullptr, ""); }, noStore, "GainElement"},
         {[] { ImageBufferElement e(2, STREAMING_DATATYPE_YUV422, nullptr); }, noStore, "ImageBufferElement"},
         // The missing store is reported before a wrong slot.
         {[] { MinMaxExtractionElement e(nullptr, STREAMING_DATATYPE_RGB, true); }, noStore,

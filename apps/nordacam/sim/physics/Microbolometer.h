@@ -32,6 +32,8 @@ public:
 
     const std::vector<cv::Point>& deadPixels() const { return m_dead; }
     const std::vector<cv::Point>& stuckPixels() const { return m_stuck; }
+    // Each pixel's responsivity relative to the mean pixel's (the truth a gain table is fitted to).
+    const cv::Mat_<float>& gains() const { return m_gain; }
     const DetectorParameters& parameters() const { return m_p; }
     static constexpr int kAdcMax = 16383;
 
