@@ -22,17 +22,14 @@ std::unique_ptr<RtspStreams> startRtsp(Camera& camera, const std::string& addres
 
 #ifdef NORDACAM_RTSP
 
+#include "apps/nordacam/RtspConnectionGuard.h"
+
 #include "nordalib/vision/overlay/OverlayFromValues.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
-#include <linux/tcp.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -110,11 +107,10 @@ struct RtspStreams::Impl {
     GMainLoop* loop = nullptr;
     GstRTSPServer* server = nullptr;
     GSource* serverSource = nullptr;
-    GSource* cleanup = nullptr;
+    std::unique_ptr<RtspConnectionGuard> guard;
     std::thread thread;
     std::map<std::string, std::unique_ptr<Stream>> streams;
     int port = 0;
-    GSource* watchdog = nullptr;
 
     Impl(Camera& cam) : camera(cam), fps(static_cast<int>(std::lround(cam.options().sim.fps))) {}
 
@@ -123,54 +119,7 @@ struct RtspStreams::Impl {
     void onCycle(const FrameMap& frames);
     static void configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data);
     static void unprepared(GstRTSPMedia*, gpointer data);
-    static void connected(GstRTSPServer*, GstRTSPClient* client, gpointer data);
-    static GstRTSPStatusCode setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data);
-    static void answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data);
-    static gboolean watch(gpointer data);
 };
-
-namespace {
-
-// Bytes a client has sent on its RTSP connection (the kernel's count), 0 when unknown or closed.
-uint64_t receivedBytes(GSocket* socket) {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (!socket || g_socket_is_closed(socket) ||
-        ::getsockopt(g_socket_get_fd(socket), IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
-        return 0;
-    return info.tcpi_bytes_received;
-}
-
-// What the server keeps of each connection, on the client object itself (clients are served on
-// the server's pool threads): its address, its socket and the bytes it had sent when it last got
-// an answer.
-struct Connection {
-    std::string address;
-    GSocket* socket;
-    std::atomic<uint64_t> answeredAt{0};
-    std::atomic<int> quietSeconds{0};
-    Connection(std::string a, GSocket* s) : address(std::move(a)), socket(s) { g_object_ref(socket); }
-    ~Connection() { g_object_unref(socket); }
-};
-
-Connection* connectionOf(GstRTSPClient* client) {
-    return static_cast<Connection*>(g_object_get_data(G_OBJECT(client), "nordacam-connection"));
-}
-
-// Sessions of one client.
-int sessionsOf(GstRTSPClient* client) {
-    int sessions = 0;
-    gst_rtsp_client_session_filter(
-        client,
-        +[](GstRTSPClient*, GstRTSPSession*, gpointer n) {
-            ++*static_cast<int*>(n);
-            return GST_RTSP_FILTER_KEEP;
-        },
-        &sessions);
-    return sessions;
-}
-
-} // namespace
 
 RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
     : m(std::make_unique<Impl>(camera)) {
@@ -184,24 +133,7 @@ RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
     m->server = gst_rtsp_server_new();
     gst_rtsp_server_set_address(m->server, address.c_str());
     gst_rtsp_server_set_service(m->server, std::to_string(port).c_str());
-    GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(m->server);
-    gst_rtsp_session_pool_set_max_sessions(pool, kMaxSessions);
-    // Sessions of clients that vanished without a TEARDOWN end when they time out.
-    m->cleanup = gst_rtsp_session_pool_create_watch(pool);
-    // The pool's watch calls a GstRTSPSessionPoolFunc through the GSourceFunc slot.
-    GstRTSPSessionPoolFunc cleanupSessions = [](GstRTSPSessionPool* p, gpointer) -> gboolean {
-        gst_rtsp_session_pool_cleanup(p);
-        return TRUE;
-    };
-    g_source_set_callback(m->cleanup,
-                          reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(cleanupSessions)),
-                          nullptr, nullptr);
-    g_source_attach(m->cleanup, m->context);
-    g_object_unref(pool);
-    g_signal_connect(m->server, "client-connected", G_CALLBACK(Impl::connected), m.get());
-    m->watchdog = g_timeout_source_new_seconds(1);
-    g_source_set_callback(m->watchdog, Impl::watch, m.get(), nullptr);
-    g_source_attach(m->watchdog, m->context);
+    m->guard = std::make_unique<RtspConnectionGuard>(m->server, m->context);
 
     const bool visual = camera.visualCamera() != nullptr;
     m->mount("/thermal", visual ? kInfraredSlot : STREAMING_DATATYPE_RGB, true);
@@ -242,11 +174,11 @@ RtspStreams::~RtspStreams() {
             m.get());
         m->thread.join();
     }
-    for (GSource* source : {m->serverSource, m->cleanup, m->watchdog})
-        if (source) {
-            g_source_destroy(source);
-            g_source_unref(source);
-        }
+    m->guard.reset();
+    if (m->serverSource) {
+        g_source_destroy(m->serverSource);
+        g_source_unref(m->serverSource);
+    }
     for (auto& [path, stream] : m->streams) {
         std::lock_guard<std::mutex> lock(stream->mutex);
         for (auto& source : stream->sources)
@@ -325,75 +257,6 @@ void RtspStreams::Impl::unprepared(GstRTSPMedia* media, gpointer data) {
             stream->sources.erase(it);
             break;
         }
-}
-
-void RtspStreams::Impl::connected(GstRTSPServer*, GstRTSPClient* client, gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
-    GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
-    const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-    if (!socket || !ip)
-        return;
-    auto* c = new Connection(ip, socket);
-    c->answeredAt = receivedBytes(socket);
-    g_object_set_data_full(G_OBJECT(client), "nordacam-connection", c,
-                           [](gpointer p) { delete static_cast<Connection*>(p); });
-    g_signal_connect(client, "pre-setup-request", G_CALLBACK(setupRequest), impl);
-    g_signal_connect(client, "send-message", G_CALLBACK(answered), impl);
-}
-
-void RtspStreams::Impl::answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer) {
-    if (Connection* c = connectionOf(client)) {
-        c->answeredAt = receivedBytes(c->socket);
-        c->quietSeconds = 0;
-    }
-}
-
-// A new session from an address that holds its share already is refused.
-GstRTSPStatusCode RtspStreams::Impl::setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    gchar* session = nullptr;
-    if (gst_rtsp_message_get_header(ctx->request, GST_RTSP_HDR_SESSION, &session, 0) == GST_RTSP_OK)
-        return GST_RTSP_STS_OK;
-    const Connection* self = connectionOf(client);
-    if (!self)
-        return GST_RTSP_STS_OK;
-    struct Count {
-        const std::string& address;
-        int sessions = 0;
-    } count{self->address};
-    gst_rtsp_server_client_filter(
-        impl->server,
-        +[](GstRTSPServer*, GstRTSPClient* other, gpointer d) {
-            auto* n = static_cast<Count*>(d);
-            if (const Connection* c = connectionOf(other); c && c->address == n->address)
-                n->sessions += sessionsOf(other);
-            return GST_RTSP_FILTER_KEEP;
-        },
-        &count);
-    return count.sessions >= kSessionsPerAddress ? GST_RTSP_STS_SERVICE_UNAVAILABLE : GST_RTSP_STS_OK;
-}
-
-// Every second: a connection that sent more than kUnansweredBytes since its last answer is
-// closed. Its count starts again after a minute, so that a client's reports over the connection
-// (RTCP, a few bytes a second) never add up.
-gboolean RtspStreams::Impl::watch(gpointer data) {
-    gst_rtsp_server_client_filter(
-        static_cast<Impl*>(data)->server,
-        +[](GstRTSPServer*, GstRTSPClient* client, gpointer) {
-            Connection* c = connectionOf(client);
-            if (!c)
-                return GST_RTSP_FILTER_KEEP;
-            const uint64_t received = receivedBytes(c->socket);
-            if (received > c->answeredAt + kUnansweredBytes)
-                // Cut at the socket: the server then ends the connection as one the client closed.
-                ::shutdown(g_socket_get_fd(c->socket), SHUT_RDWR);
-            else if (++c->quietSeconds >= 60)
-                c->answeredAt = received, c->quietSeconds = 0;
-            return GST_RTSP_FILTER_KEEP;
-        },
-        nullptr);
-    return G_SOURCE_CONTINUE;
 }
 
 void RtspStreams::Impl::onCycle(const FrameMap& frames) {
