@@ -172,7 +172,10 @@ void connected(GstRTSPServer* server, GstRTSPClient* client, gpointer context) {
     c->answeredAt = receivedBytes(socket);
     g_object_set_data_full(G_OBJECT(client), "nordacam-connection", c,
                            [](gpointer p) { delete static_cast<Connection*>(p); });
-    g_signal_connect(client, "pre-setup-request", G_CALLBACK(setupRequest), server);
+    // With a reference: the client's thread may still be answering when the server is let go.
+    g_signal_connect_data(
+        client, "pre-setup-request", G_CALLBACK(setupRequest), g_object_ref(server),
+        +[](gpointer server, GClosure*) { g_object_unref(server); }, GConnectFlags(0));
     g_signal_connect(client, "send-message", G_CALLBACK(answered), nullptr);
     g_signal_connect(client, "new-session", G_CALLBACK(sessionCreated), nullptr);
     g_signal_connect(client, "closed", G_CALLBACK(closed), nullptr);

@@ -99,6 +99,11 @@ struct RtspStreams::Impl {
         };
         std::vector<Source> sources;
         Stats stats;
+
+        ~Stream() {
+            for (auto& source : sources)
+                gst_object_unref(source.src);
+        }
     };
 
     Camera& camera;
@@ -109,7 +114,9 @@ struct RtspStreams::Impl {
     GSource* serverSource = nullptr;
     std::unique_ptr<RtspConnectionGuard> guard;
     std::thread thread;
-    std::map<std::string, std::unique_ptr<Stream>> streams;
+    // Shared with the signal handlers of the path's factory and media: the clients are served on
+    // the server's pool threads, which may still be taking their media down after this is gone.
+    std::map<std::string, std::shared_ptr<Stream>> streams;
     int port = 0;
 
     Impl(Camera& cam) : camera(cam), fps(static_cast<int>(std::lround(cam.options().sim.fps))) {}
@@ -119,6 +126,9 @@ struct RtspStreams::Impl {
     void onCycle(const FrameMap& frames);
     static void configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data);
     static void unprepared(GstRTSPMedia*, gpointer data);
+    static void releaseStream(gpointer data, GClosure*) {
+        delete static_cast<std::shared_ptr<Stream>*>(data);
+    }
 };
 
 RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
@@ -179,12 +189,6 @@ RtspStreams::~RtspStreams() {
         g_source_destroy(m->serverSource);
         g_source_unref(m->serverSource);
     }
-    for (auto& [path, stream] : m->streams) {
-        std::lock_guard<std::mutex> lock(stream->mutex);
-        for (auto& source : stream->sources)
-            gst_object_unref(source.src);
-        stream->sources.clear();
-    }
     g_object_unref(m->server);
     g_main_loop_unref(m->loop);
     g_main_context_unref(m->context);
@@ -212,7 +216,7 @@ RtspStreams::Stats RtspStreams::stats(const std::string& path) const {
 }
 
 void RtspStreams::Impl::mount(const std::string& path, STREAMING_DATATYPE slot, bool overlay) {
-    auto stream = std::make_unique<Stream>();
+    auto stream = std::make_shared<Stream>();
     stream->path = path;
     stream->slot = slot;
     stream->overlay = overlay;
@@ -221,16 +225,17 @@ void RtspStreams::Impl::mount(const std::string& path, STREAMING_DATATYPE slot, 
                                std::to_string(kQueuedFrames) + " leaky-type=downstream ! " + kEncoder + " )";
     gst_rtsp_media_factory_set_launch(factory, launch.c_str());
     gst_rtsp_media_factory_set_shared(factory, TRUE);
-    g_signal_connect(factory, "media-configure", G_CALLBACK(configure), stream.get());
+    g_signal_connect_data(factory, "media-configure", G_CALLBACK(configure),
+                          new std::shared_ptr<Stream>(stream), releaseStream, GConnectFlags(0));
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(server);
     gst_rtsp_mount_points_add_factory(mounts, path.c_str(), factory);
     g_object_unref(mounts);
-    streams[path] = std::move(stream);
+    streams[path] = stream;
 }
 
 // A client asked for a stream that does not run: its media is built; frames flow into it from now.
 void RtspStreams::Impl::configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data) {
-    auto* stream = static_cast<Stream*>(data);
+    const auto& stream = *static_cast<std::shared_ptr<Stream>*>(data);
     GstElement* bin = gst_rtsp_media_get_element(media);
     GstElement* src = gst_bin_get_by_name_recurse_up(GST_BIN(bin), "src");
     gst_object_unref(bin);
@@ -242,13 +247,14 @@ void RtspStreams::Impl::configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpo
         gst_object_unref(pad);
     }
     g_object_set_data(G_OBJECT(media), "nordacam-src", src);
-    g_signal_connect(media, "unprepared", G_CALLBACK(unprepared), stream);
+    g_signal_connect_data(media, "unprepared", G_CALLBACK(unprepared), new std::shared_ptr<Stream>(stream),
+                          releaseStream, GConnectFlags(0));
     std::lock_guard<std::mutex> lock(stream->mutex);
     stream->sources.push_back({GST_APP_SRC(src), {}});
 }
 
 void RtspStreams::Impl::unprepared(GstRTSPMedia* media, gpointer data) {
-    auto* stream = static_cast<Stream*>(data);
+    const auto& stream = *static_cast<std::shared_ptr<Stream>*>(data);
     auto* src = static_cast<GstAppSrc*>(g_object_get_data(G_OBJECT(media), "nordacam-src"));
     std::lock_guard<std::mutex> lock(stream->mutex);
     for (auto it = stream->sources.begin(); it != stream->sources.end(); ++it)
