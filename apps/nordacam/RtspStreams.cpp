@@ -22,17 +22,14 @@ std::unique_ptr<RtspStreams> startRtsp(Camera& camera, const std::string& addres
 
 #ifdef NORDACAM_RTSP
 
+#include "apps/nordacam/RtspConnectionGuard.h"
+
 #include "nordalib/vision/overlay/OverlayFromValues.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
-#include <linux/tcp.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -105,6 +102,11 @@ struct RtspStreams::Impl {
         };
         std::vector<Source> sources;
         Stats stats;
+
+        ~Stream() {
+            for (auto& source : sources)
+                gst_object_unref(source.src);
+        }
     };
 
     Camera& camera;
@@ -113,11 +115,12 @@ struct RtspStreams::Impl {
     GMainLoop* loop = nullptr;
     GstRTSPServer* server = nullptr;
     GSource* serverSource = nullptr;
-    GSource* cleanup = nullptr;
+    std::unique_ptr<RtspConnectionGuard> guard;
     std::thread thread;
-    std::map<std::string, std::unique_ptr<Stream>> streams;
+    // Shared with the signal handlers of the path's factory and media: the clients are served on
+    // the server's pool threads, which may still be taking their media down after this is gone.
+    std::map<std::string, std::shared_ptr<Stream>> streams;
     int port = 0;
-    GSource* watchdog = nullptr;
 
     Impl(Camera& cam) : camera(cam), fps(static_cast<int>(std::lround(cam.options().sim.fps))) {}
 
@@ -126,54 +129,10 @@ struct RtspStreams::Impl {
     void onCycle(const FrameMap& frames);
     static void configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data);
     static void unprepared(GstRTSPMedia*, gpointer data);
-    static void connected(GstRTSPServer*, GstRTSPClient* client, gpointer data);
-    static GstRTSPStatusCode setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data);
-    static void answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer data);
-    static gboolean watch(gpointer data);
+    static void releaseStream(gpointer data, GClosure*) {
+        delete static_cast<std::shared_ptr<Stream>*>(data);
+    }
 };
-
-namespace {
-
-// Bytes a client has sent on its RTSP connection (the kernel's count), 0 when unknown or closed.
-uint64_t receivedBytes(GSocket* socket) {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (!socket || g_socket_is_closed(socket) ||
-        ::getsockopt(g_socket_get_fd(socket), IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
-        return 0;
-    return info.tcpi_bytes_received;
-}
-
-// What the server keeps of each connection, on the client object itself (clients are served on
-// the server's pool threads): its address, its socket and the bytes it had sent when it last got
-// an answer.
-struct Connection {
-    std::string address;
-    GSocket* socket;
-    std::atomic<uint64_t> answeredAt{0};
-    std::atomic<int> quietSeconds{0};
-    Connection(std::string a, GSocket* s) : address(std::move(a)), socket(s) { g_object_ref(socket); }
-    ~Connection() { g_object_unref(socket); }
-};
-
-Connection* connectionOf(GstRTSPClient* client) {
-    return static_cast<Connection*>(g_object_get_data(G_OBJECT(client), "nordacam-connection"));
-}
-
-// Sessions of one client.
-int sessionsOf(GstRTSPClient* client) {
-    int sessions = 0;
-    gst_rtsp_client_session_filter(
-        client,
-        +[](GstRTSPClient*, GstRTSPSession*, gpointer n) {
-            ++*static_cast<int*>(n);
-            return GST_RTSP_FILTER_KEEP;
-        },
-        &sessions);
-    return sessions;
-}
-
-} // namespace
 
 RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
     : m(std::make_unique<Impl>(camera)) {
@@ -187,24 +146,7 @@ RtspStreams::RtspStreams(Camera& camera, const std::string& address, int port)
     m->server = gst_rtsp_server_new();
     gst_rtsp_server_set_address(m->server, address.c_str());
     gst_rtsp_server_set_service(m->server, std::to_string(port).c_str());
-    GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(m->server);
-    gst_rtsp_session_pool_set_max_sessions(pool, kMaxSessions);
-    // Sessions of clients that vanished without a TEARDOWN end when they time out.
-    m->cleanup = gst_rtsp_session_pool_create_watch(pool);
-    // The pool's watch calls a GstRTSPSessionPoolFunc through the GSourceFunc slot.
-    GstRTSPSessionPoolFunc cleanupSessions = [](GstRTSPSessionPool* p, gpointer) -> gboolean {
-        gst_rtsp_session_pool_cleanup(p);
-        return TRUE;
-    };
-    g_source_set_callback(m->cleanup,
-                          reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(cleanupSessions)),
-                          nullptr, nullptr);
-    g_source_attach(m->cleanup, m->context);
-    g_object_unref(pool);
-    g_signal_connect(m->server, "client-connected", G_CALLBACK(Impl::connected), m.get());
-    m->watchdog = g_timeout_source_new_seconds(1);
-    g_source_set_callback(m->watchdog, Impl::watch, m.get(), nullptr);
-    g_source_attach(m->watchdog, m->context);
+    m->guard = std::make_unique<RtspConnectionGuard>(m->server, m->context);
 
     const bool visual = camera.visualCamera() != nullptr;
     m->mount("/thermal", visual ? kInfraredSlot : STREAMING_DATATYPE_RGB, true);
@@ -245,16 +187,10 @@ RtspStreams::~RtspStreams() {
             m.get());
         m->thread.join();
     }
-    for (GSource* source : {m->serverSource, m->cleanup, m->watchdog})
-        if (source) {
-            g_source_destroy(source);
-            g_source_unref(source);
-        }
-    for (auto& [path, stream] : m->streams) {
-        std::lock_guard<std::mutex> lock(stream->mutex);
-        for (auto& source : stream->sources)
-            gst_object_unref(source.src);
-        stream->sources.clear();
+    m->guard.reset();
+    if (m->serverSource) {
+        g_source_destroy(m->serverSource);
+        g_source_unref(m->serverSource);
     }
     g_object_unref(m->server);
     g_main_loop_unref(m->loop);
@@ -283,7 +219,7 @@ RtspStreams::Stats RtspStreams::stats(const std::string& path) const {
 }
 
 void RtspStreams::Impl::mount(const std::string& path, STREAMING_DATATYPE slot, bool overlay) {
-    auto stream = std::make_unique<Stream>();
+    auto stream = std::make_shared<Stream>();
     stream->path = path;
     stream->slot = slot;
     stream->overlay = overlay;
@@ -292,16 +228,17 @@ void RtspStreams::Impl::mount(const std::string& path, STREAMING_DATATYPE slot, 
                                std::to_string(kQueuedFrames) + " leaky-type=downstream ! " + kEncoder + " )";
     gst_rtsp_media_factory_set_launch(factory, launch.c_str());
     gst_rtsp_media_factory_set_shared(factory, TRUE);
-    g_signal_connect(factory, "media-configure", G_CALLBACK(configure), stream.get());
+    g_signal_connect_data(factory, "media-configure", G_CALLBACK(configure),
+                          new std::shared_ptr<Stream>(stream), releaseStream, GConnectFlags(0));
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(server);
     gst_rtsp_mount_points_add_factory(mounts, path.c_str(), factory);
     g_object_unref(mounts);
-    streams[path] = std::move(stream);
+    streams[path] = stream;
 }
 
 // A client asked for a stream that does not run: its media is built; frames flow into it from now.
 void RtspStreams::Impl::configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data) {
-    auto* stream = static_cast<Stream*>(data);
+    const auto& stream = *static_cast<std::shared_ptr<Stream>*>(data);
     GstElement* bin = gst_rtsp_media_get_element(media);
     GstElement* src = gst_bin_get_by_name_recurse_up(GST_BIN(bin), "src");
     gst_object_unref(bin);
@@ -313,13 +250,14 @@ void RtspStreams::Impl::configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpo
         gst_object_unref(pad);
     }
     g_object_set_data(G_OBJECT(media), "nordacam-src", src);
-    g_signal_connect(media, "unprepared", G_CALLBACK(unprepared), stream);
+    g_signal_connect_data(media, "unprepared", G_CALLBACK(unprepared), new std::shared_ptr<Stream>(stream),
+                          releaseStream, GConnectFlags(0));
     std::lock_guard<std::mutex> lock(stream->mutex);
     stream->sources.push_back({GST_APP_SRC(src), {}});
 }
 
 void RtspStreams::Impl::unprepared(GstRTSPMedia* media, gpointer data) {
-    auto* stream = static_cast<Stream*>(data);
+    const auto& stream = *static_cast<std::shared_ptr<Stream>*>(data);
     auto* src = static_cast<GstAppSrc*>(g_object_get_data(G_OBJECT(media), "nordacam-src"));
     std::lock_guard<std::mutex> lock(stream->mutex);
     for (auto it = stream->sources.begin(); it != stream->sources.end(); ++it)
@@ -328,75 +266,6 @@ void RtspStreams::Impl::unprepared(GstRTSPMedia* media, gpointer data) {
             stream->sources.erase(it);
             break;
         }
-}
-
-void RtspStreams::Impl::connected(GstRTSPServer*, GstRTSPClient* client, gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
-    GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
-    const gchar* ip = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-    if (!socket || !ip)
-        return;
-    auto* c = new Connection(ip, socket);
-    c->answeredAt = receivedBytes(socket);
-    g_object_set_data_full(G_OBJECT(client), "nordacam-connection", c,
-                           [](gpointer p) { delete static_cast<Connection*>(p); });
-    g_signal_connect(client, "pre-setup-request", G_CALLBACK(setupRequest), impl);
-    g_signal_connect(client, "send-message", G_CALLBACK(answered), impl);
-}
-
-void RtspStreams::Impl::answered(GstRTSPClient* client, GstRTSPSession*, GstRTSPMessage*, gpointer) {
-    if (Connection* c = connectionOf(client)) {
-        c->answeredAt = receivedBytes(c->socket);
-        c->quietSeconds = 0;
-    }
-}
-
-// A new session from an address that holds its share already is refused.
-GstRTSPStatusCode RtspStreams::Impl::setupRequest(GstRTSPClient* client, GstRTSPContext* ctx, gpointer data) {
-    auto* impl = static_cast<Impl*>(data);
-    gchar* session = nullptr;
-    if (gst_rtsp_message_get_header(ctx->request, GST_RTSP_HDR_SESSION, &session, 0) == GST_RTSP_OK)
-        return GST_RTSP_STS_OK;
-    const Connection* self = connectionOf(client);
-    if (!self)
-        return GST_RTSP_STS_OK;
-    struct Count {
-        const std::string& address;
-        int sessions = 0;
-    } count{self->address};
-    gst_rtsp_server_client_filter(
-        impl->server,
-        +[](GstRTSPServer*, GstRTSPClient* other, gpointer d) {
-            auto* n = static_cast<Count*>(d);
-            if (const Connection* c = connectionOf(other); c && c->address == n->address)
-                n->sessions += sessionsOf(other);
-            return GST_RTSP_FILTER_KEEP;
-        },
-        &count);
-    return count.sessions >= kSessionsPerAddress ? GST_RTSP_STS_SERVICE_UNAVAILABLE : GST_RTSP_STS_OK;
-}
-
-// Every second: a connection that sent more than kUnansweredBytes since its last answer is
-// closed. Its count starts again after a minute, so that a client's reports over the connection
-// (RTCP, a few bytes a second) never add up.
-gboolean RtspStreams::Impl::watch(gpointer data) {
-    gst_rtsp_server_client_filter(
-        static_cast<Impl*>(data)->server,
-        +[](GstRTSPServer*, GstRTSPClient* client, gpointer) {
-            Connection* c = connectionOf(client);
-            if (!c)
-                return GST_RTSP_FILTER_KEEP;
-            const uint64_t received = receivedBytes(c->socket);
-            if (received > c->answeredAt + kUnansweredBytes)
-                // Cut at the socket: the server then ends the connection as one the client closed.
-                ::shutdown(g_socket_get_fd(c->socket), SHUT_RDWR);
-            else if (++c->quietSeconds >= 60)
-                c->answeredAt = received, c->quietSeconds = 0;
-            return GST_RTSP_FILTER_KEEP;
-        },
-        nullptr);
-    return G_SOURCE_CONTINUE;
 }
 
 void RtspStreams::Impl::onCycle(const FrameMap& frames) {

@@ -14,10 +14,7 @@
 // client has its own send backlog in the server; a stalled or vanished client's backlog fills
 // and is dropped without holding back the others.
 //
-// Clients that misbehave are refused without disturbing the others: at most kMaxSessions sessions
-// at once and kSessionsPerAddress from one address (more SETUPs get 503; sessions left behind end
-// when they time out), and a connection that sends more than kUnansweredBytes without completing
-// a request (an endless header) is cut. Garbage gets the server's 400 and the connection closed.
+// Clients that misbehave are refused without disturbing the others (RtspConnectionGuard).
 
 #include "nordalib/vision/streaming/StreamingDatatype.h"
 
@@ -33,10 +30,6 @@ class Camera;
 
 class RtspStreams {
 public:
-    static constexpr int kMaxSessions = 64;
-    static constexpr int kSessionsPerAddress = 16;
-    static constexpr uint64_t kUnansweredBytes = 64 * 1024;
-
     struct Stats {
         uint64_t offered = 0; // frames offered while a client watched
         uint64_t dropped = 0; // of those, dropped before the encoder

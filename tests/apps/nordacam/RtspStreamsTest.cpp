@@ -1,9 +1,11 @@
 // The RTSP streams read by real clients (ffprobe, ffmpeg) beside the HTTP viewer's stream: H.264 of
 // the right size at the camera's rate on every path; eight clients at once, with one client that
 // stalls and one that hangs up, lose no frame at the source and the chain keeps its rate; clients
-// that send garbage or open sessions by the hundred are refused while a reader keeps its frames.
+// that send garbage or open sessions by the hundred are refused while a reader keeps its frames, and
+// a viewer that hangs up gets its sessions back at once when it returns.
 #if defined(NORDACAM_CORE) && defined(NORDACAM_RTSP)
 #include "apps/nordacam/RtspStreams.h"
+#include "apps/nordacam/RtspConnectionGuard.h"
 #include "apps/nordacam/Server.h"
 
 #include "tests/support/ExclusiveRun.h"
@@ -359,7 +361,7 @@ TEST(RtspStreams, RefusesGarbageAndSessionFloodsWithoutDisturbingTheOthers) {
     std::map<std::string, int> statuses;
     for (int i = 0; i < 100; ++i)
         ++statuses[setupStatus(flood, url, i + 1)];
-    EXPECT_EQ(statuses["200"], RtspStreams::kSessionsPerAddress - 1);
+    EXPECT_EQ(statuses["200"], RtspConnectionGuard::kSessionsPerAddress - 1);
     EXPECT_EQ(statuses["503"], 100 - statuses["200"]);
     std::vector<int> many;
     statuses.clear();
@@ -371,6 +373,26 @@ TEST(RtspStreams, RefusesGarbageAndSessionFloodsWithoutDisturbingTheOthers) {
     for (int fd : many)
         ::close(fd);
     ::close(flood);
+
+    // A viewer from that address that hangs up and comes back at once, again and again, sets up its
+    // share each time and then reads the stream: its closed connections' sessions went with them
+    // (kept to their timeout, the fourth return would find the 64 in all taken).
+    for (int round = 0; round < 4; ++round) {
+        const int fd = connectTo(port);
+        int accepted = 0;
+        // Until the server has seen the last connection close, its sessions still count.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        for (int cseq = 1; accepted < RtspConnectionGuard::kSessionsPerAddress - 1 &&
+                           std::chrono::steady_clock::now() < until;
+             ++cseq)
+            if (setupStatus(fd, url, cseq) == "200")
+                ++accepted;
+            else
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(accepted, RtspConnectionGuard::kSessionsPerAddress - 1) << "return " << round;
+        ::close(fd);
+    }
+    EXPECT_GT(ffmpegFrames(url, 5), 0) << "the returning viewer reads nothing";
 
     reader.join();
     const double chain = (live.camera->pipeline().cycles() - cycles) /
