@@ -107,7 +107,7 @@ TEST(NordacamThermography, ReanalysisForAnotherDistanceMatchesTheLiveMeasurement
     const auto first = camera.saveImage(std::chrono::seconds(10));
     const auto truthA = *camera.snapshot().truth;
     camera.settings().set(Id::Environment::Distance, 30.0);
-    for (int i = 0; i < 60; ++i)
+    for (int i = 0; i < 30; ++i) // as below: settled filter, little drift between the shots
         camera.runCycle();
     const auto b = loadRix(camera.saveImage(std::chrono::seconds(10)));
     const auto truthB = *camera.snapshot().truth;
