@@ -4,6 +4,7 @@
 #include "nordalib/core/utils/VectorDispatch.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 
 // The vector kernel is compiled once per instruction set (see ColorConvert.cpp).
@@ -19,6 +20,11 @@ namespace {
 constexpr int kReach = 8;       // neighbours on each side
 constexpr int kSampleStep = 16; // every 16th line is measured
 constexpr int kMinNeighbours = kReach;
+
+// A residual compares a pixel with its neighbours within kReach, so an estimate component slower
+// than this period is hardly seen by it: such a component is not corrected, only pushed along by
+// the scene's own curvature (the lens's scatter around a warm object), without bound.
+constexpr int kSlowestPeriod = 8 * kReach;
 
 // Residuals of one contiguous line v[0..n), added to per-position sums (Q8 counts) and counts.
 //
@@ -151,6 +157,22 @@ namespace norda::vision {
 
 namespace {
 HWY_EXPORT(lineResiduals);
+
+// Removes the components of an estimate (Q8) slower than kSlowestPeriod, the mean among them:
+// what a stripe pattern is made of stays, what the scene's shading put there goes.
+void keepStripes(std::vector<int32_t>& estimate, int32_t limit) {
+    const int n = static_cast<int>(estimate.size());
+    cv::Mat line(1, n, CV_32F), spectrum;
+    for (int i = 0; i < n; ++i)
+        line.at<float>(0, i) = static_cast<float>(estimate[static_cast<size_t>(i)]);
+    cv::dft(line, spectrum); // packed: Re0, Re1, Im1, Re2, Im2, ...
+    const int slow = std::min(n, 2 * ((n + kSlowestPeriod - 1) / kSlowestPeriod) - 1);
+    spectrum.colRange(0, slow).setTo(0.0f);
+    cv::idft(spectrum, line, cv::DFT_SCALE | cv::DFT_REAL_OUTPUT);
+    for (int i = 0; i < n; ++i)
+        estimate[static_cast<size_t>(i)] =
+            std::clamp<int32_t>(static_cast<int32_t>(std::lround(line.at<float>(0, i))), -limit, limit);
+}
 HWY_EXPORT(targetName);
 [[maybe_unused]] const bool kRegistered = utils::VectorDispatch::registerKernel(
     "StaticPatternRemover", [] { return HWY_DYNAMIC_DISPATCH(targetName)(); });
@@ -264,6 +286,7 @@ void StaticPatternRemover::estimate(const cv::Mat& corrected, int threshold, int
         for (int y = kSampleStep / 2; y < rows; y += kSampleStep)
             lineResiduals(corrected.ptr<int16_t>(y), cols, threshold, sum.data(), count.data());
         update(m_column, sum, count, std::max(1, rows / kSampleStep / 4));
+        keepStripes(m_column, limit);
     }
     // Rows: residuals along sampled columns, gathered into contiguous lines first.
     if (rows > 2 * kReach) {
@@ -279,6 +302,7 @@ void StaticPatternRemover::estimate(const cv::Mat& corrected, int threshold, int
         for (int k = 0; k < lines; ++k)
             lineResiduals(gathered.ptr<int16_t>(k), rows, threshold, sum.data(), count.data());
         update(m_row, sum, count, std::max(1, cols / kSampleStep / 4));
+        keepStripes(m_row, limit);
     }
 }
 

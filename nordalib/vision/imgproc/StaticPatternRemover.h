@@ -3,16 +3,18 @@
 // offset correction of an uncooled detector (readout amplifiers drifting against each other).
 //
 // Every frame is corrected with the current pattern estimate; the corrected frame then shows the
-// remaining stripes as the difference between a pixel and its horizontal (for columns) or
-// vertical (for rows) neighbourhood of +-8 pixels. Neighbours differing from the pixel by more than
+// remaining stripes as the difference between a pixel and its horizontal (for columns) or vertical
+// (for rows) neighbourhood of +-8 pixels. Neighbours differing from the pixel by more than
 // `threshold` counts are left out, and so are pixels with fewer than half their neighbours left:
 // scene edges are neither read as stripes nor flattened. The mean residual of each column and row
 // (every 16th line sampled) is added to the estimate with the rate 6 / `frameLimit`, so the
 // estimate settles within about `frameLimit` frames and follows a drifting pattern with that time
-// constant. `lineLimit` bounds the correction of any column or row (counts), so a failure can never
-// subtract more than that. Any parameter <= 0 turns the filter off and forgets the estimate; the
-// output then shares the input's pixels, no copy. The setters may be called from another thread
-// than process().
+// constant. Components of the estimate slower than a period of 64 pixels are dropped after each
+// update: the residuals hardly see them, and the scene's smooth shading (a lens's scatter around a
+// warm object) would otherwise push them along frame after frame. `lineLimit` bounds the correction
+// of any column or row (counts), so a failure can never subtract more than that. Any parameter <= 0
+// turns the filter off and forgets the estimate; the output then shares the input's pixels, no
+// copy. The setters may be called from another thread than process().
 
 #include <opencv2/core.hpp>
 
